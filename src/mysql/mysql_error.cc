@@ -1,0 +1,33 @@
+#include "mysql/mysql_error.h"
+
+namespace orvek::mysql {
+
+namespace {
+
+std::string pendingError(MYSQL* handle)
+{
+    unsigned int const number = mysql_errno(handle);
+    if (number == 0)
+        return "Unknown error";
+    return "Mysql error " + std::to_string(number) + ": " + mysql_error(handle);
+}
+
+} // namespace
+
+mError::mError(std::string const& text_) : text(text_)
+{
+}
+
+mError::mError(MYSQL* handle, std::string const& context)
+    : text(pendingError(handle) + "\n" + context)
+{
+}
+
+mError::~mError() = default;
+
+char const* mError::what() const noexcept
+{
+    return text.c_str();
+}
+
+} // namespace orvek::mysql

@@ -1,0 +1,33 @@
+#include "util/report_exception.h"
+
+#include "lib/owned.h"
+#include "util/uerr.h"
+
+#include <cxxabi.h>
+
+namespace orvek {
+
+void detail::reportFatalError(char const* mangled_type, char const* text,
+                              Traceback const* traceback)
+{
+    // type_info::name() may begin with "*", which marks a type that is local to one object
+    // file and is no part of the name.
+    if (mangled_type && *mangled_type == '*')
+        ++mangled_type;
+    int status = -1;
+    CString const demangled(
+        mangled_type ? abi::__cxa_demangle(mangled_type, nullptr, nullptr, &status) : nullptr);
+    char const* const type = demangled && status == 0 ? demangled.get() : mangled_type;
+
+    // A null text sets the stream's bad bit, which is all that can be said of it.
+    uerr << "Fatal error: " << type << "(" << text << ")" << std::endl;
+    if (traceback)
+        uerr << *traceback;
+}
+
+void reportUntypedException()
+{
+    uerr << "UNSPECIFIED ERROR OCCURED" << std::endl;
+}
+
+} // namespace orvek

@@ -1,0 +1,45 @@
+#include "util/tmp_file.h"
+
+#include "util/errors.h"
+
+#include <cerrno>
+#include <cstdlib>
+#include <cstring>
+#include <iostream>
+
+#include <unistd.h>
+
+namespace orvek {
+
+namespace {
+
+std::pair<std::string, int> makeUnique(std::string const& prefix)
+{
+    std::string name = prefix + "XXXXXX";
+    int const fd = mkstemp(name.data());
+    // Deliberate: the message has its own colon, and gets another one in front of the reason.
+    if (fd < 0)
+        throwSystemError("mkstemp() failed: ", errno);
+    return {name, fd};
+}
+
+} // namespace
+
+TmpFileBase::TmpFileBase(std::pair<std::string, int> const& file)
+    : file_path(file.first), buffer(file.second, std::ios_base::out)
+{
+}
+
+TmpFile::TmpFile(std::string const& prefix, bool autoclean_)
+    : std::ostream(nullptr), TmpFileBase(makeUnique(prefix)), autoclean(autoclean_)
+{
+    rdbuf(&buffer);
+}
+
+TmpFile::~TmpFile()
+{
+    if (autoclean && unlink(file_path.c_str()) != 0)
+        std::cerr << "TmpFile autoclean failed: " << strerror(errno) << std::endl;
+}
+
+} // namespace orvek

@@ -1,0 +1,51 @@
+// tmp_file - an output stream on a new file beside its target
+//
+// The file's name is the prefix and six more characters, so that with the target's own path
+// as the prefix a rename over the target never crosses a file system. Its mode is that of
+// mkstemp, 0600; whoever needs another one changes it.
+//
+// While autoclean is set the destructor removes the file. To keep it: clear autoclean, destroy
+// the object, which writes out what is left, and only then rename.
+//
+// Failures: the constructor raises a system error and leaves nothing behind; writing fails as
+// the stream's exception mask says; a failed removal is one line on standard error.
+
+#ifndef MAILVEK_UTIL_TMP_FILE_H
+#define MAILVEK_UTIL_TMP_FILE_H
+
+#include <ostream>
+#include <string>
+#include <utility>
+
+#include <ext/stdio_filebuf.h>
+
+namespace orvek {
+
+// The path of a file and a buffer that writes to its descriptor, which it owns.
+class TmpFileBase
+{
+public:
+    std::string const& path() const { return file_path; }
+
+protected:
+    explicit TmpFileBase(std::pair<std::string, int> const& file);
+    ~TmpFileBase() = default;
+    TmpFileBase(TmpFileBase const&) = delete;
+    TmpFileBase& operator=(TmpFileBase const&) = delete;
+
+    std::string const file_path;
+    __gnu_cxx::stdio_filebuf<char> buffer;
+};
+
+class TmpFile : public TmpFileBase, public virtual std::ostream
+{
+public:
+    TmpFile(std::string const& prefix, bool autoclean);
+    ~TmpFile() override;
+
+    bool autoclean;
+};
+
+} // namespace orvek
+
+#endif

@@ -1,0 +1,46 @@
+#include "util/uerr.h"
+
+// Not only for the streams: their initialiser runs before uerr's constructor, so that they
+// are still there when uerr is destroyed.
+#include <iostream>
+
+namespace orvek {
+
+UtilityErrorStream uerr;
+
+UtilityErrorStreamBuf::~UtilityErrorStreamBuf()
+{
+    flush();
+}
+
+void UtilityErrorStreamBuf::flush()
+{
+    std::cerr.flush();
+    std::cout.write(pending.data(), static_cast<std::streamsize>(pending.size()));
+    std::cout.flush();
+    pending.clear();
+}
+
+int UtilityErrorStreamBuf::sync()
+{
+    flush();
+    return 0;
+}
+
+// There is no put area, so every character comes here.
+UtilityErrorStreamBuf::int_type UtilityErrorStreamBuf::overflow(int_type c)
+{
+    if (!traits_type::eq_int_type(c, traits_type::eof())) {
+        char const character = traits_type::to_char_type(c);
+        std::cerr.put(character);
+        pending += character;
+    }
+    return c;
+}
+
+UtilityErrorStream::UtilityErrorStream() : std::ostream(nullptr)
+{
+    rdbuf(&buffer);
+}
+
+} // namespace orvek
