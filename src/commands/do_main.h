@@ -1,0 +1,25 @@
+// do_main - finds the command and runs its handler
+//
+// Result: the exit status, which is the handler's own. A missing or unknown command is
+// reported on standard error and ends the process with status 1; whatever a handler raises
+// goes to the caller. Before the handler runs nothing is opened, started or read.
+
+#ifndef MAILVEK_COMMANDS_DO_MAIN_H
+#define MAILVEK_COMMANDS_DO_MAIN_H
+
+#include "commands/handlers.h"
+
+#include <map>
+#include <string>
+
+int do_main(int argc, char** argv);
+
+namespace orvek::mail::postfix::mailvek_commands {
+
+// The handler of each command name; names match exactly. A legacy short form is a second key
+// for the handler of the long one.
+std::map<std::string, CommandHandler> commandMap();
+
+} // namespace orvek::mail::postfix::mailvek_commands
+
+#endif

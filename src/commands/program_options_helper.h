@@ -1,0 +1,86 @@
+// program_options_helper - the options of one command
+//
+// On top of the option library: a usage text for the command, "--help" on every command, and
+// mandatory options with one uniform error. A bad command line ends with its message on
+// orvek::uerr, the usage on standard output and exit status 1; standardOptionsParse is that
+// road whole.
+
+#ifndef MAILVEK_COMMANDS_PROGRAM_OPTIONS_HELPER_H
+#define MAILVEK_COMMANDS_PROGRAM_OPTIONS_HELPER_H
+
+#include <boost/program_options/errors.hpp>
+#include <boost/program_options/options_description.hpp>
+#include <boost/program_options/value_semantic.hpp>
+#include <boost/program_options/variables_map.hpp>
+
+#include <forward_list>
+#include <ostream>
+#include <string>
+
+namespace orvek::mail::postfix::mailvek_commands {
+
+// A mandatory option that was not given. Raised by the parse it takes the road of any other
+// bad command line; raised later by a handler it is a fatal error.
+class MissingMandatoryOption : public boost::program_options::error
+{
+public:
+    explicit MissingMandatoryOption(std::string const& option);
+};
+
+class ProgramOptionsHelper
+{
+public:
+    // description: one line that says what the command does; usageLine: its synopsis.
+    ProgramOptionsHelper(std::string const& description, std::string const& usageLine);
+
+    // Declares options on its helper, call by call. With mandatory set the option's
+    // description gets " (mandatory)" behind it; of several missing options the one declared
+    // last is named.
+    class OptionAppender
+    {
+    public:
+        explicit OptionAppender(ProgramOptionsHelper& helper) : helper(&helper) {}
+
+        // Takes ownership of the semantic.
+        OptionAppender& operator()(char const* name,
+                                   boost::program_options::value_semantic const* semantic,
+                                   char const* description, bool mandatory);
+        // A flag without a value. Deliberate: it cannot be mandatory, whatever is said.
+        OptionAppender& operator()(char const* name, char const* description, bool mandatory);
+
+    private:
+        ProgramOptionsHelper* helper;
+    };
+
+    OptionAppender addOptions() { return OptionAppender(*this); }
+
+    // Parses the command line behind argv[0], the command's name; prints the usage and ends
+    // the process with 0 if help is asked for, which wins over a missing option but not over
+    // a malformed one. Raises what the library raises, and MissingMandatoryOption.
+    void parse(int argc, char** argv);
+
+    // The parsed values.
+    boost::program_options::variables_map const& values() const { return variables; }
+
+    // Prints description, usage line and options, and ends the process.
+    [[noreturn]] void usage(int exitCode, std::ostream& out) const;
+
+private:
+    void checkMandatory() const;
+
+    boost::program_options::options_description options;
+    boost::program_options::variables_map variables;
+    std::string description;
+    std::forward_list<std::string> mandatory_names;
+    std::string usage_line;
+};
+
+// Parses; on a bad command line reports, prints the usage and ends the process with 1.
+void standardOptionsParse(ProgramOptionsHelper& helper, int argc, char** argv);
+
+// Adds the address and the mask of the two whitelist commands.
+void formWhitelistOptions(ProgramOptionsHelper& helper);
+
+} // namespace orvek::mail::postfix::mailvek_commands
+
+#endif

@@ -1,0 +1,24 @@
+// usage - the three help outputs and the road of bad usage
+//
+// The usage functions print their text on out and end the process with exitCode; none of them
+// returns.
+
+#ifndef MAILVEK_COMMANDS_USAGE_H
+#define MAILVEK_COMMANDS_USAGE_H
+
+#include <ostream>
+#include <string>
+
+namespace orvek::mail::postfix::mailvek_commands {
+
+[[noreturn]] void usageShort(int exitCode, std::ostream& out);
+[[noreturn]] void usageCommands(int exitCode, std::ostream& out);
+[[noreturn]] void usageLegacy(int exitCode, std::ostream& out);
+
+// Prints the message, unless it is empty, and the short usage on standard error alone; the
+// exit status is 1.
+[[noreturn]] void wrongUsage(std::string const& message);
+
+} // namespace orvek::mail::postfix::mailvek_commands
+
+#endif

@@ -1,0 +1,126 @@
+#include "commands/do_main.h"
+
+#include "command_line.h"
+#include "mail/lib/mail_auth_style.h"
+#include "support/child_run.h"
+
+#include <gtest/gtest.h>
+
+using namespace orvek::mail::postfix::mailvek_commands;
+
+namespace {
+
+ChildRun tool(std::initializer_list<std::string> words)
+{
+    return inChild([&] {
+        CommandLine line(words);
+        return do_main(line.argc(), line.argv());
+    });
+}
+
+std::string shortUsage()
+{
+    return tool({"mailvek", "-h"}).out;
+}
+
+void expectUnknown(std::string const& command)
+{
+    auto const run = tool({"mailvek", command, "--help"});
+    EXPECT_EQ(run.status, 1);
+    EXPECT_EQ(run.signal, 0);
+    EXPECT_EQ(run.err, "Error: invalid command " + command + "\n" + shortUsage());
+    EXPECT_EQ(run.out, "");
+}
+
+} // namespace
+
+TEST(DoMain, WithoutACommandSaysSoOnStandardErrorAlone)
+{
+    auto const run = tool({"mailvek"});
+    EXPECT_EQ(run.status, 1);
+    EXPECT_EQ(run.err, "Error: no command specified\n" + shortUsage());
+    EXPECT_EQ(run.out, "");
+}
+
+TEST(DoMain, WithoutAnyArgumentsAtAllSaysTheSame)
+{
+    EXPECT_EQ(tool({}).err, "Error: no command specified\n" + shortUsage());
+}
+
+TEST(DoMain, NamesAnUnknownCommandOnStandardErrorAlone)
+{
+    expectUnknown("foo");
+}
+
+TEST(DoMain, TakesAnEmptyFirstArgumentForAnUnknownCommand)
+{
+    expectUnknown("");
+}
+
+TEST(DoMain, MatchesNamesExactlyAndCaseSensitively)
+{
+    expectUnknown("--Features");
+    expectUnknown("--feature");
+    expectUnknown("--features ");
+    expectUnknown("--features=");
+}
+
+TEST(DoMain, EndsInTheSameErrorForBytesThatAreNoUtf8AndForNewlines)
+{
+    expectUnknown("\xff\xfe\x80");
+    expectUnknown("--features\n--help");
+    expectUnknown("%s%n%p");
+}
+
+TEST(DoMain, EndsInTheSameErrorForAVeryLongArgument)
+{
+    expectUnknown(std::string(100000, 'a'));
+}
+
+TEST(DoMain, LooksAtTheFirstArgumentOnly)
+{
+    auto const run = tool({"mailvek", "foo", "--features"});
+    EXPECT_EQ(run.status, 1);
+    EXPECT_EQ(run.out, "");
+}
+
+TEST(DoMain, RunsTheHandlerOfTheLongAndTheShortNameAlike)
+{
+    EXPECT_EQ(tool({"mailvek", "--help"}).out, tool({"mailvek", "-h"}).out);
+    EXPECT_EQ(tool({"mailvek", "--help"}).status, 0);
+    EXPECT_EQ(tool({"mailvek", "--help"}).err, "");
+}
+
+TEST(DoMain, RunsTheThreeHelpCommandsWhateverStandsBehindThem)
+{
+    for (auto const* const command : {"--help", "-h", "--help-commands", "--help-legacy"}) {
+        auto const plain = tool({"mailvek", command});
+        auto const followed = tool({"mailvek", command, "--bogus", "\xff"});
+        EXPECT_EQ(plain.status, 0);
+        EXPECT_EQ(followed.status, 0);
+        EXPECT_NE(plain.out, "");
+        EXPECT_EQ(plain.out, followed.out);
+        EXPECT_EQ(plain.err, "");
+    }
+}
+
+TEST(DoMain, PointsTheAuthenticationDatabaseAtThePostfixPathBeforeTheHandler)
+{
+    auto const run = inChild([] {
+        CommandLine line({"mailvek", "--features"});
+        int const status = do_main(line.argc(), line.argv());
+        return status == 0 && std::string(mailAuthDB) == "/var/spool/postfix/orvek/passwd.db" ? 0
+                                                                                              : 1;
+    });
+    EXPECT_EQ(run.status, 0);
+}
+
+TEST(CommandMap, HasTheSameHandlerBehindALegacyShortForm)
+{
+    auto const map = commandMap();
+    EXPECT_EQ(map.at("-h"), map.at("--help"));
+    EXPECT_EQ(map.at("--help"), usageShortCmd);
+    EXPECT_EQ(map.at("--help-commands"), usageCommandsCmd);
+    EXPECT_EQ(map.at("--help-legacy"), usageLegacyCmd);
+    EXPECT_EQ(map.at("--features"), printFeatures);
+}

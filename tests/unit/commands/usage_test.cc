@@ -1,0 +1,83 @@
+#include "commands/usage.h"
+
+#include "support/child_run.h"
+
+#include <gtest/gtest.h>
+
+using namespace orvek::mail::postfix::mailvek_commands;
+
+namespace {
+
+char const short_usage[] =
+    "Usage: mailvek <COMMAND> <COMMAND OPTIONS...>\n"
+    "\t for a complete list of commands use ``mailvek --help-commands''\n"
+    "\t for help on syntax for a particular command use ``mailvek <COMMAND> --help''\n"
+    "\t for legacy complete help use ``mailvek --help-legacy''\n";
+
+bool holds(std::string const& text, std::string const& part)
+{
+    return text.find(part) != std::string::npos;
+}
+
+} // namespace
+
+TEST(Usage, ShortIsFourLinesOnTheGivenStreamAndTheGivenStatus)
+{
+    auto const run = inChild([]() -> int { usageShort(5, std::cerr); });
+    EXPECT_EQ(run.status, 5);
+    EXPECT_EQ(run.err, short_usage);
+    EXPECT_EQ(run.out, "");
+}
+
+TEST(Usage, CommandsShowsNamesInAColumnTwoWiderThanTheLongestAndNoArguments)
+{
+    auto const run = inChild([]() -> int { usageCommands(0, std::cout); });
+    EXPECT_EQ(run.status, 0);
+    EXPECT_EQ(
+        run.out.find("Mailvek commands:\n"
+                     "--add-mailname                    adds mailname to the mail domain. "
+                     "Optionally sets the mailbox quota\n"
+                     "--remove-mailname                 removes mailname to the mail domain\n"),
+        0U);
+    EXPECT_TRUE(holds(run.out, "\n-b, --disable-message-submission  disables"));
+    EXPECT_TRUE(holds(run.out, "\n-h, --help                        displays mailvek usage summary "
+                               "and exit\n"));
+    EXPECT_FALSE(holds(run.out, "--domain-name"));
+}
+
+TEST(Usage, LegacyShowsArgumentsAndDescriptionOfEachRow)
+{
+    auto const run = inChild([]() -> int { usageLegacy(0, std::cout); });
+    EXPECT_EQ(run.out.find("Usage: mailvek [OPTIONS]... \n"
+                           "  --add-mailname --domain-name=<domain_name> --mailname=<mail_name> "
+                           "[--disk-quota=<quota>]\n"
+                           "        adds mailname to the mail domain. Optionally sets the mailbox "
+                           "quota\n"),
+              0U);
+    EXPECT_TRUE(holds(run.out,
+                      "  --features \n"
+                      "        returns PHP code which reflects state of several features support "
+                      "in mailvek.\n"
+                      "        Currently they are auth-type and format\n"));
+    EXPECT_TRUE(holds(run.out,
+                      "  --set-accounts-format --account-format=(\"compound\" | \"both\")\n"
+                      "        sets the POP3/IMAP accounts format\n"));
+    EXPECT_TRUE(holds(run.out, "  -a, --enable-message-submission \n"
+                               "        enables message submission (obsoleted, use --start-service "
+                               "--mail-component=submission\n"));
+}
+
+TEST(WrongUsage, PrintsTheMessageAndTheShortUsageOnStandardErrorAlone)
+{
+    auto const run = inChild([]() -> int { wrongUsage("no command specified"); });
+    EXPECT_EQ(run.status, 1);
+    EXPECT_EQ(run.err, std::string("Error: no command specified\n") + short_usage);
+    EXPECT_EQ(run.out, "");
+}
+
+TEST(WrongUsage, PrintsTheShortUsageAloneForAnEmptyMessage)
+{
+    auto const run = inChild([]() -> int { wrongUsage(""); });
+    EXPECT_EQ(run.status, 1);
+    EXPECT_EQ(run.err, short_usage);
+}
