@@ -177,18 +177,62 @@ TEST(OptionsHelp, LosesToAnUnknownOptionAndToAMalformedValue)
     EXPECT_EQ(addDomain({"--add-domain", "--help", "--disk-quota=abc"}).status, 1);
 }
 
-TEST(OptionsParse, EndsInACleanErrorForWordsOfAnyBytesAndLengths)
+TEST(OptionsParse, RefusesOptionsOfAnyBytesAndLengthsByName)
 {
     for (std::string const& word :
-         {std::string("\xff\xfe"), std::string("--\xff"), std::string("--domain-name\n=x"),
-          "--" + std::string(100000, 'a'), std::string("-"), std::string("--="), std::string("-hx"),
-          std::string("--disk-quota=") + std::string(100000, '9')}) {
-        auto const run = addDomain({"--add-domain", "--domain-name=x", word});
-        EXPECT_EQ(run.signal, 0) << word.substr(0, 40);
-        EXPECT_LE(run.status, 1) << word.substr(0, 40);
+         {std::string("--\xff"), std::string("--\nbogus\n"), std::string("--%s%n"),
+          "--" + std::string(100000, 'a'), "--" + std::string(100000, '\xff')})
+        expectRefused(addDomain({"--add-domain", "--domain-name=x", word}),
+                      "unrecognised option '" + word + "'");
+    expectRefused(addDomain({"--add-domain", "--domain-name\n=x"}),
+                  "unrecognised option '--domain-name\n=x'");
+    expectRefused(addDomain({"--add-domain", "-D"}), "unrecognised option '-D'");
+    expectRefused(addDomain({"--add-domain", "--="}),
+                  "the argument for option should follow immediately after the equal sign");
+}
+
+TEST(OptionsParse, RefusesMalformedNumbersOfAnyBytesAndLengthsByName)
+{
+    for (std::string const& word : {std::string("1\n"), std::string("\xff"), std::string("%s%n"),
+                                    std::string("1 "), std::string(100000, '9')})
+        expectRefused(addDomain({"--add-domain", "--domain-name=x", "--disk-quota", word}),
+                      "the argument ('" + word + "') for option '--disk-quota' is invalid");
+}
+
+TEST(OptionsParse, RefusesAnEmptyNumber)
+{
+    expectRefused(addDomain({"--add-domain", "--domain-name=x", "--disk-quota", ""}),
+                  "the argument for option '--disk-quota' is invalid");
+}
+
+TEST(OptionsParse, NamesWordsThatHoldThePlaceholdersOfTheLibrarysTexts)
+{
+    for (std::string const word :
+         {"%value%", "%canonical_option%", "%original_token%", "%option%", "%prefix%", "%%value%%",
+          "100%", "%\1value%\1", "%value%%value%"}) {
+        expectRefused(addDomain({"--add-domain", "--domain-name=x", "--disk-quota=" + word}),
+                      "the argument ('" + word + "') for option '--disk-quota' is invalid");
+        expectRefused(addDomain({"--add-domain", "--" + word}),
+                      "unrecognised option '--" + word + "'");
     }
-    std::string const value = std::string(100000, '\xff') + "\n%n%s";
+}
+
+TEST(OptionsParse, IgnoresStrayWordsOfAnyBytesAndLengths)
+{
+    for (std::string const& word : {std::string(), std::string("-"), std::string("\xff\xfe"),
+                                    std::string("\n"), std::string(100000, 'a')}) {
+        auto const run = addDomain({"--add-domain", "--domain-name=x", word});
+        EXPECT_EQ(run.status, 0) << word.substr(0, 40);
+        EXPECT_EQ(run.out, "[x]quiet");
+        EXPECT_EQ(run.err, "");
+    }
+}
+
+TEST(OptionsParse, GivesAValueOfAnyBytesAndAnyLengthAsItStands)
+{
+    std::string const value = std::string(100000, '\xff') + "\n%n%s%value%";
     EXPECT_EQ(addDomain({"--add-domain", "--domain-name", value}).out, "[" + value + "]quiet");
+    EXPECT_EQ(addDomain({"--add-domain", "--domain-name=" + value}).out, "[" + value + "]quiet");
 }
 
 TEST(WhitelistOptions, AreAnAddressAndAMaskBothMandatory)
