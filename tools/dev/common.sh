@@ -1,3 +1,4 @@
+# shellcheck shell=bash
 # common - what the verbs of ./dev share; read by bash, from the root of the checkout
 
 say() { echo "dev: $*" >&2; }
