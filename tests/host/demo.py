@@ -5,6 +5,7 @@ Runs inside a host (./dev demo). Each step prints what is run, its status and wh
 it, and holds or does not; the last line says how many held. Exits 1 when one did not.
 """
 import pathlib
+import shlex
 import sys
 
 HOST = pathlib.Path(__file__).resolve().parent
@@ -40,7 +41,7 @@ class Demo:
         """Runs the tool with what it must answer; None stands for any text."""
         ended = mailhost.mailvek(*arguments)
         holds = (ended.status == status and out in (None, ended.out) and err in (None, ended.err))
-        shown = " ".join(("mailvek", *arguments))
+        shown = shlex.join(("mailvek", *arguments))
         self.step(f"{shown}   -> status {ended.status}", ended.out or ended.err, holds)
 
 

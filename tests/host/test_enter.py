@@ -18,7 +18,7 @@ def enter(*words, **more):
 
 
 def restore_signals():
-    for number in (signal.SIGPIPE, signal.SIGXFSZ):
+    for number in signal.valid_signals() - {signal.SIGKILL, signal.SIGSTOP}:
         signal.signal(number, signal.SIG_DFL)
 
 

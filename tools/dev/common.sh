@@ -57,5 +57,10 @@ build() { # PRESET [TARGET...]
     say "preset $preset built in $((SECONDS - started)) s"
 }
 
-# Whether this machine allows throw-away mail hosts; says why when it does not.
-hosts_work() { as_root tests/host/enter --bare true; }
+# Why this machine allows no throw-away mail hosts; nothing when it allows them. An image that
+# cannot be built is no refusal but an error.
+host_refusal() {
+    (as_root tests/host/enter --bare true) 2>&1 || return 0
+    as_root tests/host/image >/dev/null || return 1
+    (as_root tests/host/enter true) 2>&1 || return 0
+}
