@@ -5,7 +5,7 @@ import subprocess
 
 import pytest
 
-from mailhost import CHECKOUT, MAPS, TOOL, mailvek, nothing_changes, read, system_calls, text, tool_environment
+from mailhost import CHECKOUT, MAPS, TOOL, mailvek, nothing_changes, read, slept, system_calls, text, tool_environment
 
 SANITIZED_TOO = True
 
@@ -83,6 +83,13 @@ def test_a_command_behind_another_argument_is_not_found():
 def test_bad_usage_does_not_depend_on_the_environment():
     for environment in ({"LANG": "de_DE.UTF-8", "LC_ALL": "xx_XX"}, {"ORV_PASSWORD": "x" * 100000}, {"POSIXLY_CORRECT": "1"}):
         assert mailvek("foo", env=environment).err == "Error: invalid command foo\n" + SHORT_USAGE
+
+
+def test_the_preload_of_the_tests_changes_nothing():
+    ended = mailvek("foo", nosleep=True)
+    assert (ended.status, ended.out) == (1, "")
+    assert ended.err == "Error: invalid command foo\n" + SHORT_USAGE
+    assert slept() == []
 
 
 # ------------------------------------------------------------------------- help and report

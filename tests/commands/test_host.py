@@ -11,10 +11,10 @@ import time
 import pytest
 
 from mailhost import (
-    ACCOUNTS, HOST, MAILNAMES, MAPS, REAL, TOOL, Rule, accounts_locked, add_records, auth_domains,
+    ACCOUNTS, HOST, MAILNAMES, MAPS, NOSLEEP_JOURNAL, Rule, accounts_locked, add_records, auth_domains,
     auth_rows, auth_sql, calls, described, flock_held, full_disk, imap_letters, letters,
     login_works, make_mailbox, nothing_changes, panel_sql, pop3_letters, postconf, postmap, postmap_query, read,
-    read_only, reset, run, runs, send, service, set_postconf, spy, start, stop, system_log,
+    read_only, reset, run, runs, send, set_postconf, slept, spy, start, stop, system_log,
     text, tree, undo, wait_until, write,
 )
 
@@ -233,6 +233,7 @@ def test_reset_brings_every_file_back():
         assert tree(top) == tree(untouched)
         assert described(top) == described(untouched)
         assert run("diff", "-r", "--no-dereference", untouched, top, "-x", "mailvek").out == ""
+    assert postconf("message_size_limit") == "10240000"
     assert postmap("virtual") == {} and auth_domains() == {} and os.listdir(MAILNAMES) == []
     assert os.listdir("/tmp") == [] and os.listdir("/var/lock/files") == []
 
@@ -422,9 +423,9 @@ def test_a_stopped_database_refuses_the_client():
 def test_without_nosleep_time_passes_and_with_it_it_does_not():
     command = ["/usr/bin/perl", "-e", "print sleep(30), '|'; select(undef, undef, undef, 0); print $ENV{LD_PRELOAD} // 'none'"]
     started = time.monotonic()
-    ended = run(*command, env={"LD_PRELOAD": "/run/mailvek/bin/nosleep.so", "NOSLEEP_JOURNAL": "/tmp/asked"})
+    ended = run(*command, env={"LD_PRELOAD": "/run/mailvek/bin/nosleep.so", "NOSLEEP_JOURNAL": NOSLEEP_JOURNAL})
     assert time.monotonic() - started < 5
-    assert read("/tmp/asked") == "sleep 30\n"
+    assert slept() == [("sleep", 30.0)]
     assert ended.out.endswith("|none"), "the children of the preloaded program would not sleep either"
 
 
