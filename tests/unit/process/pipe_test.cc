@@ -238,6 +238,16 @@ TEST_F(PipeTest, TellsTheExitHandlerHowEachStageEnded)
     EXPECT_TRUE(own);
 }
 
+TEST_F(PipeTest, ReportsNoStatusOfAStageThatGoesOn)
+{
+    ProcessStatus of_second;
+    pipe.append(stage("exit", "4"));
+    pipe.append(stage("idle", "300"));
+    pipe.stages[0].exitHandler = [&](unsigned long, int) { of_second = pipe.statuses[1]; };
+    EXPECT_EQ(pipe.run(), 0);
+    EXPECT_EQ(of_second, ProcessStatus(0, -1));
+}
+
 TEST_F(PipeTest, RaisesAMissingProgram)
 {
     pipe.append(Parameters<PipeProcessFlags>("no-such-program"));
