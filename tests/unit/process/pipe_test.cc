@@ -1,5 +1,6 @@
 #include "process/pipe.h"
 
+#include "process/sig_blocker.h"
 #include "support/child_run.h"
 #include "support/pump_test.h"
 #include "support/temp_dir.h"
@@ -120,6 +121,16 @@ TEST_F(PipeTest, StartsItsStagesWithChildSignalsBlockedAndNothingElseChanged)
     EXPECT_THAT(out, HasSubstr("blocked: 17\n"));
     EXPECT_THAT(out, HasSubstr("sigpipe: default\n"));
     EXPECT_THAT(out, HasSubstr("session: inherited\n"));
+}
+
+TEST_F(PipeTest, SeesItsStagesEndWhereTheToolWasStartedWithChildSignalsBlocked)
+{
+    orvek::SigBlocker blocker;
+    blocker.block(SIGCHLD);
+    pipe.append(stage("exit", "3"));
+    pipe.append(stage("exit", "7"));
+    EXPECT_EQ(pipe.run(), 7 << 8);
+    EXPECT_EQ(blockedSignals().count(SIGCHLD), 1U);
 }
 
 TEST_F(PipeTest, LeavesAnIgnoredPipeSignalIgnoredForItselfAndItsStages)
