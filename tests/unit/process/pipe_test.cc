@@ -251,12 +251,12 @@ TEST_F(PipeTest, TellsTheExitHandlerHowEachStageEnded)
 
 TEST_F(PipeTest, ReportsNoStatusOfAStageThatGoesOn)
 {
-    ProcessStatus of_second;
-    pipe.append(stage("exit", "4"));
+    ProcessStatus of_first;
     pipe.append(stage("idle", "300"));
-    pipe.stages[0].exitHandler = [&](unsigned long, int) { of_second = pipe.statuses[1]; };
-    EXPECT_EQ(pipe.run(), 0);
-    EXPECT_EQ(of_second, ProcessStatus(0, -1));
+    pipe.append(stage("exit", "4"));
+    pipe.stages[1].exitHandler = [&](unsigned long, int) { of_first = pipe.statuses[0]; };
+    EXPECT_EQ(pipe.run(), 4 << 8);
+    EXPECT_EQ(of_first, ProcessStatus(0, -1));
 }
 
 TEST_F(PipeTest, RaisesAMissingProgram)
