@@ -4,7 +4,6 @@
 #include "lib/liblog.h"
 #include "lib/line_edit.h"
 #include "lib/op_locks.h"
-#include "lib/owned.h"
 
 #include <cerrno>
 #include <cstring>

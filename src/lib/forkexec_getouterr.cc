@@ -11,7 +11,6 @@
 #include <cerrno>
 #include <cstdarg>
 #include <cstdio>
-#include <cstdio>
 #include <cstring>
 #include <span>
 

@@ -61,7 +61,7 @@ char* strn_replace(char const* src, char* dst, char const* from, char const* to,
     if (!dst || n == 0)
         return dst;
     if (*from == '\0')
-        return strncpy(dst, src, n);
+        return dst == src ? dst : strncpy(dst, src, n);
     CString const work(static_cast<char*>(calloc(n, 1)));
     if (!work) {
         messlog2(0, 0, "strn_replace(): %s\n", strerror(errno));

@@ -1,7 +1,7 @@
 #include "process/child_start.h"
 
+#include "lib/close_descriptors.h"
 #include "process/child_report.h"
-#include "process/close_descriptors.h"
 #include "process/process_launch.h"
 #include "util/errors.h"
 #include "util/retry_on_signal.h"
@@ -90,7 +90,7 @@ void prepare(ProcessLaunch& launch, ChildStreams& streams, ChildProgram const& p
     if (program.cwd && retryOnSignal([&] { return chdir(program.cwd); }) == -1)
         throw SystemError("cwd chdir", errno);
     if (program.closeDescriptors)
-        closeAllDescriptors(report);
+        close_descriptors(report);
     if (program.newSession && retryOnSignal(setsid) == -1)
         throw SystemError("setsid", errno);
     if (!program.childSetup.empty())

@@ -78,6 +78,26 @@ private:
     bool caught = false;
 };
 
+// Whoever started the tool may have left SIGCHLD blocked, as a pipeline does in its own stages.
+// No end of a stage would be seen then: while this lives, the signal comes through.
+class ChildSignalOpener
+{
+public:
+    ChildSignalOpener()
+    {
+        sigset_t child_signal;
+        sigemptyset(&child_signal);
+        sigaddset(&child_signal, SIGCHLD);
+        sigprocmask(SIG_UNBLOCK, &child_signal, &old);
+    }
+    ~ChildSignalOpener() { sigprocmask(SIG_SETMASK, &old, nullptr); }
+    ChildSignalOpener(ChildSignalOpener const&) = delete;
+    ChildSignalOpener& operator=(ChildSignalOpener const&) = delete;
+
+private:
+    sigset_t old = {};
+};
+
 // Raises the stage's error if it could not be started, and notes it otherwise.
 void enterStage(ProcessLaunch& launch, ProcessSetCatcher& catcher,
                 std::vector<ProcessStatus>& statuses)
@@ -111,6 +131,7 @@ int Pipe::run()
     ProcessSetCatcher catcher;
     LaunchArray const launches(stages.size());
     launchAll(stages, chosen(stdinMode), chosen(stdoutMode), catcher, launches.get(), statuses);
+    ChildSignalOpener const opener;
     PipePump(*this, catcher, launches.get()).run();
     return statuses.back().second;
 }

@@ -3,7 +3,8 @@
 // The caller may feed the first stage's standard input and collect the last stage's standard
 // output and standard error through callbacks. All traffic runs in one loop of the calling
 // thread, so no stage can block against the tool however much it reads or writes. Feeding stops
-// when the first stage ends or closes its input; the rest of the input is dropped.
+// when the first stage ends or closes its input; the rest of the input is dropped. SIGCHLD comes
+// through for the length of the traffic, also where the tool was started with it blocked.
 //
 // run() returns the raw wait status of the last stage; how the earlier ones ended is seen by
 // exitHandler alone. There is no time limit. One Pipe runs once: to run another command assign a

@@ -5,7 +5,8 @@
 // mkstemp, 0600; whoever needs another one changes it.
 //
 // While autoclean is set the destructor removes the file. To keep it: clear autoclean, destroy
-// the object, which writes out what is left, and only then rename.
+// the object, which writes out what is left, and only then rename. What cannot be written by
+// then is lost without a word, so flush before autoclean is cleared.
 //
 // Failures: the constructor raises a system error and leaves nothing behind; writing fails as
 // the stream's exception mask says; a failed removal is one line on standard error.

@@ -20,6 +20,7 @@
 
 #include <dirent.h>
 #include <fcntl.h>
+#include <sys/resource.h>
 #include <sys/stat.h>
 #include <sys/types.h>
 
@@ -114,6 +115,7 @@ int __real_fchdir(int fd);
 int __real_unlink(char const* path);
 int __real_rmdir(char const* path);
 int __real_rename(char const* from, char const* to);
+int __real_getrlimit(__rlimit_resource_t resource, rlimit* limit);
 
 [[gnu::used]] inline int __wrap_close(int fd)
 {
@@ -239,6 +241,12 @@ int __real_rename(char const* from, char const* to);
 {
     return call_faults_detail::fails("rename") ? call_faults_detail::result<int>()
                                                : __real_rename(from, to);
+}
+
+[[gnu::used]] inline int __wrap_getrlimit(__rlimit_resource_t resource, rlimit* limit)
+{
+    return call_faults_detail::fails("getrlimit") ? call_faults_detail::result<int>()
+                                                  : __real_getrlimit(resource, limit);
 }
 
 [[gnu::used]] inline int __wrap_open(char const* path, int flags, ...)

@@ -15,7 +15,6 @@
 #include <cstring>
 
 #include <poll.h>
-#include <sys/resource.h>
 #include <unistd.h>
 
 namespace call_faults_detail {
@@ -55,7 +54,6 @@ extern "C" {
 int __real_close(int fd);
 int __real_fcntl(int fd, int command, ...);
 pid_t __real_fork();
-int __real_getrlimit(__rlimit_resource_t resource, rlimit* limit);
 int __real_poll(pollfd* entries, nfds_t count, int timeout);
 ssize_t __real_read(int fd, void* block, size_t size);
 pid_t __real_setsid();
@@ -85,11 +83,6 @@ int __real_sigprocmask(int how, sigset_t const* mask, sigset_t* old);
 [[gnu::used]] inline pid_t __wrap_fork()
 {
     return call_faults_detail::fails("fork") ? -1 : __real_fork();
-}
-
-[[gnu::used]] inline int __wrap_getrlimit(__rlimit_resource_t resource, rlimit* limit)
-{
-    return call_faults_detail::fails("getrlimit") ? -1 : __real_getrlimit(resource, limit);
 }
 
 [[gnu::used]] inline int __wrap_poll(pollfd* entries, nfds_t count, int timeout)

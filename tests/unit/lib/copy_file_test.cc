@@ -44,6 +44,10 @@ protected:
     std::string both() const { return src + " to " + dst; }
 };
 
+class CopyFileAtomicOnHost : public HostTest, protected Files
+{
+};
+
 class CopyFileAtomic : public ::testing::Test, protected Files
 {
 protected:
@@ -68,6 +72,15 @@ protected:
         EXPECT_EQ(
             run.err,
             withErrno("copy_file_atomic(" + src + " -> " + dst + "): " + word + " failed", error));
+    }
+
+    // The path of what lies beside source and target.
+    std::string temporary() const
+    {
+        for (auto const& entry : std::filesystem::directory_iterator(dir.path()))
+            if (entry.path() != src && entry.path() != dst)
+                return entry.path();
+        return "";
     }
 
     void expectFailureOf(char const* call, char const* word)
@@ -334,4 +347,44 @@ TEST_F(CopyFileAtomic, EndsTheProcessWhenTheTargetCannotBeReplaced)
     writeFile(src, content);
     std::filesystem::create_directory(dst);
     expectFailure("rename", EISDIR);
+}
+
+TEST_F(CopyFileAtomic, WritesBesideTheTarget)
+{
+    writeFile(src, content);
+    std::string name;
+    BeforeCall const look("rename", 1, [&] { name = temporary(); });
+    copy();
+    EXPECT_EQ(name.substr(0, dst.size() + 1), dst + ".");
+    EXPECT_EQ(name.size(), dst.size() + 7);
+}
+
+TEST_F(CopyFileAtomic, NamesTheReasonWhateverBecomesOfTheTemporaryFile)
+{
+    writeFile(src, content);
+    writeFile(dst, "old");
+    auto const run = inChild([&] {
+        // A directory can neither take the target's place nor be unlinked.
+        BeforeCall const swap("rename", 1, [&] {
+            std::string const name = temporary();
+            std::filesystem::remove(name);
+            std::filesystem::create_directory(name);
+        });
+        copy();
+        return 7;
+    });
+    EXPECT_EQ(run.status, 1);
+    EXPECT_EQ(run.err,
+              withErrno("copy_file_atomic(" + src + " -> " + dst + "): rename failed", ENOTDIR));
+}
+
+TEST_F(CopyFileAtomicOnHost, SetsTheOwnerAndThenTheMode)
+{
+    writeFile(src, content);
+    copy_file_atomic(src.c_str(), dst.c_str(), 4711, 4712, 06755);
+    struct stat info = {};
+    ASSERT_EQ(stat(dst.c_str(), &info), 0);
+    EXPECT_EQ(info.st_uid, 4711U);
+    EXPECT_EQ(info.st_gid, 4712U);
+    EXPECT_EQ(modeOf(dst), 06755U);
 }

@@ -205,6 +205,13 @@ TEST_F(LibdirOnHost, GivesEachNewDirectoryToItsOwner)
     expectOwner(dir / "a", 4713, 4714);
 }
 
+TEST_F(LibdirOnHost, MakesADirectoryInTheRootDirectory)
+{
+    std::string const path = "/mailvek-test-of-libdir";
+    EXPECT_EQ(make_dir_p(path.c_str(), getuid(), getgid(), 0755), 0);
+    EXPECT_TRUE(fs::remove(path));
+}
+
 TEST_F(Libdir, MakesEachMissingComponentWithMode0755)
 {
     fs::create_directory(dir / "a");

@@ -145,6 +145,17 @@ TEST_F(RenameDir, RefusesATargetThatExists)
     EXPECT_TRUE(std::filesystem::exists(from));
 }
 
+TEST_F(RenameDir, TakesALinkThatLeadsNowhereForOneThatExists)
+{
+    std::filesystem::create_symlink(dir / "none", from);
+    EXPECT_EQ(rename(), 0);
+    EXPECT_TRUE(std::filesystem::is_symlink(to));
+    std::filesystem::create_directory(from);
+    auto const run = inChild([&] { return rename() == -1 ? 0 : 1; });
+    EXPECT_EQ(run.status, 0);
+    EXPECT_EQ(run.err, "Directory rename error: target directory " + to + " already exists.\n");
+}
+
 TEST_F(RenameDir, ReportsAFailedRename)
 {
     std::filesystem::create_directory(from);
@@ -172,6 +183,8 @@ TEST_F(Libfile, AcceptsThatAFileForPermissionsIsMissing)
     });
     EXPECT_EQ(run.status, 0);
     EXPECT_EQ(run.err, "");
+    std::filesystem::create_symlink(dir / "none", path);
+    EXPECT_EQ(file_set_perms(path.c_str(), getuid(), getgid(), 0600), 0);
 }
 
 TEST_F(Libfile, ReportsAnOwnerOrAModeThatCannotBeSet)
@@ -194,9 +207,9 @@ TEST_F(Libfile, SetsTheModeOfAUsersFile)
     passwd const* const self = getpwuid(getuid());
     ASSERT_NE(self, nullptr);
     writeFile(path, "");
-    errno = 0;
+    errno = EXDEV;
     EXPECT_EQ(file_set_user_mode(path.c_str(), self->pw_name, 0600), 0);
-    EXPECT_EQ(errno, 0);
+    EXPECT_EQ(errno, EXDEV);
     EXPECT_EQ(modeOf(path), 0600U);
     expectOwner(path, self->pw_uid, self->pw_gid);
 }

@@ -10,6 +10,7 @@
 
 #include <csignal>
 #include <filesystem>
+#include <functional>
 #include <vector>
 
 #include <sys/resource.h>
@@ -56,6 +57,25 @@ void limitFiles(rlim_t size)
     signal(SIGXFSZ, SIG_IGN);
     rlimit const limit{size, size};
     setrlimit(RLIMIT_FSIZE, &limit);
+}
+
+// What code, which fails with 1, prints on standard error where no file grows beyond 100 bytes.
+// Of its output only the pipe takes something: the limit holds for all files.
+std::string errorsUnderLimit(std::function<int()> const& code)
+{
+    int ends[2];
+    EXPECT_EQ(pipe(ends), 0);
+    auto const run = inChild([&] {
+        dup2(ends[1], STDERR_FILENO);
+        limitFiles(100);
+        return code();
+    });
+    close(ends[1]);
+    char text[8192] = {};
+    EXPECT_GT(read(ends[0], text, sizeof text - 1), 0);
+    close(ends[0]);
+    EXPECT_EQ(run.status, 1);
+    return text;
 }
 
 } // namespace
@@ -198,6 +218,16 @@ TEST_F(LineEdit, WritesBesideAFileWithNoWiderMode)
     EXPECT_EQ(modeOf(path), 0600U);
 }
 
+TEST_F(LineEdit, OverwritesATemporaryFileThatAFailureLeftBehind)
+{
+    for (file_action_t const cmd : {FILE_ADD, FILE_REMOVE}) {
+        writeFile(path, "b\n");
+        writeFile(temporary, "left behind, and longer than what is written\n");
+        EXPECT_EQ(edit({"a"}, cmd, FILE_BEGIN), 0);
+        EXPECT_EQ(readFile(path), cmd == FILE_ADD ? "a\nb\n" : "b\n");
+    }
+}
+
 TEST_F(LineEdit, DoesNotFollowALinkInThePlaceOfTheTemporaryFile)
 {
     writeFile(path, "a\n");
@@ -286,21 +316,17 @@ TEST_F(LineEdit, EndsTheProcessWhenALineCannotBeWritten)
 TEST_F(LineEdit, NamesTheFileWhoseLineCannotBeWritten)
 {
     writeFile(path, std::string(10000, 'a'));
-    int ends[2];
-    ASSERT_EQ(pipe(ends), 0);
-    // Of the child's output only the pipe takes something: the limit holds for all files.
-    auto const run = inChild([&] {
-        dup2(ends[1], STDERR_FILENO);
-        limitFiles(100);
-        edit({"b"}, FILE_REMOVE, FILE_BEGIN);
-        return 7;
-    });
-    close(ends[1]);
-    char text[8192] = {};
-    EXPECT_GT(read(ends[0], text, sizeof text - 1), 0);
-    close(ends[0]);
-    EXPECT_EQ(run.status, 1);
-    EXPECT_EQ(text, withErrno("cannot write a line to " + path + ".tmp", EFBIG));
+    EXPECT_EQ(errorsUnderLimit([&] { return edit({"b"}, FILE_REMOVE, FILE_BEGIN); }),
+              withErrno("cannot write a line to " + path + ".tmp", EFBIG));
+}
+
+TEST_F(LineEdit, ReportsAStringThatCannotBeWrittenBesideTheFile)
+{
+    std::string const large(10000, 'a');
+    writeFile(path, "b\n");
+    EXPECT_EQ(errorsUnderLimit([&] { return edit({large.c_str()}, FILE_ADD, FILE_BEGIN); }),
+              withErrno("Unable to fputs to file " + temporary + ": File too large\n", EFBIG));
+    EXPECT_EQ(readFile(path), "b\n");
 }
 
 TEST_F(LineEdit, ReportsAFailedRename)

@@ -78,18 +78,20 @@ TEST_F(OpLocks, TakeTheFlagsOfTheirCaller)
 
 TEST_F(OpLocks, GiveZeroAtOnceWhenAnotherProcessHoldsTheLock)
 {
-    lock_struct_t* const held = mk_lock(path.c_str(), plain);
-    auto const before = openDescriptors();
-    auto const run = inChild([&] {
-        lock_struct_t* const lock = mk_nonblock_lock(path.c_str(), plain);
-        bool const refused =
-            lock && lock->fd == 0 && errno == EAGAIN && !is_locked(lock) && is_already_locked(lock);
-        return refused && free_lock(lock) == 0 ? 0 : 1;
-    });
-    EXPECT_EQ(run.status, 0);
-    EXPECT_EQ(run.err, "");
-    EXPECT_EQ(openDescriptors(), before);
-    EXPECT_EQ(rm_lock(held), 0);
+    for (auto* const make : {mk_lock, mk_nonblock_lock}) {
+        lock_struct_t* const held = make(path.c_str(), plain);
+        auto const before = openDescriptors();
+        auto const run = inChild([&] {
+            lock_struct_t* const lock = mk_nonblock_lock(path.c_str(), plain);
+            bool const refused = lock && lock->fd == 0 && errno == EAGAIN && !is_locked(lock) &&
+                                 is_already_locked(lock);
+            return refused && free_lock(lock) == 0 ? 0 : 1;
+        });
+        EXPECT_EQ(run.status, 0);
+        EXPECT_EQ(run.err, "");
+        EXPECT_EQ(openDescriptors(), before);
+        EXPECT_EQ(rm_lock(held), 0);
+    }
 }
 
 TEST_F(OpLocks, WaitForAnotherProcessToReleaseTheLock)

@@ -58,6 +58,8 @@ TEST(StrnReplace, MayWorkInPlace)
     char text[16] = "a-b";
     EXPECT_EQ(strn_replace(text, text, "-", "+++", sizeof text), text);
     EXPECT_STREQ(text, "a+++b");
+    EXPECT_EQ(strn_replace(text, text, "", "x", sizeof text), text);
+    EXPECT_STREQ(text, "a+++b");
 }
 
 TEST(StrnReplace, GivesNullForANullTarget)

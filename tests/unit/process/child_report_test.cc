@@ -4,10 +4,12 @@
 #include "support/launch_test.h"
 #include "util/errors.h"
 
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <stdexcept>
 #include <string>
+#include <vector>
 
 using namespace std::string_literals;
 using namespace orvek::process;
@@ -55,6 +57,22 @@ TEST_F(ChildReportTest, HasTheErrorNumberInDecimal)
 {
     EXPECT_EQ(writtenBy([](int fd) { writeErrorCode(fd, 13); }), "EC: 13\0"s);
     EXPECT_EQ(writtenBy([](int fd) { writeErrorCode(fd, -1); }), "EC: -1\0"s);
+}
+
+TEST_F(ChildReportTest, IsWrittenWithACallForEachTagAndEachText)
+{
+    int ends[2];
+    ASSERT_EQ(pipe2(ends, O_DIRECT), 0); // each read gives what one write has written
+    writeException(ends[1], "std::exception", "");
+    writeErrorCode(ends[1], 5);
+    close(ends[1]);
+    char block[100];
+    std::vector<std::string> calls;
+    for (ssize_t got = 0; (got = read(ends[0], block, sizeof block)) > 0;)
+        calls.emplace_back(block, size_t(got));
+    close(ends[0]);
+    EXPECT_THAT(calls,
+                ::testing::ElementsAre("ET: ", "std::exception\0"s, "EM: ", "\0"s, "EC: 5\0"s));
 }
 
 TEST_F(ChildReportTest, IsNotWrittenToANegativeDescriptor)

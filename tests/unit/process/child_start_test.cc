@@ -144,6 +144,22 @@ TEST_F(ChildStreamsTest, AreReadFromAndWrittenToDevNull)
     EXPECT_EQ(child.waitExit(), 0);
 }
 
+TEST_F(ChildStreamsTest, OpenDevNullForTheirOwnDirectionOnly)
+{
+    char const* const argv[] = {CHILD_MAIN, "exit", "0", nullptr};
+    ProcessLaunch child(
+        argv, CHILD_MAIN, nullptr, nullptr, false, false, false,
+        [] {
+            std::string modes;
+            for (int fd = 0; fd < 3; ++fd)
+                modes += std::to_string(fcntl(fd, F_GETFL) & O_ACCMODE);
+            throw std::runtime_error(modes);
+        },
+        DevNull, DevNull, DevNull);
+    EXPECT_EQ(textOf<std::runtime_error>([&] { child.waitExec(); }),
+              std::to_string(O_RDONLY) + std::to_string(O_WRONLY) + std::to_string(O_WRONLY));
+}
+
 TEST_F(ChildStreamsTest, MayBeDescriptorsThatStayTheCallers)
 {
     writeFile(dir / "in", "from a file");

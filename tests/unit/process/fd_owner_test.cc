@@ -1,8 +1,8 @@
 #include "process/fd_owner.h"
 
-#include "support/process_call_faults.h"
 #include "support/child_run.h"
 #include "support/launch_test.h"
+#include "support/process_call_faults.h"
 #include "util/errors.h"
 
 #include <gtest/gtest.h>

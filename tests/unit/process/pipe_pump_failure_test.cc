@@ -24,9 +24,13 @@ class PipePumpFailureTest : public PumpTest
 TEST_F(PipePumpFailureTest, RefusesASourceThatPromisesMoreAndGivesNothing)
 {
     feed(2, 0);
+    auto const source = pipe.stdinSource;
+    pipe.stdinSource = [=](Chunk& chunk) {
+        errno = ENOSPC;
+        return source(chunk);
+    };
     pipe.append(stage("count"));
-    errno = ENOSPC;
-    EXPECT_THROW(pipe.run(), SystemError);
+    EXPECT_EQ(textOf<SystemError>([&] { pipe.run(); }), "write: No space left on device");
     waitForAllChildren();
 }
 

@@ -1,5 +1,6 @@
 #include "process/pipe.h"
 
+#include "process/sig_blocker.h"
 #include "support/child_run.h"
 #include "support/pump_test.h"
 #include "support/temp_dir.h"
@@ -122,6 +123,16 @@ TEST_F(PipeTest, StartsItsStagesWithChildSignalsBlockedAndNothingElseChanged)
     EXPECT_THAT(out, HasSubstr("session: inherited\n"));
 }
 
+TEST_F(PipeTest, SeesItsStagesEndWhereTheToolWasStartedWithChildSignalsBlocked)
+{
+    orvek::SigBlocker blocker;
+    blocker.block(SIGCHLD);
+    pipe.append(stage("exit", "3"));
+    pipe.append(stage("exit", "7"));
+    EXPECT_EQ(pipe.run(), 7 << 8);
+    EXPECT_EQ(blockedSignals().count(SIGCHLD), 1U);
+}
+
 TEST_F(PipeTest, LeavesAnIgnoredPipeSignalIgnoredForItselfAndItsStages)
 {
     signal(SIGPIPE, SIG_IGN);
@@ -236,6 +247,16 @@ TEST_F(PipeTest, TellsTheExitHandlerHowEachStageEnded)
     EXPECT_EQ(pipe.run(), 0);
     EXPECT_THAT(ends, ::testing::UnorderedElementsAre(std::pair(0UL, 4 << 8), std::pair(1UL, 15)));
     EXPECT_TRUE(own);
+}
+
+TEST_F(PipeTest, ReportsNoStatusOfAStageThatGoesOn)
+{
+    ProcessStatus of_first;
+    pipe.append(stage("idle", "300"));
+    pipe.append(stage("exit", "4"));
+    pipe.stages[1].exitHandler = [&](unsigned long, int) { of_first = pipe.statuses[0]; };
+    EXPECT_EQ(pipe.run(), 4 << 8);
+    EXPECT_EQ(of_first, ProcessStatus(0, -1));
 }
 
 TEST_F(PipeTest, RaisesAMissingProgram)

@@ -1,8 +1,8 @@
 #include "process/process_launch.h"
 
-#include "support/process_call_faults.h"
 #include "support/child_run.h"
 #include "support/launch_test.h"
+#include "support/process_call_faults.h"
 #include "support/temp_dir.h"
 #include "util/errors.h"
 #include "util/uerr.h"
@@ -341,6 +341,50 @@ TEST_F(ProcessLaunchTest, RaisesAnEndOfAChildsPipeThatCannotBeClosed)
         EXPECT_EQ(textOf<SystemError>([&] { launch.start(); }), "close: Input/output error");
         waitForAllChildren();
     }
+}
+
+// What is left open is the read end of the report pipe and the tool's ends of three captures.
+// A close that fails makes the ones after it quiet, so that the first of two failures is told.
+TEST_F(ProcessLaunchTest, ClosesItsPipesFromTheReportToTheStandardInputWhenItEnds)
+{
+    auto const failureOfClose = [](int call, FdOwner ProcessLaunch::*closed_before) {
+        return textOf<SystemError>([=] {
+            Launch launch({"exit", "0"});
+            launch.in = launch.out = launch.err = Capture;
+            ProcessLaunch const child = launch.start();
+            if (closed_before)
+                close((child.*closed_before).fd);
+            CallFailure::set("close", call, EIO);
+        });
+    };
+    EXPECT_EQ(failureOfClose(1, &ProcessLaunch::stderrPipe),
+              "pipe read-end close: Input/output error");
+    EXPECT_EQ(failureOfClose(2, &ProcessLaunch::stdoutPipe), "close: Input/output error");
+    EXPECT_EQ(failureOfClose(3, &ProcessLaunch::stdinPipe), "close: Input/output error");
+    EXPECT_EQ(failureOfClose(4, nullptr), "close: Input/output error");
+    waitForAllChildren();
+}
+
+TEST_F(ProcessLaunchTest, ClosesItsPipesQuietlyWhileAnExceptionIsInFlight)
+{
+    int after = 0;
+    EXPECT_EQ(textOf<std::runtime_error>([&] {
+                  struct Observer
+                  {
+                      int& seen;
+                      ~Observer() { seen = errno; }
+                  } const observer{after};
+                  Launch launch({"exit", "0"});
+                  launch.in = launch.out = launch.err = Capture;
+                  ProcessLaunch const child = launch.start();
+                  for (int const fd : {child.controlPipe.readEnd.fd, child.stdoutPipe.fd})
+                      close(fd);
+                  errno = ENOSPC;
+                  throw std::runtime_error("in flight");
+              }),
+              "in flight");
+    EXPECT_EQ(after, ENOSPC);
+    waitForAllChildren();
 }
 
 TEST_F(ProcessLaunchTest, SurvivesAStormOfSignals)

@@ -1,9 +1,9 @@
 #include "process/process_set_catcher.h"
 
 #include "process/sig_blocker.h"
-#include "support/process_call_faults.h"
 #include "support/child_run.h"
 #include "support/launch_test.h"
+#include "support/process_call_faults.h"
 #include "util/errors.h"
 
 #include <gtest/gtest.h>
@@ -228,6 +228,7 @@ TEST_F(ProcessSetCatcherTest, IsNotRemovedWithoutForceWhileChildrenAreRunning)
               "there're some child processes still running");
     EXPECT_EQ(__global_handler, &catcher);
     EXPECT_EQ(catcher.processes.size(), 1U);
+    EXPECT_EQ(openDescriptors(), descriptors) << "the self-pipe is closed first";
     catcher.remove(true);
     EXPECT_EQ(__global_handler, nullptr);
     sendTo(child, SIGKILL);

@@ -1,7 +1,7 @@
 #include "process/sig_blocker.h"
 
-#include "support/process_call_faults.h"
 #include "support/launch_test.h"
+#include "support/process_call_faults.h"
 #include "util/errors.h"
 
 #include <gtest/gtest.h>

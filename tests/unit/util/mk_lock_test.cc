@@ -3,6 +3,7 @@
 #include "support/child_run.h"
 #include "support/fd_census.h"
 #include "support/host_test.h"
+#include "support/report.h"
 #include "support/temp_dir.h"
 #include "util/errors.h"
 
@@ -124,6 +125,26 @@ TEST(MKLock, RaisesASystemErrorWhenTheLockCannotBeMade)
     EXPECT_NE(run.err.find("Unable to open file \"" + (dir / "missing/lock") + "\": No such file"),
               std::string::npos);
     EXPECT_EQ(openDescriptors(), before);
+}
+
+TEST(MKLock, OnlyReportsALockFileThatCannotBeClosed)
+{
+    TempDir const dir;
+    std::string const path = dir / "lock";
+    auto const run = inChild([&] {
+        auto const before = openDescriptors();
+        {
+            MKLock const lock(path, MKLock::plain_name);
+            for (int const fd : openDescriptors())
+                if (before.count(fd) == 0)
+                    close(fd);
+        }
+        return 7;
+    });
+    EXPECT_EQ(run.status, 7);
+    EXPECT_EQ(run.err, withErrno("An error occured during closing '" + path +
+                                     "' file: Bad file descriptor\n",
+                                 EBADF));
 }
 
 TEST_F(MKLockOnHost, LocksAFileNamedAfterTheMd5OfThePathByDefault)
