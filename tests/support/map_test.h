@@ -67,10 +67,12 @@ protected:
     }
 
     // The content of the map, sorted, as the true postmap prints it.
-    std::string content() const
+    std::string content() const { return contentOf(map); }
+
+    std::string contentOf(std::string const& name) const
     {
         std::string text;
-        FILE* const dump = popen((real + " -s " + map + " | LC_ALL=C sort").c_str(), "r");
+        FILE* const dump = popen((real + " -s " + name + " | LC_ALL=C sort").c_str(), "r");
         for (int c = getc(dump); c != EOF; c = getc(dump))
             text += static_cast<char>(c);
         pclose(dump);
