@@ -10,7 +10,6 @@
 #include "util/mk_lock.h"
 
 #include <exception>
-#include <optional>
 #include <ostream>
 
 #include <sys/wait.h>
@@ -170,20 +169,10 @@ void DatabaseHelper::rewriteFiltered(std::string const& map, RecordFilter const&
 {
     MKLock const lock(mapPath(map));
     TextFile out(mapPath(map));
-    std::string const indexed = indexedFileOf(map);
-    std::optional<IndexedFileCopy> copy;
-    for (int dumps = 1;; ++dumps) {
-        FileIdentity const before = currentIdentity(indexed);
-        dump(map, filter, out);
-        out.close();
-        copy.emplace(indexed);
-        // Whatever was written to the map since the dump began would be lost in the rebuild.
-        if (currentIdentity(indexed) == before || dumps == max_dumps)
-            break;
-        copy.reset();
-        out.open(out.path());
-    }
-    rebuild({map}, *copy);
+    dump(map, filter, out);
+    out.close();
+    IndexedFileCopy copy(indexedFileOf(map));
+    rebuild({map}, copy);
 }
 
 } // namespace orvek::mail::postfix

@@ -9,8 +9,8 @@
 // that may rewrite the line and says whether it stays; it holds one line in memory.
 //
 // A rewrite that fails leaves the map as it was, see indexed_file.h. Incremental changes take no
-// lock of the tool's: when one arrives while filterRecords is reading the map, the map is
-// filtered again from the start, up to max_dumps times.
+// lock of the tool's and rely on postmap's: one that arrives while filterRecords is at work may
+// be lost in the rebuild.
 //
 // Failures: PostfixConfigurationError with postmap's diagnostics, or "unknown error" without
 // any, from adding, replacing and filtering; PostfixDatabaseError with the diagnostics, if any,
@@ -34,8 +34,6 @@ using RecordFilter = boost::function<bool(std::string&)>;
 class DatabaseHelper
 {
 public:
-    static constexpr int max_dumps = 16;
-
     static void addRecord(std::string const& map, std::string const& key, std::string const& value);
 
     // Of pairs of key and value; the iterators are forward iterators.

@@ -11,7 +11,6 @@
 #include <iostream>
 
 #include <fcntl.h>
-#include <sys/file.h>
 #include <sys/sendfile.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -108,17 +107,6 @@ std::string indexedFileOf(std::string const& map)
     size_t const colon = map.find(':');
     std::string const type = colon == std::string::npos ? "hash" : map.substr(0, colon);
     return type == "hash" || type == "btree" ? mapPath(map) + ".db" : std::string();
-}
-
-FileIdentity currentIdentity(std::string const& path)
-{
-    OpenDescriptor const file(openIndexed(path));
-    if (file.get() < 0)
-        return {};
-    // postmap holds the exclusive lock for as long as it writes.
-    if (retryOnSignal([&] { return flock(file.get(), LOCK_SH); }) != 0)
-        raise(path);
-    return identityOf(statOf(file.get(), path));
 }
 
 IndexedFileCopy::IndexedFileCopy(std::string const& path_)

@@ -4,9 +4,6 @@
 // that a rebuild which fails half way leaves a broken map. Other types make a new file, and
 // there is nothing to guard.
 //
-// currentIdentity waits until no program is changing the map and tells which file it is, how
-// long, and when it was last changed: two equal ones mean that nothing was written in between.
-//
 // IndexedFileCopy makes a synced copy beside the file, with its owner and mode. At its end the
 // copy replaces the file, unless the file is as it was; after dismiss() the file stays and the
 // copy goes. When the tool itself is killed meanwhile the copy stays on the disk, under the
@@ -27,7 +24,7 @@ namespace orvek::mail::postfix {
 // The file that postmap rebuilds in place; empty for a map of another type.
 std::string indexedFileOf(std::string const& map);
 
-// All zero for a file that does not exist, or an empty path.
+// Which file it is, how long, and when it was last changed.
 struct FileIdentity
 {
     dev_t device = 0;
@@ -39,8 +36,6 @@ struct FileIdentity
     bool operator==(FileIdentity const&) const = default;
 };
 
-FileIdentity currentIdentity(std::string const& path);
-
 class IndexedFileCopy
 {
 public:
@@ -51,9 +46,6 @@ public:
     IndexedFileCopy& operator=(IndexedFileCopy const&) = delete;
 
     void dismiss();
-
-    // Of the file when it was copied.
-    FileIdentity const& identity() const { return original; }
 
 private:
     bool isUnchanged() const;

@@ -11,10 +11,8 @@
 #include <filesystem>
 #include <set>
 #include <string>
-#include <thread>
 
 #include <fcntl.h>
-#include <sys/file.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -84,11 +82,14 @@ TEST_F(IndexedFile, IsPutBackWhenItIsGone)
 
 TEST_F(IndexedFile, StaysWhenItHasNotChanged)
 {
-    FileIdentity const before = currentIdentity(path);
+    struct stat before = {};
+    struct stat after = {};
+    ASSERT_EQ(stat(path.c_str(), &before), 0);
     {
         IndexedFileCopy const copy(path);
     }
-    EXPECT_EQ(currentIdentity(path), before);
+    ASSERT_EQ(stat(path.c_str(), &after), 0);
+    EXPECT_EQ(after.st_ino, before.st_ino);
     EXPECT_FALSE(exists(saved));
 }
 
@@ -106,8 +107,9 @@ TEST_F(IndexedFile, StaysWithTheCopyWhenItCannotBePutBack)
 TEST_F(IndexedFile, MayBeMissing)
 {
     unlink(path.c_str());
-    EXPECT_EQ(currentIdentity(path), FileIdentity());
-    EXPECT_EQ(currentIdentity(""), FileIdentity());
+    {
+        IndexedFileCopy const nothing("");
+    }
     {
         IndexedFileCopy copy(path);
         EXPECT_FALSE(exists(saved));
@@ -118,7 +120,6 @@ TEST_F(IndexedFile, MayBeMissing)
 
 TEST_F(IndexedFile, RaisesWhatKeepsItFromBeingRead)
 {
-    EXPECT_THROW(currentIdentity(path + "/below"), orvek::SystemError);
     EXPECT_THROW(IndexedFileCopy(path + "/below"), orvek::SystemError);
 }
 
@@ -127,30 +128,4 @@ TEST_F(IndexedFile, RaisesWhatKeepsItFromBeingCopied)
     mkdir(saved.c_str(), 0700);
     EXPECT_THROW(IndexedFileCopy copy(path), orvek::SystemError);
     EXPECT_EQ(readFile(path), "content");
-}
-
-TEST_F(IndexedFile, HasAnotherIdentityAfterEachChange)
-{
-    FileIdentity const before = currentIdentity(path);
-    EXPECT_EQ(currentIdentity(path), before);
-    writeFile(path, "longer content");
-    FileIdentity const longer = currentIdentity(path);
-    EXPECT_NE(longer, before);
-    timespec const times[2] = {{1, 1}, {1, 1}};
-    utimensat(AT_FDCWD, path.c_str(), times, 0);
-    EXPECT_NE(currentIdentity(path), longer);
-}
-
-TEST_F(IndexedFile, IsLookedAtOnceNobodyIsWritingToIt)
-{
-    int const writer = open(path.c_str(), O_RDWR | O_APPEND);
-    flock(writer, LOCK_EX);
-    std::thread ending([&] {
-        usleep(100'000);
-        EXPECT_EQ(write(writer, "+", 1), 1);
-        flock(writer, LOCK_UN);
-    });
-    EXPECT_EQ(currentIdentity(path).size, 8);
-    ending.join();
-    close(writer);
 }

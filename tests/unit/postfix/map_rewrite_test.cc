@@ -272,26 +272,6 @@ TEST_F(MapRewriteOnHost, LetsTheDumpEndWhenTheFilterRaises)
     EXPECT_EQ(content(), old);
 }
 
-TEST_F(MapRewriteOnHost, FiltersAgainWhenARecordArrivesDuringTheDump)
-{
-    fill("a 1\n");
-    standIn("$real \"$@\"; s=$?; [ $1 = -s -a ! -e $dir/late ] && touch $dir/late && echo late 2 | "
-            "$real -r -i $2; exit $s");
-    filter(map);
-    EXPECT_EQ(content(), "a\t1\nlate\t2\n");
-    EXPECT_EQ(journal(), "-s " + map + "\n-s " + map + "\n" + map + "\n");
-}
-
-TEST_F(MapRewriteOnHost, FiltersABoundedNumberOfTimes)
-{
-    standIn("$real \"$@\"; s=$?; [ $1 = -s ] && echo $RANDOM$RANDOM 2 | $real -r -i $2; exit $s");
-    filter(map);
-    std::string expected;
-    for (int i = 0; i < DatabaseHelper::max_dumps; ++i)
-        expected += "-s " + map + "\n";
-    EXPECT_EQ(journal(), expected + map + "\n");
-}
-
 TEST_F(MapRewriteOnHost, FollowsNoLinkInThePlaceOfItsCopy)
 {
     writeFile(tools / "victim", "precious");
