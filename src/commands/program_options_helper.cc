@@ -1,5 +1,6 @@
 #include "commands/program_options_helper.h"
 
+#include "commands/option_error_text.h"
 #include "commands/option_types.h"
 #include "util/uerr.h"
 
@@ -74,8 +75,8 @@ void standardOptionsParse(ProgramOptionsHelper& helper, int argc, char** argv)
 {
     try {
         helper.parse(argc, argv);
-    } catch (po::error const& e) {
-        uerr << e.what() << std::endl;
+    } catch (po::error& e) {
+        uerr << optionErrorText(e) << std::endl;
         helper.usage(1, std::cout);
     }
 }

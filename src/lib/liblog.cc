@@ -96,11 +96,9 @@ int vmesslog2(int status, int mess_out, char const* fmt, va_list args)
         return ex_messlog("Can't allocate memory for error message", status, mess_out);
     }
     format(report, fmt, args);
-    errno = saved;
-    if (saved != 0) {
+    if (saved != 0)
         append_system_error(report, saved);
-        errno = saved;
-    }
+    errno = saved;
     return ex_messlog(report.text.get(), status, mess_out);
 }
 

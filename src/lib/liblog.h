@@ -6,7 +6,8 @@
 // than 0 ends the process with that status.
 //
 // A newline is added only where the text lacks one. PROGNAME, if set, gives the prefix:
-// its base name and ": ". errno is kept. All three return 0.
+// its base name and ": ". errno is kept as long as both streams can be written. All three
+// return 0.
 
 #ifndef MAILVEK_LIB_LIBLOG_H
 #define MAILVEK_LIB_LIBLOG_H

@@ -12,6 +12,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <memory>
+#include <utility>
 
 #include <dirent.h>
 #include <unistd.h>
@@ -72,8 +73,14 @@ public:
 
     int get() const { return descriptor; }
 
+    // Gives up ownership.
+    int release() { return std::exchange(descriptor, -1); }
+
+    // Closes now, so that a failure is seen: the result of close, or 0 when nothing is owned.
+    int close_now() { return descriptor < 0 ? 0 : close(release()); }
+
 private:
-    int const descriptor;
+    int descriptor;
 };
 
 #endif

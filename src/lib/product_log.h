@@ -16,7 +16,7 @@ using LogFuncType = void (*)(int level, char const* fmt, ...);
 using LogVFuncType = void (*)(int level, char const* fmt, va_list args);
 
 extern LogFuncType orvek_log __attribute__((format(printf, 2, 3)));
-extern LogVFuncType orvek_logv;
+extern LogVFuncType orvek_logv __attribute__((format(printf, 2, 0)));
 
 // The highest priority number that the console logger prints, 6 (informational) at first.
 extern int LogLevel;

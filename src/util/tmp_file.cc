@@ -38,8 +38,11 @@ TmpFile::TmpFile(std::string const& prefix, bool autoclean_)
 
 TmpFile::~TmpFile()
 {
-    if (autoclean && unlink(file_path.c_str()) != 0)
-        std::cerr << "TmpFile autoclean failed: " << strerror(errno) << std::endl;
+    if (!autoclean || unlink(file_path.c_str()) == 0)
+        return;
+    // Taken before the first word is written: that flushes standard output, which may fail.
+    int const code = errno;
+    std::cerr << "TmpFile autoclean failed: " << strerror(code) << std::endl;
 }
 
 } // namespace orvek

@@ -1,9 +1,9 @@
 // memory_faults - lets an allocation of the code under test fail
 //
 // While an AllocationFailure lives, the allocation with its number, counted from 1, gives null
-// and ENOMEM; the ones before and after it are served. What counts is calloc, realloc, strdup,
-// strndup and asprintf as called by the program itself, which has to be linked with --wrap for
-// each of them.
+// and ENOMEM; the ones before and after it are served. What counts is malloc, calloc, realloc,
+// strdup, strndup and asprintf as called by the program itself, which has to be linked with
+// --wrap for each of them. (A realloc of null may be compiled as a malloc.)
 
 #ifndef MAILVEK_TESTS_SUPPORT_MEMORY_FAULTS_H
 #define MAILVEK_TESTS_SUPPORT_MEMORY_FAULTS_H
@@ -41,10 +41,16 @@ public:
 
 extern "C" {
 
+void* __real_malloc(size_t size);
 void* __real_calloc(size_t count, size_t size);
 void* __real_realloc(void* memory, size_t size);
 char* __real_strdup(char const* text);
 char* __real_strndup(char const* text, size_t size);
+
+[[gnu::used]] inline void* __wrap_malloc(size_t size)
+{
+    return memory_faults_detail::fails() ? nullptr : __real_malloc(size);
+}
 
 [[gnu::used]] inline void* __wrap_calloc(size_t count, size_t size)
 {

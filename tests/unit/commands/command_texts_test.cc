@@ -56,6 +56,19 @@ TEST(CommandTexts, BeginsEachUsageLineWithTheCommand)
     }
 }
 
+TEST(CommandTexts, HasTheArgumentsInBothTextsAlikeButForFiveCommands)
+{
+    std::set<std::string_view> const differ = {"--rename-mailname", "--add-mailbox",
+                                               "--set-password", "--set-accounts-format",
+                                               "--add-handler"};
+    for (auto const& row : commandTexts()) {
+        if (!row.usage_line)
+            continue;
+        std::string const from_arguments = std::string(row.name) + " " + row.arguments;
+        EXPECT_EQ(row.usage_line != from_arguments, differ.contains(row.name)) << row.name;
+    }
+}
+
 TEST(CommandTexts, HasAUsageForEachCommandThatParsesOptions)
 {
     std::set<std::string_view> const parse_nothing = {"--features",

@@ -10,6 +10,9 @@ using namespace orvek::mail::postfix::mailvek_commands;
 
 namespace {
 
+// What the handler of --features is in this program while it is set.
+CommandHandler handler = nullptr;
+
 ChildRun tool(std::initializer_list<std::string> words)
 {
     return inChild([&] {
@@ -32,7 +35,30 @@ void expectUnknown(std::string const& command)
     EXPECT_EQ(run.out, "");
 }
 
+ChildRun features(CommandHandler stands_in)
+{
+    return inChild([&] {
+        handler = stands_in;
+        CommandLine line({"mailvek", "--features", "--help"});
+        return do_main(line.argc(), line.argv());
+    });
+}
+
 } // namespace
+
+// The linker puts __wrap_f in the place of f, which is __real_f then.
+extern "C" {
+
+int __real__ZN5orvek4mail7postfix16mailvek_commands13printFeaturesEiPPc(int argc, char** argv);
+
+int __wrap__ZN5orvek4mail7postfix16mailvek_commands13printFeaturesEiPPc(int argc, char** argv)
+{
+    auto const run =
+        handler ? handler : __real__ZN5orvek4mail7postfix16mailvek_commands13printFeaturesEiPPc;
+    return run(argc, argv);
+}
+
+} // extern "C"
 
 TEST(DoMain, WithoutACommandSaysSoOnStandardErrorAlone)
 {
@@ -106,13 +132,41 @@ TEST(DoMain, RunsTheThreeHelpCommandsWhateverStandsBehindThem)
 
 TEST(DoMain, PointsTheAuthenticationDatabaseAtThePostfixPathBeforeTheHandler)
 {
-    auto const run = inChild([] {
-        CommandLine line({"mailvek", "--features"});
-        int const status = do_main(line.argc(), line.argv());
-        return status == 0 && std::string(mailAuthDB) == "/var/spool/postfix/orvek/passwd.db" ? 0
-                                                                                              : 1;
+    auto const run = features([](int, char**) {
+        return std::string(mailAuthDB) == "/var/spool/postfix/orvek/passwd.db" ? 0 : 1;
     });
     EXPECT_EQ(run.status, 0);
+}
+
+TEST(DoMain, GivesTheHandlerTheCommandsNameAsArgumentZero)
+{
+    auto const run = features([](int argc, char** argv) {
+        for (int i = 0; i < argc; ++i)
+            std::cout << argv[i] << ';';
+        return argv[argc] ? 1 : 0;
+    });
+    EXPECT_EQ(run.status, 0);
+    EXPECT_EQ(run.out, "--features;--help;");
+}
+
+TEST(DoMain, ReturnsWhatTheHandlerReturns)
+{
+    EXPECT_EQ(features([](int, char**) { return 7; }).status, 7);
+    EXPECT_EQ(features([](int, char**) { return -1; }).status, 255);
+}
+
+TEST(DoMain, LetsWhatTheHandlerRaisesPass)
+{
+    auto const run = inChild([] {
+        handler = [](int, char**) -> int { throw 5; };
+        CommandLine line({"mailvek", "--features"});
+        try {
+            return do_main(line.argc(), line.argv());
+        } catch (int raised) {
+            return raised;
+        }
+    });
+    EXPECT_EQ(run.status, 5);
 }
 
 TEST(CommandMap, HasTheSameHandlerBehindALegacyShortForm)

@@ -144,3 +144,14 @@ TEST(SelectedMailComponents, AddsUpOverTheWordsOfOneCall)
     validate(value, {}, static_cast<SelectedMailComponents*>(nullptr), 0);
     EXPECT_EQ(boost::any_cast<SelectedMailComponents>(value).mask, 0xa0U);
 }
+
+TEST(OptionTypes, RefuseWordsOfAnyBytesAndLengths)
+{
+    for (std::string const& word : {std::string(), std::string("\xff\xfe"), std::string("imap\n"),
+                                    std::string("%s%n"), std::string(100000, 'a')}) {
+        EXPECT_THROW(format({"--try", "--account-format", word}), po::invalid_option_value);
+        EXPECT_THROW(mask({"--try", "--netmask", word}), boost::bad_lexical_cast);
+        EXPECT_THROW(components({"--try", "--mail-component", word}), po::invalid_option_value);
+    }
+    EXPECT_THROW(mask({"--try", "--netmask", std::string(100000, '9')}), boost::bad_lexical_cast);
+}

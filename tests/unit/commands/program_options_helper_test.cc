@@ -59,6 +59,23 @@ void expectRefused(ChildRun const& run, std::string const& message)
     EXPECT_EQ(run.out, message + "\n" + domain_usage);
 }
 
+// The whitelist's options with this mask; 2 is for what the standard catch lets pass.
+ChildRun whitelist(std::string const& mask)
+{
+    return inChild([&] {
+        ProgramOptionsHelper helper("add a network to whitelist", "--add-whitelist");
+        formWhitelistOptions(helper);
+        CommandLine line({"--add-whitelist", "--ip-address=192.0.2.0", "--netmask", mask});
+        try {
+            standardOptionsParse(helper, line.argc(), line.argv());
+        } catch (std::exception const& e) {
+            orvek::reportException<std::exception>(e);
+            return 2;
+        }
+        return 0;
+    });
+}
+
 } // namespace
 
 TEST(MissingMandatoryOption, NamesTheOptionAndIsALibraryError)
@@ -103,10 +120,9 @@ TEST(OptionsParse, AcceptsUnambiguousAbbreviationsAndIgnoresStrayWords)
 TEST(OptionsParse, TakesAnEmptyValueAsASeparateWordOnly)
 {
     EXPECT_EQ(addDomain({"--add-domain", "--domain-name", ""}).out, "[]quiet");
-    auto const run = addDomain({"--add-domain", "--domain-name="});
-    EXPECT_EQ(run.status, 1);
-    EXPECT_NE(run.err, "");
-    EXPECT_EQ(run.out, run.err + domain_usage);
+    expectRefused(
+        addDomain({"--add-domain", "--domain-name="}),
+        "the argument for option '--domain-name' should follow immediately after the equal sign");
 }
 
 TEST(OptionsParse, RefusesAnUnknownOption)
@@ -177,18 +193,69 @@ TEST(OptionsHelp, LosesToAnUnknownOptionAndToAMalformedValue)
     EXPECT_EQ(addDomain({"--add-domain", "--help", "--disk-quota=abc"}).status, 1);
 }
 
-TEST(OptionsParse, EndsInACleanErrorForWordsOfAnyBytesAndLengths)
+TEST(OptionsParse, RefusesOptionsOfAnyBytesAndLengthsByName)
 {
     for (std::string const& word :
-         {std::string("\xff\xfe"), std::string("--\xff"), std::string("--domain-name\n=x"),
-          "--" + std::string(100000, 'a'), std::string("-"), std::string("--="), std::string("-hx"),
-          std::string("--disk-quota=") + std::string(100000, '9')}) {
-        auto const run = addDomain({"--add-domain", "--domain-name=x", word});
-        EXPECT_EQ(run.signal, 0) << word.substr(0, 40);
-        EXPECT_LE(run.status, 1) << word.substr(0, 40);
+         {std::string("--\xff"), std::string("--\nbogus\n"), std::string("--%s%n"),
+          "--" + std::string(100000, 'a'), "--" + std::string(100000, '\xff')})
+        expectRefused(addDomain({"--add-domain", "--domain-name=x", word}),
+                      "unrecognised option '" + word + "'");
+    expectRefused(addDomain({"--add-domain", "--domain-name\n=x"}),
+                  "unrecognised option '--domain-name\n=x'");
+    expectRefused(addDomain({"--add-domain", "-D"}), "unrecognised option '-D'");
+    expectRefused(addDomain({"--add-domain", "--="}),
+                  "the argument for option should follow immediately after the equal sign");
+}
+
+TEST(OptionsParse, RefusesAFlagThatIsRepeatedInOneWord)
+{
+    for (auto const& word : {"-" + std::string(2, 'h'), "-" + std::string(100000, 'h')})
+        expectRefused(addDomain({"--add-domain", word}),
+                      "option '--help' cannot be specified more than once");
+}
+
+TEST(OptionsParse, RefusesMalformedNumbersOfAnyBytesAndLengthsByName)
+{
+    for (std::string const& word : {std::string("1\n"), std::string("\xff"), std::string("%s%n"),
+                                    std::string("1 "), std::string(100000, '9')})
+        expectRefused(addDomain({"--add-domain", "--domain-name=x", "--disk-quota", word}),
+                      "the argument ('" + word + "') for option '--disk-quota' is invalid");
+}
+
+TEST(OptionsParse, RefusesAnEmptyNumber)
+{
+    expectRefused(addDomain({"--add-domain", "--domain-name=x", "--disk-quota", ""}),
+                  "the argument for option '--disk-quota' is invalid");
+}
+
+TEST(OptionsParse, NamesWordsThatHoldThePlaceholdersOfTheLibrarysTexts)
+{
+    for (std::string const word :
+         {"%value%", "%canonical_option%", "%original_token%", "%option%", "%prefix%", "%%value%%",
+          "100%", "%\1value%\1", "%value%%value%"}) {
+        expectRefused(addDomain({"--add-domain", "--domain-name=x", "--disk-quota=" + word}),
+                      "the argument ('" + word + "') for option '--disk-quota' is invalid");
+        expectRefused(addDomain({"--add-domain", "--" + word}),
+                      "unrecognised option '--" + word + "'");
     }
-    std::string const value = std::string(100000, '\xff') + "\n%n%s";
+}
+
+TEST(OptionsParse, IgnoresStrayWordsOfAnyBytesAndLengths)
+{
+    for (std::string const& word : {std::string(), std::string("-"), std::string("\xff\xfe"),
+                                    std::string("\n"), std::string(100000, 'a')}) {
+        auto const run = addDomain({"--add-domain", "--domain-name=x", word});
+        EXPECT_EQ(run.status, 0) << word.substr(0, 40);
+        EXPECT_EQ(run.out, "[x]quiet");
+        EXPECT_EQ(run.err, "");
+    }
+}
+
+TEST(OptionsParse, GivesAValueOfAnyBytesAndAnyLengthAsItStands)
+{
+    std::string const value = std::string(100000, '\xff') + "\n%n%s%value%";
     EXPECT_EQ(addDomain({"--add-domain", "--domain-name", value}).out, "[" + value + "]quiet");
+    EXPECT_EQ(addDomain({"--add-domain", "--domain-name=" + value}).out, "[" + value + "]quiet");
 }
 
 TEST(WhitelistOptions, AreAnAddressAndAMaskBothMandatory)
@@ -231,6 +298,23 @@ TEST(WhitelistOptions, NameTheMaskFirstWhenBothAreMissing)
     } catch (MissingMandatoryOption const& e) {
         EXPECT_STREQ(e.what(), "mandatory option \"--netmask\" is not specified");
     }
+}
+
+TEST(WhitelistOptions, RefuseAPrefixThatIsTooLongLikeAnyBadOption)
+{
+    auto const run = whitelist("33");
+    EXPECT_EQ(run.status, 1);
+    EXPECT_EQ(run.err, "the argument ('33') for option '--netmask' is invalid\n");
+    EXPECT_EQ(run.out.find(run.err + "add a network to whitelist\nUsage: --add-whitelist\n"), 0U);
+}
+
+TEST(WhitelistOptions, LetAMaskThatIsNoNumberPassTheStandardCatchWithTheTypeThatBoostMade)
+{
+    auto const run = whitelist("x");
+    EXPECT_EQ(run.status, 2);
+    EXPECT_EQ(run.err, "Fatal error: boost::wrapexcept<boost::bad_lexical_cast>(bad lexical cast: "
+                       "source type value could not be interpreted as target)\n");
+    EXPECT_EQ(run.out, run.err);
 }
 
 TEST(OptionsValues, AreABadCastWhenTheyWereNotStored)

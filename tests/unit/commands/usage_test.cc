@@ -45,6 +45,17 @@ TEST(Usage, CommandsShowsNamesInAColumnTwoWiderThanTheLongestAndNoArguments)
     EXPECT_FALSE(holds(run.out, "--domain-name"));
 }
 
+TEST(Usage, CommandsPrintsTheHeaderAndALineForEachRowBesideTheirLineBreaks)
+{
+    auto const run = inChild([]() -> int { usageCommands(0, std::cout); });
+    size_t breaks = 0;
+    size_t rows = 0;
+    for (size_t at = run.out.find('\n'); at != std::string::npos; at = run.out.find('\n', at + 1))
+        ++(holds(run.out.substr(at, 9), "\n        ") ? breaks : rows);
+    EXPECT_EQ(rows, 1U + 69U);
+    EXPECT_EQ(breaks, 7U);
+}
+
 TEST(Usage, LegacyShowsArgumentsAndDescriptionOfEachRow)
 {
     auto const run = inChild([]() -> int { usageLegacy(0, std::cout); });

@@ -1,6 +1,7 @@
 #include "lib/idn.h"
 
 #include "support/child_run.h"
+#include "support/idna_faults.h"
 #include "support/memory_faults.h"
 
 #include <gtest/gtest.h>
@@ -13,44 +14,16 @@
 
 namespace {
 
-struct Forced
-{
-    int result;
-    char const* left; // what the conversion leaves behind, or null
-};
-
-// What Libidn answers instead of converting.
-std::optional<Forced> forced;
 bool regcomp_fails = false;
 bool host_takes_no_part = false;
-
-int leave(char** output)
-{
-    *output = forced->left ? __real_strdup(forced->left) : nullptr;
-    return forced->result;
-}
 
 } // namespace
 
 extern "C" {
 
-int __real_idna_to_ascii_8z(char const* input, char** output, int flags);
-int __real_idna_to_unicode_8z8z(char const* input, char** output, int flags);
 int __real_regexec(regex_t const* compiled, char const* text, size_t count, regmatch_t* parts,
                    int flags);
 int __real_regcomp(regex_t* compiled, char const* pattern, int flags);
-
-int __wrap_idna_to_ascii_8z(char const* input, char** output, int flags)
-{
-    EXPECT_EQ(flags, 0);
-    return forced ? leave(output) : __real_idna_to_ascii_8z(input, output, flags);
-}
-
-int __wrap_idna_to_unicode_8z8z(char const* input, char** output, int flags)
-{
-    EXPECT_EQ(flags, 0);
-    return forced ? leave(output) : __real_idna_to_unicode_8z8z(input, output, flags);
-}
 
 int __wrap_regcomp(regex_t* compiled, char const* pattern, int flags)
 {
@@ -133,7 +106,7 @@ TEST(IdnToascii, KeepsTheLastFailureThroughASuccess)
 TEST(IdnToascii, NeverGivesWhatAFailedConversionLeft)
 {
     auto const run = inChild([] {
-        forced = {4, "rest"};
+        ForcedAnswer const answer(4, "rest");
         return idn_toascii("example.com") == nullptr && idn_errno == 4 ? 0 : 1;
     });
     EXPECT_EQ(run.status, 0);
@@ -142,13 +115,20 @@ TEST(IdnToascii, NeverGivesWhatAFailedConversionLeft)
 TEST(IdnToascii, EndsTheProcessWhenTheLibraryHasNoMemory)
 {
     auto const run = inChild([] {
-        forced = {201, nullptr};
+        ForcedAnswer const answer(201, nullptr);
         idn_toascii("example.com");
         return 0;
     });
     EXPECT_EQ(run.status, 1);
     EXPECT_EQ(run.err, "Allocation failed\n");
     EXPECT_EQ(run.out, run.err);
+}
+
+TEST(IdnToascii, EndsCleanlyOnEveryKindOfBadInput)
+{
+    EXPECT_EQ(taken(idn_toascii(std::string(100000, 'a').c_str())), std::nullopt);
+    EXPECT_EQ(taken(idn_toascii(std::string(100000, '\xff').c_str())), std::nullopt);
+    EXPECT_EQ(taken(idn_toascii("a\nb.example\n")), "a\nb.example\n");
 }
 
 TEST(IdnToasciiSafe, ConvertsADomain)
@@ -183,7 +163,7 @@ TEST(IdnToutf8, GivesNullAndTheResultForTextThatIsNoUtf8)
 TEST(IdnToutf8, GivesWhatAFailedConversionLeft)
 {
     auto const run = inChild([] {
-        forced = {7, "rest"};
+        ForcedAnswer const answer(7, "rest");
         return taken(idn_toutf8("xn--x")) == "rest" && idn_errno == 7 ? 0 : 1;
     });
     EXPECT_EQ(run.status, 0);
@@ -193,7 +173,7 @@ TEST(IdnToutf8, GivesWhatAFailedConversionLeft)
 TEST(IdnToutf8, EndsTheProcessWhenTheLibraryHasNoMemory)
 {
     auto const run = inChild([] {
-        forced = {201, nullptr};
+        ForcedAnswer const answer(201, nullptr);
         idn_toutf8("example.com");
         return 0;
     });
@@ -204,14 +184,14 @@ TEST(IdnToutf8, EndsTheProcessWhenTheLibraryHasNoMemory)
 TEST(IdnToutf8Safe, EndsTheProcessOnlyWhenNothingIsLeft)
 {
     auto const left = inChild([] {
-        forced = {7, "rest"};
+        ForcedAnswer const answer(7, "rest");
         return taken(idn_toutf8_safe("xn--x")) == "rest" ? 0 : 1;
     });
     EXPECT_EQ(left.status, 0);
     EXPECT_EQ(left.err, "");
 
     auto const nothing = inChild([] {
-        forced = {7, nullptr};
+        ForcedAnswer const answer(7, nullptr);
         idn_toutf8_safe("xn--x");
         return 0;
     });
@@ -336,6 +316,17 @@ TEST(IdnUrlToascii, AcceptsAUrlThatFillsTheBufferAndReportsOneThatDoesNotFit)
         [&] { return idn_url_toascii((url + "p").c_str()) == nullptr && idn_errno == 5 ? 0 : 1; });
     EXPECT_EQ(run.status, 0);
     EXPECT_EQ(run.err, "idn_toascii() failed: Invalid length\n");
+}
+
+TEST(IdnUrlToascii, ReportsAUrlThatIsMuchTooLong)
+{
+    for (char const filler : {'a', '/', '@', ':'}) {
+        auto const run = inChild([=] {
+            return idn_url_toascii(("http://h" + std::string(100000, filler)).c_str()) ? 1 : 0;
+        });
+        EXPECT_EQ(run.status, 0) << filler;
+        EXPECT_EQ(run.err, "idn_toascii() failed: Invalid length\n") << filler;
+    }
 }
 
 TEST(IdnUrlToascii, EndsTheProcessWhenItsPatternCannotBeCompiled)

@@ -1,6 +1,27 @@
 #include "lib/libcrypt.h"
 
+#include "support/child_run.h"
+
 #include <gtest/gtest.h>
+
+#include <openssl/evp.h>
+
+namespace {
+
+bool digests_fail = false;
+
+} // namespace
+
+extern "C" {
+
+int __real_EVP_DigestInit_ex(EVP_MD_CTX* context, EVP_MD const* type, ENGINE* engine);
+
+int __wrap_EVP_DigestInit_ex(EVP_MD_CTX* context, EVP_MD const* type, ENGINE* engine)
+{
+    return digests_fail ? 0 : __real_EVP_DigestInit_ex(context, type, engine);
+}
+
+} // extern "C"
 
 namespace {
 
@@ -28,4 +49,16 @@ TEST(GetMd5sum, OfAnEmptyFirstArgumentIsThatOfTheSecond)
 TEST(GetMd5sum, OfNothingIsTheMd5OfTheEmptyText)
 {
     EXPECT_EQ(md5(nullptr, nullptr), "d41d8cd98f00b204e9800998ecf8427e");
+}
+
+TEST(GetMd5sum, EndsTheProcessRatherThanGiveAWrongSum)
+{
+    auto const run = inChild([] {
+        digests_fail = true;
+        md5("", "abc");
+        return 0;
+    });
+    EXPECT_EQ(run.status, 1);
+    EXPECT_EQ(run.err.find("Unable to compute an MD5 sum\n"), 0U);
+    EXPECT_EQ(run.out, run.err);
 }

@@ -1,8 +1,14 @@
 #include "lib/liblog.h"
 
 #include "support/child_run.h"
+#include "support/memory_faults.h"
 
 #include <gtest/gtest.h>
+
+#include <cerrno>
+#include <string>
+
+#include <unistd.h>
 
 TEST(Messlog2, PrintsTheReportOnBothStreamsWhateverTheOutputArgument)
 {
@@ -77,10 +83,71 @@ TEST(Messlog2, PrintsALongReportWhole)
     }
 }
 
+TEST(Messlog2, SaysThatItHasNoMemoryForTheReportAndStillEndsTheProcess)
+{
+    auto const run = inChild([] {
+        errno = ENOENT;
+        {
+            AllocationFailure const failure(1);
+            messlog2(0, 0, "text");
+        }
+        AllocationFailure const failure(1);
+        messlog2(3, 0, "text");
+        return 0;
+    });
+    EXPECT_EQ(run.status, 3);
+    EXPECT_EQ(run.err, "Can't allocate memory for error message\n"
+                       "Can't allocate memory for error message\n");
+    EXPECT_EQ(run.out, run.err);
+}
+
+TEST(Messlog2, CutsALongReportThatItHasNoMemoryFor)
+{
+    auto const run = printedBy([] {
+        errno = ENOENT;
+        AllocationFailure const failure(2);
+        messlog2(0, 0, "%s", std::string(5000, 'a').c_str());
+    });
+    EXPECT_EQ(run.err, std::string(4095, 'a') + "\nSystem error 2: No such file or directory\n");
+    EXPECT_EQ(run.out, run.err);
+}
+
+TEST(Messlog2, HasNoSecondLineForItsOwnLackOfMemory)
+{
+    auto const run = inChild([] {
+        AllocationFailure const failure(2);
+        messlog2(0, 0, "%s", std::string(5000, 'a').c_str());
+        return errno;
+    });
+    EXPECT_EQ(run.status, 0);
+    EXPECT_EQ(run.err, std::string(4095, 'a') + "\n");
+}
+
+TEST(Messlog2, CutsASecondLineThatItHasNoMemoryFor)
+{
+    auto const run = printedBy([] {
+        errno = ENOENT;
+        AllocationFailure const failure(2);
+        messlog2(0, 0, "%s", std::string(4082, 'a').c_str());
+    });
+    EXPECT_EQ(run.err, std::string(4082, 'a') + "\nSystem error\n");
+    EXPECT_EQ(run.out, run.err);
+}
+
 TEST(Messlog2, NeverTakesAReportsTextAsAFormat)
 {
     auto const run = printedBy([] { messlog2(0, 0, "%s", "%s%n%d"); });
     EXPECT_EQ(run.err, "%s%n%d\n");
+}
+
+TEST(ExMesslog, LeavesNothingInTheBuffersOfTheStreams)
+{
+    auto const run = printedBy([] {
+        ex_messlog("text", 0, 0);
+        _exit(0);
+    });
+    EXPECT_EQ(run.err, "text\n");
+    EXPECT_EQ(run.out, "text\n");
 }
 
 TEST(ExMesslog, PrefixesTheBaseNameOfTheProgramWhenItIsKnown)

@@ -35,10 +35,12 @@ int userError()
     return errorOf([] { return getpwnam(unknown); });
 }
 
-passwd daemonUser()
+// A user of every system whose uid is not his gid.
+passwd syncUser()
 {
-    passwd const* const user = getpwnam("daemon");
+    passwd const* const user = getpwnam("sync");
     EXPECT_NE(user, nullptr);
+    EXPECT_NE(user->pw_uid, user->pw_gid);
     return *user;
 }
 
@@ -46,16 +48,16 @@ passwd daemonUser()
 
 TEST(OrvekGetpw, FillsEachOutputThatIsNotNull)
 {
-    passwd const daemon = daemonUser();
-    std::string const home = daemon.pw_dir;
+    passwd const user = syncUser();
+    std::string const home = user.pw_dir;
     uid_t uid = 77777;
     gid_t gid = 77777;
     char const* dir = nullptr;
-    EXPECT_EQ(orvek_getpw("daemon", &uid, &gid, &dir), 0);
-    EXPECT_EQ(uid, daemon.pw_uid);
-    EXPECT_EQ(gid, daemon.pw_gid);
+    EXPECT_EQ(orvek_getpw("sync", &uid, &gid, &dir), 0);
+    EXPECT_EQ(uid, user.pw_uid);
+    EXPECT_EQ(gid, user.pw_gid);
     EXPECT_EQ(dir, home);
-    EXPECT_EQ(orvek_getpw("daemon", nullptr, nullptr, nullptr), 0);
+    EXPECT_EQ(orvek_getpw("sync", nullptr, nullptr, nullptr), 0);
 }
 
 TEST(OrvekGetpw, ReportsAnUnknownUserAndFillsNothing)
@@ -84,10 +86,10 @@ TEST(OrvekGetpw, DoesNotReportAnErrorOfAnEarlierCall)
 
 TEST(OrvekUgid, GivesTheUidForCommandZeroAndTheGidForOthers)
 {
-    passwd const daemon = daemonUser();
-    EXPECT_EQ(orvek_ugid("daemon", 0), daemon.pw_uid);
-    EXPECT_EQ(orvek_ugid("daemon", 1), daemon.pw_gid);
-    EXPECT_EQ(orvek_ugid("daemon", -1), daemon.pw_gid);
+    passwd const user = syncUser();
+    EXPECT_EQ(orvek_ugid("sync", 0), user.pw_uid);
+    EXPECT_EQ(orvek_ugid("sync", 1), user.pw_gid);
+    EXPECT_EQ(orvek_ugid("sync", -1), user.pw_gid);
 }
 
 TEST(OrvekUgid, GivesZeroForAnUnknownUserAfterTheReport)
@@ -155,7 +157,7 @@ TEST(GetGroupId, DoesNotTakeANumberPastTheLastGidForAnotherGroup)
 
 TEST(GetUserId, GivesTheUid)
 {
-    EXPECT_EQ(get_user_id("daemon"), daemonUser().pw_uid);
+    EXPECT_EQ(get_user_id("sync"), syncUser().pw_uid);
 }
 
 TEST(GetUserId, ReportsAnUnknownUser)
@@ -170,8 +172,8 @@ TEST(GetUserId, ReportsAnUnknownUser)
 
 TEST(GetUserName, GivesTheNameInAStaticBuffer)
 {
-    char const* const name = get_user_name(daemonUser().pw_uid);
-    EXPECT_STREQ(name, "daemon");
+    char const* const name = get_user_name(syncUser().pw_uid);
+    EXPECT_STREQ(name, "sync");
     EXPECT_EQ(get_user_name(0), name);
     EXPECT_STREQ(name, "root");
 }

@@ -36,6 +36,30 @@ TEST(OpenDescriptor, KeepsErrnoWhenItsDescriptorCannotBeClosed)
     EXPECT_EQ(errno, EXDEV);
 }
 
+TEST(OpenDescriptor, ClosesByNameAndGivesTheResult)
+{
+    auto const before = openDescriptors();
+    OpenDescriptor good(open("/", O_RDONLY));
+    EXPECT_EQ(good.close_now(), 0);
+    EXPECT_EQ(openDescriptors(), before);
+    EXPECT_EQ(good.close_now(), 0);
+
+    OpenDescriptor bad(1000000000);
+    EXPECT_EQ(bad.close_now(), -1);
+    EXPECT_EQ(errno, EBADF);
+}
+
+TEST(OpenDescriptor, LeavesOpenWhatItHasGivenUp)
+{
+    int released = -1;
+    {
+        OpenDescriptor descriptor(open("/", O_RDONLY));
+        released = descriptor.release();
+    }
+    EXPECT_EQ(openDescriptors().count(released), 1U);
+    EXPECT_EQ(close(released), 0);
+}
+
 TEST(OpenFile, KeepsErrnoWhenTheFileCannotBeWritten)
 {
     {

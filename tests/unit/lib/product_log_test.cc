@@ -4,7 +4,33 @@
 
 #include <gtest/gtest.h>
 
+#include <string>
+#include <vector>
+
 #include <syslog.h>
+#include <unistd.h>
+
+namespace {
+
+// How the system's log was closed and opened.
+std::vector<std::string> log_calls;
+
+} // namespace
+
+extern "C" {
+
+void __wrap_closelog()
+{
+    log_calls.emplace_back("close");
+}
+
+void __wrap_openlog(char const* ident, int option, int facility)
+{
+    log_calls.push_back(std::string("open ") + ident + " " + std::to_string(option) + " " +
+                        std::to_string(facility));
+}
+
+} // extern "C"
 
 TEST(ProductLog, StartsAsTheConsoleLoggerAtLevelSixAndTheMailFacility)
 {
@@ -20,6 +46,16 @@ TEST(ProductLog, PrintsAReportOnBothStreamsWithoutPrefix)
     auto const run = printedBy([] { orvek_log(3, "Unable to open %s", "x"); });
     EXPECT_EQ(run.err, "Unable to open x\n");
     EXPECT_EQ(run.out, "Unable to open x\n");
+}
+
+TEST(ProductLog, LeavesNothingInTheBuffersOfTheStreams)
+{
+    auto const run = printedBy([] {
+        orvek_log(3, "text");
+        _exit(0);
+    });
+    EXPECT_EQ(run.err, "text\n");
+    EXPECT_EQ(run.out, "text\n");
 }
 
 TEST(ProductLog, AddsItsNewlineBehindATextThatEndsInOne)
@@ -74,14 +110,16 @@ TEST(ProductLogInit, StoresLevelAndFacility)
 
 TEST(ProductLogInit, SwitchesLoggingOffForALevelBelowOne)
 {
-    auto const run = inChild([] {
-        orvek_log_init("console", 0, 16, 0, "ident");
-        orvek_log(1, "above level 0");
-        orvek_log(0, "at level 0");
-        return LogLevel == 0 && LogEnabled == 0 ? 0 : 1;
-    });
-    EXPECT_EQ(run.status, 0);
-    EXPECT_EQ(run.err, "at level 0\n");
+    for (int const level : {0, -1}) {
+        auto const run = inChild([=] {
+            orvek_log_init("console", level, 16, 0, "ident");
+            orvek_log(1, "above level 0");
+            orvek_log(0, "at level 0");
+            return LogLevel == 0 && LogEnabled == 0 ? 0 : 1;
+        });
+        EXPECT_EQ(run.status, 0) << level;
+        EXPECT_EQ(run.err, "at level 0\n") << level;
+    }
 }
 
 TEST(ProductLogInit, KeepsLoggingEnabledForAPlaceThatBeginsWithConsoleInAnyCase)
@@ -102,6 +140,25 @@ TEST(ProductLogInit, ClearsTheSwitchForAnyOtherPlaceAndStillInstallsTheConsole)
     });
     EXPECT_EQ(run.status, 0);
     EXPECT_EQ(run.out, "printed\n");
+}
+
+TEST(ProductLogInit, OpensTheSystemLogAnewWithTheProcessIdAmongTheOptions)
+{
+    auto const run = inChild([] {
+        orvek_log_init(nullptr, 6, LOG_DAEMON, LOG_NDELAY, "ident");
+        std::vector<std::string> const expected = {"close", "open ident 9 24"};
+        return log_calls == expected && LogFacility == LOG_DAEMON && LogEnabled == 1 ? 0 : 1;
+    });
+    EXPECT_EQ(run.status, 0);
+}
+
+TEST(ProductLogInit, LeavesTheSystemLogAloneForTheConsole)
+{
+    auto const run = inChild([] {
+        orvek_log_init("console", 6, LOG_MAIL, 0, "ident");
+        return log_calls.empty() ? 0 : 1;
+    });
+    EXPECT_EQ(run.status, 0);
 }
 
 TEST(ProductLogInit, TakesSyslogForNoPlaceAndTheConsoleBackAgain)

@@ -8,6 +8,9 @@
 
 #include <cstdint>
 #include <cstdlib>
+#include <cstring>
+
+#include <malloc.h>
 
 TEST(ConfInit, MakesTwentyFinalizedSlotsAtFirst)
 {
@@ -172,6 +175,20 @@ TEST(ConfGet, SearchesBothSortedAndUnsortedEntries)
 TEST(ConfFree, AllowsNull)
 {
     conf_free_r(nullptr);
+}
+
+TEST(ConfFree, FreesEverySlotWhetherItIsUsedOrNot)
+{
+    // Far more than what the allocator keeps for itself.
+    std::string const text(100000, 'v');
+    size_t const before = mallinfo2().uordblks;
+    Conf conf = newConf();
+    conf_init_r(conf.get());
+    conf->data[0] = {strdup(text.c_str()), strdup(text.c_str())};
+    conf->data[19] = {strdup(text.c_str()), strdup(text.c_str())};
+    conf->nmemb = 1;
+    conf.reset();
+    EXPECT_LT(mallinfo2().uordblks, before + text.size());
 }
 
 TEST(CmpConf, OrdersByKeyAlone)

@@ -1,9 +1,14 @@
 #include "util/idn.h"
 
 #include "support/child_run.h"
+#include "support/idna_faults.h"
 #include "util/report_exception.h"
 
 #include <gtest/gtest.h>
+
+#include <new>
+
+#include <malloc.h>
 
 using namespace orvek::idn;
 
@@ -61,7 +66,8 @@ TEST(EmailToAscii, ConvertsTheDomainAndKeepsTheLocalPartByteForByte)
 
 TEST(EmailToAscii, SplitsAtTheFirstAt)
 {
-    expectIdnaError([] { emailToAscii("a@b@" + std::string(64, 'c')); }, 5, "Invalid length");
+    EXPECT_EQ(emailToAscii("\xc3\xbc@\xc3\xbc@c.example"),
+              "\xc3\xbc@" + toAscii("\xc3\xbc@c.example"));
 }
 
 TEST(EmailToAscii, GivesATextWithoutAtBack)
@@ -73,6 +79,38 @@ TEST(EmailToAscii, GivesATextWithoutAtBack)
 TEST(EmailToAscii, ConvertsAnEmptyDomainBehindAnAtAtTheEnd)
 {
     EXPECT_EQ(emailToAscii("local@"), "local@" + toAscii(""));
+}
+
+TEST(Idn, RaisesBadAllocForASuccessWithoutAResult)
+{
+    ForcedAnswer const answer(0, nullptr);
+    EXPECT_THROW(toAscii("example.com"), std::bad_alloc);
+    EXPECT_THROW(toUtf8("example.com"), std::bad_alloc);
+    EXPECT_THROW(emailToAscii("local@example.com"), std::bad_alloc);
+    EXPECT_EQ(emailToAscii("example.com"), "example.com");
+}
+
+TEST(Idn, RaisesAnyResultButSuccessWhateverIsLeftAndFreesThat)
+{
+    // Far more than what the allocator keeps for itself.
+    std::string const rest(100000, 'r');
+    ForcedAnswer const answer(201, rest.c_str());
+    size_t const before = mallinfo2().uordblks;
+    expectIdnaError([] { toAscii("example.com"); }, 201, "Cannot allocate buffer");
+    expectIdnaError([] { toUtf8("example.com"); }, 201, "Cannot allocate buffer");
+    expectIdnaError([] { emailToAscii("local@example.com"); }, 201, "Cannot allocate buffer");
+    EXPECT_LT(mallinfo2().uordblks, before + rest.size());
+}
+
+TEST(Idn, EndsCleanlyOnEveryKindOfBadInput)
+{
+    std::string const label(100000, 'a');
+    expectIdnaError([&] { toAscii(label); }, 5, "Invalid length");
+    expectIdnaError([&] { emailToAscii("local@" + label); }, 5, "Invalid length");
+    expectIdnaError([] { toAscii(std::string(100000, '\xff')); }, 9, "Iconv error");
+    EXPECT_EQ(toUtf8(label), label);
+    EXPECT_EQ(toAscii("a\nb.example\n"), "a\nb.example\n");
+    EXPECT_EQ(toAscii(""), "");
 }
 
 TEST(IdnaError, IsUnknownForACodeThatTheTableDoesNotHave)

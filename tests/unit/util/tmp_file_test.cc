@@ -10,7 +10,9 @@
 #include <csignal>
 #include <filesystem>
 
+#include <fcntl.h>
 #include <sys/resource.h>
+#include <unistd.h>
 
 namespace fs = std::filesystem;
 
@@ -111,6 +113,18 @@ TEST(TmpFile, SaysOnStandardErrorThatItCouldNotBeRemovedAndGoesOn)
     EXPECT_EQ(run.status, 0);
     EXPECT_EQ(run.err, "TmpFile autoclean failed: No such file or directory\n");
     EXPECT_EQ(run.out, "");
+}
+
+TEST(TmpFile, NamesTheReasonOfTheRemovalWhateverBecomesOfStandardOutput)
+{
+    TempDir const dir;
+    auto const run = printedBy([&] {
+        dup2(open("/dev/full", O_WRONLY), STDOUT_FILENO);
+        std::cout << "finds no room";
+        orvek::TmpFile const file(dir / "x", true);
+        fs::remove(file.path());
+    });
+    EXPECT_EQ(run.err, "TmpFile autoclean failed: No such file or directory\n");
 }
 
 TEST(TmpFile, FailsToWriteAsTheExceptionMaskSaysAndTakesTheFileAway)

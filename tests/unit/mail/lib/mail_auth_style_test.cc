@@ -38,9 +38,10 @@ TEST_F(MailAuthStyle, SelectsThePathOfEachStyle)
 
 TEST_F(MailAuthStyle, LeavesThePathAloneForAnyOtherValue)
 {
-    mailAuthDBSelectStyle(MAIL_AUTH_DB_POSTFIX_STYLE);
+    char const path[] = "/elsewhere/passwd.db";
+    mailAuthDBSetPath(path);
     mailAuthDBSelectStyle(MAIL_AUTH_DB_INVALID_STYLE);
-    EXPECT_STREQ(mailAuthDB, "/var/spool/postfix/orvek/passwd.db");
+    EXPECT_EQ(mailAuthDB, path);
 }
 
 TEST_F(MailAuthStyle, StoresThePointerThatIsSet)

@@ -1,0 +1,154 @@
+#include "process/child_start.h"
+
+#include "process/child_report.h"
+#include "process/close_descriptors.h"
+#include "process/process_launch.h"
+#include "util/errors.h"
+#include "util/retry_on_signal.h"
+
+#include <cerrno>
+#include <cstdlib>
+#include <exception>
+#include <stdexcept>
+
+#include <fcntl.h>
+#include <unistd.h>
+
+namespace orvek::process {
+
+namespace {
+
+struct Placing
+{
+    FdOwner& source;
+    int target;
+    char const* failure;
+
+    bool needed() const { return source.fd >= 0 && source.fd != target; }
+};
+
+// A caller may have named one of the child's own streams for another one, as a shell's 2>&1 or
+// 1>&2 does. Such a source is copied out of the way before the first stream is overwritten.
+void saveStream(Placing& placing)
+{
+    if (!placing.needed() || placing.source.fd > STDERR_FILENO)
+        return;
+    int const copy = fcntl(placing.source.fd, F_DUPFD, STDERR_FILENO + 1);
+    if (copy == -1)
+        throw SystemError(placing.failure, errno);
+    placing.source = FdOwner(copy);
+}
+
+void place(Placing const& placing)
+{
+    if (placing.needed() &&
+        retryOnSignal([&] { return dup2(placing.source.fd, placing.target); }) == -1)
+        throw SystemError(placing.failure, errno);
+}
+
+// The sources are closed when all streams stand, for standard error may share its source with
+// standard output. What was borrowed is closed as well: in the child it is one copy too many.
+void closeSource(FdOwner& source)
+{
+    if (source.owned == -1 && source.fd > STDERR_FILENO)
+        source.owned = source.fd;
+    source.close();
+}
+
+void placeStreams(ChildStreams& streams)
+{
+    Placing placings[] = {{streams.in, STDIN_FILENO, "stdin dup2"},
+                          {streams.out, STDOUT_FILENO, "stdout dup2"},
+                          {streams.err, STDERR_FILENO, "stderr dup2"}};
+    for (Placing& placing : placings)
+        saveStream(placing);
+    for (Placing const& placing : placings)
+        place(placing);
+    if (streams.err.fd == streams.out.fd || streams.err.fd == streams.in.fd)
+        streams.err = FdOwner();
+    if (streams.out.fd == streams.in.fd)
+        streams.out = FdOwner();
+    for (Placing const& placing : placings)
+        closeSource(placing.source);
+}
+
+void closeToolsEnds(ProcessLaunch& launch)
+{
+    launch.stdinPipe.close();
+    launch.stdoutPipe.close();
+    launch.stderrPipe.close();
+}
+
+void prepare(ProcessLaunch& launch, ChildStreams& streams, ChildProgram const& program)
+{
+    int const report = launch.controlPipe.writeEnd.fd;
+    launch.controlPipe.readEnd.close();
+    if (retryOnSignal([=] { return fcntl(report, F_SETFD, FD_CLOEXEC); }) == -1)
+        throw SystemError("control pipe close-on-exec fcntl", errno);
+    closeToolsEnds(launch);
+    placeStreams(streams);
+    if (program.cwd && retryOnSignal([&] { return chdir(program.cwd); }) == -1)
+        throw SystemError("cwd chdir", errno);
+    if (program.closeDescriptors)
+        closeAllDescriptors(report);
+    if (program.newSession && retryOnSignal(setsid) == -1)
+        throw SystemError("setsid", errno);
+    if (!program.childSetup.empty())
+        program.childSetup();
+}
+
+// exec promises not to write to the strings; its types do not say so.
+char* const* execVector(char const* const* strings)
+{
+    return const_cast<char* const*>(strings);
+}
+
+[[noreturn]] void exec(ChildProgram const& program)
+{
+    char const* failure = "execv";
+    char* const* const argv = execVector(program.argv);
+    if (program.env) {
+        failure = "execve";
+        retryOnSignal([&] { return execve(program.path, argv, execVector(program.env)); });
+    } else if (program.searchPath) {
+        failure = "execvp";
+        retryOnSignal([&] { return execvp(program.path, argv); });
+    } else {
+        retryOnSignal([&] { return execv(program.path, argv); });
+    }
+    throw SystemError(failure, errno);
+}
+
+} // namespace
+
+// CHILD: all that runs between fork and exec is this function and what it calls. The tool has
+// one thread, so the child is a whole copy of the process and no lock is held by a thread that
+// it lacks: allocation, exceptions, streams and the caller's childSetup are as sound here as in
+// the parent. Not sound is to return or to let an exception out, which would run the parent's
+// code, and its destructors, a second time. The signal mask and the signal actions stay as they
+// were at the fork: a stage of a pipeline starts with SIGCHLD blocked.
+// Deliberate: by exit and not by _exit. What was pending on the streams has been written out
+// before the fork.
+void startChild(ProcessLaunch& launch, ChildStreams& streams, ChildProgram const& program)
+{
+    int const report = launch.controlPipe.writeEnd.fd;
+    try {
+        prepare(launch, streams, program);
+        exec(program);
+    } catch (SystemError const& e) {
+        writeException(report, "SystemError", e.what());
+        writeErrorCode(report, e.code());
+        exit(67);
+    } catch (std::runtime_error const& e) {
+        writeException(report, "std::runtime_error", e.what());
+        exit(66);
+    } catch (std::exception const& e) {
+        writeException(report, "std::exception", e.what());
+        exit(66);
+    } catch (...) {
+        writeException(report, "std::runtime_error", "unknown error");
+        exit(65);
+    }
+}
+
+} // namespace orvek::process

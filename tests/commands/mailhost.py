@@ -1,0 +1,519 @@
+"""The verbs of the command tests: what a test does to a throw-away mail host and asks of it.
+
+Everything here runs inside a host (tests/host/enter) as root, on real paths. Text is str
+with undecodable bytes as surrogates. Each wait ends: a program that does not come back in
+its time fails the test.
+"""
+import contextlib
+import dataclasses
+import fcntl
+import functools
+import grp
+import hashlib
+import imaplib
+import json
+import os
+import pathlib
+import poplib
+import pwd
+import shlex
+import smtplib
+import sqlite3
+import stat
+import subprocess
+import sys
+import time
+
+CHECKOUT = pathlib.Path(__file__).resolve().parents[2]
+HOST = CHECKOUT / "tests" / "host"
+sys.path.insert(0, str(HOST))
+
+from reset import reset  # noqa: E402, F401  (one of the verbs)
+
+TOOL = "/usr/local/orv/admin/sbin/mailvek"
+MAPS = "/var/spool/postfix/orvek"
+ACCOUNTS = f"{MAPS}/passwd.db"
+MAILNAMES = "/var/qmail/mailnames"
+SPIES = pathlib.Path("/run/mailvek/spies")
+BIN = pathlib.Path("/run/mailvek/bin")
+REAL = pathlib.Path("/run/mailvek/real")
+NOSLEEP_JOURNAL = "/run/mailvek/nosleep"
+PATH = "/usr/local/sbin:/usr/local/bin:/usr/sbin:/usr/bin:/sbin:/bin"
+
+
+def text(data):
+    return data.decode("utf-8", "surrogateescape")
+
+
+# ---------------------------------------------------------------------------- the tool
+
+
+@dataclasses.dataclass
+class Ended:
+    """How a program ended. A signal's number is negative in status."""
+
+    command: tuple
+    status: int
+    out: str
+    err: str
+
+    def __str__(self):
+        return f"{shlex.join(map(str, self.command))[:300]} -> {self.status}\n{self.out}{self.err}"
+
+
+@functools.cache
+def sanitized(tool):
+    """Whether the program was built with the sanitizers."""
+    return b"__asan_init" in pathlib.Path(tool).read_bytes()
+
+
+def run(*command, env=None, stdin=b"", timeout=60, cwd="/", **more):
+    """Runs a program with an environment of its own and waits for it."""
+    if isinstance(stdin, str):
+        stdin = os.fsencode(stdin)
+    environment = {"PATH": PATH, "HOME": "/root"} if env is None else env
+    done = subprocess.run(
+        [os.fspath(word) for word in command], env=environment, input=stdin, timeout=timeout,
+        cwd=cwd, stdout=subprocess.PIPE, stderr=subprocess.PIPE, check=False, **more,
+    )
+    return Ended(command, done.returncode, text(done.stdout), text(done.stderr))
+
+
+def tool_environment(env=None, nosleep=False, leaks=True):
+    """The environment that the panel gives, with env's variables added."""
+    environment = {"PATH": PATH, "HOME": "/root", **(env or {})}
+    sanitizer = []
+    if nosleep:
+        environment |= {"LD_PRELOAD": str(BIN / "nosleep.so"), "NOSLEEP_JOURNAL": NOSLEEP_JOURNAL}
+        sanitizer.append("verify_asan_link_order=0")
+    if not leaks:
+        sanitizer.append("detect_leaks=0")
+    if sanitizer and sanitized(TOOL):
+        environment["ASAN_OPTIONS"] = ":".join(sanitizer)
+    return environment
+
+
+def mailvek(*arguments, env=None, stdin=b"", timeout=60, nosleep=False):
+    """Runs the tool as the panel does. With nosleep its waits take no time; see slept()."""
+    return run(TOOL, *arguments, env=tool_environment(env, nosleep), stdin=stdin, timeout=timeout)
+
+
+def slept():
+    """What the tool asked to sleep under nosleep: (function, seconds), in order."""
+    with contextlib.suppress(FileNotFoundError):
+        rows = [line.split() for line in pathlib.Path(NOSLEEP_JOURNAL).read_text().splitlines()]
+        return [(name, float(seconds)) for name, seconds in rows]
+    return []
+
+
+def system_calls(*arguments, calls, env=None):
+    """Runs the tool under strace: how it ended, and a line for each of the named calls."""
+    log = "/run/mailvek/system-calls"
+    ended = run(
+        "strace", "-f", "-qq", "-s", "4096", "-e", f"trace={calls}", "-o", log, TOOL, *arguments,
+        env=tool_environment(env, leaks=False),
+    )
+    return ended, [line.split(maxsplit=1)[1] for line in pathlib.Path(log).read_text(errors="replace").splitlines()]
+
+
+# ------------------------------------------------------------------------------- Postfix
+
+
+def map_file(name):
+    return name if ":" in name else f"hash:{MAPS}/{name}"
+
+
+def postmap(name):
+    """The records of a map, as the real postmap lists them."""
+    ended = run(REAL / "usr/sbin/postmap", "-s", map_file(name))
+    assert ended.status == 0, ended
+    return dict(line.split("\t", 1) for line in ended.out.splitlines())
+
+
+def postmap_query(name, key):
+    """What the real postmap finds under a key, or None."""
+    ended = run(REAL / "usr/sbin/postmap", "-q", key, map_file(name))
+    assert ended.err == "", ended
+    return ended.out.removesuffix("\n") if ended.status == 0 else None
+
+
+def add_records(name, records):
+    """Puts records into a map by hand."""
+    lines = "".join(f"{key} {value}\n" for key, value in records.items())
+    ended = run(REAL / "usr/sbin/postmap", "-i", map_file(name), stdin=lines)
+    assert ended.status == 0 and ended.err == "", ended
+
+
+def postconf(name):
+    """A parameter of main.cf."""
+    ended = run(REAL / "usr/sbin/postconf", "-h", name)
+    assert ended.status == 0, ended
+    return ended.out.removesuffix("\n")
+
+
+def set_postconf(**parameters):
+    ended = run(REAL / "usr/sbin/postconf", "-e", *(f"{name}={value}" for name, value in parameters.items()))
+    assert ended.status == 0, ended
+
+
+# ----------------------------------------------------------------- accounts and the panel
+
+
+def auth_sql(statement, *values):
+    """Runs a statement on the account database; the rows."""
+    with contextlib.closing(sqlite3.connect(ACCOUNTS, timeout=5)) as connection, connection:
+        return connection.execute(statement, values).fetchall()
+
+
+def auth_domains():
+    """Domains of the account database: name and status."""
+    return dict(auth_sql("SELECT name, status FROM domains"))
+
+
+def auth_rows():
+    """Accounts: address to (plain password, encrypted password, status)."""
+    rows = auth_sql(
+        "SELECT u.name || '@' || d.name, u.userPassword, u.cmusaslsecretPLAIN, u.status "
+        "FROM users u JOIN domains d ON u.dom_id = d.id"
+    )
+    return {row[0]: row[1:] for row in rows}
+
+
+def panel_sql(statement):
+    """Runs statements on the panel's database, which must run; the rows, NULL as None."""
+    ended = run("mariadb", "--batch", "--raw", "--skip-column-names", "orv", stdin=statement)
+    assert ended.status == 0, ended
+    rows = [line.split("\t") for line in ended.out.splitlines()]
+    return [tuple(None if value == "NULL" else value for value in row) for row in rows]
+
+
+# ------------------------------------------------------------------------------- services
+
+
+def service(verb, *names):
+    ended = run(HOST / "service", verb, *names, env={"PATH": PATH, "HOME": "/root", "MAILVEK_HOST": "1"})
+    assert verb == "status" or ended.status == 0, ended
+    return ended.status == 0
+
+
+def start(*names):
+    """Starts mariadb, postfix, courier; waits until they answer."""
+    service("start", *names)
+
+
+def stop(*names):
+    service("stop", *names)
+
+
+def runs(name):
+    return service("status", name)
+
+
+def system_log():
+    """The system log's lines since the last reset."""
+    return pathlib.Path("/var/log/syslog").read_text(errors="surrogateescape").splitlines()
+
+
+def wait_until(condition, seconds=10):
+    """Waits until condition() is true and returns its value; fails after the seconds."""
+    deadline = time.monotonic() + seconds
+    while not (value := condition()):
+        assert time.monotonic() < deadline, f"not so after {seconds} s: {condition}"
+        time.sleep(0.02)
+    return value
+
+
+# ----------------------------------------------------------------------------------- mail
+
+
+def make_mailbox(address, password):
+    """A mailbox as the tool would make one, made by hand."""
+    mailname, domain = address.split("@")
+    home = pathlib.Path(MAILNAMES, domain, mailname)
+    for directory in (home.parent, home, *(home / "Maildir" / name for name in ("", "tmp", "new", "cur"))):
+        directory.mkdir(0o700, exist_ok=True)
+        os.chown(directory, pwd.getpwnam("popuser").pw_uid, grp.getgrnam("popuser").gr_gid)
+    add_records("virtual_domains", {domain: f"{domain}/"})
+    add_records("virtual", {address: address})
+    add_records("vmailbox", {address: f"{domain}/{mailname}/Maildir/"})
+    auth_sql("INSERT OR IGNORE INTO domains (name) VALUES (?)", domain)
+    auth_sql(
+        "INSERT INTO users (dom_id, name, userPassword) SELECT id, ?, ? FROM domains WHERE name = ?",
+        mailname, password, domain,
+    )
+
+
+def send(sender, recipient, body="Hello", login=None):
+    """Sends a letter by SMTP, as (user, password) when given; raises what smtplib raises."""
+    with smtplib.SMTP("127.0.0.1", 25, local_hostname="client.example.test", timeout=20) as smtp:
+        if login:
+            smtp.login(*login)
+        smtp.sendmail(sender, recipient, f"From: {sender}\r\nTo: {recipient}\r\nSubject: A letter\r\n\r\n{body}\r\n")
+
+
+def letters(address):
+    """The letters in a mailbox's Maildir, new ones and seen ones."""
+    mailname, domain = address.split("@")
+    maildir = pathlib.Path(MAILNAMES, domain, mailname, "Maildir")
+    return [file.read_text() for name in ("new", "cur") for file in sorted((maildir / name).iterdir())]
+
+
+def login_works(address, password):
+    """Whether Courier's account daemon lets the account in. Its servers ask the same daemon,
+    but take five seconds to refuse."""
+    return run("authtest", address, password).status == 0
+
+
+def imap_letters(address, password):
+    """Logs in by IMAP and counts the inbox; None when the login is refused."""
+    with imaplib.IMAP4("127.0.0.1", timeout=20) as imap:
+        try:
+            imap.login(address, password)
+        except imaplib.IMAP4.error:
+            return None
+        return int(imap.select()[1][0])
+
+
+def pop3_letters(address, password):
+    """Logs in by POP3 and counts the inbox; None when the login is refused."""
+    pop = poplib.POP3("127.0.0.1", timeout=20)
+    try:
+        pop.user(address)
+        pop.pass_(password)
+        return pop.stat()[0]
+    except poplib.error_proto:
+        return None
+    finally:
+        with contextlib.suppress(poplib.error_proto, OSError):
+            pop.quit()
+
+
+# ----------------------------------------------------------------------------------- files
+
+
+def described(path):
+    """A file's kind, mode and owner: "d 0750 popuser:popuser"."""
+    status = os.lstat(path)
+    kind = stat.filemode(status.st_mode)[0].replace("-", "f")
+    if kind == "l":
+        return f"l {os.readlink(path)}"
+    try:
+        owner = f"{pwd.getpwuid(status.st_uid).pw_name}:{grp.getgrgid(status.st_gid).gr_name}"
+    except KeyError:
+        owner = f"{status.st_uid}:{status.st_gid}"
+    return f"{kind} {stat.S_IMODE(status.st_mode):04o} {owner}"
+
+
+def tree(path):
+    """Everything below a directory, by relative path, as described() says it."""
+    found = {}
+    for directory, directories, files in os.walk(path):
+        for name in directories + files:
+            full = os.path.join(directory, name)
+            found[os.path.relpath(full, path)] = described(full)
+    return found
+
+
+def read(path):
+    return text(pathlib.Path(path).read_bytes())
+
+
+def write(path, content, mode=None):
+    pathlib.Path(path).parent.mkdir(parents=True, exist_ok=True)
+    pathlib.Path(path).write_bytes(os.fsencode(content))
+    if mode is not None:
+        os.chmod(path, mode)
+
+
+_NOT_ON_DISK = ("/run/mailvek", "/var/lib/mysql", "/var/log/syslog", "/var/log/mail.log",
+                "/var/log/mariadbd.log")
+
+
+def fingerprint(path):
+    status = os.lstat(path)
+    content = ""
+    if stat.S_ISREG(status.st_mode):
+        content = hashlib.sha256(pathlib.Path(path).read_bytes()).hexdigest()
+    # Directories carry their own time: a file made and removed again shows in it.
+    return described(path), status.st_mtime_ns, content
+
+
+def disk():
+    """Every file of the host that differs from the untouched system, and all of /run, /tmp
+    and /dev/shm, each with kind, mode, owner, time and content. Logs and the panel's
+    database are left out. Two equal results: nothing on the disk has changed in between."""
+    found = {}
+    for top, prefix in (("/run/mailvek/changes", ""), ("/run", "/run"), ("/tmp", "/tmp"), ("/dev/shm", "/dev/shm")):
+        for directory, directories, files in os.walk(top):
+            shown = prefix + directory[len(top):]
+            directories[:] = [name for name in directories if not f"{shown}/{name}".startswith(_NOT_ON_DISK)]
+            for name in directories + files:
+                path = f"{shown}/{name}"
+                if not path.startswith(_NOT_ON_DISK):
+                    found[path] = fingerprint(path) if os.path.lexists(path) else "removed"
+    return found
+
+
+@contextlib.contextmanager
+def nothing_changes():
+    """Fails when the block changes anything on the disk."""
+    before = disk()
+    yield
+    after = disk()
+    different = sorted(path for path in before.keys() | after.keys() if before.get(path) != after.get(path))
+    assert not different, f"changed on disk: {different}"
+
+
+# ---------------------------------------------------------------------- spies and stand-ins
+
+
+@dataclasses.dataclass
+class Rule:
+    """What a spy does with the calls that fit. Plain Rule() runs the real program."""
+
+    exit: int | None = None  # end with this status instead of running the real program
+    signal: int | None = None  # or die by this signal
+    out: str = ""  # write this on standard output first
+    err: str = ""  # and this on standard error
+    spew: int = 0  # write so many bytes on each of both streams first, in turns
+    input: str = "record"  # record | ignore (never read it) | close
+    delay: float = 0  # wait so many seconds first
+    times: int | None = None  # serve so many calls, then leave it to the next rule
+    having: str | None = None  # serve only calls that have this argument
+
+    def line(self):
+        words = [f"input={self.input}"]
+        if self.exit is not None:
+            words.append(f"exit={self.exit}")
+        if self.signal is not None:
+            words.append(f"signal={int(self.signal)}")
+        if self.times is not None:
+            words.append(f"times={self.times}")
+        if self.having is not None:
+            words.append(f"having={os.fsencode(self.having).hex()}")
+        words += [f"stdout={os.fsencode(self.out).hex()}", f"stderr={os.fsencode(self.err).hex()}"]
+        words += [f"spew={self.spew}", f"delay={int(self.delay * 1000)}"]
+        return " ".join(words) + "\n"
+
+
+@dataclasses.dataclass
+class Call:
+    """One call of a program that a spy stands in for."""
+
+    program: str
+    argv: list
+    env: dict
+    cwd: str
+    fds: dict  # descriptor number -> what it is open on
+    uid: int
+    gid: int
+    umask: int
+    blocked: int  # signal masks, bit 0 is signal 1
+    ignored: int
+    stdin: str | None = None  # None when it was not read
+
+
+def _latin(value):
+    return text(value.encode("latin-1"))
+
+
+def spy(program, *rules):
+    """Puts a spy in a program's place. The first rule that fits a call and is not used up
+    serves it; without one the real program runs. A program that does not exist yet is made,
+    and a second spy() on a program replaces its rules. reset() takes all spies away."""
+    place = os.path.realpath(program)
+    folder = SPIES / place.replace("/", "%")
+    folder.mkdir(0o777, parents=True, exist_ok=True)
+    for directory in (SPIES, folder):
+        directory.chmod(0o777)
+    (folder / "rules").write_text("".join(rule.line() for rule in rules))
+    (folder / "used").unlink(missing_ok=True)
+    if not os.path.lexists(place):
+        pathlib.Path(place).parent.mkdir(parents=True, exist_ok=True)
+        pathlib.Path(place).touch(0o755)
+    if not os.path.samefile(place, BIN / "spy"):
+        subprocess.run(["mount", "--bind", BIN / "spy", place], check=True)
+
+
+def calls(program=None):
+    """The calls that spies have seen, of one program or of all, in their order."""
+    seen, open_calls = [], {}
+    with contextlib.suppress(FileNotFoundError):
+        for line in (SPIES / "journal").read_text().splitlines():
+            entry = json.loads(line)
+            if entry["event"] == "input":
+                open_calls[entry["pid"]].stdin = _latin(entry["data"])
+                continue
+            call = Call(
+                program=_latin(entry["program"]),
+                argv=[_latin(word) for word in entry["argv"]],
+                env=dict(_latin(word).split("=", 1) for word in entry["env"]),
+                cwd=_latin(entry["cwd"]),
+                fds={int(number): _latin(target) for number, target in entry["fds"].items()},
+                uid=entry["uid"], gid=entry["gid"], umask=entry["umask"],
+                blocked=int(entry["blocked"], 16), ignored=int(entry["ignored"], 16),
+            )
+            open_calls[entry["pid"]] = call
+            seen.append(call)
+    place = program and os.path.realpath(program)
+    return [call for call in seen if place in (None, call.program)]
+
+
+# ---------------------------------------------------------------------------------- faults
+
+
+def full_disk(path, more_files=0):
+    """Makes a directory a full file system of its own: its content stays, no block is free,
+    and more_files files can still be made."""
+    content = sum(4096 + os.lstat(os.path.join(top, name)).st_size // 4096 * 4096
+                  for top, directories, files in os.walk(path) for name in directories + files)
+    nodes = 1 + len(tree(path))
+    _cover(path, f"size={content + 65536},nr_inodes={nodes + more_files + 1}")
+    with open(os.path.join(path, ".full"), "wb", buffering=0) as file:
+        with contextlib.suppress(OSError):
+            while file.write(bytes(4096)):
+                pass
+
+
+def _cover(path, options):
+    """Mounts a memory file system over a directory, with the directory's content in it."""
+    status = os.stat(path)
+    source = f"/run/mailvek/covered-{status.st_ino}"
+    os.mkdir(source)
+    subprocess.run(["mount", "--bind", path, source], check=True)
+    mode = f"mode={stat.S_IMODE(status.st_mode):o},uid={status.st_uid},gid={status.st_gid}"
+    subprocess.run(["mount", "-t", "tmpfs", "-o", f"{options},{mode}", "tmpfs", path], check=True)
+    subprocess.run(["cp", "-a", f"{source}/.", path], check=True)
+
+
+def read_only(path):
+    """Mounts a file or directory read-only over itself."""
+    subprocess.run(["mount", "--bind", path, path], check=True)
+    subprocess.run(["mount", "-o", "remount,bind,ro", path], check=True)
+
+
+def undo(path):
+    """Takes the topmost mount from a path: full_disk(), read_only() or spy()."""
+    subprocess.run(["umount", os.path.realpath(path)], check=True)
+
+
+@contextlib.contextmanager
+def flock_held(path):
+    """Holds an exclusive flock on a file, which is made when missing."""
+    descriptor = os.open(path, os.O_RDWR | os.O_CREAT, 0o644)
+    try:
+        fcntl.flock(descriptor, fcntl.LOCK_EX | fcntl.LOCK_NB)
+        yield
+    finally:
+        os.close(descriptor)
+
+
+@contextlib.contextmanager
+def accounts_locked():
+    """Holds the account database in an exclusive transaction."""
+    with contextlib.closing(sqlite3.connect(ACCOUNTS, isolation_level=None)) as connection:
+        connection.execute("BEGIN EXCLUSIVE")
+        try:
+            yield
+        finally:
+            connection.execute("ROLLBACK")

@@ -1,0 +1,94 @@
+#!/usr/bin/python3
+"""The demo: what the tool does so far, step by step, on a real mail host.
+
+Runs inside a host (./dev demo). Each step prints what is run, its status and what came of
+it, and holds or does not; the last line says how many held. Exits 1 when one did not.
+"""
+import pathlib
+import shlex
+import sys
+
+HOST = pathlib.Path(__file__).resolve().parent
+sys.path.insert(0, str(HOST.parent / "commands"))
+
+import mailhost  # noqa: E402  (found by the line above)
+
+GOLDEN = HOST.parent / "golden"
+ANNA, PASSWORD = "anna@example.com", "correct horse"
+
+
+class Demo:
+    def __init__(self):
+        self.held = 0
+        self.steps = 0
+
+    def heading(self, words):
+        print(f"\n== {words}", flush=True)
+
+    def step(self, shown, seen, holds):
+        """Prints one step; seen is what a person would look at, a few lines of it."""
+        self.steps += 1
+        self.held += bool(holds)
+        print(f"{'holds' if holds else 'DOES NOT HOLD':>6}  {shown}")
+        lines = seen.splitlines()
+        for line in lines[:4]:
+            print(f"          {line[:110]}")
+        if len(lines) > 4:
+            print(f"          ... {len(lines) - 4} more lines")
+        sys.stdout.flush()
+
+    def tool(self, *arguments, status, out=None, err=None):
+        """Runs the tool with what it must answer; None stands for any text."""
+        ended = mailhost.mailvek(*arguments)
+        holds = (ended.status == status and out in (None, ended.out) and err in (None, ended.err))
+        shown = shlex.join(("mailvek", *arguments))
+        self.step(f"{shown}   -> status {ended.status}", ended.out or ended.err, holds)
+
+
+def the_host_is_real(demo):
+    demo.heading("a real mail host: MariaDB, Postfix and Courier are started in it")
+    mailhost.start("mariadb", "postfix", "courier")
+    running = [name for name in ("mariadb", "postfix", "courier") if mailhost.runs(name)]
+    demo.step("services", "running: " + ", ".join(running), len(running) == 3)
+    param = mailhost.panel_sql("SELECT COUNT(*) FROM misc")
+    demo.step("the panel's database answers", f"misc: {param[0][0]} rows", len(param) == 1)
+
+    mailhost.make_mailbox(ANNA, PASSWORD)
+    demo.step(f"a mailbox for {ANNA}, made by hand", f"virtual: {mailhost.postmap('virtual')}",
+              mailhost.postmap("virtual") == {ANNA: ANNA})
+    mailhost.send("bertha@example.org", ANNA, body="A letter to the demo")
+    arrived = mailhost.wait_until(lambda: mailhost.letters(ANNA))
+    demo.step(f"a letter by SMTP to {ANNA}", arrived[0], "A letter to the demo" in arrived[0])
+    imap, pop3 = mailhost.imap_letters(ANNA, PASSWORD), mailhost.pop3_letters(ANNA, PASSWORD)
+    demo.step("read by IMAP and POP3", f"letters seen: {imap} by IMAP, {pop3} by POP3", imap == pop3 == 1)
+
+
+def the_tool_answers(demo):
+    demo.heading("the tool's answers")
+    for command in ("--help-commands", "--help-legacy", "--features"):
+        demo.tool(command, status=0, out=mailhost.read(GOLDEN / command[2:]), err="")
+    demo.tool("-h", status=0, err="")
+    demo.tool("--features", "--help", status=0, out=mailhost.read(GOLDEN / "features"), err="")
+
+
+def bad_usage_is_told(demo):
+    demo.heading("bad usage: told on standard error, status 1, nothing changed on disk")
+    short_usage = mailhost.mailvek("-h").out
+    before = mailhost.disk()
+    demo.tool(status=1, out="", err="Error: no command specified\n" + short_usage)
+    demo.tool("foo", status=1, out="", err="Error: invalid command foo\n" + short_usage)
+    demo.tool("", status=1, out="", err="Error: invalid command \n" + short_usage)
+    demo.step("the disk of the host", "compared with before", mailhost.disk() == before)
+
+
+def main():
+    demo = Demo()
+    the_host_is_real(demo)
+    the_tool_answers(demo)
+    bad_usage_is_told(demo)
+    print(f"\n{demo.held} of {demo.steps} steps held")
+    return 0 if demo.held == demo.steps else 1
+
+
+if __name__ == "__main__":
+    sys.exit(main())

@@ -1,0 +1,1 @@
+/^192\.0\.2\.66$/ REJECT relaying denied

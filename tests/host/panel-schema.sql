@@ -1,0 +1,113 @@
+-- The panel's database as far as the tool reads it: every table and column that one of its
+-- queries names, with the types the panel gives them.
+
+CREATE TABLE misc (
+  param VARCHAR(255) NOT NULL PRIMARY KEY,
+  val TEXT
+);
+
+CREATE TABLE clients (
+  id INT UNSIGNED NOT NULL AUTO_INCREMENT PRIMARY KEY,
+  email VARCHAR(255)
+);
+
+CREATE TABLE dns_zone (
+  id INT UNSIGNED NOT NULL AUTO_INCREMENT PRIMARY KEY,
+  name VARCHAR(255) NOT NULL
+);
+
+CREATE TABLE dns_recs (
+  id INT UNSIGNED NOT NULL AUTO_INCREMENT PRIMARY KEY,
+  dns_zone_id INT UNSIGNED NOT NULL,
+  type VARCHAR(16) NOT NULL,
+  host VARCHAR(255) NOT NULL,
+  val VARCHAR(255) NOT NULL DEFAULT ''
+);
+
+CREATE TABLE Limits (
+  id INT UNSIGNED NOT NULL,
+  limit_name VARCHAR(100) NOT NULL,
+  value BIGINT NOT NULL DEFAULT -1,
+  PRIMARY KEY (id, limit_name)
+);
+
+CREATE TABLE Parameters (
+  id INT UNSIGNED NOT NULL,
+  parameter VARCHAR(100) NOT NULL,
+  value TEXT,
+  PRIMARY KEY (id, parameter)
+);
+
+CREATE TABLE domains (
+  id INT UNSIGNED NOT NULL AUTO_INCREMENT PRIMARY KEY,
+  cl_id INT UNSIGNED NOT NULL DEFAULT 1,
+  name VARCHAR(255) NOT NULL UNIQUE,
+  status BIGINT UNSIGNED NOT NULL DEFAULT 0,
+  htype VARCHAR(32) NOT NULL DEFAULT 'none',
+  dns_zone_id INT UNSIGNED NOT NULL DEFAULT 0,
+  limits_id INT UNSIGNED NOT NULL DEFAULT 0
+);
+
+CREATE TABLE subdomains (
+  id INT UNSIGNED NOT NULL AUTO_INCREMENT PRIMARY KEY,
+  dom_id INT UNSIGNED NOT NULL,
+  name VARCHAR(255) NOT NULL
+);
+
+CREATE TABLE dom_param (
+  dom_id INT UNSIGNED NOT NULL,
+  param VARCHAR(100) NOT NULL,
+  val TEXT,
+  PRIMARY KEY (dom_id, param)
+);
+
+CREATE TABLE DomainServices (
+  id INT UNSIGNED NOT NULL AUTO_INCREMENT PRIMARY KEY,
+  dom_id INT UNSIGNED NOT NULL,
+  type VARCHAR(32) NOT NULL,
+  status BIGINT UNSIGNED NOT NULL DEFAULT 0,
+  parameters_id INT UNSIGNED NOT NULL DEFAULT 0
+);
+
+CREATE TABLE domainaliases (
+  id INT UNSIGNED NOT NULL AUTO_INCREMENT PRIMARY KEY,
+  dom_id INT UNSIGNED NOT NULL,
+  name VARCHAR(255) NOT NULL UNIQUE,
+  status BIGINT UNSIGNED NOT NULL DEFAULT 0,
+  mail ENUM('false', 'true') NOT NULL DEFAULT 'true'
+);
+
+CREATE TABLE mail (
+  id INT UNSIGNED NOT NULL AUTO_INCREMENT PRIMARY KEY,
+  mail_name VARCHAR(245) NOT NULL,
+  dom_id INT UNSIGNED NOT NULL,
+  postbox ENUM('false', 'true') NOT NULL DEFAULT 'false',
+  mail_group ENUM('false', 'true') NOT NULL DEFAULT 'false',
+  redirect ENUM('false', 'true') NOT NULL DEFAULT 'false',
+  redir_addr VARCHAR(255),
+  mbox_quota BIGINT NOT NULL DEFAULT -1,
+  UNIQUE (dom_id, mail_name)
+);
+
+CREATE TABLE mail_aliases (
+  id INT UNSIGNED NOT NULL AUTO_INCREMENT PRIMARY KEY,
+  mn_id INT UNSIGNED NOT NULL,
+  alias VARCHAR(245) NOT NULL
+);
+
+CREATE TABLE mail_redir (
+  id INT UNSIGNED NOT NULL AUTO_INCREMENT PRIMARY KEY,
+  mn_id INT UNSIGNED NOT NULL,
+  address VARCHAR(255) NOT NULL
+);
+
+CREATE TABLE badmailfrom (
+  domain VARCHAR(255) NOT NULL PRIMARY KEY
+);
+
+CREATE TABLE smtp_poplocks (
+  id INT UNSIGNED NOT NULL AUTO_INCREMENT PRIMARY KEY,
+  ip_address VARCHAR(15) NOT NULL,
+  ip_mask VARCHAR(15) NOT NULL DEFAULT '255.255.255.255',
+  lock_time TIMESTAMP NULL DEFAULT NULL
+);

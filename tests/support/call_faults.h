@@ -1,0 +1,256 @@
+// call_faults - lets a system call of the code under test fail
+//
+// While a CallFailure lives, the call of that name with that number, counted from 1, is not
+// made: it sets errno and gives the result, -1 or null unless another is named. The ones before
+// and after it are made. A BeforeCall does something right before such a call, which is made
+// then: what another process might do in between. One of either lives at a time. What counts is
+// what the program itself calls, which has to be linked with --wrap for each of the functions
+// below. A failing close, closedir or fclose closes all the same, as the true one does.
+
+#ifndef MAILVEK_TESTS_SUPPORT_CALL_FAULTS_H
+#define MAILVEK_TESTS_SUPPORT_CALL_FAULTS_H
+
+#include <cerrno>
+#include <cstdarg>
+#include <cstddef>
+#include <cstdio>
+#include <cstring>
+#include <functional>
+#include <utility>
+
+#include <dirent.h>
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <sys/types.h>
+
+namespace call_faults_detail {
+
+struct Fault
+{
+    char const* call;
+    int calls_to_failure;
+    int error;
+    long result;
+    std::function<void()> event; // instead of a failure, if there is one
+};
+
+inline Fault* fault = nullptr;
+
+inline bool fails(char const* call)
+{
+    if (!fault || strcmp(fault->call, call) != 0 || --fault->calls_to_failure != 0)
+        return false;
+    if (fault->event) {
+        fault->event();
+        return false;
+    }
+    errno = fault->error;
+    return true;
+}
+
+template<typename Result>
+Result result()
+{
+    return static_cast<Result>(fault->result);
+}
+
+template<>
+inline dirent* result<dirent*>()
+{
+    return nullptr;
+}
+
+class Installed
+{
+public:
+    explicit Installed(Fault wanted) : own(std::move(wanted)) { fault = &own; }
+    ~Installed() { fault = nullptr; }
+    Installed(Installed const&) = delete;
+    Installed& operator=(Installed const&) = delete;
+
+private:
+    Fault own;
+};
+
+} // namespace call_faults_detail
+
+class CallFailure : call_faults_detail::Installed
+{
+public:
+    CallFailure(char const* call, int error, int number = 1, long result = -1)
+        : Installed({call, number, error, result, {}})
+    {
+    }
+};
+
+class BeforeCall : call_faults_detail::Installed
+{
+public:
+    BeforeCall(char const* call, int number, std::function<void()> event)
+        : Installed({call, number, 0, 0, std::move(event)})
+    {
+    }
+};
+
+extern "C" {
+
+int __real_open(char const* path, int flags, ...);
+int __real_close(int fd);
+int __real_closedir(DIR* dir);
+int __real_fclose(FILE* file);
+ssize_t __real_read(int fd, void* block, size_t size);
+ssize_t __real_write(int fd, void const* block, size_t size);
+dirent* __real_readdir(DIR* dir);
+int __real_flock(int fd, int operation);
+int __real_lstat(char const* path, struct stat* info);
+int __real_fstat(int fd, struct stat* info);
+int __real_chown(char const* path, uid_t uid, gid_t gid);
+int __real_lchown(char const* path, uid_t uid, gid_t gid);
+int __real_fchown(int fd, uid_t uid, gid_t gid);
+int __real_chmod(char const* path, mode_t mode);
+int __real_fchmod(int fd, mode_t mode);
+int __real_fchmodat(int dir, char const* path, mode_t mode, int flags);
+int __real_fchdir(int fd);
+int __real_unlink(char const* path);
+int __real_rmdir(char const* path);
+int __real_rename(char const* from, char const* to);
+
+[[gnu::used]] inline int __wrap_close(int fd)
+{
+    if (!call_faults_detail::fails("close"))
+        return __real_close(fd);
+    int const error = errno;
+    __real_close(fd);
+    errno = error;
+    return call_faults_detail::result<int>();
+}
+
+[[gnu::used]] inline int __wrap_closedir(DIR* dir)
+{
+    if (!call_faults_detail::fails("closedir"))
+        return __real_closedir(dir);
+    int const error = errno;
+    __real_closedir(dir);
+    errno = error;
+    return call_faults_detail::result<int>();
+}
+
+[[gnu::used]] inline int __wrap_fclose(FILE* file)
+{
+    if (!call_faults_detail::fails("fclose"))
+        return __real_fclose(file);
+    int const error = errno;
+    __real_fclose(file);
+    errno = error;
+    return call_faults_detail::result<int>();
+}
+
+[[gnu::used]] inline ssize_t __wrap_read(int fd, void* block, size_t size)
+{
+    return call_faults_detail::fails("read") ? call_faults_detail::result<ssize_t>()
+                                             : __real_read(fd, block, size);
+}
+
+[[gnu::used]] inline ssize_t __wrap_write(int fd, void const* block, size_t size)
+{
+    return call_faults_detail::fails("write") ? call_faults_detail::result<ssize_t>()
+                                              : __real_write(fd, block, size);
+}
+
+[[gnu::used]] inline dirent* __wrap_readdir(DIR* dir)
+{
+    return call_faults_detail::fails("readdir") ? call_faults_detail::result<dirent*>()
+                                                : __real_readdir(dir);
+}
+
+[[gnu::used]] inline int __wrap_flock(int fd, int operation)
+{
+    return call_faults_detail::fails("flock") ? call_faults_detail::result<int>()
+                                              : __real_flock(fd, operation);
+}
+
+[[gnu::used]] inline int __wrap_lstat(char const* path, struct stat* info)
+{
+    return call_faults_detail::fails("lstat") ? call_faults_detail::result<int>()
+                                              : __real_lstat(path, info);
+}
+
+[[gnu::used]] inline int __wrap_fstat(int fd, struct stat* info)
+{
+    return call_faults_detail::fails("fstat") ? call_faults_detail::result<int>()
+                                              : __real_fstat(fd, info);
+}
+
+[[gnu::used]] inline int __wrap_chown(char const* path, uid_t uid, gid_t gid)
+{
+    return call_faults_detail::fails("chown") ? call_faults_detail::result<int>()
+                                              : __real_chown(path, uid, gid);
+}
+
+[[gnu::used]] inline int __wrap_lchown(char const* path, uid_t uid, gid_t gid)
+{
+    return call_faults_detail::fails("lchown") ? call_faults_detail::result<int>()
+                                               : __real_lchown(path, uid, gid);
+}
+
+[[gnu::used]] inline int __wrap_fchown(int fd, uid_t uid, gid_t gid)
+{
+    return call_faults_detail::fails("fchown") ? call_faults_detail::result<int>()
+                                               : __real_fchown(fd, uid, gid);
+}
+
+[[gnu::used]] inline int __wrap_chmod(char const* path, mode_t mode)
+{
+    return call_faults_detail::fails("chmod") ? call_faults_detail::result<int>()
+                                              : __real_chmod(path, mode);
+}
+
+[[gnu::used]] inline int __wrap_fchmod(int fd, mode_t mode)
+{
+    return call_faults_detail::fails("fchmod") ? call_faults_detail::result<int>()
+                                               : __real_fchmod(fd, mode);
+}
+
+[[gnu::used]] inline int __wrap_fchmodat(int dir, char const* path, mode_t mode, int flags)
+{
+    return call_faults_detail::fails("fchmodat") ? call_faults_detail::result<int>()
+                                                 : __real_fchmodat(dir, path, mode, flags);
+}
+
+[[gnu::used]] inline int __wrap_fchdir(int fd)
+{
+    return call_faults_detail::fails("fchdir") ? call_faults_detail::result<int>()
+                                               : __real_fchdir(fd);
+}
+
+[[gnu::used]] inline int __wrap_unlink(char const* path)
+{
+    return call_faults_detail::fails("unlink") ? call_faults_detail::result<int>()
+                                               : __real_unlink(path);
+}
+
+[[gnu::used]] inline int __wrap_rmdir(char const* path)
+{
+    return call_faults_detail::fails("rmdir") ? call_faults_detail::result<int>()
+                                              : __real_rmdir(path);
+}
+
+[[gnu::used]] inline int __wrap_rename(char const* from, char const* to)
+{
+    return call_faults_detail::fails("rename") ? call_faults_detail::result<int>()
+                                               : __real_rename(from, to);
+}
+
+[[gnu::used]] inline int __wrap_open(char const* path, int flags, ...)
+{
+    va_list args;
+    va_start(args, flags);
+    mode_t const mode = flags & O_CREAT ? va_arg(args, mode_t) : 0;
+    va_end(args);
+    return call_faults_detail::fails("open") ? call_faults_detail::result<int>()
+                                             : __real_open(path, flags, mode);
+}
+
+} // extern "C"
+
+#endif

@@ -1,0 +1,142 @@
+#include "lib/string.h"
+
+#include "lib/owned.h"
+#include "support/child_run.h"
+#include "support/memory_faults.h"
+#include "support/report.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <string>
+#include <vector>
+
+using ::testing::ElementsAre;
+
+namespace {
+
+std::vector<std::string> stringsOf(StringArray const& array)
+{
+    std::vector<std::string> strings;
+    for (char** string = array.get(); string && *string; ++string)
+        strings.emplace_back(*string);
+    return strings;
+}
+
+std::vector<std::string> split(char const* str, char const* delim)
+{
+    return stringsOf(StringArray(string_split(str, delim)));
+}
+
+std::string const no_memory =
+    withErrno(std::string("System error: ") + strerror(ENOMEM) + "\n", ENOMEM);
+
+} // namespace
+
+TEST(StringToMas, BeginsAnArray)
+{
+    StringArray const array(string_to_mas(nullptr, "a"));
+    EXPECT_THAT(stringsOf(array), ElementsAre("a"));
+}
+
+TEST(StringToMas, AppendsACopy)
+{
+    char text[] = "b";
+    StringArray array(string_to_mas(nullptr, "a"));
+    array.reset(string_to_mas(array.release(), text));
+    text[0] = 'x';
+    EXPECT_THAT(stringsOf(array), ElementsAre("a", "b"));
+}
+
+TEST(StringToMas, LeavesTheArrayAsItWasWhenItFails)
+{
+    for (int const number : {1, 2}) {
+        StringArray const array(string_to_mas(nullptr, "a"));
+        auto const run = inChild([&] {
+            AllocationFailure const failing(number);
+            return string_to_mas(array.get(), "b") ? 1 : 0;
+        });
+        EXPECT_EQ(run.status, 0);
+        EXPECT_EQ(run.err, no_memory);
+        EXPECT_THAT(stringsOf(array), ElementsAre("a"));
+    }
+}
+
+TEST(FreeArray, TakesNull)
+{
+    free_array(nullptr);
+}
+
+TEST(StringSplit, SplitsAtAnyByteOfTheDelimiters)
+{
+    EXPECT_THAT(split("a,b c", ", "), ElementsAre("a", "b", "c"));
+}
+
+TEST(StringSplit, GivesTheWholeTextWhereNothingDelimits)
+{
+    EXPECT_THAT(split("abc", ","), ElementsAre("abc"));
+    EXPECT_THAT(split("a,c", ""), ElementsAre("a,c"));
+}
+
+TEST(StringSplit, TakesARunOfDelimitersForOne)
+{
+    EXPECT_THAT(split("a, ,b", ", "), ElementsAre("a", "b"));
+}
+
+TEST(StringSplit, SkipsDelimitersAtTheBeginning)
+{
+    EXPECT_THAT(split(",,a", ","), ElementsAre("a"));
+}
+
+TEST(StringSplit, GivesAnEmptyLastFieldBehindATrailingDelimiter)
+{
+    EXPECT_THAT(split("a,", ","), ElementsAre("a", ""));
+    EXPECT_THAT(split("a,,", ","), ElementsAre("a", ""));
+    EXPECT_THAT(split(",", ","), ElementsAre(""));
+}
+
+TEST(StringSplit, GivesOneEmptyFieldForAnEmptyText)
+{
+    EXPECT_THAT(split("", ","), ElementsAre(""));
+}
+
+TEST(StringSplit, ReportsAnElementThatCannotBeAdded)
+{
+    for (int const number : {1, 2, 3, 4}) {
+        auto const run = inChild([=] {
+            AllocationFailure const failing(number);
+            return string_split("a,b", ",") ? 1 : 0;
+        });
+        EXPECT_EQ(run.status, 0);
+        EXPECT_EQ(run.err, no_memory + withErrno("Unable to add string into array", ENOMEM));
+    }
+}
+
+TEST(Strtolower, ChangesLettersInPlace)
+{
+    char text[] = "AbC-12\xC4";
+    EXPECT_EQ(strtolower(text), text);
+    EXPECT_STREQ(text, "abc-12\xC4");
+}
+
+TEST(Strtolower, GivesNullForNull)
+{
+    EXPECT_EQ(strtolower(nullptr), nullptr);
+    EXPECT_EQ(strtolower_dynamic(nullptr), nullptr);
+}
+
+TEST(StrtolowerDynamic, ChangesACopy)
+{
+    CString const copy(strtolower_dynamic("AbC"));
+    EXPECT_STREQ(copy.get(), "abc");
+}
+
+TEST(StrtolowerDynamic, ReportsThatThereIsNoMemory)
+{
+    auto const run = inChild([] {
+        AllocationFailure const failing(1);
+        return strtolower_dynamic("A") ? 1 : 0;
+    });
+    EXPECT_EQ(run.status, 0);
+    EXPECT_EQ(run.err, no_memory);
+}

@@ -1,0 +1,65 @@
+# common - what the verbs of ./dev share; read by bash, from the root of the checkout
+
+say() { echo "dev: $*" >&2; }
+give_up() { say "$@"; exit 1; }
+
+# Runs a command as root: as it is for root, through sudo for anybody else.
+as_root() {
+    if [ "$EUID" = 0 ]; then
+        "$@"
+    else
+        command -v sudo >/dev/null || give_up "this needs root, and there is no sudo"
+        sudo env ${MAILVEK_CACHE+MAILVEK_CACHE="$MAILVEK_CACHE"} ${CI+CI="$CI"} TERM="${TERM:-dumb}" "$@"
+    fi
+}
+
+# Runs a command that takes time, with its output kept back; shows it when the command fails.
+quietly() {
+    local log status=0
+    log=$(mktemp)
+    "$@" >"$log" 2>&1 </dev/null || status=$?
+    [ "$status" = 0 ] || cat "$log" >&2
+    rm -f "$log"
+    return "$status"
+}
+
+missing_packages() { # LIST_FILE...
+    local name
+    grep -hv '^#' "$@" | while read -r name; do
+        dpkg-query -W -f='${db:Status-Status}' "$name" 2>/dev/null | grep -qx installed || echo "$name"
+    done
+}
+
+# Installs the packages of the lists that are missing; does nothing when none is.
+install_packages() { # LIST_FILE...
+    local missing
+    mapfile -t missing < <(missing_packages "$@")
+    [ ${#missing[@]} -gt 0 ] || return 0
+    say "installing ${#missing[@]} packages: ${missing[*]}"
+    quietly as_root apt-get -o DPkg::Lock::Timeout=300 update
+    quietly as_root env DEBIAN_FRONTEND=noninteractive \
+        apt-get -o DPkg::Lock::Timeout=300 install -y --no-install-recommends "${missing[@]}"
+    say "packages installed"
+}
+
+# Configures and builds a preset, all of it or the named targets. On a terminal ninja shows
+# its progress there; elsewhere its output is shown when it fails.
+build() { # PRESET [TARGET...]
+    local preset=$1 started=$SECONDS build=(cmake --build --preset "$1")
+    shift
+    [ $# = 0 ] || build+=(--target "$@")
+    say "building preset $preset"
+    quietly cmake --preset "$preset" "-DCMAKE_CXX_COMPILER_LAUNCHER=$(command -v ccache || true)" ||
+        give_up "preset $preset cannot be configured"
+    if [ -t 2 ]; then "${build[@]}" >&2; else quietly "${build[@]}"; fi ||
+        give_up "preset $preset does not build"
+    say "preset $preset built in $((SECONDS - started)) s"
+}
+
+# Why this machine allows no throw-away mail hosts; nothing when it allows them. An image that
+# cannot be built is no refusal but an error.
+host_refusal() {
+    (as_root tests/host/enter --bare true) 2>&1 || return 0
+    as_root tests/host/image >/dev/null || return 1
+    (as_root tests/host/enter true) 2>&1 || return 0
+}
