@@ -131,7 +131,8 @@ int __real_nanosleep(timespec const* wanted, timespec* left);
     }
     SqliteSpy::Inside const inside(sqliteSpy());
     int const result = __real_sqlite3_open(path, db);
-    sqliteSpy().open.insert(*db);
+    if (*db)
+        sqliteSpy().open.insert(*db);
     return result;
 }
 
@@ -144,7 +145,8 @@ int __real_nanosleep(timespec const* wanted, timespec* left);
     }
     SqliteSpy::Inside const inside(sqliteSpy());
     int const result = __real_sqlite3_open_v2(path, db, flags, vfs);
-    sqliteSpy().open.insert(*db);
+    if (*db)
+        sqliteSpy().open.insert(*db);
     return result;
 }
 
