@@ -3,10 +3,10 @@
 #include "lib/owned.h"
 #include "mail/lib/mail_auth_domains.h"
 #include "support/auth_database_test.h"
-#include "support/child_run.h"
 #include "support/fd_census.h"
 #include "support/memory_faults.h"
 #include "support/odd_names.h"
+#include "support/ordinary_user.h"
 
 #include <functional>
 
@@ -71,18 +71,6 @@ std::string not_bound(std::string const& what, std::string const& query)
 {
     return "Unable to bind parameter " + what + " SQL statement for query '" + query + "'" +
            no_place;
-}
-
-// Runs code as a user whom file permissions bind, and gives what it printed.
-ChildRun asOrdinaryUser(std::function<int()> const& code)
-{
-    return inChild([&] {
-        orvek_log = _orvek_utility_log;
-        orvek_logv = _orvek_utility_logv;
-        if (geteuid() == 0 && (setgid(65534) != 0 || setuid(65534) != 0))
-            return 99;
-        return code();
-    });
 }
 
 } // namespace
@@ -489,6 +477,8 @@ TEST_F(MailAuthUsers, FailAtTheStepOfAFileThatMayOnlyBeRead)
     chmod(directory.path().c_str(), 0755);
     chmod(path.c_str(), 0444);
     ChildRun const run = asOrdinaryUser([] {
+        orvek_log = _orvek_utility_log;
+        orvek_logv = _orvek_utility_logv;
         return mailAuthSet("joe", "a.com", "new", 0) == -1 &&
                        mailAuthSet("joe", "b.com", "new", 0) == -1 &&
                        mailAuthRemove("joe", "a.com") == -1 &&
