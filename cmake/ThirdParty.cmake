@@ -1,6 +1,6 @@
-# Third-party libraries, each linked by the layer that uses it. Boost is linked statically:
-# the tool is started once per change, thousands of times a day, and every shared library
-# costs at each start.
+# Third-party libraries, each linked by the layer that uses it. Boost and SQLite are linked
+# statically: the tool is started once per change, thousands of times a day, and every shared
+# library costs at each start.
 
 set(Boost_USE_STATIC_LIBS ON)
 find_package(Boost 1.74 REQUIRED COMPONENTS filesystem program_options)
@@ -9,7 +9,16 @@ find_package(PkgConfig REQUIRED)
 pkg_check_modules(LIBIDN REQUIRED IMPORTED_TARGET libidn)
 pkg_check_modules(MARIADB REQUIRED IMPORTED_TARGET libmariadb)
 
+find_path(SQLITE3_INCLUDE_DIR sqlite3.h REQUIRED)
+find_library(SQLITE3_ARCHIVE libsqlite3.a REQUIRED)
+add_library(SQLite3::Archive STATIC IMPORTED)
+set_target_properties(SQLite3::Archive PROPERTIES
+  IMPORTED_LOCATION ${SQLITE3_ARCHIVE}
+  INTERFACE_INCLUDE_DIRECTORIES ${SQLITE3_INCLUDE_DIR}
+  INTERFACE_LINK_LIBRARIES m)
+
 set(MAILVEK_THIRD_PARTY_layer_lib PkgConfig::LIBIDN OpenSSL::Crypto crypt)
+set(MAILVEK_THIRD_PARTY_layer_mail_lib SQLite3::Archive)
 set(MAILVEK_THIRD_PARTY_layer_util Boost::filesystem)
 set(MAILVEK_THIRD_PARTY_layer_mysql PkgConfig::MARIADB)
 set(MAILVEK_THIRD_PARTY_layer_commands Boost::program_options)

@@ -41,7 +41,9 @@ public:
 
 extern "C" {
 
-void* __real_malloc(size_t size);
+// Weak, for a program may leave malloc alone: one that is linked with a library whose own calls
+// would be counted too.
+[[gnu::weak]] void* __real_malloc(size_t size);
 void* __real_calloc(size_t count, size_t size);
 void* __real_realloc(void* memory, size_t size);
 char* __real_strdup(char const* text);

@@ -1,8 +1,11 @@
 #include "lib/mail_validation.h"
 
+#include "lib/product_log.h"
 #include "support/child_run.h"
 
 #include <gtest/gtest.h>
+
+#include <syslog.h>
 
 TEST(MailValidate, TakesALocalPartWithoutTwoDotsInARow)
 {
@@ -22,4 +25,9 @@ TEST(MailValidate, ReportsAnUnknownTypeAsInformation)
     EXPECT_EQ(run.status, 0);
     EXPECT_EQ(run.err, "unknown validation_type: 7\n");
     EXPECT_EQ(run.out, run.err);
+    auto const silent = inChild([] {
+        LogLevel = LOG_NOTICE;
+        return mail_validate("a", static_cast<mail_validation_t>(7));
+    });
+    EXPECT_EQ(silent.err, "");
 }

@@ -1,0 +1,61 @@
+// indexed_file - guards the indexed file of a map while postmap rebuilds it
+//
+// postmap rebuilds a hash or btree map in place: it empties the file and fills it again, so
+// that a rebuild which fails half way leaves a broken map. Other types make a new file, and
+// there is nothing to guard.
+//
+// IndexedFileCopy makes a synced copy beside the file, with its owner and mode. At its end the
+// copy replaces the file, unless the file is as it was; after dismiss() the file stays and the
+// copy goes. When the tool itself is killed meanwhile the copy stays on the disk, under the
+// file's name and ".saved", until the next rewrite of the map.
+//
+// Failures: a system error that names the file, and then there is no copy. The destructor says
+// on standard error when it cannot put the file back, and leaves the copy.
+
+#ifndef MAILVEK_POSTFIX_INDEXED_FILE_H
+#define MAILVEK_POSTFIX_INDEXED_FILE_H
+
+#include <string>
+
+#include <sys/types.h>
+
+namespace orvek::mail::postfix {
+
+// The file that postmap rebuilds in place; empty for a map of another type.
+std::string indexedFileOf(std::string const& map);
+
+// Which file it is, how long, and when it was last changed.
+struct FileIdentity
+{
+    dev_t device = 0;
+    ino_t inode = 0;
+    off_t size = 0;
+    time_t seconds = 0;
+    long nanoseconds = 0;
+
+    bool operator==(FileIdentity const&) const = default;
+};
+
+class IndexedFileCopy
+{
+public:
+    // No copy is made of a file that does not exist, or for an empty path.
+    explicit IndexedFileCopy(std::string const& path);
+    ~IndexedFileCopy();
+    IndexedFileCopy(IndexedFileCopy const&) = delete;
+    IndexedFileCopy& operator=(IndexedFileCopy const&) = delete;
+
+    void dismiss();
+
+private:
+    bool isUnchanged() const;
+
+    std::string const path;
+    std::string const copy_path;
+    FileIdentity original;
+    bool armed = false;
+};
+
+} // namespace orvek::mail::postfix
+
+#endif

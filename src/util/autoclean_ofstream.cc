@@ -1,0 +1,19 @@
+#include "util/autoclean_ofstream.h"
+
+#include "lib/owned.h"
+
+#include <unistd.h>
+
+namespace orvek {
+
+AutocleanOFStream::AutocleanOFStream(std::string const& path) : std::ofstream(path), file_path(path)
+{
+}
+
+AutocleanOFStream::~AutocleanOFStream()
+{
+    ErrnoKeeper const keeper;
+    unlink(file_path.c_str());
+}
+
+} // namespace orvek

@@ -1,0 +1,114 @@
+// map_test - the frame of tests that change maps with the true postmap, or a stand-in for it
+//
+// A test has a map of its own and must leave neither a text source nor a copy of it behind, no
+// descriptor and no child. standIn puts a bash script in the place of postmap until the end of
+// the test: $real is the true one, $dir the directory of the test, and each call notes its
+// arguments in the journal.
+
+#ifndef MAILVEK_TESTS_SUPPORT_MAP_TEST_H
+#define MAILVEK_TESTS_SUPPORT_MAP_TEST_H
+
+#include "support/fd_census.h"
+#include "support/host_test.h"
+#include "support/temp_dir.h"
+
+#include <gtest/gtest.h>
+
+#include <cerrno>
+#include <cstdio>
+#include <cstdlib>
+#include <filesystem>
+#include <list>
+#include <set>
+#include <string>
+#include <utility>
+
+#include <sys/wait.h>
+
+using Records = std::list<std::pair<std::string, std::string>>;
+
+class MapTest : public HostTest
+{
+protected:
+    void SetUp() override
+    {
+        HostTest::SetUp();
+        if (HasFatalFailure())
+            return;
+        std::filesystem::copy_file("/usr/sbin/postmap", real);
+        fill("");
+        descriptors = openDescriptors();
+    }
+
+    void TearDown() override
+    {
+        if (stands_in)
+            run("umount /usr/sbin/postmap");
+        if (full)
+            run("umount " + dir.path());
+        EXPECT_FALSE(std::filesystem::exists(path)) << "the text source is left";
+        EXPECT_FALSE(std::filesystem::exists(path + ".db.saved")) << "a copy is left";
+        EXPECT_EQ(openDescriptors(), descriptors);
+        EXPECT_EQ(waitpid(-1, nullptr, WNOHANG), -1) << "a child is left";
+        EXPECT_EQ(errno, ECHILD);
+    }
+
+    static void run(std::string const& command)
+    {
+        EXPECT_EQ(system(command.c_str()), 0) << command;
+    }
+
+    // Gives the map this content, in text form.
+    void fill(std::string const& text)
+    {
+        writeFile(path, text);
+        run(real + " -r " + map);
+        std::filesystem::remove(path);
+    }
+
+    // The content of the map, sorted, as the true postmap prints it.
+    std::string content() const { return contentOf(map); }
+
+    std::string contentOf(std::string const& name) const
+    {
+        std::string text;
+        FILE* const dump = popen((real + " -s " + name + " | LC_ALL=C sort").c_str(), "r");
+        for (int c = getc(dump); c != EOF; c = getc(dump))
+            text += static_cast<char>(c);
+        pclose(dump);
+        return text;
+    }
+
+    void standIn(std::string const& script)
+    {
+        std::string const file = tools / "stand-in";
+        writeFile(file, "#!/bin/bash\nreal=" + real + " dir=" + tools.path() +
+                            "\necho \"$*\" >> $dir/journal\n" + script + "\n");
+        if (!stands_in)
+            run("chmod 755 " + file + " && mount --bind " + file + " /usr/sbin/postmap");
+        stands_in = true;
+    }
+
+    std::string journal() const { return readFile(tools / "journal"); }
+
+    // The map's directory, as it is, on a file system of this size.
+    void limitDisk(std::string const& size)
+    {
+        run("cp -a " + dir.path() + "/. " + tools.path() + "/old && mount -t tmpfs -o size=" +
+            size + " t " + dir.path() + " && cp -a " + tools.path() + "/old/. " + dir.path());
+        full = true;
+    }
+
+    TempDir const dir;
+    TempDir const tools;
+    std::string const path = dir / "map";
+    std::string const map = "hash:" + path;
+    std::string const real = tools / "postmap";
+
+private:
+    bool stands_in = false;
+    bool full = false;
+    std::set<int> descriptors;
+};
+
+#endif
