@@ -1,7 +1,8 @@
 // auth_database_test - a mail authentication database of its own for each test
 //
 // The database is empty at first and lies in a directory of the test. Reports are recorded and
-// the calls to SQLite are spied on; a test that leaves a connection open fails.
+// the calls to SQLite are spied on; a test that leaves a connection open fails. expectFailure goes
+// through the failures of an operation.
 
 #ifndef MAILVEK_TESTS_SUPPORT_AUTH_DATABASE_TEST_H
 #define MAILVEK_TESTS_SUPPORT_AUTH_DATABASE_TEST_H
@@ -17,6 +18,7 @@
 #include <gtest/gtest.h>
 #include <sqlite3.h>
 
+#include <functional>
 #include <string>
 #include <vector>
 
@@ -43,6 +45,21 @@ inline std::vector<std::string> rowsOf(std::string const& path, std::string cons
     sqlite3_close(db);
     sqliteSpy().open.erase(db);
     return rows;
+}
+
+// What SQLite says of a bind that the spy let fail, and of a call that it did not let through.
+constexpr char no_place[] = ": column index out of range";
+constexpr char not_run[] = ": not an error";
+
+inline std::string notPrepared(std::string const& query, char const* why)
+{
+    return "Unable to prepare SQL statement for query '" + query + "'" + why;
+}
+
+inline std::string notBound(std::string const& what, std::string const& query)
+{
+    return "Unable to bind parameter " + what + " SQL statement for query '" + query + "'" +
+           no_place;
 }
 
 class AuthDatabaseTest : public ::testing::Test
@@ -79,6 +96,25 @@ protected:
 
     std::vector<Report> const& reports() const { return LogRecorder::reports(); }
 
+    // Lets the nth call of the operation fail: its result, and the reports, all of priority 3. No
+    // connection is left open.
+    void expectFailure(std::function<int()> const& operation, char const* call, int nth, int result,
+                       std::vector<std::string> const& texts)
+    {
+        SCOPED_TRACE(call + std::to_string(nth));
+        spy.forget();
+        LogRecorder::reports().clear();
+        spy.fault(call, nth);
+        EXPECT_EQ(operation(), result);
+        std::vector<Report> expected;
+        expected.reserve(texts.size());
+        for (std::string const& text : texts)
+            expected.emplace_back(3, text);
+        EXPECT_EQ(reports(), expected);
+        EXPECT_THAT(spy.open, ::testing::IsEmpty());
+    }
+
+    SqliteSpy& spy = sqliteSpy();
     TempDir const directory;
     std::string const path = directory / "passwd.db";
 

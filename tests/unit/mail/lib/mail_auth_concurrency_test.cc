@@ -86,6 +86,7 @@ TEST_F(MailAuthConcurrency, LosesNothingToEightWritersBesideReaders)
         return read(channel.reading(), &byte, 1) == 0;
     };
     std::vector<Worker> writing;
+    writing.reserve(writers);
     for (int writer = 0; writer < writers; ++writer)
         writing.emplace_back(directory / ("writer" + std::to_string(writer)), [&] {
             int failures = awaitEnd(start) ? 0 : 1;
@@ -94,6 +95,7 @@ TEST_F(MailAuthConcurrency, LosesNothingToEightWritersBesideReaders)
             return failures ? 1 : 0;
         });
     std::vector<Worker> reading;
+    reading.reserve(readers);
     for (int reader = 0; reader < readers; ++reader)
         reading.emplace_back(directory / ("reader" + std::to_string(reader)), [&] {
             awaitEnd(start);

@@ -229,8 +229,13 @@ TEST(MailAuthDetectStyle, RefusesAPathThatDoesNotFit)
 TEST(MailAuthDetectStyle, ReportsAToolThatCannotBeStarted)
 {
     ChildRun const run = detectBelow("/root/of/product", [] {
-        rlimit const none = {0, 0};
+        rlimit limit = {};
+        getrlimit(RLIMIT_NOFILE, &limit);
+        rlimit const none = {0, limit.rlim_max};
         setrlimit(RLIMIT_NOFILE, &none);
+        MailAuthDBStyle const style = mailAuthDBDetectStyle();
+        setrlimit(RLIMIT_NOFILE, &limit);
+        exit(style + 10);
     });
     EXPECT_EQ(run.status, 10 + MAIL_AUTH_DB_INVALID_STYLE);
     EXPECT_EQ(run.err, "unable to execute /root/of/product/admin/sbin/mailvek --features: Too many "

@@ -5,8 +5,6 @@
 #include "support/child_run.h"
 #include "support/odd_names.h"
 
-#include <functional>
-
 using ::testing::ElementsAre;
 using ::testing::IsEmpty;
 using ::testing::Pair;
@@ -26,21 +24,7 @@ protected:
         EXPECT_EQ(db.finish(), 0);
         return id;
     }
-
-    SqliteSpy& spy = sqliteSpy();
 };
-
-// An operation, the call of it that fails, and what is reported then.
-struct Failure
-{
-    std::function<int()> operation;
-    char const* call;
-    int nth;
-    std::string report;
-};
-
-constexpr char no_place[] = ": column index out of range";
-constexpr char not_run[] = ": not an error";
 
 } // namespace
 
@@ -143,26 +127,19 @@ TEST_F(MailAuthDomains, CloseTheCallersConnectionOnlyWhenAPrepareOrBindFails)
         bool open;
         std::string report;
     };
-    std::string const select = "SELECT id FROM domains WHERE name=?";
-    std::string const insert = "INSERT INTO domains (name, status) VALUES(?, ?)";
-    std::string const prepare = "Unable to prepare SQL statement for query '";
-    std::string const name = "Unable to bind parameter domain name 'a.com' to SQL statement for "
-                             "query '";
+    char const select[] = "SELECT id FROM domains WHERE name=?";
+    char const insert[] = "INSERT INTO domains (name, status) VALUES(?, ?)";
+    std::string const selection = "Unable to execute the domain selection query";
+    std::string const registration =
+        "Unable to execute the mail domain authentication registration query";
     for (Row const& row : {
-             Row{"prepare_v2", 1, false, prepare + select + "'" + not_run},
-             Row{"prepare_v2", 2, false, prepare + insert + "'" + not_run},
-             Row{"bind_text", 1, false, name + select + "'" + no_place},
-             Row{"bind_text", 2, false, name + insert + "'" + no_place},
-             Row{"bind_int64", 1, false,
-                 "Unable to bind parameter status '1' for domain 'a.com' to SQL statement for "
-                 "query '" +
-                     insert + "'" + no_place},
-             Row{"step", 1, true,
-                 std::string("Unable to execute the domain selection query") + not_run},
-             Row{"step", 2, true,
-                 std::string("Unable to execute the mail domain authentication registration "
-                             "query") +
-                     not_run},
+             Row{"prepare_v2", 1, false, notPrepared(select, not_run)},
+             Row{"prepare_v2", 2, false, notPrepared(insert, not_run)},
+             Row{"bind_text", 1, false, notBound("domain name 'a.com' to", select)},
+             Row{"bind_text", 2, false, notBound("domain name 'a.com' to", insert)},
+             Row{"bind_int64", 1, false, notBound("status '1' for domain 'a.com' to", insert)},
+             Row{"step", 1, true, selection + not_run},
+             Row{"step", 2, true, registration + not_run},
          }) {
         MailAuthConnection db;
         ASSERT_EQ(db.openForWriting(), 0);
@@ -178,54 +155,38 @@ TEST_F(MailAuthDomains, CloseTheCallersConnectionOnlyWhenAPrepareOrBindFails)
     EXPECT_THAT(domains(), IsEmpty());
 }
 
-TEST_F(MailAuthDomains, ReportEachFailureAndLeaveNothingOpen)
+TEST_F(MailAuthDomains, ReportEachFailureToSetTheStatus)
 {
-    std::string const status = "UPDATE domains SET status=? WHERE name=?";
-    std::string const rename = "UPDATE domains SET name=? WHERE name=?";
-    std::string const remove = "DELETE FROM domains WHERE name=?";
-    std::string const prepare = "Unable to prepare SQL statement for query '";
-    std::string const bind = "Unable to bind parameter ";
+    char const query[] = "UPDATE domains SET status=? WHERE name=?";
     auto const disable = [] { return mailAuthDisableDomain("a.com"); };
-    auto const change = [] { return mailAuthRenameDomain("a.com", "b.com"); };
-    auto const drop = [] { return mailAuthRemoveDomain("a.com"); };
-    for (Failure const& failure : {
-             Failure{disable, "prepare_v2", 1, prepare + status + "'" + not_run},
-             Failure{disable, "bind_int64", 1,
-                     bind + "status 1 to  SQL statement for query '" + status + "'" + no_place},
-             Failure{disable, "bind_text", 1,
-                     bind + "domain name 'a.com' to  SQL statement for query '" + status + "'" +
-                         no_place},
-             Failure{disable, "step", 1,
-                     std::string("Unable to execute the mail domain authorization status change "
-                                 "query") +
-                         not_run},
-             Failure{change, "prepare_v2", 1, prepare + rename + "'" + not_run},
-             Failure{change, "bind_text", 1,
-                     bind + "new domain name 'b.com' to SQL statement for query '" + rename + "'" +
-                         no_place},
-             Failure{change, "bind_text", 2,
-                     bind + "old domain name 'a.com' to SQL statement for query '" + rename + "'" +
-                         no_place},
-             Failure{change, "step", 1,
-                     std::string("Unable to execute the mail domain authorization name change "
-                                 "query") +
-                         not_run},
-             Failure{drop, "prepare_v2", 1, prepare + remove + "'" + not_run},
-             Failure{drop, "bind_text", 1,
-                     bind + "domain name 'a.com' to SQL statement for query '" + remove + "'" +
-                         no_place},
-             Failure{drop, "step", 1,
-                     std::string("Unable to execute the domain mail authorization removal "
-                                 "query") +
-                         not_run},
-         }) {
-        spy.forget();
-        LogRecorder::reports().clear();
-        spy.fault(failure.call, failure.nth);
-        EXPECT_EQ(failure.operation(), -1);
-        EXPECT_THAT(reports(), ElementsAre(Pair(3, failure.report)));
-        EXPECT_THAT(spy.open, IsEmpty()) << failure.report;
-    }
+    expectFailure(disable, "prepare_v2", 1, -1, {notPrepared(query, not_run)});
+    expectFailure(disable, "bind_int64", 1, -1, {notBound("status 1 to ", query)});
+    expectFailure(disable, "bind_text", 1, -1, {notBound("domain name 'a.com' to ", query)});
+    expectFailure(disable, "step", 1, -1,
+                  {"Unable to execute the mail domain authorization status change query: not an "
+                   "error"});
+}
+
+TEST_F(MailAuthDomains, ReportEachFailureToRename)
+{
+    char const query[] = "UPDATE domains SET name=? WHERE name=?";
+    auto const rename = [] { return mailAuthRenameDomain("a.com", "b.com"); };
+    expectFailure(rename, "prepare_v2", 1, -1, {notPrepared(query, not_run)});
+    expectFailure(rename, "bind_text", 1, -1, {notBound("new domain name 'b.com' to", query)});
+    expectFailure(rename, "bind_text", 2, -1, {notBound("old domain name 'a.com' to", query)});
+    expectFailure(rename, "step", 1, -1,
+                  {"Unable to execute the mail domain authorization name change query: not an "
+                   "error"});
+}
+
+TEST_F(MailAuthDomains, ReportEachFailureToRemove)
+{
+    char const query[] = "DELETE FROM domains WHERE name=?";
+    auto const remove = [] { return mailAuthRemoveDomain("a.com"); };
+    expectFailure(remove, "prepare_v2", 1, -1, {notPrepared(query, not_run)});
+    expectFailure(remove, "bind_text", 1, -1, {notBound("domain name 'a.com' to", query)});
+    expectFailure(remove, "step", 1, -1,
+                  {"Unable to execute the domain mail authorization removal query: not an error"});
 }
 
 TEST_F(MailAuthDomains, FailWhenTheDatabaseCannotBeOpened)

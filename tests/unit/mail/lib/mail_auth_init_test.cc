@@ -69,8 +69,6 @@ protected:
         orvek_log = _orvek_utility_log;
         orvek_logv = _orvek_utility_logv;
     }
-
-    SqliteSpy& spy = sqliteSpy();
     std::string other;
 };
 

@@ -47,8 +47,6 @@ protected:
             std::string(name) + "', " + std::to_string(domain) + ", " + std::to_string(status) +
             ", " + columns + ")");
     }
-
-    SqliteSpy& spy = sqliteSpy();
     Visits visits;
 };
 
@@ -60,8 +58,6 @@ constexpr char select_all[] =
     "SELECT u.name || '@' || d.name as mailAddress, u.userPassword AS password, "
     "u.cmusaslsecretPLAIN AS encPassword, u.status AS userDisabled, d.status AS domainDisabled "
     "FROM users AS u, domains AS d WHERE u.dom_id = d.id";
-constexpr char no_place[] = ": column index out of range";
-constexpr char not_run[] = ": not an error";
 
 } // namespace
 
@@ -275,45 +271,24 @@ TEST_F(MailAuthIterate, SayThatTheQueryHasNoMemory)
 TEST_F(MailAuthIterate, ReportEachFailureAndLeaveNothingOpen)
 {
     add("joe", 1, "'pw', NULL");
-    struct Row
-    {
-        std::function<int()> operation;
-        char const* call;
-        int nth;
-        std::string report;
-    };
-    std::string const prepare = "Unable to prepare SQL statement for query '";
-    std::string const step = std::string("Unable to execute the user selection query") + not_run;
+    std::string const all_users = select_all;
+    std::string const step = "Unable to execute the user selection query: not an error";
     auto const check = [this] { return mailAuthCheck("joe@b.com", visit, &visits); };
-    auto const shortly = [this] { return mailAuthCheckShort("joe", visit, &visits); };
+    auto const check_short = [this] { return mailAuthCheckShort("joe", visit, &visits); };
     auto const all = [this] { return mailAuthIterateAll(visit, &visits); };
-    for (Row const& row : {
-             Row{check, "prepare_v2", 1, prepare + select_one + "'" + not_run},
-             Row{check, "bind_text", 1,
-                 std::string("Unable to bind parameter mailname 'joe' to SQL statement for query "
-                             "'") +
-                     select_one + "'" + no_place},
-             Row{check, "bind_text", 2,
-                 std::string("Unable to bind parameter domain name 'b.com' to SQL statement for "
-                             "query '") +
-                     select_one + "'" + no_place},
-             Row{check, "step", 1, step},
-             Row{shortly, "prepare_v2", 1, prepare + select_all + " AND u.name=?'" + not_run},
-             Row{shortly, "bind_text", 1,
-                 std::string("Unable to bind parameter mailname 'joe' to  SQL statement") +
-                     no_place},
-             Row{shortly, "step", 1, step},
-             Row{all, "prepare_v2", 1,
-                 prepare + select_all + " ORDER BY d.name, u.name'" + not_run},
-             Row{all, "step", 1, step},
-         }) {
-        spy.forget();
-        LogRecorder::reports().clear();
-        spy.fault(row.call, row.nth);
-        EXPECT_EQ(row.operation(), -1);
-        EXPECT_THAT(reports(), ElementsAre(Pair(3, row.report)));
-        EXPECT_THAT(spy.open, IsEmpty()) << row.report;
-    }
+    expectFailure(check, "prepare_v2", 1, -1, {notPrepared(select_one, not_run)});
+    expectFailure(check, "bind_text", 1, -1, {notBound("mailname 'joe' to", select_one)});
+    expectFailure(check, "bind_text", 2, -1, {notBound("domain name 'b.com' to", select_one)});
+    expectFailure(check, "step", 1, -1, {step});
+    expectFailure(check_short, "prepare_v2", 1, -1,
+                  {notPrepared(all_users + " AND u.name=?", not_run)});
+    expectFailure(check_short, "bind_text", 1, -1,
+                  {"Unable to bind parameter mailname 'joe' to  SQL statement: column index out of "
+                   "range"});
+    expectFailure(check_short, "step", 1, -1, {step});
+    expectFailure(all, "prepare_v2", 1, -1,
+                  {notPrepared(all_users + " ORDER BY d.name, u.name", not_run)});
+    expectFailure(all, "step", 1, -1, {step});
     EXPECT_THAT(visits.seen, IsEmpty());
 }
 
