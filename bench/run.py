@@ -15,10 +15,10 @@ measured: a side exits non-zero, or both sides leave something different.
 import argparse
 import ctypes
 import fnmatch
-import importlib.util
 import os
 import re
 import resource
+import runpy
 import signal
 import statistics
 import subprocess
@@ -182,10 +182,7 @@ def line(name: str, row: Row, ours: list[Spent], other: list[Spent], memory: flo
 
 def load(path: Path) -> Callable[[Bench], Row]:
     sys.path.insert(0, str(path.parent))  # for what rows of a layer share, in _<name>.py
-    spec = importlib.util.spec_from_file_location(f"bench_row_{path.stem}", path)
-    module = importlib.util.module_from_spec(spec)
-    spec.loader.exec_module(module)
-    return module.row
+    return runpy.run_path(str(path))["row"]
 
 
 def chosen(patterns: list[str]) -> list[Path]:
