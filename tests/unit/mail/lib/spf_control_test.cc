@@ -48,6 +48,7 @@ protected:
     static std::vector<std::string> values()
     {
         std::vector<std::string> found;
+        found.reserve(files.size());
         for (std::string const& file : files)
             found.push_back(readFile(pathOf(file)));
         return found;
