@@ -9,6 +9,9 @@ std::map<std::string, CommandHandler> commandMap()
 {
     return {
         {"--features", printFeatures},
+        {"--list-attachments", listAttachments},
+        {"--add-attachment", addAttachment},
+        {"--remove-attachment", removeAttachment},
         {"--help", usageShortCmd},
         {"-h", usageShortCmd},
         {"--help-commands", usageCommandsCmd},

@@ -15,6 +15,10 @@ int usageShortCmd(int argc, char** argv);
 int usageCommandsCmd(int argc, char** argv);
 int usageLegacyCmd(int argc, char** argv);
 
+int listAttachments(int argc, char** argv);
+int addAttachment(int argc, char** argv);
+int removeAttachment(int argc, char** argv);
+
 } // namespace orvek::mail::postfix::mailvek_commands
 
 #endif
