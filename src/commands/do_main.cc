@@ -9,6 +9,12 @@ std::map<std::string, CommandHandler> commandMap()
 {
     return {
         {"--features", printFeatures},
+        {"--add-handler", addHandler},
+        {"--update-handler", updateHandler},
+        {"--remove-handler", removeHandler},
+        {"--disable-handler", disableHandler},
+        {"--enable-handler", enableHandler},
+        {"--check-handler", checkHandler},
         {"--help", usageShortCmd},
         {"-h", usageShortCmd},
         {"--help-commands", usageCommandsCmd},

@@ -35,9 +35,14 @@ CString connect_and_escape(OpenMysql* my, char const* domain)
     return CString(mysql_escape_mail_entity(my->get(), domain));
 }
 
+bool run(MYSQL* my, char const* query)
+{
+    return mysql_real_query(my, query, strlen(query)) == 0;
+}
+
 MysqlResult query_mailnames(MYSQL* my, char const* query)
 {
-    MysqlResult result(mysql_query(my, query) == 0 ? mysql_store_result(my) : nullptr);
+    MysqlResult result(run(my, query) ? mysql_store_result(my) : nullptr);
     if (!result)
         static_cast<void>(failure(0, "Unable to query mailnames: %s", mysql_error(my)));
     return result;
@@ -46,7 +51,7 @@ MysqlResult query_mailnames(MYSQL* my, char const* query)
 int query_domain_id(MYSQL* my, char const* escaped, MysqlResult* result)
 {
     CString const query(asprintf_safe("SELECT id FROM domains WHERE name='%s'", escaped));
-    if (mysql_query(my, query.get()) != 0)
+    if (!run(my, query.get()))
         return failure(0, "Unable to query domain ID: %s", mysql_error(my));
     result->reset(mysql_store_result(my));
     if (!*result)
