@@ -222,6 +222,21 @@ TEST_F(MaildirppMaildirsize, TriesAgainAfterAPause)
     }
 }
 
+TEST_F(MaildirppMaildirsize, TriesAgainWhenAnotherFileHasTakenThePlace)
+{
+    {
+        BeforeCall const other("lstat", 1, [] {
+            for (auto const& entry : fs::directory_iterator("tmp")) {
+                fs::rename(entry.path(), "moved");
+                writeFile(entry.path(), "other");
+            }
+        });
+        EXPECT_EQ(written(1, 0), "1S,0C\n           0           0\n");
+    }
+    EXPECT_EQ(pauses, std::vector<unsigned int>({2}));
+    EXPECT_TRUE(fs::is_empty("Maildir/tmp"));
+}
+
 TEST_F(MaildirppMaildirsize, GivesUpAfterFiveAttempts)
 {
     fs::remove("Maildir/tmp");
