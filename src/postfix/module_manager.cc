@@ -22,7 +22,8 @@ namespace orvek::mail::postfix {
 namespace {
 
 // A regular file, mapped into memory; nothing when it cannot be opened or mapped, which an empty
-// file cannot.
+// file cannot. One that is cut short meanwhile ends the process, with nothing stored: half a
+// file must not be written over a whole one.
 class MappedFile
 {
 public:
