@@ -10,6 +10,7 @@
 #include <gtest/gtest.h>
 
 #include <cerrno>
+#include <climits>
 #include <functional>
 #include <string>
 
@@ -374,6 +375,12 @@ TEST_F(GetDomainOnHost, ReportsAnIdThatCannotBeMade)
 {
     EXPECT_EQ(reportOf([] { return get_free_id("gone", nullptr) != 0; }),
               "Unable to define max id: Table 'orv.gone' doesn't exist\n");
+    for (char const* const highest : {"9223372036854775807", "18446744073709551615"}) {
+        std::string const rows = std::string("(SELECT ") + highest + " AS id) found";
+        EXPECT_EQ(reportOf([&] { return get_free_id(rows.c_str(), nullptr) != 0; }),
+                  withErrno("Unable to define max id: Numerical result out of range", ERANGE));
+    }
+    EXPECT_EQ(get_free_id("(SELECT 9223372036854775806 AS id) found", nullptr), LONG_MAX);
     panel.stop();
     EXPECT_EQ(reportOf([] { return get_free_id("domains", nullptr) != 0; }),
               unconnected("Unable to connect to the mysql database\n"));
