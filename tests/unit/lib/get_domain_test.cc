@@ -1,5 +1,6 @@
 #include "lib/get_domain.h"
 
+#include "lib/get.h"
 #include "unit/lib/get_domain_test.h"
 
 #include <gmock/gmock.h>
