@@ -17,7 +17,7 @@ set_target_properties(SQLite3::Archive PROPERTIES
   INTERFACE_INCLUDE_DIRECTORIES ${SQLITE3_INCLUDE_DIR}
   INTERFACE_LINK_LIBRARIES m)
 
-set(MAILVEK_THIRD_PARTY_layer_lib PkgConfig::LIBIDN OpenSSL::Crypto crypt)
+set(MAILVEK_THIRD_PARTY_layer_lib PkgConfig::LIBIDN PkgConfig::MARIADB OpenSSL::Crypto crypt)
 set(MAILVEK_THIRD_PARTY_layer_mail_lib SQLite3::Archive)
 set(MAILVEK_THIRD_PARTY_layer_util Boost::filesystem)
 set(MAILVEK_THIRD_PARTY_layer_mysql PkgConfig::MARIADB)
