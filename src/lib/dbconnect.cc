@@ -2,6 +2,8 @@
 
 #include "lib/liblog.h"
 
+#include <errmsg.h>
+
 #include <cerrno>
 #include <cstdarg>
 #include <cstdio>
@@ -67,12 +69,15 @@ bool open_connection(OpenMysql* my, MessageBuffer message)
     char password[line_size];
     if (!read_password(password, message))
         return false;
+    int const before = errno;
     my->reset(mysql_init(nullptr));
     if (!*my) {
         errno = ENOMEM;
         return failed(message, "Unable to initialize MySQL connection structure: %s",
                       strerror(ENOMEM));
     }
+    errno = before;
+    MysqlErrnoKeeper const keeper(my->get());
     if (!mysql_real_connect(my->get(), "localhost", "admin", password, "orv", 0, nullptr, 0))
         return failed(message, "Unable to connect to Orvek Database: %s", mysql_error(my->get()));
     return true;
@@ -80,6 +85,7 @@ bool open_connection(OpenMysql* my, MessageBuffer message)
 
 bool run(MYSQL* my, char const* query)
 {
+    MysqlErrnoKeeper const keeper(my);
     return mysql_real_query(my, query, strlen(query)) == 0;
 }
 
@@ -146,6 +152,13 @@ MYSQL* without_pending_error(MYSQL* my)
 }
 
 } // namespace
+
+MysqlErrnoKeeper::~MysqlErrnoKeeper()
+{
+    unsigned int const error = mysql_errno(my);
+    if (!IS_MYSQL_ERROR(error) && !IS_MARIADB_ERROR(error))
+        errno = saved;
+}
 
 MYSQL* orvek_db_connect_raw_ex(char* msgbuf, size_t msgbufsize)
 {

@@ -6,7 +6,8 @@
 //
 // Result: a connection that the caller closes with mysql_close, or null. The error's text lands
 // in msgbuf, cut to msgbufsize bytes with its NUL; it is empty when nothing failed. Nothing is
-// reported but by db_connect and get_admin_password. errno stays as the failing call left it.
+// reported but by db_connect and get_admin_password. errno stays as the failing call left it; a
+// success, and a refusal by the server, which no system call knows of, leave it as it was.
 //
 // One thread: the compatibility of the last connection is one value for the process.
 
@@ -17,6 +18,7 @@
 
 #include <mysql.h>
 
+#include <cerrno>
 #include <cstddef>
 #include <memory>
 
@@ -28,6 +30,22 @@ struct CloseMysql
         ErrnoKeeper const keeper;
         mysql_close(my);
     }
+};
+
+// Gives errno back, at the end of its life, the value that it had at the beginning, unless the
+// client library itself has failed on the connection by then: its waits leave errors of no
+// meaning there.
+class MysqlErrnoKeeper
+{
+public:
+    explicit MysqlErrnoKeeper(MYSQL* my) : my(my) {}
+    ~MysqlErrnoKeeper();
+    MysqlErrnoKeeper(MysqlErrnoKeeper const&) = delete;
+    MysqlErrnoKeeper& operator=(MysqlErrnoKeeper const&) = delete;
+
+private:
+    MYSQL* const my;
+    int const saved = errno;
 };
 
 struct FreeMysqlResult

@@ -16,6 +16,7 @@ PanelQuery::PanelQuery(MYSQL* given)
 bool PanelQuery::run(char const* query)
 {
     result.reset();
+    MysqlErrnoKeeper const keeper(my);
     if (mysql_real_query(my, query, strlen(query)) == 0)
         result.reset(mysql_store_result(my));
     return result != nullptr;
