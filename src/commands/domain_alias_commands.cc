@@ -2,7 +2,7 @@
 #include "commands/handlers.h"
 #include "commands/nonexistent_mail.h"
 #include "mail/lib/domain_keys.h"
-#include "mail/lib/hook_queue.h"
+#include "mail/lib/handler_mass_control.h"
 #include "mail/lib/mail_database.h"
 #include "postfix/domain_manager.h"
 #include "util/uerr.h"

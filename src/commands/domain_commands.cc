@@ -1,7 +1,7 @@
 #include "commands/command_values.h"
 #include "commands/handlers.h"
 #include "maildir/maildirpp_manager.h"
-#include "mail/lib/hook_queue.h"
+#include "mail/lib/handler_mass_control.h"
 #include "mail/lib/mail_authenticate.h"
 #include "mail/lib/mail_database.h"
 #include "postfix/domain_manager.h"

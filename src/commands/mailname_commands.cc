@@ -1,14 +1,13 @@
 #include "commands/command_values.h"
 #include "commands/handlers.h"
 #include "lib/enviroment.h"
-#include "mail/lib/hook_queue.h"
+#include "mail/lib/handler_mass_control.h"
 #include "mail/lib/mail_authenticate.h"
 #include "mail/lib/mail_database.h"
 #include "postfix/mailname_manager.h"
-#include "postfix/panel_names.h"
+#include "postfix/name_lists.h"
 #include "util/uerr.h"
 
-#include <optional>
 #include <vector>
 
 namespace orvek::mail::postfix::mailvek_commands {
@@ -18,7 +17,7 @@ namespace po = boost::program_options;
 namespace {
 
 // Empty, behind a report, when the panel's database cannot be read.
-std::optional<std::vector<std::string>> reportedAliasDomains(std::string const& domain)
+NameList reportedAliasDomains(std::string const& domain)
 {
     auto aliases = domainAliasesOf(domain);
     if (!aliases)
@@ -105,7 +104,8 @@ int removeMailname(int argc, char** argv)
     auto const domainAliases = reportedAliasDomains(domain);
     if (!domainAliases)
         return 1;
-    auto const mailAliases = mailAliasesOf(mailname, domain);
+    PanelNames panel(nullptr);
+    auto const mailAliases = mailAliasesOf(panel, mailname, domain);
     if (!mailAliases) {
         uerr << "ERROR: unable get mail aliases for mailname " << mailname << "@" << domain
              << std::endl;

@@ -1,11 +1,11 @@
 #include "commands/command_values.h"
 #include "commands/handlers.h"
 #include "mail/lib/autoresponder.h"
-#include "mail/lib/hook_queue.h"
+#include "mail/lib/handler_mass_control.h"
 #include "mail/lib/mail_authenticate.h"
 #include "mail/lib/mail_database.h"
 #include "postfix/mailname_manager.h"
-#include "postfix/panel_names.h"
+#include "postfix/name_lists.h"
 #include "util/uerr.h"
 
 namespace orvek::mail::postfix::mailvek_commands {

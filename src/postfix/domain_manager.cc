@@ -4,13 +4,15 @@
 #include "postfix/address_records.h"
 #include "postfix/domain_filters.h"
 #include "postfix/map_names.h"
-#include "postfix/panel_names.h"
+#include "postfix/name_lists.h"
 #include "postfix/record_filters.h"
 #include "postfix/reversible_rename.h"
+#include "util/errors.h"
 #include "util/sh_quote.h"
 
 #include <algorithm>
 #include <array>
+#include <utility>
 
 namespace orvek::mail::postfix {
 
@@ -68,6 +70,28 @@ void removeDomainFrom(char const* map, std::string const& domain, bool subdomain
 {
     DatabaseHelper::filterRecords(
         map, ElementsFilter<NotInDomainFilter>(NotInDomainFilter{domain, subdomains}));
+}
+
+// What the panel's list holds; a list that cannot be read has been reported by the query.
+std::vector<std::string> required(NameList names, std::string const& domain)
+{
+    if (!names)
+        throw PostfixDatabaseError("unable to get the mailnames of " + domain);
+    return std::move(*names);
+}
+
+// The mark of an alias domain, and under it all names of the domain.
+Records aliasRecords(std::string const& domain, std::string const& alias)
+{
+    Records records = {{alias, "1"}};
+    PanelNames panel(nullptr);
+    for (auto const& mailname : required(mailnamesOf(panel, domain), domain)) {
+        std::string const mailbox = addressIn(domain, mailname);
+        for (auto const& name : required(mailAliasesOf(panel, mailname, domain), domain))
+            records.emplace_back(addressIn(alias, name), mailbox);
+        records.emplace_back(addressIn(alias, mailname), mailbox);
+    }
+    return records;
 }
 
 } // namespace
@@ -255,14 +279,7 @@ void DomainManager::createDomainAlias(BatchDatabaseHelper& helper, std::string c
                                       std::string const& alias)
 {
     createStandardDomainAddresses(helper, alias);
-    Records records = {{alias, "1"}};
-    PanelNames panel;
-    for (auto const& mailname : panel.mailnamesOf(domain)) {
-        std::string const mailbox = addressIn(domain, mailname);
-        for (auto const& mailAlias : panel.mailAliasesOf(mailname, domain))
-            records.emplace_back(addressIn(alias, mailAlias), mailbox);
-        records.emplace_back(addressIn(alias, mailname), mailbox);
-    }
+    Records const records = aliasRecords(domain, alias);
     helper.addChanges(virtual_map, records.begin(), records.end());
 }
 

@@ -9,9 +9,11 @@
 // being one. removeDomain also clears the two address maps of everything in the domain; the
 // bounce pipe of the domain stays in the aliases map, here and after removeCatchall.
 //
-// Failures: what the maps and the directories raise, and PostfixDatabaseError when the panel's
-// database cannot be read, behind that database's own report. Steps done before a failure stay
-// done, except those of renameDomain: see reversible_rename.h.
+// Failures: what the maps and the directories raise. Deliberate: alias domains that cannot be
+// read are reported by the query and count as none, so that the domain itself is served. When
+// the mailnames for a new alias domain cannot be read, PostfixDatabaseError is raised behind the
+// report. Steps done before a failure stay done, except those of renameDomain: see
+// reversible_rename.h.
 
 #ifndef MAILVEK_POSTFIX_DOMAIN_MANAGER_H
 #define MAILVEK_POSTFIX_DOMAIN_MANAGER_H

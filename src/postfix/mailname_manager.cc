@@ -4,7 +4,6 @@
 #include "maildir/maildirpp_manager.h"
 #include "postfix/address_records.h"
 #include "postfix/map_names.h"
-#include "postfix/panel_names.h"
 #include "postfix/record_filters.h"
 #include "postfix/reversible_rename.h"
 
@@ -157,7 +156,7 @@ void MailnameManager::removeMailAlias(std::string const& domain, std::string con
 void MailnameManager::addForward(std::string const& domain, std::string const& mailname,
                                  std::string const& address)
 {
-    deliveryFileOf(domain, mailname).addRedirect(address, DotQMailManager::Position(2));
+    deliveryFileOf(domain, mailname).addRedirect(address, DotQMailManager::atEnd);
 }
 
 void MailnameManager::removeForward(std::string const& domain, std::string const& mailname,

@@ -7,9 +7,9 @@
 //
 // removeMailname leaves the mail aliases of the mailname: the caller removes them.
 //
-// Failures: what the maps, the directories and the delivery file raise, and PostfixDatabaseError
-// when the panel's database cannot be read, behind that database's own report. Steps done before
-// a failure stay done, except those of renameMailname: see reversible_rename.h.
+// Failures: what the maps, the directories and the delivery file raise. Deliberate: alias domains
+// that cannot be read are reported by the query and count as none. Steps done before a failure
+// stay done, except those of renameMailname: see reversible_rename.h.
 
 #ifndef MAILVEK_POSTFIX_MAILNAME_MANAGER_H
 #define MAILVEK_POSTFIX_MAILNAME_MANAGER_H

@@ -18,6 +18,7 @@
 #include <cstdlib>
 #include <filesystem>
 #include <map>
+#include <set>
 #include <string>
 #include <utility>
 #include <vector>
@@ -110,7 +111,7 @@ private:
             panel(std::string("DELETE FROM ") + table);
     }
 
-    std::vector<int> descriptors;
+    std::set<int> descriptors;
 };
 
 #endif
