@@ -67,7 +67,8 @@ void removeTree(path const& tree)
 {
     std::error_code error;
     std::filesystem::remove_all(tree.native(), error);
-    if (error)
+    // Where a file stands in the way there is no tree.
+    if (error && error != std::errc::not_a_directory)
         throw boost::filesystem::filesystem_error("boost::filesystem::remove_all", tree,
                                                   systemError(error.value()));
 }
