@@ -3,10 +3,10 @@
 #include "lib/autoprepend.h"
 #include "lib/file_name.h"
 #include "lib/owned.h"
+#include "lib/umask_guard.h"
 #include "maildir/maildirpp_manager.h"
 #include "util/errors.h"
 #include "util/retry_on_signal.h"
-#include "util/umask_guard.h"
 
 #include <boost/filesystem/operations.hpp>
 #include <boost/system/error_code.hpp>
