@@ -4,6 +4,8 @@
 #include "support/child_run.h"
 #include "support/host_test.h"
 #include "support/memory_faults.h"
+#include "support/rights.h"
+#include "support/set_aside.h"
 #include "support/temp_dir.h"
 
 #include <gmock/gmock.h>
@@ -11,10 +13,10 @@
 
 #include <algorithm>
 #include <filesystem>
+#include <optional>
 #include <string>
 #include <vector>
 
-#include <pwd.h>
 #include <sys/stat.h>
 
 using ::testing::ElementsAre;
@@ -68,14 +70,8 @@ protected:
         HostTest::SetUp();
         if (HasFatalFailure())
             return;
-        on_host = true;
-        std::filesystem::remove_all(keys);
+        store.emplace(keys);
         writeFile(source, "key\n");
-    }
-    void TearDown() override
-    {
-        if (on_host)
-            std::filesystem::remove_all(keys);
     }
 
     static std::string keyOf(std::string const& domain)
@@ -98,17 +94,6 @@ protected:
         return names;
     }
 
-    // owner, group and mode
-    static std::string rightsOf(std::string const& path)
-    {
-        struct stat info = {};
-        if (stat(path.c_str(), &info) != 0)
-            return "missing";
-        char mode[16];
-        snprintf(mode, sizeof mode, "%04o", info.st_mode & 07777U);
-        return std::to_string(info.st_uid) + ":" + std::to_string(info.st_gid) + " " + mode;
-    }
-
     // In a child, that ends with 0 when the result is this one.
     void expect(int result, std::function<int()> const& call, std::string const& printed)
     {
@@ -127,7 +112,7 @@ protected:
     std::string const source = directory / "uploaded";
 
 private:
-    bool on_host = false;
+    std::optional<SetAside> store;
 };
 
 } // namespace
@@ -229,15 +214,12 @@ TEST_F(DomainKeysOnHost, AreInstalledForEachDomainOfTheListWithTheirRights)
         0, [&] { return install("a.com,B.Com,c.com"); }, "");
     umask(before);
     EXPECT_THAT(namesIn(keys), ElementsAre("a.com", "b.com", "c.com"));
-    EXPECT_EQ(rightsOf(keys), "0:0 0755");
-    passwd const* const popuser = getpwnam("popuser");
-    ASSERT_NE(popuser, nullptr);
-    ASSERT_NE(popuser->pw_gid, 0U);
+    EXPECT_EQ(rightsOf(keys), "drwxr-xr-x root:root");
     for (char const* const domain : {"a.com", "b.com", "c.com"}) {
         EXPECT_THAT(namesIn(keys + ("/" + std::string(domain))), ElementsAre("default"));
         EXPECT_EQ(readFile(keyOf(domain)), "key\n");
-        EXPECT_EQ(rightsOf(keys + ("/" + std::string(domain))), "0:0 0755");
-        EXPECT_EQ(rightsOf(keyOf(domain)), "0:" + std::to_string(popuser->pw_gid) + " 0440");
+        EXPECT_EQ(rightsOf(keys + ("/" + std::string(domain))), "drwxr-xr-x root:root");
+        EXPECT_EQ(rightsOf(keyOf(domain)), "-r--r----- root:popuser");
     }
     EXPECT_TRUE(std::filesystem::exists(source));
 }
@@ -396,7 +378,7 @@ TEST_F(DomainKeysOnHost, GoToRootsGroupWithoutTheUserPopuser)
     writeFile("/etc/passwd", users);
     EXPECT_EQ(run.status, 0);
     EXPECT_THAT(run.err, StartsWith("Unable to getpwnam for user popuser\n"));
-    EXPECT_EQ(rightsOf(keyOf("a.com")), "0:0 0440");
+    EXPECT_EQ(rightsOf(keyOf("a.com")), "-r--r----- root:root");
 }
 
 TEST_F(DomainKeysOnHost, AreEnabledByARegularFileAlone)

@@ -2,12 +2,15 @@
 
 #include "support/child_run.h"
 #include "support/host_test.h"
+#include "support/set_aside.h"
 #include "support/temp_dir.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <filesystem>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -33,21 +36,22 @@ protected:
         HostTest::SetUp();
         if (HasFatalFailure())
             return;
-        on_host = true;
+        parameters.emplace(directory);
+        beginAnew();
+    }
+
+    static void beginAnew()
+    {
         std::filesystem::remove_all(directory);
         std::filesystem::create_directory(directory);
         for (std::string const& file : files)
             writeFile(pathOf(file), "old");
     }
-    void TearDown() override
-    {
-        if (on_host)
-            std::filesystem::remove_all(directory);
-    }
 
     static std::vector<std::string> values()
     {
         std::vector<std::string> found;
+        found.reserve(files.size());
         for (std::string const& file : files)
             found.push_back(readFile(pathOf(file)));
         return found;
@@ -68,7 +72,7 @@ protected:
     }
 
 private:
-    bool on_host = false;
+    std::optional<SetAside> parameters;
 };
 
 } // namespace
@@ -117,7 +121,7 @@ TEST_F(SpfControlOnHost, CreatesAMissingFile)
 TEST_F(SpfControlOnHost, EndsAtTheFirstFileThatCannotBeOpened)
 {
     for (size_t i = 0; i < files.size(); ++i) {
-        SetUp();
+        beginAnew();
         std::string const path = pathOf(files[i]);
         std::filesystem::remove(path);
         std::filesystem::create_directory(path);
@@ -140,7 +144,7 @@ TEST_F(SpfControlOnHost, DoesNotMakeTheDirectory)
 TEST_F(SpfControlOnHost, EndsAtTheFirstFileThatCannotBeWritten)
 {
     for (size_t i = 0; i < files.size(); ++i) {
-        SetUp();
+        beginAnew();
         std::string const path = pathOf(files[i]);
         std::filesystem::remove(path);
         std::filesystem::create_symlink("/dev/full", path);
