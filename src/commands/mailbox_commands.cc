@@ -3,7 +3,7 @@
 #include "lib/enviroment.h"
 #include "mail/lib/mail_authenticate.h"
 #include "mail/lib/mail_database.h"
-#include "mail/lib/mbox_quota.h"
+#include "mail/lib/mailbox_size.h"
 #include "maildir/maildirpp_manager.h"
 #include "postfix/mailname_manager.h"
 

@@ -1,6 +1,7 @@
 #include "postfix/domain_manager.h"
 
 #include "maildir/maildirpp_manager.h"
+#include "mail/lib/append_domainaliases.h"
 #include "postfix/address_records.h"
 #include "postfix/domain_filters.h"
 #include "postfix/map_names.h"

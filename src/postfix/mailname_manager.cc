@@ -2,6 +2,7 @@
 
 #include "maildir/dot_qmail_manager.h"
 #include "maildir/maildirpp_manager.h"
+#include "mail/lib/append_domainaliases.h"
 #include "postfix/address_records.h"
 #include "postfix/map_names.h"
 #include "postfix/record_filters.h"
