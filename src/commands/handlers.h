@@ -46,6 +46,9 @@ int removeDomainAlias(int argc, char** argv);
 int renameDomainAlias(int argc, char** argv);
 int setDomainKey(int argc, char** argv);
 int removeDomainKey(int argc, char** argv);
+int listAttachments(int argc, char** argv);
+int addAttachment(int argc, char** argv);
+int removeAttachment(int argc, char** argv);
 
 } // namespace orvek::mail::postfix::mailvek_commands
 
