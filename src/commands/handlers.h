@@ -10,6 +10,12 @@ namespace orvek::mail::postfix::mailvek_commands {
 
 using CommandHandler = int (*)(int argc, char** argv);
 
+int addHandler(int argc, char** argv);
+int updateHandler(int argc, char** argv);
+int removeHandler(int argc, char** argv);
+int disableHandler(int argc, char** argv);
+int enableHandler(int argc, char** argv);
+int checkHandler(int argc, char** argv);
 int printFeatures(int argc, char** argv);
 int usageShortCmd(int argc, char** argv);
 int usageCommandsCmd(int argc, char** argv);

@@ -101,11 +101,6 @@ MaildirManager& MaildirManager::getInstance()
     return MaildirPPManager::getInstance();
 }
 
-MaildirManager::MaildirManager()
-{
-    init();
-}
-
 void MaildirManager::init()
 {
     errno = 0;

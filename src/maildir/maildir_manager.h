@@ -27,8 +27,8 @@ namespace orvek::mail {
 class MaildirManager
 {
 public:
-    // The one instance, which is that of MaildirPPManager. Raises SystemError when there is no
-    // user popuser; the next call looks again.
+    // The one instance, which is that of MaildirPPManager. Each call looks popuser up, and
+    // raises SystemError when there is no such user.
     static MaildirManager& getInstance();
 
     MaildirManager(MaildirManager const&) = delete;
@@ -61,15 +61,17 @@ public:
     void removeMailnameHome(std::string const& domain, std::string const& mailname) const;
 
 protected:
-    MaildirManager();
+    MaildirManager() = default;
     ~MaildirManager() = default;
+
+    // Looks popuser up. Raises SystemError when there is no such user.
+    void init();
 
     // Of popuser.
     int uid = 0;
     int gid = 0;
 
 private:
-    void init();
     void setRights(boost::filesystem::path const& directory, mode_t mode) const;
     void fillHome(boost::filesystem::path const& home) const;
 };

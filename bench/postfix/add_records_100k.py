@@ -1,0 +1,7 @@
+"""Adding 100,000 records to a map by one addRecords, the time for reading them included."""
+
+from _maps import add_row
+
+
+def row(bench):
+    return add_row(bench, 100_000)

@@ -1,0 +1,192 @@
+"""run - measures the rows of bench/ inside a throw-away mail host and prints their table
+
+    bench/run.py PROGRAMS [--rounds N] [ROW...]
+
+PROGRAMS is the directory of the optimised programs. A row is a file bench/<layer>/<row>.py with
+a function row(bench) that makes what its two sides need and returns a Row. Both sides run in
+turns within one run, so that what else the machine does meets them alike; the table shows the
+medians. Peak memory is that of the program itself, without the programs that it starts, taken
+in a run that is not timed.
+
+A row that misses its goal is marked and fails nothing. Exit status 1 when a row could not be
+measured: a side exits non-zero, or both sides leave something different.
+"""
+
+import argparse
+import fnmatch
+import importlib.util
+import resource
+import statistics
+import subprocess
+import sys
+import tempfile
+import time
+from collections.abc import Callable
+from dataclasses import dataclass
+from pathlib import Path
+
+HERE = Path(__file__).resolve().parent
+Command = list  # of what stands for words; the first is a path
+
+
+@dataclass
+class Row:
+    """What a row compares. The goal is on the ratio of the times, ours to other."""
+
+    ours: Command
+    other: Command
+    goal: float
+    memory: int = 0  # the goal for the peak memory of ours in MiB; 0 asks for none
+    times: int = 1  # how often a timed run runs its side: for commands that are quickly done
+    stdin: Path = Path("/dev/null")
+    before: Callable[[], None] = lambda: None  # before each run of a side
+    left: Callable[[], object] = lambda: None  # what a side leaves; the same for both
+
+
+@dataclass
+class Bench:
+    """What row() is given: a directory of its own, and where the programs are."""
+
+    directory: Path
+    programs: Path
+
+    def program(self, name: str) -> str:
+        return str(self.programs / name)
+
+
+class NotMeasured(Exception):
+    pass
+
+
+@dataclass
+class Spent:
+    wall: float = 0
+    cpu: float = 0
+
+
+def start(command: Command, stdin: Path) -> subprocess.Popen:
+    with open(stdin, "rb") as source:
+        return subprocess.Popen([str(word) for word in command], stdin=source, stdout=subprocess.DEVNULL)
+
+
+def require_success(command: Command, status: int) -> None:
+    if status != 0:
+        raise NotMeasured(f"{command[0]} ended with {status}")
+
+
+def cpu_of_children() -> float:
+    used = resource.getrusage(resource.RUSAGE_CHILDREN)
+    return used.ru_utime + used.ru_stime
+
+
+def timed(row: Row, command: Command) -> Spent:
+    row.before()
+    cpu, wall = cpu_of_children(), time.monotonic()
+    for _ in range(row.times):
+        require_success(command, start(command, row.stdin).wait())
+    wall_end, cpu_end = time.monotonic(), cpu_of_children()
+    return Spent((wall_end - wall) / row.times, (cpu_end - cpu) / row.times)
+
+
+def peak_memory(row: Row) -> float:
+    """In MiB. VmHWM never falls, so the last look before the end has the peak."""
+    row.before()
+    process = start(row.ours, row.stdin)
+    peak = 0
+    while process.poll() is None:
+        for line in Path(f"/proc/{process.pid}/status").read_text().splitlines():
+            if line.startswith("VmHWM:"):
+                peak = int(line.split()[1])
+        time.sleep(0.0005)
+    require_success(row.ours, process.returncode)
+    return peak / 1024
+
+
+def compare_results(row: Row) -> None:
+    results = []
+    for command in (row.ours, row.other):
+        row.before()
+        require_success(command, start(command, row.stdin).wait())
+        results.append(row.left())
+    if results[0] != results[1]:
+        raise NotMeasured("the two sides leave something different")
+
+
+def measure(row: Row, rounds: int) -> tuple[list[Spent], list[Spent], float]:
+    compare_results(row)
+    ours, other = [], []
+    for turn in range(rounds):
+        sides = [(ours, row.ours), (other, row.other)]
+        for kept, command in sides if turn % 2 == 0 else reversed(sides):
+            kept.append(timed(row, command))
+    return ours, other, peak_memory(row) if row.memory else 0
+
+
+def median(spent: list[Spent], what: str) -> float:
+    return statistics.median(getattr(one, what) for one in spent)
+
+
+def milliseconds(seconds: float) -> str:
+    return f"{seconds * 1000:.0f} ms" if seconds >= 0.1 else f"{seconds * 1000:.2f} ms"
+
+
+FORMAT = "{:<28} {:>10} {:>10} {:>6} {:>6} {:>6} {:>20}  {}"
+
+
+def line(name: str, row: Row, ours: list[Spent], other: list[Spent], memory: float) -> str:
+    wall = median(ours, "wall"), median(other, "wall")
+    ratio = wall[0] / wall[1]
+    cpu = median(other, "cpu")
+    missed = ratio > row.goal or (row.memory and memory > row.memory)
+    return FORMAT.format(
+        name,
+        *(milliseconds(side) for side in wall),
+        f"{ratio:.2f}",
+        f"{row.goal:.2f}",
+        f"{median(ours, 'cpu') / cpu:.2f}" if cpu else "-",
+        f"{memory:.1f} of {row.memory} MiB" if row.memory else "",
+        "MISSED" if missed else "",
+    ).rstrip()
+
+
+def load(path: Path) -> Callable[[Bench], Row]:
+    sys.path.insert(0, str(path.parent))  # for what rows of a layer share, in _<name>.py
+    spec = importlib.util.spec_from_file_location(f"bench_row_{path.stem}", path)
+    module = importlib.util.module_from_spec(spec)
+    spec.loader.exec_module(module)
+    return module.row
+
+
+def chosen(patterns: list[str]) -> list[Path]:
+    paths = [p for p in sorted(HERE.glob("*/**/*.py")) if not p.name.startswith("_")]
+    return [p for p in paths if not patterns or any(fnmatch.fnmatch(p.stem, f"*{q}*") for q in patterns)]
+
+
+def run(path: Path, programs: Path, rounds: int) -> bool:
+    with tempfile.TemporaryDirectory(prefix="bench", dir="/var/tmp") as directory:
+        try:
+            row = load(path)(Bench(Path(directory), programs))
+            print(line(path.stem, row, *measure(row, rounds)), flush=True)
+            return True
+        except (NotMeasured, OSError, subprocess.CalledProcessError) as e:
+            print(f"{path.stem}: not measured: {e}", flush=True)
+            return False
+
+
+def main() -> int:
+    parser = argparse.ArgumentParser()
+    parser.add_argument("programs", type=Path)
+    parser.add_argument("--rounds", type=int, default=5)
+    parser.add_argument("rows", nargs="*")
+    options = parser.parse_intermixed_args()
+    sys.modules["run"] = sys.modules["__main__"]  # for the rows, which import their Row
+    paths = chosen(options.rows)
+    if not paths:
+        print("no such row", file=sys.stderr)
+        return 1
+    print(FORMAT.format("row", "ours", "other", "ratio", "goal", "cpu", "peak memory", ""), flush=True)
+    return 0 if all([run(path, options.programs, options.rounds) for path in paths]) else 1
+
+
+if __name__ == "__main__":
+    sys.exit(main())
