@@ -3,7 +3,6 @@
 #include "lib/log_failure.h"
 #include "lib/string.h"
 
-#include <cstdio>
 #include <cstdlib>
 #include <cstring>
 
@@ -20,12 +19,8 @@ public:
     }
     explicit operator bool() const { return static_cast<bool>(all); }
 
-    int number() const
-    {
-        int value = 0;
-        sscanf(first[0], "%i", &value);
-        return value;
-    }
+    // Base 0: a leading 0 means octal, 0x hexadecimal.
+    int number() const { return static_cast<int>(strtol(first[0], nullptr, 0)); }
     char const* operator[](std::size_t i) const { return first[i]; }
 
 private:
