@@ -106,7 +106,7 @@ int setMailboxDiskQuota(int argc, char** argv)
     MaildirPPManager& manager = MaildirPPManager::getInstance();
     std::string const domain = domainOf(helper);
     std::string const mailname = localPartOf(helper);
-    manager.setMailboxQuota(domain, mailname, quotaOf(helper));
+    manager.setMailboxQuota(mailname, domain, quotaOf(helper));
     return 0;
 }
 

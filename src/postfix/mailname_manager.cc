@@ -76,7 +76,7 @@ void renameMailbox(std::string const& domain, std::string const& from, std::stri
 void MailnameManager::createMailname(std::string const& domain, std::string const& mailname)
 {
     makeHome(domain, mailname);
-    MaildirPPManager::getInstance().removeMailboxQuota(domain, mailname);
+    MaildirPPManager::getInstance().removeMailboxQuota(mailname, domain);
     AtOnce helper;
     createMailnameRecord(helper, domain, mailname);
 }
@@ -85,7 +85,7 @@ void MailnameManager::createMailname(std::string const& domain, std::string cons
                                      long quota)
 {
     makeHome(domain, mailname);
-    MaildirPPManager::getInstance().setMailboxQuota(domain, mailname, quota);
+    MaildirPPManager::getInstance().setMailboxQuota(mailname, domain, quota);
     AtOnce helper;
     createMailnameRecord(helper, domain, mailname);
 }
