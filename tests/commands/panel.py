@@ -1,5 +1,9 @@
 """What the panel does to its own database before it starts the tool, and a domain as it looks
 once the tool has set it up."""
+import concurrent.futures
+import os
+import time
+
 import mailhost
 
 LOCAL = "localhost.localdomain"
@@ -68,3 +72,26 @@ def hooks():
 def damage_hooks():
     """A handler without a type: each mass operation fails at its end."""
     mailhost.write("/usr/local/orv/handlers/info/10-broken-abcdef/hook", "before-local\n")
+
+
+def quota_line(home, quota):
+    """How the file maildirsize of a home begins: what its attachments take is deducted."""
+    return f"{quota - os.lstat(f'{home}/@attachments').st_size}S,0C\n"
+
+
+def without_accounts():
+    """Makes every removal and change of an account or of its domain fail."""
+    for table in ("users", "domains"):
+        for event in ("DELETE", "UPDATE", "INSERT"):
+            mailhost.auth_sql(f"CREATE TRIGGER refuse_{event}_{table} BEFORE {event} ON {table} "
+                              "BEGIN SELECT RAISE(ABORT, 'refused'); END")
+
+
+def waits_for_the_accounts(*arguments, env=None):
+    """Runs the tool while somebody holds the account database for a while; how it ended."""
+    with concurrent.futures.ThreadPoolExecutor() as pool:
+        with mailhost.accounts_locked():
+            running = pool.submit(mailhost.mailvek, *arguments, env=env)
+            time.sleep(0.5)
+            assert not running.done(), running.result()
+        return running.result()

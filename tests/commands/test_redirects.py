@@ -8,7 +8,7 @@ from mailhost import (
     ACCOUNTS, MAILNAMES, MAPS, Rule, auth_rows, auth_sql, described, mailvek, nothing_changes, postmap,
     read, read_only, spy, start, stop,
 )
-from panel import add_hook, damage_hooks, hooks, panel_domain, panel_mailname, standard_addresses
+from panel import add_hook, damage_hooks, hooks, panel_domain, panel_mailname, standard_addresses, without_accounts
 
 POSTMAP = "/usr/sbin/postmap"
 DOMAIN, ALIAS, OTHER = "example.com", "alias.test", "other.test"
@@ -24,7 +24,7 @@ def panel():
     panel_domain(DOMAIN, aliases=[ALIAS, OTHER])
     panel_mailname(ANNA)
     done("--add-domain", f"--domain-name={DOMAIN}")
-    done("--add-mailname", *NAMES, "--disk-quota=1000")
+    done("--add-mailname", *NAMES, "--disk-quota=100000")
 
 
 def done(*arguments, env=None):
@@ -135,7 +135,7 @@ def test_hooks_that_cannot_be_cloned_are_a_warning_and_the_accounts_are_made():
     damage_hooks()
     ended = mailvek(*ADD_ALIAS)
     warning = f"WARNING: unable to set all mail handlers for ann@{DOMAIN}\n"
-    assert ended.status == 0 and ended.out == warning and ended.err.endswith(warning), ended
+    assert ended.status == 0 and ended.out.endswith(warning) and ended.err.endswith(warning), ended
     assert set(ALIAS_ADDRESSES) <= auth_rows().keys()
 
 
@@ -145,7 +145,7 @@ def test_hooks_that_cannot_be_removed_are_a_warning_and_the_accounts_go():
     damage_hooks()
     ended = mailvek(*REMOVE_ALIAS)
     warning = f"WARNING: unable to properly remove all mail handlers for ann@{DOMAIN}\n"
-    assert ended.status == 0 and ended.out == warning, ended
+    assert ended.status == 0 and ended.out.endswith(warning), ended
     assert not set(ALIAS_ADDRESSES) & auth_rows().keys()
 
 
@@ -178,7 +178,7 @@ def test_accounts_that_cannot_be_cloned_leave_the_addresses():
 def test_accounts_that_cannot_be_removed_are_a_failure_with_the_addresses_gone():
     done("--add-mailbox", *NAMES, env=PLAIN)
     done(*ADD_ALIAS)
-    os.rename(ACCOUNTS, ACCOUNTS + ".away")
+    without_accounts()
     assert mailvek(*REMOVE_ALIAS).status == 1
     assert not set(ALIAS_ADDRESSES) & addresses().keys()
 
