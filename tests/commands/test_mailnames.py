@@ -388,8 +388,8 @@ def test_a_new_name_that_is_none_is_refused_before_anything_changes():
     mailname_with_a_mailbox()
     with nothing_changes():
         ended = mailvek("--rename-mailname", f"--domain-name={DOMAIN}", "--old-mailname=anna",
-                        "--new-mailname=an ita", env=PLAIN)
-    assert ended.status == 1 and "an ita" in ended.err, ended
+                        "--new-mailname=an..ita", env=PLAIN)
+    assert ended.status == 1 and "an..ita" in ended.err, ended
 
 
 # -------------------------------------------------------------------------- --remove-mailname
