@@ -12,6 +12,7 @@
 #include "lib/owned.h"
 #include "support/fd_census.h"
 #include "support/host_test.h"
+#include "support/stand_in.h"
 #include "support/temp_dir.h"
 
 #include <gtest/gtest.h>
@@ -37,15 +38,14 @@ protected:
         HostTest::SetUp();
         if (HasFatalFailure())
             return;
-        std::filesystem::copy_file("/usr/sbin/postmap", real);
+        postmap.prepare();
         fill("");
         descriptors = openDescriptors();
     }
 
     void TearDown() override
     {
-        if (stands_in)
-            run("umount /usr/sbin/postmap");
+        postmap.remove();
         if (full)
             run("umount " + dir.path());
         for (auto const& entry : std::filesystem::directory_iterator(dir.path()))
@@ -55,10 +55,7 @@ protected:
         EXPECT_EQ(errno, ECHILD);
     }
 
-    static void run(std::string const& command)
-    {
-        EXPECT_EQ(system(command.c_str()), 0) << command;
-    }
+    static void run(std::string const& command) { shellRun(command); }
 
     // Gives the map this content, in text form.
     void fill(std::string const& text)
@@ -81,15 +78,7 @@ protected:
         return text;
     }
 
-    void standIn(std::string const& script)
-    {
-        std::string const file = tools / "stand-in";
-        writeFile(file, "#!/bin/bash\nreal=" + real + " dir=" + tools.path() +
-                            "\necho \"$*\" >> $dir/journal\n" + script + "\n");
-        if (!stands_in)
-            run("chmod 755 " + file + " && mount --bind " + file + " /usr/sbin/postmap");
-        stands_in = true;
-    }
+    void standIn(std::string const& script) { postmap.run(script); }
 
     // The lock file that stands for a path.
     static std::string lockFileOf(std::string const& locked)
@@ -108,13 +97,13 @@ protected:
     }
 
     TempDir const dir;
-    TempDir const tools;
+    StandIn postmap{"/usr/sbin/postmap"};
+    TempDir const& tools = postmap.dir;
     std::string const path = dir / "map";
     std::string const map = "hash:" + path;
-    std::string const real = tools / "postmap";
+    std::string const& real = postmap.real;
 
 private:
-    bool stands_in = false;
     bool full = false;
     std::set<int> descriptors;
 };
