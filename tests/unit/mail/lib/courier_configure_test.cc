@@ -311,7 +311,7 @@ TEST_F(CourierConfigureOnHost, ReplacesAVariableOfTheTrueFiles)
 
 TEST_F(CourierConfigureOnHost, RestartsTheServiceAlsoWhenFilesAreMissing)
 {
-    shellRun("rm /etc/courier/*");
+    shellRun("rm /etc/courier/imapd* /etc/courier/pop3d*");
     InitScripts scripts;
     scripts.add("/etc/init.d/courier-imap", "exit 0");
     ChildRun const run = inChild([] { return set_courier_shortnames_params(0); });
