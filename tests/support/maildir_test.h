@@ -7,6 +7,7 @@
 #define MAILVEK_TESTS_SUPPORT_MAILDIR_TEST_H
 
 #include "mail/lib/maildirpp_types.h"
+#include "support/pauses.h"
 #include "support/temp_dir.h"
 
 #include <gtest/gtest.h>
@@ -22,18 +23,6 @@
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
-
-namespace maildir_test_detail {
-
-inline std::vector<unsigned int> pauses;
-
-} // namespace maildir_test_detail
-
-extern "C" [[gnu::used]] inline unsigned int __wrap_sleep(unsigned int seconds)
-{
-    maildir_test_detail::pauses.push_back(seconds);
-    return 0;
-}
 
 inline void makeMaildir(std::string const& maildir)
 {
@@ -70,7 +59,7 @@ protected:
     void SetUp() override
     {
         makeMaildir("Maildir");
-        maildir_test_detail::pauses.clear();
+        pauses_detail::pauses.clear();
         errno = 0;
     }
     void TearDown() override { std::filesystem::current_path(before); }
@@ -93,7 +82,7 @@ protected:
 
     std::string here() const { return std::filesystem::current_path(); }
 
-    std::vector<unsigned int> const& pauses = maildir_test_detail::pauses;
+    std::vector<unsigned int> const& pauses = pauses_detail::pauses;
 
 private:
     TempDir const dir;

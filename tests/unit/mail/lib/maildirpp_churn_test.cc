@@ -46,7 +46,7 @@ TEST_F(MaildirppChurn, NeverFailsAWriteAndDatesTheFileAsItMust)
         letter(".One/cur/" + std::to_string(number), 10);
     Worker worker("reports", churn);
     int dated_back = 0;
-    for (int i = 0; i < 300; ++i) {
+    for (int i = 0; i < 150; ++i) {
         time_t const start = time(nullptr);
         // For the reports of folders that are gone when they are looked at again.
         auto const run = inChild([] {
@@ -79,7 +79,7 @@ TEST_F(MaildirppChurn, NeverFailsACount)
 {
     folder(".One");
     Worker worker("reports", churn);
-    for (int i = 0; i < 1000; ++i) {
+    for (int i = 0; i < 300; ++i) {
         sizequota_t size = -1;
         fcount_t count = 0;
         ASSERT_EQ(get_maildirpp_usage("Maildir", &size, &count), 1) << errno;

@@ -214,7 +214,7 @@ TEST_F(MaildirppMaildirsize, TriesAgainAfterAPause)
     };
     for (Attempt const& attempt :
          {Attempt{"stat", EACCES}, {"open", EMFILE}, {"fstat", EIO}, {"lstat", EIO}}) {
-        maildir_test_detail::pauses.clear();
+        pauses_detail::pauses.clear();
         CallFailure const failing(attempt.call, attempt.error);
         EXPECT_EQ(written(1, 0), "1S,0C\n           0           0\n") << attempt.call;
         EXPECT_EQ(pauses, std::vector<unsigned int>({2}));
@@ -226,10 +226,9 @@ TEST_F(MaildirppMaildirsize, TriesAgainWhenAnotherFileHasTakenThePlace)
 {
     {
         BeforeCall const other("lstat", 1, [] {
-            for (auto const& entry : fs::directory_iterator("tmp")) {
-                fs::rename(entry.path(), "moved");
-                writeFile(entry.path(), "other");
-            }
+            fs::path const file = fs::directory_iterator("tmp")->path();
+            fs::rename(file, "moved");
+            writeFile(file, "other");
         });
         EXPECT_EQ(written(1, 0), "1S,0C\n           0           0\n");
     }
