@@ -182,6 +182,16 @@ TEST_F(MailHandlerUpdateOnHost, CopiesTheTextOfTheLinkAndTheContextTrimmed)
     std::filesystem::remove("/run/link");
 }
 
+TEST_F(MailHandlerUpdateOnHost, KeepsALinkOfAnyLength)
+{
+    std::string const program = std::string(4095 - strlen("bin/true"), '/') + "bin/true";
+    ASSERT_EQ(mail_handler_add("spam", "recipient", address, program.c_str(), "c", "before-local",
+                               "10", HOOK_ENABLE),
+              0);
+    ASSERT_EQ(update("", "", ""), 0);
+    EXPECT_EQ(executableOf(names().front()), program);
+}
+
 TEST_F(MailHandlerUpdateOnHost, LeavesADisabledHandlerDisabled)
 {
     add("spam", "recipient", address, "before-local", HOOK_DISABLE);
