@@ -204,7 +204,7 @@ TEST_F(HookDeleteOnHost, LeavesTheProgramAlone)
     ASSERT_EQ(mail_handler_add("spam", "recipient", address, "/run/program", "c", "before-local",
                                "10", HOOK_ENABLE),
               0);
-    EXPECT_EQ(control(names().front(), HOOK_DELETE), 0);
+    EXPECT_EQ(control(first(), HOOK_DELETE), 0);
     EXPECT_EQ(readFile("/run/program"), "x");
     std::filesystem::remove("/run/program");
 }
