@@ -92,6 +92,15 @@ protected:
         return all;
     }
 
+    // The first of them; without any, a failure and "".
+    static std::string first()
+    {
+        auto const all = names();
+        if (all.empty())
+            ADD_FAILURE() << "there is no handler";
+        return all.empty() ? "" : all.front();
+    }
+
     // Adds a handler; its full name.
     static std::string add(std::string const& name_template, char const* type = "recipient",
                            char const* value = address, char const* hook = "before-local",

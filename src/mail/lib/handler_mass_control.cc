@@ -102,7 +102,7 @@ int control_each(int (*control)(char const* entry, Wanted const& wanted), Wanted
     for (std::string const& name : names)
         if (control(name.c_str(), wanted) != 0)
             ++errors;
-    // Deliberate: "was" stays.
+    // Deliberate: "was", for operators search for the text as it stands.
     if (errors != 0)
         return log_failure("Some errors was occured in mass hook operation. errors: %i", errors);
     return 0;

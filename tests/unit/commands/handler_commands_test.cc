@@ -5,6 +5,7 @@
 #include "commands/do_main.h"
 #include "commands/program_options_helper.h"
 #include "support/child_run.h"
+#include "support/handler_store_test.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -13,6 +14,7 @@
 #include <utility>
 
 using namespace orvek::mail::postfix::mailvek_commands;
+using ::testing::ElementsAre;
 using ::testing::HasSubstr;
 using ::testing::StartsWith;
 
@@ -37,6 +39,8 @@ ChildRun run(CommandHandler handler, std::initializer_list<std::string> words)
         return handler(line.argc(), line.argv());
     });
 }
+
+using HandlerCommandsOnHost = HandlerStoreTest;
 
 } // namespace
 
@@ -119,5 +123,31 @@ TEST(HandlerCommands, RaiseWhenTheTypeNeedsANameThatIsMissing)
                 EXPECT_STREQ(e.what(), "mandatory option \"--handler-type-name\" is not specified");
             }
         }
+    }
+}
+
+TEST_F(HandlerCommandsOnHost, ReportASkippedTargetAsAWarning)
+{
+    Report const skipped(4, "Handler x for recipient someone@example.com does not exist in queue "
+                            "before-local");
+    for (auto const& [name, handler] : commands) {
+        bool const whole = describesWhole(handler);
+        if (handler == checkHandler)
+            continue;
+        if (handler == addHandler)
+            descriptor("10-x-a1B2c3");
+        CommandLine line(
+            whole ? std::initializer_list<std::string>{name, "--handler-name=x",
+                                                       "--handler-type=recipient",
+                                                       "--handler-type-name=someone@example.com",
+                                                       "--executable=/bin/true", "--context=x",
+                                                       "--hook=before-local", "--priority=1"}
+                  : std::initializer_list<std::string>{
+                        name, "--handler-name=x", "--handler-type=recipient",
+                        "--handler-type-name=someone@example.com", "--hook=before-local"});
+        reports().clear();
+        EXPECT_EQ(handler(line.argc(), line.argv()), 0) << name;
+        EXPECT_THAT(reports(), ElementsAre(skipped)) << name;
+        std::filesystem::remove_all(info("10-x-a1B2c3"));
     }
 }

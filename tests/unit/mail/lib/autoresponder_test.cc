@@ -30,7 +30,7 @@ TEST_F(AutoresponderOnHost, IsAHandlerAtItsFixedPlace)
 {
     EXPECT_EQ(autoresponder_action("someone", "example.com", HOOK_ENABLE), 0);
     ASSERT_EQ(names().size(), 1U);
-    auto const name = names().front();
+    auto const name = first();
     EXPECT_THAT(name, ::testing::MatchesRegex("90-autoresponder-[A-Za-z0-9]{6}"));
     EXPECT_THAT(tree(info(name)),
                 ElementsAre(Pair("context", "f 0644 0:0 responder\n"),

@@ -134,6 +134,25 @@ TEST_F(HookCloneOnHost, FailsWithoutAContext)
     EXPECT_THAT(names(), ElementsAre("10-spam-a1B2c3"));
 }
 
+TEST_F(HookCloneOnHost, NamesBothExecutableAndContextWhenBothAreMissing)
+{
+    descriptor("10-spam-a1B2c3", {}, {"context"});
+    std::filesystem::remove(info("10-spam-a1B2c3/executable"));
+    EXPECT_EQ(control("10-spam-a1B2c3", HOOK_CLONE, other), -1);
+    EXPECT_THAT(reports(),
+                ElementsAre(error("Unable to get executable file name for handler\n"),
+                            error("No such parameter 'context' for handler '10-spam-a1B2c3'")));
+}
+
+TEST_F(HookCloneOnHost, FindsItsCopyWhateverTheLettersOfTheHandlersOwnType)
+{
+    descriptor("10-spam-a1B2c3", {{"handler-type", "RECIPIENT\n"}});
+    EXPECT_EQ(control("10-spam-a1B2c3", HOOK_CLONE, other), 0);
+    EXPECT_EQ(readFile(info(copyOf("spam") + "/handler-type")), "recipient\n");
+    EXPECT_EQ(control("10-spam-a1B2c3", HOOK_CLONE, other), 0);
+    EXPECT_EQ(names().size(), 2U);
+}
+
 TEST_F(HookCloneOnHost, AcceptsAnEmptyContext)
 {
     descriptor("10-spam-a1B2c3", {{"context", ""}});
@@ -201,9 +220,11 @@ TEST_F(HookMoveOnHost, KeepsTheHandlerWhenTheCopyCannotBeMade)
 {
     descriptor("10-spam-a1B2c3", {}, {"context"});
     EXPECT_EQ(control("10-spam-a1B2c3", HOOK_ENABLE), 0);
+    refresher();
     EXPECT_EQ(control("10-spam-a1B2c3", HOOK_MOVE, other), -1);
     EXPECT_THAT(names(), ElementsAre("10-spam-a1B2c3"));
     EXPECT_TRUE(active("10-spam-a1B2c3"));
+    EXPECT_EQ(refreshes(), 2); // the clone, and itself
 }
 
 TEST_F(HookMoveOnHost, KeepsTheDescriptorWhenTheMarkerCannotBeRemoved)
@@ -211,6 +232,8 @@ TEST_F(HookMoveOnHost, KeepsTheDescriptorWhenTheMarkerCannotBeRemoved)
     auto const name = add("spam");
     std::filesystem::remove(marker(name));
     std::filesystem::create_directory(marker(name));
+    refresher();
     EXPECT_EQ(control(name, HOOK_MOVE, other), -1);
     EXPECT_THAT(names(), ::testing::UnorderedElementsAre(name, copyOf("spam")));
+    EXPECT_EQ(refreshes(), 3); // the copy's marker, the clone, and itself
 }

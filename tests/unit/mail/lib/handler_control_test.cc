@@ -123,6 +123,18 @@ TEST_F(HookDisableOnHost, SucceedsWithoutAMarkerAndRemovesTheEmptyDirectory)
     EXPECT_THAT(reports(), IsEmpty());
 }
 
+TEST_F(HookDisableOnHost, RemovesALinkInTheMarkersPlaceAndNotWhatItLeadsTo)
+{
+    auto const name = add("spam");
+    TempDir const dir;
+    writeFile(dir / "file", "kept");
+    std::filesystem::remove(marker(name));
+    std::filesystem::create_symlink(dir / "file", marker(name));
+    EXPECT_EQ(control(name, HOOK_DISABLE), 0);
+    EXPECT_FALSE(std::filesystem::exists(hookDirectory()));
+    EXPECT_EQ(readFile(dir / "file"), "kept");
+}
+
 TEST_F(HookDisableOnHost, FailsAtOnceWithAMarkerThatCannotBeRemoved)
 {
     auto const name = add("spam");
@@ -192,7 +204,7 @@ TEST_F(HookDeleteOnHost, LeavesTheProgramAlone)
     ASSERT_EQ(mail_handler_add("spam", "recipient", address, "/run/program", "c", "before-local",
                                "10", HOOK_ENABLE),
               0);
-    EXPECT_EQ(control(names().front(), HOOK_DELETE), 0);
+    EXPECT_EQ(control(first(), HOOK_DELETE), 0);
     EXPECT_EQ(readFile("/run/program"), "x");
     std::filesystem::remove("/run/program");
 }
@@ -210,9 +222,11 @@ TEST_F(HookDeleteOnHost, FailsAndKeepsTheDescriptorWhenTheMarkerCannotBeRemoved)
     auto const name = add("spam");
     std::filesystem::remove(marker(name));
     std::filesystem::create_directory(marker(name));
+    refresher();
     EXPECT_EQ(control(name, HOOK_DELETE), -1);
     EXPECT_THAT(names(), ElementsAre(name));
     EXPECT_EQ(reports().size(), 1U);
+    EXPECT_EQ(refreshes(), 1);
 }
 
 TEST_F(HookDeleteOnHost, ReportsANameThatIsTooLongForTheDescriptor)

@@ -160,6 +160,26 @@ TEST_F(ByMailnameOnHost, TakesADomainWithAllItsAddresses)
     EXPECT_THAT(reports(), IsEmpty());
 }
 
+TEST_F(ByMailnameOnHost, TakesNoAddressForADomain)
+{
+    auto const name = add("spam", "recipient", "list@someone@example.com");
+    EXPECT_EQ(act(address, nullptr, HOOK_DELETE), 0);
+    EXPECT_THAT(names(), ElementsAre(name));
+}
+
+TEST_F(ByMailnameOnHost, ClonesEachAddressOfADomainActiveWhateverTheStateOfTheHandler)
+{
+    auto const name = add("spam", "recipient", address, "before-local", HOOK_DISABLE);
+    add("spam", "sender-domain", "example.com");
+    EXPECT_EQ(act("example.com", "example.org", HOOK_CLONE), 0);
+    EXPECT_THAT(values(),
+                ElementsAre("recipient someone@example.com", "recipient someone@example.org",
+                            "sender-domain example.com", "sender-domain example.org"));
+    EXPECT_FALSE(active(name));
+    EXPECT_TRUE(active(lookup("spam", "recipient", "someone@example.org")));
+    EXPECT_THAT(reports(), IsEmpty());
+}
+
 TEST_F(ByMailnameOnHost, MovesEachAddressOfADomainToTheSameNameInTheNewOne)
 {
     add("spam");

@@ -29,7 +29,7 @@ protected:
     static std::vector<std::string> leftovers()
     {
         std::vector<std::string> files;
-        for (auto const& [path, what] : tree(info(names().at(0))))
+        for (auto const& [path, what] : tree(info(first())))
             files.push_back(path);
         EXPECT_FALSE(std::filesystem::exists(at("before-local")));
         return files;
@@ -105,7 +105,7 @@ TEST_F(MailHandlerAddFailsOnHost, WhenTheDescriptorsModeCannotBeSetAndLeavesItEm
                                                  "'/usr/local/orv/handlers/info/10-spam-[^']{6}': "
                                                  "Operation not permitted"))));
     EXPECT_THAT(leftovers(), IsEmpty());
-    EXPECT_EQ(modeOf(info(names().front())), 0700U);
+    EXPECT_EQ(modeOf(info(first())), 0700U);
 }
 
 TEST_F(MailHandlerAddFailsOnHost, WhenAParameterCannotBeStoredAndLeavesTheEmptyFile)
@@ -113,7 +113,7 @@ TEST_F(MailHandlerAddFailsOnHost, WhenAParameterCannotBeStoredAndLeavesTheEmptyF
     std::filesystem::remove_all("/var/lock/files");
     auto const run = printed([] { EXPECT_EQ(tryToAdd(), -1); });
     EXPECT_THAT(leftovers(), ElementsAre("hook"));
-    std::string const dir = info(names().front());
+    std::string const dir = info(first());
     EXPECT_THAT(run.err, EndsWith(withErrno(
                              "Unable to add string 'before-local' to '" + dir + "/hook'", ENOENT)));
 }
@@ -126,7 +126,7 @@ TEST_F(MailHandlerAddFailsOnHost, WithOneReportMoreForTheDirectoryOfTheParameter
         EXPECT_THAT(reports(),
                     ElementsAre(error("Unable to store handler parameters into directory "
                                       "'" +
-                                      info(names().front()) + "'")));
+                                      info(first()) + "'")));
     });
 }
 
@@ -162,12 +162,12 @@ TEST_F(MailHandlerAddFailsOnHost, WhenTheFlagOfAGlobalHandlerCannotBeCreated)
 {
     auto const run = printed([] {
         BeforePath const in_the_way(
-            2, [] { std::filesystem::create_directory(info(names().front() + "/global")); });
+            2, [] { std::filesystem::create_directory(info(first() + "/global")); });
         EXPECT_EQ(tryToAdd("global", nullptr), -1);
-        EXPECT_THAT(reports(), ElementsAre(error("Unable to create file '" + info(names().front()) +
-                                                 "/global'")));
+        EXPECT_THAT(reports(),
+                    ElementsAre(error("Unable to create file '" + info(first()) + "/global'")));
     });
-    EXPECT_EQ(run.err, withErrno("Unable to truncate or create file " + info(names().front()) +
+    EXPECT_EQ(run.err, withErrno("Unable to truncate or create file " + info(first()) +
                                      "/global: Is a directory",
                                  EISDIR));
     EXPECT_THAT(leftovers(), ElementsAre("context", "global", "handler-type", "hook"));
@@ -209,10 +209,10 @@ TEST_F(MailHandlerAddFailsOnHost, WhenItCannotBeEnabledAndLeavesTheWholeDescript
         mail_handler_add("spam", "recipient", address, "/bin/true", "c", "", "10", HOOK_ENABLE),
         -1);
     EXPECT_THAT(leftovers(), ElementsAre("context", "executable", "handler-type", "recipient"));
-    EXPECT_THAT(reports(),
-                ElementsAre(error("No such parameter 'hook' for handler '" + names().front() + "'"),
-                            error("Unable to fetch 'hook' parameter value for handler '" +
-                                  names().front() + "'")));
+    EXPECT_THAT(
+        reports(),
+        ElementsAre(error("No such parameter 'hook' for handler '" + first() + "'"),
+                    error("Unable to fetch 'hook' parameter value for handler '" + first() + "'")));
 }
 
 TEST_F(MailHandlerAddFailsOnHost, WithAValueThatIsTooLongToBeReadBack)
@@ -220,7 +220,7 @@ TEST_F(MailHandlerAddFailsOnHost, WithAValueThatIsTooLongToBeReadBack)
     std::string const value(311, 'x');
     auto const run = printed([&] { EXPECT_EQ(tryToAdd("recipient", value.c_str()), -1); });
     EXPECT_EQ(run.err, "The buffer too short\n");
-    EXPECT_EQ(readFile(info(names().front() + "/recipient")), value + "\n");
+    EXPECT_EQ(readFile(info(first() + "/recipient")), value + "\n");
 }
 
 TEST_F(MailHandlerAddFailsOnHost, WithAReportOfTheFileThatCannotBeCreated)

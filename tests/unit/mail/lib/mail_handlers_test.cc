@@ -97,8 +97,7 @@ TEST_F(MailHandlerAddOnHost, LinksToTheExecutableAsItIsSpelled)
     ASSERT_EQ(mail_handler_add("spam", "global", nullptr, "bin/../bin/true", "c", "before-local",
                                "10", HOOK_ENABLE),
               0);
-    EXPECT_EQ(std::filesystem::read_symlink(info(names().front() + "/executable")),
-              "bin/../bin/true");
+    EXPECT_EQ(std::filesystem::read_symlink(info(first() + "/executable")), "bin/../bin/true");
 }
 
 TEST_F(MailHandlerAddOnHost, LeavesAHandlerInactiveWhenToldTo)
@@ -124,7 +123,7 @@ TEST_F(MailHandlerAddOnHost, MakesNoContextFileForAnEmptyContext)
     ASSERT_EQ(mail_handler_add("spam", "recipient", address, "/bin/true", "", "before-local", "10",
                                HOOK_ENABLE),
               0);
-    EXPECT_FALSE(std::filesystem::exists(info(names().front() + "/context")));
+    EXPECT_FALSE(std::filesystem::exists(info(first() + "/context")));
 }
 
 TEST_F(MailHandlerAddOnHost, AddsASecondHandlerOfTheSameKindUnderAnotherName)
@@ -147,7 +146,7 @@ TEST_F(MailHandlerUpdateOnHost, ReplacesTheHandlerByOneWithANewName)
     reports().clear();
     EXPECT_EQ(update("/bin/false", "another context", "020"), 0);
     ASSERT_EQ(names().size(), 1U);
-    auto const name = names().front();
+    auto const name = first();
     EXPECT_THAT(name, ::testing::MatchesRegex("020-spam-[A-Za-z0-9]{6}"));
     EXPECT_EQ(contextOf(name), "another context\n");
     EXPECT_EQ(executableOf(name), "/bin/false");
@@ -162,7 +161,7 @@ TEST_F(MailHandlerUpdateOnHost, KeepsWhatIsEmptyOrMissing)
     EXPECT_EQ(update("", "", ""), 0);
     EXPECT_EQ(update(nullptr, nullptr, nullptr), 0);
     ASSERT_EQ(names().size(), 1U);
-    auto const name = names().front();
+    auto const name = first();
     EXPECT_NE(name, old);
     EXPECT_TRUE(name.starts_with("10-spam-"));
     EXPECT_EQ(contextOf(name), "the context\n");
@@ -177,25 +176,35 @@ TEST_F(MailHandlerUpdateOnHost, CopiesTheTextOfTheLinkAndTheContextTrimmed)
     std::filesystem::remove(info("10-spam-a1B2c3/executable"));
     std::filesystem::create_symlink("/run/../run/link", info("10-spam-a1B2c3/executable"));
     EXPECT_EQ(update("", "", ""), 0);
-    EXPECT_EQ(executableOf(names().front()), "/run/../run/link");
-    EXPECT_EQ(contextOf(names().front()), "two  words\n");
+    EXPECT_EQ(executableOf(first()), "/run/../run/link");
+    EXPECT_EQ(contextOf(first()), "two  words\n");
     std::filesystem::remove("/run/link");
+}
+
+TEST_F(MailHandlerUpdateOnHost, KeepsALinkOfAnyLength)
+{
+    std::string const program = std::string(4095 - strlen("bin/true"), '/') + "bin/true";
+    ASSERT_EQ(mail_handler_add("spam", "recipient", address, program.c_str(), "c", "before-local",
+                               "10", HOOK_ENABLE),
+              0);
+    ASSERT_EQ(update("", "", ""), 0);
+    EXPECT_EQ(executableOf(first()), program);
 }
 
 TEST_F(MailHandlerUpdateOnHost, LeavesADisabledHandlerDisabled)
 {
     add("spam", "recipient", address, "before-local", HOOK_DISABLE);
     EXPECT_EQ(update("", "", "20"), 0);
-    EXPECT_TRUE(names().front().starts_with("20-spam-"));
-    EXPECT_FALSE(active(names().front()));
+    EXPECT_TRUE(first().starts_with("20-spam-"));
+    EXPECT_FALSE(active(first()));
 }
 
 TEST_F(MailHandlerUpdateOnHost, UpdatesAGlobalHandler)
 {
     add("spam", "global", nullptr);
     EXPECT_EQ(mail_handler_update("spam", "global", nullptr, "", "", "before-local", "5"), 0);
-    EXPECT_TRUE(names().front().starts_with("5-spam-"));
-    EXPECT_TRUE(std::filesystem::exists(at("before-local/global/" + names().front())));
+    EXPECT_TRUE(first().starts_with("5-spam-"));
+    EXPECT_TRUE(std::filesystem::exists(at("before-local/global/" + first())));
 }
 
 TEST_F(MailHandlerUpdateOnHost, GivesTheHandlerThatItFindsTheTemplateThatItLookedFor)
@@ -244,7 +253,7 @@ TEST_F(MailHandlerUpdateOnHost, GoesOnWithoutAContextThatCannotBeRead)
     EXPECT_EQ(update("", "", ""), 0);
     EXPECT_THAT(reports(),
                 ElementsAre(error("No such parameter 'context' for handler '10-spam-a1B2c3'")));
-    EXPECT_FALSE(std::filesystem::exists(info(names().front() + "/context")));
+    EXPECT_FALSE(std::filesystem::exists(info(first() + "/context")));
 }
 
 TEST_F(MailHandlerUpdateOnHost, RefusesToTakeThePriorityOfANameThatCannotBeTakenApart)
