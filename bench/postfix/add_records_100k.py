@@ -1,4 +1,4 @@
-"""Adding 100,000 records to a map by one addRecords, the time for reading them included."""
+"""Adding 100,000 records to a map by one addRecords."""
 
 from _maps import add_row
 

@@ -3,10 +3,10 @@
 #include "lib/autoprepend.h"
 #include "lib/file_name.h"
 #include "lib/owned.h"
+#include "lib/umask_guard.h"
 #include "maildir/maildirpp_manager.h"
 #include "util/errors.h"
 #include "util/retry_on_signal.h"
-#include "util/umask_guard.h"
 
 #include <boost/filesystem/operations.hpp>
 #include <boost/system/error_code.hpp>
@@ -99,11 +99,6 @@ bool backupRename(path const& source, path& target)
 MaildirManager& MaildirManager::getInstance()
 {
     return MaildirPPManager::getInstance();
-}
-
-MaildirManager::MaildirManager()
-{
-    init();
 }
 
 void MaildirManager::init()

@@ -4,6 +4,7 @@
 #include "postfix/indexed_file.h"
 #include "postfix/map_names.h"
 #include "postfix/postmap_output.h"
+#include "postfix/tool_result.h"
 #include "process/pipe.h"
 #include "util/autoclean_ofstream.h"
 #include "util/errors.h"
@@ -30,17 +31,6 @@ Pipe postmap(std::vector<std::string> const& arguments, std::string& diagnostics
     pipe.stderrMode = process::Capture;
     pipe.stderrReceiver = process::makeStringReceiver(diagnostics);
     return pipe;
-}
-
-bool hasFailed(int status)
-{
-    return WIFSIGNALED(status) || WEXITSTATUS(status) != 0;
-}
-
-void requireSuccess(int status, std::string const& diagnostics)
-{
-    if (hasFailed(status))
-        throw PostfixConfigurationError(diagnostics.empty() ? "unknown error" : diagnostics);
 }
 
 // postmap exits non-zero, and in silence, when a key is not there.

@@ -1,35 +1,36 @@
 #include "postfix/record_filters.h"
 
-#include <cctype>
+#include <algorithm>
 #include <iostream>
 
 namespace orvek::mail::postfix::database {
 
 namespace {
 
-constexpr char const* blanks = " \t";
+bool isBlank(char byte)
+{
+    return byte == ' ' || byte == '\t';
+}
 
 } // namespace
 
 std::size_t findKeyEnd(std::string const& line)
 {
-    std::size_t const end = line.find_first_of(blanks);
-    if (end == std::string::npos)
-        std::clog << "invalid key/value '" << line << "'" << std::endl;
-    return end;
+    auto const end = std::find_if(line.begin(), line.end(), isBlank);
+    if (end != line.end())
+        return static_cast<std::size_t>(end - line.begin());
+    std::clog << "invalid key/value '" << line << "'" << std::endl;
+    return std::string::npos;
 }
 
 std::string_view valueBehind(std::string_view line, std::size_t keyEnd)
 {
-    std::size_t const first = line.find_first_not_of(blanks, keyEnd);
-    if (first == std::string_view::npos)
-        return {};
-    return line.substr(first, line.find_last_not_of(blanks) - first + 1);
-}
-
-bool isListSeparator(char byte)
-{
-    return byte == ',' || std::isspace(static_cast<unsigned char>(byte)) != 0;
+    line.remove_prefix(keyEnd);
+    while (!line.empty() && isBlank(line.front()))
+        line.remove_prefix(1);
+    while (!line.empty() && isBlank(line.back()))
+        line.remove_suffix(1);
+    return line;
 }
 
 bool ReplaceElementFilterRef::operator()(std::string& element) const

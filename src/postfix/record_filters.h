@@ -23,6 +23,7 @@
 #define MAILVEK_POSTFIX_RECORD_FILTERS_H
 
 #include <algorithm>
+#include <cctype>
 #include <cstddef>
 #include <string>
 #include <string_view>
@@ -36,7 +37,14 @@ std::size_t findKeyEnd(std::string const& line);
 std::string_view valueBehind(std::string_view line, std::size_t keyEnd);
 
 // "," and all that isspace is true for. Bytes above 127 separate nothing in the C locale.
-bool isListSeparator(char byte);
+inline bool isListSeparator(char byte)
+{
+    // What is visible in ASCII is no space in any locale; a call for each would cost more than
+    // all else that is done to a value.
+    if (byte > ' ' && byte <= '~')
+        return byte == ',';
+    return std::isspace(static_cast<unsigned char>(byte)) != 0;
+}
 
 // Replaces an element that is equal to from as a whole. A value of which from is only the
 // beginning stays as it is, be it only for a "/" at its end.
@@ -79,12 +87,14 @@ struct ValueListFilter
     bool operator()(std::string& value) const
     {
         std::string list;
+        list.reserve(value.size());
+        std::string element;
         bool kept = false;
         auto const end = value.cend();
         auto first = std::find_if_not(value.cbegin(), end, isListSep);
         while (first != end) {
             auto const last = std::find_if(first, end, isListSep);
-            std::string element(first, last);
+            element.assign(first, last);
             if (elementFilter(element)) {
                 list.append(kept ? ", " : "").append(element);
                 kept = true;

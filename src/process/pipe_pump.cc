@@ -17,9 +17,10 @@ namespace {
 
 constexpr size_t block_size = 1024;
 
+// What is busiest comes first: behind a descriptor that is ready, poll only looks at the others
+// and does not queue up at them.
 enum PolledSlot : size_t
 {
-    control_slot,
     input_slot,
     first_channel_slot
 };
@@ -50,7 +51,7 @@ void PipePump::run()
             fill();
         if (!wait())
             continue;
-        if (polled[control_slot].revents & readable)
+        if (polled.back().revents & readable)
             noteEnds();
         if (feeding && (polled[input_slot].revents & writable))
             feed();
@@ -104,10 +105,10 @@ void PipePump::fill()
 bool PipePump::wait()
 {
     polled.clear();
-    polled.push_back({catcher.controlPipe.readEnd.fd, POLLIN, 0});
     polled.push_back({feeding ? input.fd : -1, POLLOUT, 0});
     for (Channel const& channel : channels)
         polled.push_back({channel.source->fd, POLLIN, 0});
+    polled.push_back({catcher.controlPipe.readEnd.fd, POLLIN, 0});
     int const count =
         retryOnSignal([this] { return poll(polled.data(), nfds_t(polled.size()), -1); });
     if (count == -1)

@@ -62,7 +62,7 @@ private:
     size_t ended = 0;   // stages
     std::vector<Channel> channels;
     std::vector<char> block;    // what is being received
-    std::vector<pollfd> polled; // the self-pipe, the input, then the channels
+    std::vector<pollfd> polled; // the input, the channels, the self-pipe
 };
 
 } // namespace orvek::process

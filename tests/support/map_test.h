@@ -1,15 +1,16 @@
 // map_test - the frame of tests that change maps with the true postmap, or a stand-in for it
 //
-// A test has a map of its own and must leave neither a text source nor a copy of it behind, no
-// descriptor and no child. standIn puts a bash script in the place of postmap until the end of
-// the test: $real is the true one, $dir the directory of the test, and each call notes its
-// arguments in the journal.
+// A test has a map of its own and must leave nothing but indexed files in its directory, no
+// descriptor and no child. standIn puts a script in the place of postmap, see stand_in.h.
 
 #ifndef MAILVEK_TESTS_SUPPORT_MAP_TEST_H
 #define MAILVEK_TESTS_SUPPORT_MAP_TEST_H
 
+#include "lib/op_locks.h"
+#include "lib/owned.h"
 #include "support/fd_census.h"
 #include "support/host_test.h"
+#include "support/stand_in.h"
 #include "support/temp_dir.h"
 
 #include <gtest/gtest.h>
@@ -35,28 +36,24 @@ protected:
         HostTest::SetUp();
         if (HasFatalFailure())
             return;
-        std::filesystem::copy_file("/usr/sbin/postmap", real);
+        postmap.prepare();
         fill("");
         descriptors = openDescriptors();
     }
 
     void TearDown() override
     {
-        if (stands_in)
-            run("umount /usr/sbin/postmap");
+        postmap.remove();
         if (full)
             run("umount " + dir.path());
-        EXPECT_FALSE(std::filesystem::exists(path)) << "the text source is left";
-        EXPECT_FALSE(std::filesystem::exists(path + ".db.saved")) << "a copy is left";
+        for (auto const& entry : std::filesystem::directory_iterator(dir.path()))
+            EXPECT_EQ(entry.path().extension(), ".db") << entry.path() << " is left";
         EXPECT_EQ(openDescriptors(), descriptors);
         EXPECT_EQ(waitpid(-1, nullptr, WNOHANG), -1) << "a child is left";
         EXPECT_EQ(errno, ECHILD);
     }
 
-    static void run(std::string const& command)
-    {
-        EXPECT_EQ(system(command.c_str()), 0) << command;
-    }
+    static void run(std::string const& command) { shellRun(command); }
 
     // Gives the map this content, in text form.
     void fill(std::string const& text)
@@ -79,17 +76,15 @@ protected:
         return text;
     }
 
-    void standIn(std::string const& script)
+    void standIn(std::string const& script) { postmap.run(script); }
+
+    // The lock file that stands for a path.
+    static std::string lockFileOf(std::string const& locked)
     {
-        std::string const file = tools / "stand-in";
-        writeFile(file, "#!/bin/bash\nreal=" + real + " dir=" + tools.path() +
-                            "\necho \"$*\" >> $dir/journal\n" + script + "\n");
-        if (!stands_in)
-            run("chmod 755 " + file + " && mount --bind " + file + " /usr/sbin/postmap");
-        stands_in = true;
+        return CString(mk_flock_path(locked.c_str())).get();
     }
 
-    std::string journal() const { return readFile(tools / "journal"); }
+    std::string journal() const { return postmap.journal(); }
 
     // The map's directory, as it is, on a file system of this size.
     void limitDisk(std::string const& size)
@@ -100,13 +95,13 @@ protected:
     }
 
     TempDir const dir;
-    TempDir const tools;
+    StandIn postmap{"/usr/sbin/postmap"};
+    TempDir const& tools = postmap.dir;
     std::string const path = dir / "map";
     std::string const map = "hash:" + path;
-    std::string const real = tools / "postmap";
+    std::string const& real = postmap.real;
 
 private:
-    bool stands_in = false;
     bool full = false;
     std::set<int> descriptors;
 };

@@ -3,7 +3,6 @@
 #include "lib/log_failure.h"
 #include "lib/string.h"
 
-#include <cstdio>
 #include <cstdlib>
 #include <cstring>
 
@@ -20,12 +19,8 @@ public:
     }
     explicit operator bool() const { return static_cast<bool>(all); }
 
-    int number() const
-    {
-        int value = 0;
-        sscanf(first[0], "%i", &value);
-        return value;
-    }
+    // Base 0: a leading 0 means octal, 0x hexadecimal.
+    int number() const { return static_cast<int>(strtol(first[0], nullptr, 0)); }
     char const* operator[](std::size_t i) const { return first[i]; }
 
 private:
@@ -74,5 +69,7 @@ int handlers_compare(char const* a, char const* b)
 
 void handlers_sort(char const** names, std::size_t count)
 {
-    qsort(names, count, sizeof *names, compare_entries);
+    // An empty list may be null, which qsort may not be given.
+    if (count > 0)
+        qsort(names, count, sizeof *names, compare_entries);
 }

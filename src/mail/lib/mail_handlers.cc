@@ -87,8 +87,12 @@ int link_executable(char const* dir, char const* executable)
     Path link;
     if (!form_path(link, "%s/executable", dir))
         return log_failure("executable link name is too long to be stored in the filesystem");
-    if (symlink(executable, link) != 0 && errno != EEXIST)
+    int const before = errno;
+    if (symlink(executable, link) == 0)
+        return 0;
+    if (errno != EEXIST)
         return log_failure("Unable to symlink '%s' to '%s'", executable, link);
+    errno = before;
     return 0;
 }
 

@@ -4,6 +4,7 @@
 #include "support/child_run.h"
 #include "support/memory_faults.h"
 #include "support/report.h"
+#include "support/strings_of.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -15,14 +16,6 @@
 using ::testing::ElementsAre;
 
 namespace {
-
-std::vector<std::string> stringsOf(StringArray const& array)
-{
-    std::vector<std::string> strings;
-    for (char** string = array.get(); string && *string; ++string)
-        strings.emplace_back(*string);
-    return strings;
-}
 
 std::vector<std::string> split(char const* str, char const* delim)
 {

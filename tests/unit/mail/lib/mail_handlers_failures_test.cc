@@ -195,7 +195,9 @@ TEST_F(MailHandlerAddFailsOnHost, NotWhenTheLinkIsThere)
 {
     auto const run = printed([] {
         failSystemCall(SYS_symlink, EEXIST);
+        errno = 0;
         EXPECT_EQ(tryToAdd(), 0);
+        EXPECT_EQ(errno, 0);
         EXPECT_THAT(reports(), IsEmpty());
     });
     EXPECT_EQ(run.err, "");

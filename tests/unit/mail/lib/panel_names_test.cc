@@ -1,315 +1,31 @@
 #include "mail/lib/panel_names.h"
 
-#include "lib/asprintf_safe.h"
-#include "mail/lib/mail_database_names.h"
-#include "support/child_run.h"
-#include "support/memory_faults.h"
 #include "support/panel_mail_test.h"
+#include "support/strings_of.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include <cstdarg>
-#include <functional>
+#include <cerrno>
 #include <string>
 #include <vector>
 
 using ::testing::ElementsAre;
 using ::testing::IsEmpty;
-using ::testing::UnorderedElementsAre;
 
 namespace {
-
-bool no_query_can_be_formed = false;
 
 constexpr char not_connected[] = "Unable to connect to mysql database";
 constexpr char not_read[] = "Unable to get data from mysql database";
 
-using List = std::vector<std::string>;
-
-List taken(StringArray const& names)
-{
-    List all;
-    for (char* const* name = names.get(); name && *name; ++name)
-        all.emplace_back(*name);
-    return all;
-}
-
-class PanelNamesOnHost : public PanelMailTest
-{
-protected:
-    // A query's names; "failed" and what was reported, if it failed.
-    List read(std::string const& query, MYSQL* my = nullptr)
-    {
-        LogRecorder::reports().clear();
-        char** names = nullptr;
-        if (exec_mysql_query(my, query.c_str(), &names) == 0)
-            return taken(StringArray(names));
-        EXPECT_EQ(names, nullptr);
-        List all = texts();
-        all.insert(all.begin(), "failed");
-        return all;
-    }
-
-    struct Getter
-    {
-        std::function<int()> call;
-        std::string report;
-    };
-
-    // Each of them, for the names given, with its own report.
-    std::vector<Getter> getters()
-    {
-        return {
-            {[this] { return get_domaliases_by_domain(nullptr, &names, "d.test"); },
-             "Unable to get domain aliases from database for: d.test"},
-            {[this] { return get_aliases_by_mailname(nullptr, &names, "joe", "d.test"); },
-             "Unable to get aliases for mailname: joe@d.test"},
-            {[this] { return get_mailnames_by_domain(nullptr, &names, "d.test"); },
-             "Unable to get mailnames from domain: d.test"},
-            {[this] { return get_domain_by_domainalias(nullptr, &domain, "a.test"); },
-             "Unable to get domain by domainalias: a.test"},
-        };
-    }
-
-    void expectEachToReport(List const& first)
-    {
-        for (Getter const& getter : getters()) {
-            LogRecorder::reports().clear();
-            EXPECT_EQ(getter.call(), -1);
-            List expected = first;
-            expected.push_back(getter.report);
-            EXPECT_EQ(texts(), expected);
-        }
-        EXPECT_EQ(names, nullptr);
-        EXPECT_EQ(domain, nullptr);
-    }
-
-    char** names = nullptr;
-    char* domain = nullptr;
-};
+using PanelNamesOnHost = PanelMailTest;
 
 } // namespace
 
-extern "C" [[gnu::used, gnu::format(printf, 1, 2)]] char*
-__wrap__Z13asprintf_safePKcz(char const* fmt, ...)
+TEST_F(PanelNamesOnHost, MakeNoConnectionBeforeTheFirstStatement)
 {
-    if (no_query_can_be_formed)
-        return nullptr;
-    va_list args;
-    va_start(args, fmt);
-    char* const text = vasprintf_safe(fmt, args);
-    va_end(args);
-    return text;
-}
-
-TEST_F(PanelNamesOnHost, CollectTheFirstColumnOfAllRows)
-{
-    EXPECT_THAT(read("SELECT 'a', 'x' UNION SELECT 'b', 'y' UNION SELECT '', 'z'"),
-                ElementsAre("a", "b", ""));
-}
-
-TEST_F(PanelNamesOnHost, AreANullListWithoutRows)
-{
-    char** list = nullptr;
-    EXPECT_EQ(exec_mysql_query(nullptr, "SELECT name FROM domains", &list), 0);
-    EXPECT_EQ(list, nullptr);
-}
-
-TEST_F(PanelNamesOnHost, PassOverWhatIsNull)
-{
-    EXPECT_THAT(read("SELECT NULL UNION SELECT 'b' UNION SELECT 'c'"), ElementsAre("b", "c"));
-}
-
-TEST_F(PanelNamesOnHost, ReadOnAConnectionOfTheirOwnAndCloseIt)
-{
-    EXPECT_THAT(read("SELECT 'a'"), ElementsAre("a"));
-    EXPECT_EQ(panel.spy.connects.size(), 1U);
-    EXPECT_THAT(panel.spy.open, IsEmpty());
-    EXPECT_THAT(queries(), ElementsAre("SELECT 'a'"));
-}
-
-TEST_F(PanelNamesOnHost, ReadOnTheCallersConnectionAndLeaveItOpen)
-{
-    OpenMysql const my(db_connect());
-    EXPECT_THAT(read("SELECT 'a'", my.get()), ElementsAre("a"));
-    EXPECT_THAT(read("SELECT 'b'", my.get()), ElementsAre("b"));
-    EXPECT_EQ(panel.spy.connects.size(), 1U);
-}
-
-TEST_F(PanelNamesOnHost, ReportThatThereIsNoConnection)
-{
-    panel.stop();
-    EXPECT_THAT(read("SELECT 'a'"), ElementsAre("failed", not_connected));
-}
-
-TEST_F(PanelNamesOnHost, ReportAConnectionsFailureOnBothStreamsBeforeTheirOwn)
-{
-    PanelDatabase::writePassword("wrong\n");
-    auto const run = inChild([] {
-        orvek_log = _orvek_utility_log;
-        orvek_logv = _orvek_utility_logv;
-        char** list = nullptr;
-        return exec_mysql_query(nullptr, "SELECT 1", &list) == -1 ? 0 : 1;
-    });
-    EXPECT_EQ(run.status, 0);
-    EXPECT_EQ(run.err, "Unable to connect to Orvek Database: Access denied for user "
-                       "'admin'@'localhost' (using password: YES)\n" +
-                           std::string(not_connected) + "\n");
-    EXPECT_EQ(run.out, run.err);
-}
-
-TEST_F(PanelNamesOnHost, ReportAQueryThatFailsOrHasNoResult)
-{
-    EXPECT_THAT(read("SELECT * FROM gone"), ElementsAre("failed", not_read));
-    EXPECT_THAT(read("SET @x = 1"), ElementsAre("failed", not_read));
-    panel.spy.forget();
-    panel.spy.fault("store_result", 3); // the first two are those of the connection
-    EXPECT_THAT(read("SELECT 1"), ElementsAre("failed", not_read));
-    EXPECT_EQ(panel.spy.connects.size(), 1U);
-}
-
-TEST_F(PanelNamesOnHost, NeverReplaceTheCallersConnection)
-{
-    OpenMysql const my(db_connect());
-    panel.killConnections();
-    EXPECT_THAT(read("SELECT 1", my.get()), ElementsAre("failed", not_read));
-    EXPECT_EQ(panel.spy.connects.size(), 1U);
-}
-
-TEST_F(PanelNamesOnHost, ReportAListThatThereIsNoMemoryFor)
-{
-    OpenMysql const my(db_connect());
-    std::vector<List> seen;
-    for (int number = 1; number < 40; ++number) {
-        auto const run = inChild([&] {
-            List got;
-            {
-                AllocationFailure const failure(number);
-                got = read("SELECT 'a'", my.get());
-            }
-            return got == List{"failed", "Query error: "} ? 7 : 0;
-        });
-        if (run.status == 7) {
-            EXPECT_EQ(run.err, "System error: Cannot allocate memory\n\nSystem error 12: Cannot "
-                               "allocate memory\n");
-            seen.emplace_back();
-        }
-    }
-    EXPECT_EQ(seen.size(), 2U) << "one for the copy of the name, one for the array";
-}
-
-TEST_F(PanelNamesOnHost, AreAskedForByTheirStatements)
-{
-    for (Getter const& getter : getters())
-        EXPECT_EQ(getter.call(), 0);
-    EXPECT_THAT(
-        queries(),
-        ElementsAre(
-            "SELECT da.name FROM domainaliases da JOIN domains d WHERE da.dom_id=d.id and "
-            "d.name='d.test'",
-            "SELECT ma.alias FROM mail_aliases ma JOIN mail m, domains d WHERE ma.mn_id=m.id AND "
-            "m.mail_name='joe' AND m.dom_id=d.id AND d.name='d.test'",
-            "SELECT m.mail_name FROM mail m JOIN domains d WHERE m.dom_id=d.id AND "
-            "d.name='d.test'",
-            "SELECT d.name FROM domains d JOIN domainaliases da WHERE d.id=da.dom_id AND "
-            "da.name='a.test'"));
-    EXPECT_EQ(names, nullptr);
-    EXPECT_EQ(domain, nullptr);
-}
-
-TEST_F(PanelNamesOnHost, AreThoseOfTheDomainAskedFor)
-{
-    addDomain("d.test", {"a.test", "b.test"});
-    addDomain("other.test", {"c.test"});
-    addMailname("d.test", "joe", {"j", "jo"});
-    addMailname("d.test", "ann");
-    addMailname("other.test", "joe", {"x"});
-
-    char** list = nullptr;
-    ASSERT_EQ(get_domaliases_by_domain(nullptr, &list, "d.test"), 0);
-    EXPECT_THAT(taken(StringArray(list)), UnorderedElementsAre("a.test", "b.test"));
-    ASSERT_EQ(get_aliases_by_mailname(nullptr, &list, "joe", "d.test"), 0);
-    EXPECT_THAT(taken(StringArray(list)), UnorderedElementsAre("j", "jo"));
-    ASSERT_EQ(get_mailnames_by_domain(nullptr, &list, "d.test"), 0);
-    EXPECT_THAT(taken(StringArray(list)), UnorderedElementsAre("joe", "ann"));
-    ASSERT_EQ(get_domain_by_domainalias(nullptr, &domain, "c.test"), 0);
-    EXPECT_STREQ(CString(domain).get(), "other.test");
-}
-
-TEST_F(PanelNamesOnHost, AreThoseOfTheCallersConnection)
-{
-    addDomain("d.test", {"a.test"});
-    OpenMysql const my(db_connect());
-    char** list = nullptr;
-    ASSERT_EQ(get_domaliases_by_domain(my.get(), &list, "d.test"), 0);
-    EXPECT_THAT(taken(StringArray(list)), ElementsAre("a.test"));
-    ASSERT_EQ(get_domain_by_domainalias(my.get(), &domain, "a.test"), 0);
-    EXPECT_STREQ(CString(domain).get(), "d.test");
-    EXPECT_EQ(panel.spy.connects.size(), 1U);
-}
-
-TEST_F(PanelNamesOnHost, LeaveTheDomainAloneWhenTheAliasIsUnknown)
-{
-    char here[] = "here";
-    domain = here;
-    EXPECT_EQ(get_domain_by_domainalias(nullptr, &domain, "unknown.test"), 0);
-    EXPECT_EQ(domain, here);
-}
-
-TEST_F(PanelNamesOnHost, TakeTheFirstOfSeveralDomains)
-{
-    // What an odd alias makes of the statement.
-    ASSERT_EQ(
-        get_domain_by_domainalias(nullptr, &domain, "' UNION SELECT 'first' UNION SELECT 'second"),
-        0);
-    EXPECT_STREQ(CString(domain).get(), "first");
-}
-
-TEST_F(PanelNamesOnHost, ReportAfterAFailedConnectionWhatTheyWere)
-{
-    panel.stop();
-    expectEachToReport({not_connected});
-}
-
-TEST_F(PanelNamesOnHost, ReportAfterAFailedQueryWhatTheyWere)
-{
-    WithoutTable const without(panel, "domains");
-    expectEachToReport({not_read});
-}
-
-TEST_F(PanelNamesOnHost, ReportAStatementThatCannotBeFormed)
-{
-    no_query_can_be_formed = true;
-    for (Getter const& getter : getters()) {
-        LogRecorder::reports().clear();
-        EXPECT_EQ(getter.call(), -1);
-        EXPECT_THAT(texts(), ElementsAre("Unable to create database query"));
-    }
-    no_query_can_be_formed = false;
+    PanelNames const panel_names(nullptr);
     EXPECT_THAT(panel.spy.connects, IsEmpty());
-}
-
-TEST_F(PanelNamesOnHost, GoIntoTheStatementByteByByte)
-{
-    for (char const* const name : {"50%s%n", "back\\\\slash", "caf\xc3\xa9", "\"x\""}) {
-        panel.spy.forget();
-        EXPECT_EQ(get_mailnames_by_domain(nullptr, &names, name), 0) << name;
-        EXPECT_THAT(queries(), ElementsAre(std::string("SELECT m.mail_name FROM mail m JOIN "
-                                                       "domains d WHERE m.dom_id=d.id AND "
-                                                       "d.name='") +
-                                           name + "'"));
-    }
-    // Without escaping a quote or a last backslash moves the end of the text; the last name is
-    // none in the server's character set.
-    for (char const* const name : {"o'hara.test", "slash\\", "\xff\xfe"}) {
-        LogRecorder::reports().clear();
-        EXPECT_EQ(get_mailnames_by_domain(nullptr, &names, name), -1) << name;
-        EXPECT_THAT(texts(), ElementsAre(not_read, std::string("Unable to get mailnames from "
-                                                               "domain: ") +
-                                                       name));
-    }
-    EXPECT_EQ(names, nullptr);
 }
 
 TEST_F(PanelNamesOnHost, ShareOneConnection)
@@ -329,10 +45,25 @@ TEST_F(PanelNamesOnHost, AreReadOnANewConnectionWhenTheirsIsBroken)
     panel.killConnections();
     addDomain("d.test");
     addMailname("d.test", "joe");
+    panel.spy.before = [this](int) {
+        EXPECT_EQ(panel.spy.open.size(), 1U) << "the broken one is closed first";
+    };
     ASSERT_EQ(panel_names.mailnames("d.test", &list), 0);
-    EXPECT_THAT(taken(list), ElementsAre("joe"));
+    EXPECT_THAT(stringsOf(list), ElementsAre("joe"));
     EXPECT_EQ(panel.spy.connects.size(), 2U);
     EXPECT_THAT(texts(), IsEmpty());
+}
+
+TEST_F(PanelNamesOnHost, LeaveErrnoAloneOnANewConnection)
+{
+    PanelNames panel_names(nullptr);
+    StringArray list;
+    ASSERT_EQ(panel_names.mailnames("d.test", &list), 0);
+    panel.killConnections();
+    errno = ENOSPC;
+    EXPECT_EQ(panel_names.mailnames("d.test", &list), 0);
+    EXPECT_EQ(errno, ENOSPC) << "the broken one's failure has been mended";
+    EXPECT_EQ(panel.spy.connects.size(), 2U);
 }
 
 TEST_F(PanelNamesOnHost, ReportAConnectionThatBrokeAsOneThatCouldNotBeMade)

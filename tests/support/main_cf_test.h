@@ -1,0 +1,92 @@
+// main_cf_test - the frame of tests of the manager of main.cf
+
+#ifndef MAILVEK_TESTS_SUPPORT_MAIN_CF_TEST_H
+#define MAILVEK_TESTS_SUPPORT_MAIN_CF_TEST_H
+
+#include "postfix/main_cf_manager.h"
+#include "support/config_test.h"
+
+#include <iostream>
+#include <string>
+
+// The parameter that most tests change; it is empty in the host.
+inline constexpr char parameter[] = "smtpd_client_restrictions";
+
+class MainCfTest : public ConfigTest
+{
+protected:
+    void TearDown() override
+    {
+        if (address)
+            shellRun("ip address del 192.0.2.7/32 dev lo");
+        ConfigTest::TearDown();
+    }
+
+    static std::string read(std::string const& name, bool defaults = false)
+    {
+        return outcomeOf([&] {
+            std::cout << orvek::mail::postfix::MainCfManager::getInstance().getStringValue(
+                name, defaults);
+        });
+    }
+
+    static std::string replace(std::string const& name, std::string const& value)
+    {
+        return outcomeOf([&] {
+            orvek::mail::postfix::MainCfManager::getInstance().replaceStringValue(name, value);
+        });
+    }
+
+    static std::string append(std::string const& name, std::string const& value)
+    {
+        return outcomeOf([&] {
+            orvek::mail::postfix::MainCfManager::getInstance().appendStringValue(name, value);
+        });
+    }
+
+    static std::string appendClause(std::string const& name, std::string const& key,
+                                    std::string const& value)
+    {
+        return outcomeOf([&] {
+            orvek::mail::postfix::MainCfManager::getInstance().appendCompoundStringValue(name, key,
+                                                                                         value);
+        });
+    }
+
+    static std::string removeElement(std::string const& name, std::string const& element)
+    {
+        return outcomeOf([&] {
+            orvek::mail::postfix::MainCfManager::getInstance().removeListElement(name, element);
+        });
+    }
+
+    // A postconf that answers for its parameter from a file, which -e changes, and for the
+    // default of mynetworks from another one; main.cf is left alone.
+    void pretend(std::string const& value, std::string const& standard = "")
+    {
+        writeFile(postconf.dir / "value", value);
+        writeFile(postconf.dir / "default", standard);
+        postconf.run(R"(case "$*" in
+            '-h config_directory') echo /etc/postfix ;;
+            '-h -d '*) cat $dir/default ;;
+            -h*) cat $dir/value ;;
+            -e*) printf '%s\n' "${2#*=}" > $dir/value ;;
+            esac)");
+    }
+
+    // What the pretended parameter was set to.
+    std::string pretended() const { return readFile(postconf.dir / "value"); }
+
+    bool wrote() const { return postconf.journal().find("-e ") != std::string::npos; }
+
+    void giveAddress()
+    {
+        shellRun("ip address add 192.0.2.7/32 dev lo");
+        address = true;
+    }
+
+private:
+    bool address = false;
+};
+
+#endif
