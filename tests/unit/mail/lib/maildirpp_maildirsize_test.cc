@@ -185,6 +185,9 @@ TEST_F(MaildirppMaildirsize, DatesTheFileOfAMaildirWithoutDirectoriesFarBack)
     fs::remove("Maildir/cur");
     EXPECT_EQ(inChild([] { return write() == 1 ? 0 : 1; }).status, 0);
     EXPECT_EQ(timeOf("Maildir/maildirsize"), -960);
+    struct stat info = {};
+    ASSERT_EQ(stat("Maildir/maildirsize", &info), 0);
+    EXPECT_NEAR(static_cast<double>(info.st_atime), static_cast<double>(time(nullptr)), 5);
 }
 
 TEST_F(MaildirppMaildirsize, FailsAtOnceWithoutAMaildirOrAWayBack)
@@ -212,8 +215,11 @@ TEST_F(MaildirppMaildirsize, TriesAgainAfterAPause)
         char const* call;
         int error;
     };
-    for (Attempt const& attempt :
-         {Attempt{"stat", EACCES}, {"open", EMFILE}, {"fstat", EIO}, {"lstat", EIO}}) {
+    for (Attempt const& attempt : {Attempt{"stat", EACCES},
+                                   {"open", EMFILE},
+                                   {"fstat", EIO},
+                                   {"lstat", EIO},
+                                   {"ftruncate", EIO}}) {
         maildir_test_detail::pauses.clear();
         CallFailure const failing(attempt.call, attempt.error);
         EXPECT_EQ(written(1, 0), "1S,0C\n           0           0\n") << attempt.call;
@@ -306,4 +312,11 @@ TEST_F(MaildirppMaildirsize, WritesOnWhenAWriteIsInterrupted)
     }
     CallFailure const nothing("write", 0, 1, 0);
     EXPECT_EQ(written(1, 0), "1S,0C\n           0           0\n");
+}
+
+TEST_F(MaildirppMaildirsize, WritesTheRestAfterAShortWrite)
+{
+    // Of the first write five bytes pass for written.
+    CallFailure const part("write", 0, 1, 5);
+    EXPECT_EQ(written(1, 0), "\n           0           0\n");
 }
