@@ -9,6 +9,8 @@
 
 #include <climits>
 #include <functional>
+#include <string>
+#include <system_error>
 
 namespace fs = std::filesystem;
 
@@ -302,6 +304,23 @@ TEST_F(MaildirppMaildirsize, RemovesTheNewFileAfterEachFailure)
     EXPECT_EQ((failureWith<CallFailure>(EDQUOT, "close", EDQUOT)),
               withErrno("unable to commit written data to file", EDQUOT));
     EXPECT_EQ((failureWith<CallFailure>(EXDEV, "rename", EXDEV)), "");
+}
+
+TEST_F(MaildirppMaildirsize, KeepsTheErrorOfAFailureWhenTheNewFileIsGone)
+{
+    // Then neither closing nor removing it works, and they fail differently.
+    std::function<void()> const takeAway = [] {
+        for (auto const& entry : fs::directory_iterator("tmp"))
+            fs::remove(entry.path());
+        for (auto const& entry : fs::directory_iterator("/proc/self/fd")) {
+            std::error_code ignored;
+            fs::path const target = fs::read_symlink(entry.path(), ignored);
+            if (target.native().find("-maildirsize") != std::string::npos)
+                close(std::stoi(entry.path().filename()));
+        }
+    };
+    EXPECT_EQ((failureWith<BeforeCall>(EBADF, "write", 1, takeAway)),
+              withErrno("unable to write data to file", EBADF));
 }
 
 TEST_F(MaildirppMaildirsize, WritesOnWhenAWriteIsInterrupted)
