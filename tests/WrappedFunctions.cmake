@@ -43,6 +43,7 @@ set(call_faults
   snprintf)
 
 set(MAILVEK_WRAPPED_layer_lib
+  sleep
   ${mysql_spy}
   ${call_faults}
   malloc

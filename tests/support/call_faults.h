@@ -6,6 +6,8 @@
 // then: what another process might do in between. One of either lives at a time. What counts is
 // what the program itself calls, which has to be linked with --wrap for each of the functions
 // below. A failing close, closedir or fclose closes all the same, as the true one does.
+//
+// While an UnknownTypes lives, readdir tells no entry's type, as some file systems do.
 
 #ifndef MAILVEK_TESTS_SUPPORT_CALL_FAULTS_H
 #define MAILVEK_TESTS_SUPPORT_CALL_FAULTS_H
@@ -36,6 +38,7 @@ struct Fault
 };
 
 inline Fault* fault = nullptr;
+inline bool types_are_unknown = false;
 
 inline bool fails(char const* call)
 {
@@ -103,6 +106,15 @@ public:
         : Installed({call, number, 0, 0, std::move(event)})
     {
     }
+};
+
+class UnknownTypes
+{
+public:
+    UnknownTypes() { call_faults_detail::types_are_unknown = true; }
+    ~UnknownTypes() { call_faults_detail::types_are_unknown = false; }
+    UnknownTypes(UnknownTypes const&) = delete;
+    UnknownTypes& operator=(UnknownTypes const&) = delete;
 };
 
 extern "C" {
@@ -180,8 +192,12 @@ int __real_gethostname(char* name, size_t size);
 
 [[gnu::used]] inline dirent* __wrap_readdir(DIR* dir)
 {
-    return call_faults_detail::fails("readdir") ? call_faults_detail::result<dirent*>()
-                                                : __real_readdir(dir);
+    if (call_faults_detail::fails("readdir"))
+        return call_faults_detail::result<dirent*>();
+    dirent* const entry = __real_readdir(dir);
+    if (entry && call_faults_detail::types_are_unknown)
+        entry->d_type = DT_UNKNOWN;
+    return entry;
 }
 
 [[gnu::used]] inline int __wrap_flock(int fd, int operation)

@@ -1,40 +1,22 @@
 // delivery_file_test - base of the suites that change a mailname's delivery file
 //
-// On real paths: the home of info in example.com, made for each test and removed after it.
+// On real paths: that of info in example.com, in a home made for each test.
 
 #ifndef MAILVEK_TESTS_SUPPORT_DELIVERY_FILE_TEST_H
 #define MAILVEK_TESTS_SUPPORT_DELIVERY_FILE_TEST_H
 
-#include "support/child_run.h"
-#include "support/host_test.h"
+#include "support/mailname_home_test.h"
 #include "support/rights.h"
 #include "support/syscall_faults.h"
 #include "support/temp_dir.h"
 
-#include <cerrno>
 #include <cstdlib>
-#include <filesystem>
 #include <functional>
 #include <string>
 
-class DeliveryFileTest : public HostTest
+class DeliveryFileTest : public MailnameHomeTest
 {
 protected:
-    void SetUp() override
-    {
-        HostTest::SetUp();
-        if (HasFatalFailure())
-            return;
-        std::filesystem::remove_all(domain);
-        std::filesystem::create_directories(home);
-        errno = 0;
-    }
-    void TearDown() override
-    {
-        if (!HasFatalFailure())
-            std::filesystem::remove_all(domain);
-    }
-
     // What the file holds afterwards, when it has its owner and its mode; both otherwise.
     std::string left() const
     {
@@ -43,16 +25,7 @@ protected:
                                                       : rights + ": " + readFile(file);
     }
 
-    // What a call that must give -1 prints on each stream.
-    static std::string failureOf(std::function<int()> const& call)
-    {
-        auto const run = inChild([&] { return call() == -1 ? 0 : 1; });
-        EXPECT_EQ(run.status, 0);
-        EXPECT_EQ(run.out, run.err);
-        return run.err;
-    }
-
-    // The same for root without its user.
+    // What a call that must give -1 prints on each stream for root without its user.
     static std::string failureWithoutPopuser(std::function<int()> const& call)
     {
         TempDir const dir;
@@ -66,8 +39,6 @@ protected:
         return report;
     }
 
-    std::string const domain = "/var/qmail/mailnames/example.com";
-    std::string const home = domain + "/info";
     std::string const file = home + "/.qmail";
 };
 

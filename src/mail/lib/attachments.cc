@@ -2,6 +2,7 @@
 
 #include "lib/autoprepend.h"
 #include "lib/copy_file.h"
+#include "lib/dot_entry.h"
 #include "lib/file_name.h"
 #include "lib/form_path.h"
 #include "lib/idn.h"
@@ -109,7 +110,7 @@ int list_entry(char const* store, char const* name, bool in_blocks, bool fullnam
 
 bool is_home(char const* domain_root, char const* name)
 {
-    if (strcmp(name, ".") == 0 || strcmp(name, "..") == 0)
+    if (is_dot_entry(name))
         return false;
     char path[path_size];
     form_entry(path, domain_root, name);

@@ -12,6 +12,7 @@
 #include <functional>
 #include <string>
 
+#include <fcntl.h>
 #include <unistd.h>
 
 using orvek::mail::FSError;
@@ -161,6 +162,17 @@ TEST_F(MaildirPPManagerOnHost, RaisesTheStepThatFailed)
                   return 2;
               }).status,
               0);
+}
+
+TEST_F(MaildirPPManagerOnHost, RaisesThatTheAttachmentsCannotBeCountedAndComesBack)
+{
+    EXPECT_EQ(raisedBy([](auto& manager) {
+                  // Of the calls that open something, those for a directory.
+                  failSystemCallWith(SYS_openat, 2, O_NONBLOCK | O_DIRECTORY | O_CLOEXEC, EMFILE);
+                  manager.setMailboxQuota("info", "example.com", 5000);
+              }),
+              "unable to count attachments folder size 24 /var/qmail/mailnames/example.com/info");
+    EXPECT_EQ(quota(), "");
 }
 
 TEST_F(MaildirPPManagerOnHost, RaisesWhatThePlainFunctionsFailAt)

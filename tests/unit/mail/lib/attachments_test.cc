@@ -3,7 +3,7 @@
 #include "lib/idn_error.h"
 #include "support/child_run.h"
 #include "support/fd_census.h"
-#include "support/host_test.h"
+#include "support/mailname_home_test.h"
 #include "support/report.h"
 #include "support/rights.h"
 #include "support/syscall_faults.h"
@@ -32,14 +32,6 @@ ChildRun callOf(int result, std::function<int()> const& call)
     return run;
 }
 
-// What a call that must give -1 prints on each stream.
-std::string failureOf(std::function<int()> const& call)
-{
-    auto const run = callOf(-1, call);
-    EXPECT_EQ(run.out, run.err);
-    return run.err;
-}
-
 // What a call that must end the process with status 1 prints on each stream.
 std::string endOf(std::function<int()> const& call)
 {
@@ -54,22 +46,14 @@ std::string endOf(std::function<int()> const& call)
 
 std::string const too_long_label(64, 'x');
 
-class AttachmentsOnHost : public HostTest
+class AttachmentsOnHost : public MailnameHomeTest
 {
 protected:
     void SetUp() override
     {
-        HostTest::SetUp();
-        if (HasFatalFailure())
-            return;
-        std::filesystem::remove_all(domain);
-        std::filesystem::create_directories(store);
-        errno = 0;
-    }
-    void TearDown() override
-    {
+        MailnameHomeTest::SetUp();
         if (!HasFatalFailure())
-            std::filesystem::remove_all(domain);
+            std::filesystem::create_directory(store);
     }
 
     // What a list that succeeds prints, and nothing on standard error.
@@ -92,8 +76,7 @@ protected:
 
     TempDir const dir;
     std::string const upload = dir / "upload";
-    std::string const domain = "/var/qmail/mailnames/example.com";
-    std::string const store = domain + "/info/@attachments";
+    std::string const store = home + "/@attachments";
 };
 
 } // namespace

@@ -3,6 +3,7 @@
 #include "support/call_faults.h"
 #include "support/child_run.h"
 #include "support/maildir_test.h"
+#include "support/path_faults.h"
 #include "support/report.h"
 
 namespace fs = std::filesystem;
@@ -91,6 +92,13 @@ TEST_F(MaildirppFolders, SaysWhichPathIsTooLong)
             0,
             [](time_t* mtime) { return get_maildirpp_folder_mtime(pathTooLong().c_str(), mtime); }),
         withErrno("Maildir subfolder 'cur' name too long to fit the allowed buffer", ENAMETOOLONG));
+    EXPECT_EQ(
+        report(0,
+               [](time_t* mtime) {
+                   PathOverflow const overflow(2);
+                   return get_maildirpp_folder_mtime(".Sent", mtime);
+               }),
+        withErrno("Maildir subfolder 'new' name too long to fit the allowed buffer", ENAMETOOLONG));
 }
 
 TEST_F(MaildirppFolders, TheLatestTimeIsThatOfTheRootOrOfAnyFolderThatCounts)
@@ -114,6 +122,25 @@ TEST_F(MaildirppFolders, ReportsAnEntryThatIsNoFolderAndGoesOn)
     fs::create_directory_symlink(".Sent", ".link");
     EXPECT_EQ(report(1, get_maildirpp_latest_mtime),
               "Bad/unrecognized entry .link within Maildir folder .\n");
+}
+
+TEST_F(MaildirppFolders, LooksAtAnEntryWhoseTypeIsUnknown)
+{
+    auto const look = [](time_t* mtime) {
+        UnknownTypes const unknown;
+        int const result = get_maildirpp_latest_mtime(mtime);
+        return *mtime == 2000 ? result : -1;
+    };
+    setTime(".Sent/cur", 2000);
+    fs::rename(".Sent", "elsewhere");
+    fs::create_directory_symlink("elsewhere", ".Sent");
+    EXPECT_EQ(report(1, look), "");
+    writeFile(".file", "");
+    EXPECT_EQ(report(1, look), "Bad/unrecognized entry .file within Maildir folder .\n");
+    fs::remove(".file");
+    fs::create_symlink("nowhere", ".broken");
+    EXPECT_EQ(report(1, look),
+              withErrno("Bad/unrecognized entry .broken within Maildir folder .\n", ENOENT));
 }
 
 TEST_F(MaildirppFolders, ReportsAMaildirThatCannotBeOpened)

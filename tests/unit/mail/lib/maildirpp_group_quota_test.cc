@@ -85,7 +85,11 @@ TEST_F(MaildirppGroupQuotaOnHost, EndsAtTheFirstMailboxThatFails)
     addDomain(domain_name);
     addMailname("gone", -1);
     addMailname("info", -1);
-    EXPECT_THAT(reportOf(0, [] { return store_default_mbox_quota(domain_name, 5000); }),
+    EXPECT_THAT(reportOf(0,
+                         [] {
+                             int const result = store_default_mbox_quota(domain_name, 5000);
+                             return errno == ENOENT ? result : -1;
+                         }),
                 EndsWith(withErrno("unable to set default mbox quota for domain 'example.com' "
                                    "(processing 'gone')",
                                    ENOENT)));
@@ -107,6 +111,17 @@ TEST_F(MaildirppGroupQuotaOnHost, ReportsAFailedQuery)
     WithoutTable const mail(panel, "mail");
     EXPECT_THAT(reportOf(0, [] { return store_default_mbox_quota(domain_name, 1); }),
                 StartsWith("Unable to query mailnames: Table 'orv.mail' doesn't exist\n"));
+}
+
+TEST_F(MaildirppGroupQuotaOnHost, ReportsMailnamesThatCannotBeHad)
+{
+    // Two results are those of the connection's set-up.
+    EXPECT_THAT(reportOf(0,
+                         [this] {
+                             spy.fault("store_result", 3);
+                             return store_default_mbox_quota(domain_name, 1);
+                         }),
+                StartsWith("Unable to query mailnames: "));
 }
 
 TEST_F(MaildirppGroupQuotaOnHost, ReportsAFailedQueryForTheDomain)

@@ -9,6 +9,8 @@
 
 #include <climits>
 #include <functional>
+#include <string>
+#include <system_error>
 
 namespace fs = std::filesystem;
 
@@ -185,6 +187,9 @@ TEST_F(MaildirppMaildirsize, DatesTheFileOfAMaildirWithoutDirectoriesFarBack)
     fs::remove("Maildir/cur");
     EXPECT_EQ(inChild([] { return write() == 1 ? 0 : 1; }).status, 0);
     EXPECT_EQ(timeOf("Maildir/maildirsize"), -960);
+    struct stat info = {};
+    ASSERT_EQ(stat("Maildir/maildirsize", &info), 0);
+    EXPECT_NEAR(static_cast<double>(info.st_atime), static_cast<double>(time(nullptr)), 5);
 }
 
 TEST_F(MaildirppMaildirsize, FailsAtOnceWithoutAMaildirOrAWayBack)
@@ -212,8 +217,11 @@ TEST_F(MaildirppMaildirsize, TriesAgainAfterAPause)
         char const* call;
         int error;
     };
-    for (Attempt const& attempt :
-         {Attempt{"stat", EACCES}, {"open", EMFILE}, {"fstat", EIO}, {"lstat", EIO}}) {
+    for (Attempt const& attempt : {Attempt{"stat", EACCES},
+                                   {"open", EMFILE},
+                                   {"fstat", EIO},
+                                   {"lstat", EIO},
+                                   {"ftruncate", EIO}}) {
         pauses_detail::pauses.clear();
         CallFailure const failing(attempt.call, attempt.error);
         EXPECT_EQ(written(1, 0), "1S,0C\n           0           0\n") << attempt.call;
@@ -298,6 +306,23 @@ TEST_F(MaildirppMaildirsize, RemovesTheNewFileAfterEachFailure)
     EXPECT_EQ((failureWith<CallFailure>(EXDEV, "rename", EXDEV)), "");
 }
 
+TEST_F(MaildirppMaildirsize, KeepsTheErrorOfAFailureWhenTheNewFileIsGone)
+{
+    // Then neither closing nor removing it works, and they fail differently.
+    std::function<void()> const takeAway = [] {
+        for (auto const& entry : fs::directory_iterator("tmp"))
+            fs::remove(entry.path());
+        for (auto const& entry : fs::directory_iterator("/proc/self/fd")) {
+            std::error_code ignored;
+            fs::path const target = fs::read_symlink(entry.path(), ignored);
+            if (target.native().find("-maildirsize") != std::string::npos)
+                close(std::stoi(entry.path().filename()));
+        }
+    };
+    EXPECT_EQ((failureWith<BeforeCall>(EBADF, "write", 1, takeAway)),
+              withErrno("unable to write data to file", EBADF));
+}
+
 TEST_F(MaildirppMaildirsize, WritesOnWhenAWriteIsInterrupted)
 {
     for (int const error : {EINTR, EAGAIN}) {
@@ -306,4 +331,11 @@ TEST_F(MaildirppMaildirsize, WritesOnWhenAWriteIsInterrupted)
     }
     CallFailure const nothing("write", 0, 1, 0);
     EXPECT_EQ(written(1, 0), "1S,0C\n           0           0\n");
+}
+
+TEST_F(MaildirppMaildirsize, WritesTheRestAfterAShortWrite)
+{
+    // Of the first write five bytes pass for written.
+    CallFailure const part("write", 0, 1, 5);
+    EXPECT_EQ(written(1, 0), "\n           0           0\n");
 }

@@ -160,6 +160,17 @@ TEST_F(MaildirppMessages, PassesOverALinkToAFolder)
     EXPECT_EQ(counted(), Usage(0, 0));
 }
 
+TEST_F(MaildirppMessages, PassesOverAFolderWhoseTypeIsUnknown)
+{
+    makeMaildir(".Sent");
+    empty("cur/a,S=1");
+    empty(".Sent/cur/a,S=10");
+    EXPECT_EQ(counted(), Usage(11, 2));
+    UnknownTypes const unknown;
+    EXPECT_EQ(counted(), Usage(1, 1));
+    EXPECT_EQ(result, 1);
+}
+
 TEST_F(MaildirppMessages, RaisesTheTimeToThatOfTheLatestDirectory)
 {
     makeMaildir(".Sent");

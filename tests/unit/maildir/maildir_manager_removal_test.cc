@@ -1,0 +1,193 @@
+// Directories that are renamed, backed up and removed.
+
+#include "maildir/maildir_manager.h"
+
+#include "support/fd_census.h"
+#include "support/maildir_manager_test.h"
+#include "support/rights.h"
+#include "support/temp_dir.h"
+
+#include <gmock/gmock.h>
+
+#include <cstdlib>
+#include <filesystem>
+#include <string>
+
+using namespace maildir_manager_test;
+using ::testing::ElementsAre;
+using ::testing::IsEmpty;
+using ::testing::UnorderedElementsAre;
+
+namespace {
+
+using MaildirManagerRemovalOnHost = MaildirManagerTest;
+
+} // namespace
+
+// ---------------------------------------------------------------------------------- renaming
+
+TEST_F(MaildirManagerRemovalOnHost, RenamesAHome)
+{
+    manager().createMailnameHome("example.com", "info");
+    writeFile(home + "/Maildir/new/letter", "text");
+    manager().renameMailnameHome("example.com", "info", "office");
+    EXPECT_THAT(namesIn(domain), ElementsAre("office"));
+    EXPECT_EQ(readFile(domain + "/office/Maildir/new/letter"), "text");
+}
+
+TEST_F(MaildirManagerRemovalOnHost, RenamesADomainRoot)
+{
+    makeDirectory(home);
+    manager().renameDomainRoot("example.com", "example.net");
+    EXPECT_THAT(namesIn(root), ElementsAre("example.net"));
+    EXPECT_THAT(namesIn(root + "/example.net"), ElementsAre("info"));
+}
+
+TEST_F(MaildirManagerRemovalOnHost, MergesNoDirectories)
+{
+    makeDirectory(home + "/Maildir");
+    makeDirectory(domain + "/office/Maildir");
+    EXPECT_EQ(libraryErrorOf([] { manager().renameMailnameHome("example.com", "info", "office"); }),
+              "boost::filesystem::rename: Directory not empty: \"" + home + "\", \"" + domain +
+                  "/office\"");
+    makeDirectory(root + "/example.net/info");
+    EXPECT_NE(libraryErrorOf([] { manager().renameDomainRoot("example.com", "example.net"); }), "");
+    EXPECT_THAT(namesIn(domain), UnorderedElementsAre("info", "office"));
+}
+
+TEST_F(MaildirManagerRemovalOnHost, RaisesTheLibrarysErrorForAMissingSource)
+{
+    EXPECT_EQ(libraryErrorOf([] { manager().renameDomainRoot("example.com", "example.net"); }),
+              "boost::filesystem::rename: No such file or directory: \"" + domain + "\", \"" +
+                  root + "/example.net\"");
+    EXPECT_NE(libraryErrorOf([] { manager().renameMailnameHome("example.com", "a", "b"); }), "");
+}
+
+// ------------------------------------------------------------------------------- backing up
+
+TEST_F(MaildirManagerRemovalOnHost, BacksUpADomainRootAndAHomeNextToWhereTheyStood)
+{
+    makeDirectory(home);
+    std::string const homesInode = inodeOf(home);
+    std::string const domainsInode = inodeOf(domain);
+    manager().backupMailnameHome("example.com", "info");
+    EXPECT_THAT(namesIn(domain), ElementsAre("info.OrvekSaved." + homesInode));
+    manager().backupDomainRoot("example.com");
+    EXPECT_THAT(namesIn(root), ElementsAre("example.com.OrvekSaved." + domainsInode));
+}
+
+TEST_F(MaildirManagerRemovalOnHost, BacksUpNothingOfWhatDoesNotExist)
+{
+    manager().backupDomainRoot("example.com");
+    manager().backupMailnameHome("example.com", "info");
+    EXPECT_THAT(namesIn(root), IsEmpty());
+    writeFile(domain, "a file in the way");
+    manager().backupMailnameHome("example.com", "info");
+    EXPECT_THAT(namesIn(root), ElementsAre("example.com"));
+}
+
+TEST_F(MaildirManagerRemovalOnHost, LeavesWhatCannotBeLookedAtForABackup)
+{
+    std::filesystem::create_symlink("example.com", domain);
+    std::string const loop = ": Too many levels of symbolic links: \"";
+    EXPECT_EQ(fsErrorOf([] { manager().backupDomainRoot("example.com"); }),
+              "rename" + loop + domain + "\"");
+    EXPECT_EQ(fsErrorOf([] { manager().backupMailnameHome("example.com", "info"); }),
+              "rename" + loop + home + "\"");
+    EXPECT_THAT(namesIn(root), ElementsAre("example.com"));
+}
+
+// --------------------------------------------------------------------------------- removing
+
+TEST_F(MaildirManagerRemovalOnHost, RemovesAHomeWholeAndNothingElse)
+{
+    manager().createMailnameHome("example.com", "info");
+    manager().createMailnameHome("example.com", "office");
+    writeFile(home + "/Maildir/new/letter", "text");
+    makeDirectory(home + "/a/b/c/d/e");
+    auto const before = openDescriptors();
+    manager().removeMailnameHome("example.com", "info");
+    EXPECT_THAT(namesIn(domain), ElementsAre("office"));
+    manager().removeMailnameHome("example.com", "info");
+    EXPECT_EQ(openDescriptors(), before);
+}
+
+TEST_F(MaildirManagerRemovalOnHost, RemovesADomainRootWholeAndNothingElse)
+{
+    manager().createMailnameHome("example.com", "info");
+    makeDirectory(root + "/example.net");
+    makeDirectory(domain + ".OrvekSaved.1");
+    manager().removeDomainRoot("example.com");
+    EXPECT_THAT(namesIn(root), UnorderedElementsAre("example.net", "example.com.OrvekSaved.1"));
+    manager().removeDomainRoot("example.com");
+}
+
+TEST_F(MaildirManagerRemovalOnHost, FollowsNoLinkWhenItRemoves)
+{
+    TempDir const elsewhere;
+    writeFile(elsewhere / "file", "kept");
+    makeDirectory(home);
+    std::filesystem::create_symlink(elsewhere.path(), home + "/to-directory");
+    std::filesystem::create_symlink(elsewhere / "file", home + "/to-file");
+    manager().removeMailnameHome("example.com", "info");
+    std::filesystem::create_symlink(elsewhere.path(), home);
+    manager().removeMailnameHome("example.com", "info");
+    EXPECT_THAT(namesIn(domain), IsEmpty());
+    std::filesystem::create_symlink(elsewhere.path(), domain + "/link");
+    manager().removeDomainRoot("example.com");
+    std::filesystem::create_symlink(elsewhere.path(), domain);
+    manager().removeDomainRoot("example.com");
+    EXPECT_THAT(namesIn(root), IsEmpty());
+    EXPECT_EQ(readFile(elsewhere / "file"), "kept");
+}
+
+TEST_F(MaildirManagerRemovalOnHost, RemovesALinkThatCannotBeLookedAt)
+{
+    std::filesystem::create_symlink("example.com", domain);
+    manager().removeDomainRoot("example.com");
+    EXPECT_THAT(namesIn(root), IsEmpty());
+}
+
+TEST_F(MaildirManagerRemovalOnHost, LeavesWhatCannotBeRemovedOfADomainRootUnderItsSavedName)
+{
+    makeDirectory(home);
+    std::string const saved = domain + ".OrvekSaved." + inodeOf(domain);
+    ASSERT_EQ(system(("mount -t tmpfs tmpfs " + home).c_str()), 0);
+    EXPECT_EQ(libraryErrorOf([] { manager().removeDomainRoot("example.com"); }),
+              "boost::filesystem::remove_all: Device or resource busy: \"" + saved + "\"");
+    EXPECT_FALSE(std::filesystem::exists(domain));
+    EXPECT_TRUE(std::filesystem::exists(saved + "/info"));
+    EXPECT_EQ(system(("umount " + saved + "/info").c_str()), 0);
+}
+
+TEST_F(MaildirManagerRemovalOnHost, RemovesNothingWhereAFileStandsInTheWay)
+{
+    writeFile(domain, "kept");
+    manager().removeMailnameHome("example.com", "info");
+    EXPECT_EQ(readFile(domain), "kept");
+}
+
+TEST_F(MaildirManagerRemovalOnHost, RaisesTheLibrarysErrorForAHomeThatCannotBeRemoved)
+{
+    makeDirectory(home);
+    ASSERT_EQ(system(("mount -t tmpfs tmpfs " + home).c_str()), 0);
+    EXPECT_EQ(libraryErrorOf([] { manager().removeMailnameHome("example.com", "info"); }),
+              "boost::filesystem::remove_all: Device or resource busy: \"" + home + "\"");
+    EXPECT_EQ(system(("umount " + home).c_str()), 0);
+    EXPECT_TRUE(std::filesystem::exists(home));
+}
+
+TEST_F(MaildirManagerRemovalOnHost, TouchesNothingForANameThatLeadsElsewhere)
+{
+    makeDirectory(home);
+    for (char const* const name : {"", ".", "..", "example.com/info"}) {
+        EXPECT_NE(fsErrorOf([&] { manager().createDomainRoot(name); }), "");
+        EXPECT_NE(fsErrorOf([&] { manager().createMailnameHome("example.com", name); }), "");
+        EXPECT_NE(fsErrorOf([&] { manager().removeDomainRoot(name); }), "");
+        EXPECT_NE(fsErrorOf([&] { manager().removeMailnameHome("example.com", name); }), "");
+        EXPECT_NE(fsErrorOf([&] { manager().backupDomainRoot(name); }), "");
+        EXPECT_NE(fsErrorOf([&] { manager().renameDomainRoot("example.com", name); }), "");
+        EXPECT_NE(fsErrorOf([&] { manager().renameMailnameHome("example.com", name, "b"); }), "");
+    }
+    EXPECT_EQ(rightsBelow(root).size(), 2U);
+}
