@@ -1,9 +1,7 @@
 // map_test - the frame of tests that change maps with the true postmap, or a stand-in for it
 //
 // A test has a map of its own and must leave nothing but indexed files in its directory, no
-// descriptor and no child. standIn puts a bash script in the place of postmap until the end of
-// the test: $real is the true one, $dir the directory of the test, and each call notes its
-// arguments in the journal.
+// descriptor and no child. standIn puts a script in the place of postmap, see stand_in.h.
 
 #ifndef MAILVEK_TESTS_SUPPORT_MAP_TEST_H
 #define MAILVEK_TESTS_SUPPORT_MAP_TEST_H
@@ -86,7 +84,7 @@ protected:
         return CString(mk_flock_path(locked.c_str())).get();
     }
 
-    std::string journal() const { return readFile(tools / "journal"); }
+    std::string journal() const { return postmap.journal(); }
 
     // The map's directory, as it is, on a file system of this size.
     void limitDisk(std::string const& size)
