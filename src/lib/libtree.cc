@@ -1,5 +1,6 @@
 #include "lib/libtree.h"
 
+#include "lib/dot_entry.h"
 #include "lib/liblog.h"
 #include "lib/orvek_ugid.h"
 #include "lib/owned.h"
@@ -84,7 +85,7 @@ std::vector<std::string> treat_entries(OpenDir const& stream, char const* dir,
         dirent const* const entry = readdir(stream.get());
         if (!entry)
             break;
-        if (strcmp(entry->d_name, ".") != 0 && strcmp(entry->d_name, "..") != 0)
+        if (!is_dot_entry(entry->d_name))
             treat_entry(entry->d_name, action, directories);
     }
     if (errno != 0)

@@ -7,6 +7,7 @@
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
+#include <utility>
 
 namespace {
 
@@ -44,6 +45,39 @@ char** append(char** masp, char const* text, std::size_t length)
 char** string_to_mas(char** masp, char const* string)
 {
     return append(masp, string, strlen(string));
+}
+
+bool StringArrayBuilder::make_room()
+{
+    if (count + 1 < capacity)
+        return true;
+    std::size_t const wanted = capacity == 0 ? 8 : capacity * 2;
+    auto** const longer = static_cast<char**>(realloc(array.get(), wanted * sizeof(char*)));
+    if (!longer)
+        return false;
+    static_cast<void>(array.release());
+    array.reset(longer);
+    capacity = wanted;
+    return true;
+}
+
+bool StringArrayBuilder::append(char const* string)
+{
+    CString copy(strdup(string));
+    if (!copy || !make_room()) {
+        static_cast<void>(system_error());
+        return false;
+    }
+    array[count++] = copy.release();
+    array[count] = nullptr;
+    return true;
+}
+
+StringArray StringArrayBuilder::release()
+{
+    count = 0;
+    capacity = 0;
+    return std::move(array);
 }
 
 void free_array(char** masp)

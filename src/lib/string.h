@@ -6,6 +6,7 @@
 #ifndef MAILVEK_LIB_STRING_H
 #define MAILVEK_LIB_STRING_H
 
+#include <cstddef>
 #include <memory>
 
 // Appends a copy of string to the array, which may be null, and returns the array at its new
@@ -30,5 +31,24 @@ struct FreeArray
 };
 
 using StringArray = std::unique_ptr<char*[], FreeArray>;
+
+// An array made string by string. string_to_mas counts the strings there are at each call; this
+// knows them, for arrays that may be long.
+class StringArrayBuilder
+{
+public:
+    // False after a failure, which has been reported; the array stands as it was.
+    [[nodiscard]] bool append(char const* string);
+
+    // The array; null when nothing was appended.
+    [[nodiscard]] StringArray release();
+
+private:
+    [[nodiscard]] bool make_room();
+
+    StringArray array;
+    std::size_t count = 0;
+    std::size_t capacity = 0; // with the final null
+};
 
 #endif

@@ -14,6 +14,8 @@ AutocleanOFStream::~AutocleanOFStream()
 {
     ErrnoKeeper const keeper;
     unlink(file_path.c_str());
+    // Here, for it may write what is left and fail, and must do so under the keeper.
+    rdbuf()->close();
 }
 
 } // namespace orvek

@@ -61,6 +61,18 @@ inline dirent* result<dirent*>()
     return nullptr;
 }
 
+template<>
+inline DIR* result<DIR*>()
+{
+    return nullptr;
+}
+
+template<>
+inline char* result<char*>()
+{
+    return nullptr;
+}
+
 class Installed
 {
 public:
@@ -102,7 +114,9 @@ int __real_fclose(FILE* file);
 ssize_t __real_read(int fd, void* block, size_t size);
 ssize_t __real_write(int fd, void const* block, size_t size);
 dirent* __real_readdir(DIR* dir);
+DIR* __real_opendir(char const* path);
 int __real_flock(int fd, int operation);
+int __real_stat(char const* path, struct stat* info);
 int __real_lstat(char const* path, struct stat* info);
 int __real_fstat(int fd, struct stat* info);
 int __real_chown(char const* path, uid_t uid, gid_t gid);
@@ -111,11 +125,16 @@ int __real_fchown(int fd, uid_t uid, gid_t gid);
 int __real_chmod(char const* path, mode_t mode);
 int __real_fchmod(int fd, mode_t mode);
 int __real_fchmodat(int dir, char const* path, mode_t mode, int flags);
+int __real_chdir(char const* path);
 int __real_fchdir(int fd);
+char* __real_getcwd(char* path, size_t size);
 int __real_unlink(char const* path);
 int __real_rmdir(char const* path);
 int __real_rename(char const* from, char const* to);
 int __real_getrlimit(__rlimit_resource_t resource, rlimit* limit);
+int __real_ftruncate(int fd, off_t length);
+int __real_fsync(int fd);
+int __real_gethostname(char* name, size_t size);
 
 [[gnu::used]] inline int __wrap_close(int fd)
 {
@@ -247,6 +266,60 @@ int __real_getrlimit(__rlimit_resource_t resource, rlimit* limit);
 {
     return call_faults_detail::fails("getrlimit") ? call_faults_detail::result<int>()
                                                   : __real_getrlimit(resource, limit);
+}
+
+[[gnu::used]] inline int __wrap_stat(char const* path, struct stat* info)
+{
+    return call_faults_detail::fails("stat") ? call_faults_detail::result<int>()
+                                             : __real_stat(path, info);
+}
+
+[[gnu::used]] inline DIR* __wrap_opendir(char const* path)
+{
+    return call_faults_detail::fails("opendir") ? call_faults_detail::result<DIR*>()
+                                                : __real_opendir(path);
+}
+
+[[gnu::used]] inline int __wrap_chdir(char const* path)
+{
+    return call_faults_detail::fails("chdir") ? call_faults_detail::result<int>()
+                                              : __real_chdir(path);
+}
+
+[[gnu::used]] inline char* __wrap_getcwd(char* path, size_t size)
+{
+    return call_faults_detail::fails("getcwd") ? call_faults_detail::result<char*>()
+                                               : __real_getcwd(path, size);
+}
+
+[[gnu::used]] inline int __wrap_ftruncate(int fd, off_t length)
+{
+    return call_faults_detail::fails("ftruncate") ? call_faults_detail::result<int>()
+                                                  : __real_ftruncate(fd, length);
+}
+
+[[gnu::used]] inline int __wrap_fsync(int fd)
+{
+    return call_faults_detail::fails("fsync") ? call_faults_detail::result<int>()
+                                              : __real_fsync(fd);
+}
+
+[[gnu::used]] inline int __wrap_gethostname(char* name, size_t size)
+{
+    return call_faults_detail::fails("gethostname") ? call_faults_detail::result<int>()
+                                                    : __real_gethostname(name, size);
+}
+
+[[gnu::used, gnu::format(printf, 3, 4)]] inline int __wrap_snprintf(char* text, size_t size,
+                                                                    char const* fmt, ...)
+{
+    if (call_faults_detail::fails("snprintf"))
+        return call_faults_detail::result<int>();
+    va_list args;
+    va_start(args, fmt);
+    int const length = vsnprintf(text, size, fmt, args);
+    va_end(args);
+    return length;
 }
 
 [[gnu::used]] inline int __wrap_open(char const* path, int flags, ...)

@@ -11,15 +11,18 @@
 #include <cstdlib>
 #include <string>
 
+// For SetUp, of a fixture that has another base than HostTest.
+inline void requireHost()
+{
+    char const* const host = getenv("MAILVEK_HOST");
+    ASSERT_EQ(std::string(host ? host : ""), "1")
+        << "this suite changes the machine: run it inside the throw-away mail host";
+}
+
 class HostTest : public ::testing::Test
 {
 protected:
-    void SetUp() override
-    {
-        char const* const host = getenv("MAILVEK_HOST");
-        ASSERT_EQ(std::string(host ? host : ""), "1")
-            << "this suite changes the machine: run it inside the throw-away mail host";
-    }
+    void SetUp() override { requireHost(); }
 };
 
 #endif

@@ -1,11 +1,15 @@
 // map_test - the frame of tests that change maps with the true postmap, or a stand-in for it
 //
-// A test has a map of its own and must leave neither a text source nor a copy of it behind, no
-// descriptor and no child. standIn puts a script in the place of postmap, see stand_in.h.
+// A test has a map of its own and must leave nothing but indexed files in its directory, no
+// descriptor and no child. standIn puts a bash script in the place of postmap until the end of
+// the test: $real is the true one, $dir the directory of the test, and each call notes its
+// arguments in the journal.
 
 #ifndef MAILVEK_TESTS_SUPPORT_MAP_TEST_H
 #define MAILVEK_TESTS_SUPPORT_MAP_TEST_H
 
+#include "lib/op_locks.h"
+#include "lib/owned.h"
 #include "support/fd_census.h"
 #include "support/host_test.h"
 #include "support/stand_in.h"
@@ -44,8 +48,8 @@ protected:
         postmap.remove();
         if (full)
             run("umount " + dir.path());
-        EXPECT_FALSE(std::filesystem::exists(path)) << "the text source is left";
-        EXPECT_FALSE(std::filesystem::exists(path + ".db.saved")) << "a copy is left";
+        for (auto const& entry : std::filesystem::directory_iterator(dir.path()))
+            EXPECT_EQ(entry.path().extension(), ".db") << entry.path() << " is left";
         EXPECT_EQ(openDescriptors(), descriptors);
         EXPECT_EQ(waitpid(-1, nullptr, WNOHANG), -1) << "a child is left";
         EXPECT_EQ(errno, ECHILD);
@@ -76,7 +80,13 @@ protected:
 
     void standIn(std::string const& script) { postmap.run(script); }
 
-    std::string journal() const { return postmap.journal(); }
+    // The lock file that stands for a path.
+    static std::string lockFileOf(std::string const& locked)
+    {
+        return CString(mk_flock_path(locked.c_str())).get();
+    }
+
+    std::string journal() const { return readFile(tools / "journal"); }
 
     // The map's directory, as it is, on a file system of this size.
     void limitDisk(std::string const& size)

@@ -10,8 +10,8 @@ constexpr char register_domain[] = "INSERT INTO domains (name, status) VALUES(?,
 constexpr char rename_domain[] = "UPDATE domains SET name=? WHERE name=?";
 constexpr char remove_domain[] = "DELETE FROM domains WHERE name=?";
 
-// The id; 0, which no row has, when the domain is unknown; -1 when the look-up failed.
-long long find_domain(char const* domain, MailAuthConnection& db)
+// 1 with the id; 0 when the domain is unknown, -1 when the look-up failed, both with id alone.
+int find_domain(long long* id, MailAuthConnection& db, char const* domain)
 {
     if (db.prepare(select_id) != 0)
         return -1;
@@ -20,11 +20,12 @@ long long find_domain(char const* domain, MailAuthConnection& db)
             "Unable to bind parameter domain name '%s' to SQL statement for query '%s': %s", domain,
             select_id, db.message());
     int const result = db.step();
-    long long const id = result == SQLITE_ROW ? db.number(0) : 0;
     if (result != SQLITE_ROW && result != SQLITE_DONE)
         return db.stepFailure("Unable to execute the domain selection query: %s", db.message());
+    if (result == SQLITE_ROW)
+        *id = db.number(0);
     db.finalize();
-    return id;
+    return result == SQLITE_ROW ? 1 : 0;
 }
 
 long long add_domain(char const* domain, MailAuthConnection& db, int status)
@@ -113,8 +114,8 @@ int mailAuthRemoveDomain(char const* domain)
 
 long long getDomainId(char const* domain, MailAuthConnection& db, MailAuthFlagsT flags)
 {
-    long long const id = find_domain(domain, db);
-    if (id != 0)
+    long long id = -1;
+    if (find_domain(&id, db, domain) != 0)
         return id;
     if (flags & MAIL_AUTH_DO_NOT_CHANGE)
         return -1;

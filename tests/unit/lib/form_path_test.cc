@@ -29,3 +29,16 @@ TEST(FormPath, SaysSoAndKeepsErrnoWhenItCannotFormat)
     EXPECT_FALSE(form_path(path, "%ls", L"\x10FFFF"));
     EXPECT_EQ(errno, EXDEV);
 }
+
+TEST(FormPathIn, FillsABufferOfAnySizeAndCutsWhatDoesNotFit)
+{
+    char path[8] = "???????";
+    EXPECT_TRUE(form_path_in(path, sizeof path, "/%s/%d", "etc", 42));
+    EXPECT_STREQ(path, "/etc/42");
+    EXPECT_FALSE(form_path_in(path, sizeof path, "/%s/%d", "home", 42));
+    EXPECT_STREQ(path, "/home/4");
+    errno = EXDEV;
+    EXPECT_FALSE(form_path_in(path, 1, "a"));
+    EXPECT_STREQ(path, "");
+    EXPECT_EQ(errno, EXDEV);
+}

@@ -4,24 +4,18 @@
 #include "support/child_run.h"
 #include "support/memory_faults.h"
 #include "support/report.h"
+#include "support/strings_of.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <cerrno>
 #include <string>
 #include <vector>
 
 using ::testing::ElementsAre;
 
 namespace {
-
-std::vector<std::string> stringsOf(StringArray const& array)
-{
-    std::vector<std::string> strings;
-    for (char** string = array.get(); string && *string; ++string)
-        strings.emplace_back(*string);
-    return strings;
-}
 
 std::vector<std::string> split(char const* str, char const* delim)
 {
@@ -59,6 +53,53 @@ TEST(StringToMas, LeavesTheArrayAsItWasWhenItFails)
         EXPECT_EQ(run.status, 0);
         EXPECT_EQ(run.err, no_memory);
         EXPECT_THAT(stringsOf(array), ElementsAre("a"));
+    }
+}
+
+TEST(StringArrayBuilder, GivesNullWhenNothingWasAppended)
+{
+    StringArrayBuilder builder;
+    EXPECT_EQ(builder.release(), nullptr);
+}
+
+TEST(StringArrayBuilder, GivesCopiesInTheirOrder)
+{
+    StringArrayBuilder builder;
+    std::vector<std::string> expected;
+    for (int i = 0; i < 100; ++i) {
+        expected.push_back(std::to_string(i));
+        ASSERT_TRUE(builder.append(expected.back().c_str()));
+    }
+    EXPECT_EQ(stringsOf(builder.release()), expected);
+}
+
+TEST(StringArrayBuilder, BeginsAnewAfterARelease)
+{
+    StringArrayBuilder builder;
+    ASSERT_TRUE(builder.append("a"));
+    EXPECT_THAT(stringsOf(builder.release()), ElementsAre("a"));
+    ASSERT_TRUE(builder.append("b"));
+    EXPECT_THAT(stringsOf(builder.release()), ElementsAre("b"));
+}
+
+TEST(StringArrayBuilder, LeavesTheArrayAsItWasWhenItFails)
+{
+    for (int const number : {1, 2}) {
+        auto const run = inChild([=] {
+            StringArrayBuilder builder;
+            for (char const* const name : {"a", "b", "c", "d", "e", "f", "g"})
+                if (!builder.append(name))
+                    return 1;
+            {
+                AllocationFailure const failure(number); // of the copy, of the longer array
+                if (builder.append("h"))
+                    return 2;
+            }
+            return stringsOf(builder.release()).size() == 7 ? 0 : 3;
+        });
+        EXPECT_EQ(run.status, 0);
+        EXPECT_EQ(run.err, withErrno("System error: Cannot allocate memory\n", ENOMEM));
+        EXPECT_EQ(run.out, run.err);
     }
 }
 

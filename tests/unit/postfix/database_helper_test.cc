@@ -5,6 +5,7 @@
 
 #include <gtest/gtest.h>
 
+#include <functional>
 #include <list>
 #include <string>
 #include <vector>
@@ -175,11 +176,66 @@ TEST_F(DatabaseHelperOnHost, AcceptsARemovalThatFailsWithAWarning)
 
 TEST_F(DatabaseHelperOnHost, TakesASignalForAFailureOfRemoving)
 {
-    standIn("kill -15 $$");
-    EXPECT_EQ(raisedBy<PostfixDatabaseError>([&] { DatabaseHelper::removeRecord(map, "a"); }), "");
-    EXPECT_EQ(raisedBy<PostfixDatabaseError>(
-                  [&] { DatabaseHelper::removeRecords(map, keys.begin(), keys.end()); }),
-              "");
+    for (std::string const text : {"", "postmap: warning: harmless\n"}) {
+        standIn("printf '" + text + "' >&2; kill -15 $$");
+        EXPECT_EQ(raisedBy<PostfixDatabaseError>([&] { DatabaseHelper::removeRecord(map, "a"); }),
+                  text);
+        EXPECT_EQ(raisedBy<PostfixDatabaseError>(
+                      [&] { DatabaseHelper::removeRecords(map, keys.begin(), keys.end()); }),
+                  text);
+    }
+}
+
+TEST_F(DatabaseHelperOnHost, IsToldOfAnAbsentKeyByTheExitStatusAlone)
+{
+    for (std::string const command : {" -d absent ", " -d - "})
+        run("said=$(echo absent | " + real + command + map +
+            " 2>&1); [ $? = 1 ] && [ -z \"$said\" ]");
+}
+
+TEST_F(DatabaseHelperOnHost, RaisesWhatPostmapSaysWhenARemovalFailsWithAnyOtherStatus)
+{
+    standIn("echo 'postmap: error: bad' >&2; exit 75");
+    EXPECT_EQ(raisedBy<PostfixDatabaseError>([&] { DatabaseHelper::removeRecord(map, "a"); }),
+              "postmap: error: bad\n");
+}
+
+TEST_F(DatabaseHelperOnHost, RaisesThatPostmapIsMissing)
+{
+    fill("old 1\n");
+    std::filesystem::rename("/usr/sbin/postmap", "/usr/sbin/postmap.away");
+    std::string const missing = "execv: No such file or directory";
+    std::function<void()> const operations[] = {
+        [&] { DatabaseHelper::addRecord(map, "a", "1"); },
+        [&] { DatabaseHelper::removeRecord(map, "a"); },
+        [&] { DatabaseHelper::removeRecords(map, keys.begin(), keys.end()); },
+        [&] { DatabaseHelper::replaceRecords(map, two.begin(), two.end()); },
+        [&] { DatabaseHelper::filterRecords(map, [](std::string&) { return true; }); },
+    };
+    for (auto const& operation : operations)
+        EXPECT_EQ(raisedBy<orvek::SystemError>(operation), missing);
+    std::filesystem::rename("/usr/sbin/postmap.away", "/usr/sbin/postmap");
+    EXPECT_EQ(content(), "old\t1\n");
+}
+
+TEST_F(DatabaseHelperOnHost, TakesNoLockToChangeRecords)
+{
+    standIn("flock -n " + lockFileOf(path) + " true; echo $? >> $dir/lock");
+    DatabaseHelper::addRecord(map, "a", "1");
+    DatabaseHelper::removeRecord(map, "a");
+    DatabaseHelper::removeRecords(map, keys.begin(), keys.end());
+    EXPECT_EQ(readFile(tools / "lock"), "0\n0\n0\n");
+}
+
+TEST_F(DatabaseHelperOnHost, StopsFeedingAPostmapThatNeverReads)
+{
+    std::vector<std::pair<std::string, std::string>> const many(100'000, {"key@domain.test", "x"});
+    standIn("sleep 0.05");
+    EXPECT_NO_THROW(DatabaseHelper::addRecords(map, many.begin(), many.end()));
+    standIn("sleep 0.05; echo 'postmap: fatal: x' >&2; exit 1");
+    EXPECT_EQ(raisedBy<PostfixConfigurationError>(
+                  [&] { DatabaseHelper::addRecords(map, many.begin(), many.end()); }),
+              "postmap: fatal: x\n");
 }
 
 TEST_F(DatabaseHelperOnHost, SurvivesAPostmapThatReadsNothingAndSpewsOnBothStreams)

@@ -1,7 +1,6 @@
 #include "postfix/database_helper.h"
 
-#include "lib/op_locks.h"
-#include "lib/owned.h"
+#include "postfix/record_filters.h"
 #include "support/child_run.h"
 #include "support/map_test.h"
 #include "util/errors.h"
@@ -10,11 +9,14 @@
 
 #include <algorithm>
 #include <ios>
+#include <iostream>
 #include <stdexcept>
 #include <string>
 
+#include <fcntl.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 using namespace orvek::mail::postfix;
 
@@ -23,12 +25,6 @@ namespace {
 bool keepAll(std::string&)
 {
     return true;
-}
-
-// The lock file that stands for a path.
-std::string lockFile(std::string const& path)
-{
-    return CString(mk_flock_path(path.c_str())).get();
 }
 
 class MapRewriteOnHost : public MapTest
@@ -90,12 +86,71 @@ TEST_F(MapRewriteOnHost, MakesAMapThatIsNotThere)
 
 TEST_F(MapRewriteOnHost, ReplacesByOneRunOverATextSource)
 {
-    standIn("cp " + path + " $dir/source; flock -n " + lockFile(path) +
+    standIn("cp " + path + " $dir/source; flock -n " + lockFileOf(path) +
             " true; echo $? > $dir/lock");
     replace(map);
     EXPECT_EQ(journal(), "-r " + map + "\n");
     EXPECT_EQ(readFile(tools / "source"), "b 2\na 1, one\n");
     EXPECT_EQ(readFile(tools / "lock"), "1\n");
+}
+
+TEST_F(MapRewriteOnHost, RebuildsWithTheStreamsOfTheTool)
+{
+    standIn("[ $1 = -s ] || readlink /proc/$$/fd/0 /proc/$$/fd/1 >> $dir/streams");
+    writeFile(tools / "input", "");
+    std::string const own = inChild([&] {
+                                close(0);
+                                open((tools / "input").c_str(), O_RDONLY);
+                                replace(map);
+                                filter(map);
+                                std::cout
+                                    << std::filesystem::read_symlink("/proc/self/fd/1").string();
+                                return 0;
+                            }).out;
+    std::string const both = (tools / "input") + "\n" + own + "\n";
+    EXPECT_EQ(readFile(tools / "streams"), both + both);
+}
+
+TEST_F(MapRewriteOnHost, FiltersAMapOfOneRecord)
+{
+    fill("old@d.test 1\n");
+    DatabaseHelper::filterRecords(map, [](std::string& line) {
+        line = "new 2";
+        return true;
+    });
+    EXPECT_EQ(content(), "new\t2\n");
+    DatabaseHelper::filterRecords(map, [](std::string&) { return false; });
+    EXPECT_EQ(content(), "");
+    filter(map);
+    EXPECT_EQ(content(), "");
+}
+
+TEST_F(MapRewriteOnHost, NormalisesRecordsThatTheFilterLeavesAsTheyAre)
+{
+    standIn("[ $1 != -s ] && exec cp " + path +
+            " $dir/source; printf 'a@d.test\\t \\tb@d.test,c@d.test  d@d.test\\t\\nb  1\\n'");
+    std::string const from = "x@d.test";
+    DatabaseHelper::filterRecords(
+        map, database::ElementsFilter<database::ReplaceElementFilterRef>({&from, &from}));
+    EXPECT_EQ(readFile(tools / "source"), "a@d.test b@d.test, c@d.test, d@d.test\nb 1\n");
+}
+
+TEST_F(MapRewriteOnHost, SurvivesStagesThatSpewOnBothStreams)
+{
+    standIn("yes err | head -c 200000 >&2; [ $1 = -s ] || yes out | head -c 200000;"
+            "exec $real \"$@\"");
+    fill("a 1\n");
+    testing::internal::CaptureStdout();
+    filter(map);
+    replace(map);
+    EXPECT_EQ(testing::internal::GetCapturedStdout().size(), 400'000U);
+    EXPECT_EQ(content(), "a\t1, one\nb\t2\n");
+}
+
+TEST_F(MapRewriteOnHost, RaisesAllThatARebuildSpewsBeforeItFails)
+{
+    standIn("[ $1 != -s ] || exec $real \"$@\"; head -c 200000 /dev/zero | tr '\\0' e >&2; exit 1");
+    expectBothFailAndKeep("", std::string(200'000, 'e'));
 }
 
 TEST_F(MapRewriteOnHost, FiltersEachRecord)
@@ -112,7 +167,7 @@ TEST_F(MapRewriteOnHost, FiltersEachRecord)
 
 TEST_F(MapRewriteOnHost, FiltersByADumpAndARebuildUnderTheLock)
 {
-    standIn("flock -n " + lockFile(path) +
+    standIn("flock -n " + lockFileOf(path) +
             " true; echo $? >> $dir/lock; [ $1 != -s ] || readlink /proc/$$/fd/0 > $dir/input;"
             "exec $real \"$@\"");
     filter(map);
@@ -239,6 +294,18 @@ TEST_F(MapRewriteOnHost, KeepsTheMapWhenTheDiskIsFullUnderTheTextSource)
                  std::ios_base::failure);
     EXPECT_THROW(filter(map), std::ios_base::failure);
     EXPECT_EQ(content(), old);
+    EXPECT_FALSE(std::filesystem::exists(path));
+}
+
+TEST_F(MapRewriteOnHost, RaisesTheStreamsErrorWhenTheTextIsRefusedOnlyAtItsClosing)
+{
+    fill("old 1\n");
+    standIn("exec $real \"$@\"");
+    limitDisk("1m");
+    run("! head -c 2M /dev/zero > " + (dir / "filler.db") + " 2>/dev/null");
+    EXPECT_THROW(replace(map), std::ios_base::failure);
+    EXPECT_EQ(journal(), "");
+    EXPECT_EQ(content(), "old\t1\n");
     EXPECT_FALSE(std::filesystem::exists(path));
 }
 

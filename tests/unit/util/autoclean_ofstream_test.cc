@@ -1,12 +1,16 @@
 #include "util/autoclean_ofstream.h"
 
+#include "support/child_run.h"
 #include "support/fd_census.h"
 #include "support/temp_dir.h"
 
 #include <gtest/gtest.h>
 
 #include <cerrno>
+#include <csignal>
 #include <filesystem>
+
+#include <sys/resource.h>
 
 using orvek::AutocleanOFStream;
 
@@ -52,4 +56,23 @@ TEST(AutocleanOFStream, KeepsTheErrorNumberThoughThereIsNothingToRemove)
         errno = EPROTO;
     }
     EXPECT_EQ(errno, EPROTO);
+}
+
+TEST(AutocleanOFStream, KeepsTheErrorNumberThoughWhatIsLeftCannotBeWritten)
+{
+    TempDir const dir;
+    ChildRun const run = inChild([&] {
+        signal(SIGXFSZ, SIG_IGN);
+        rlimit const none = {0, 0};
+        setrlimit(RLIMIT_FSIZE, &none);
+        {
+            AutocleanOFStream out(dir / "text");
+            out.exceptions(std::ios::failbit | std::ios::badbit);
+            out << "line\n";
+            errno = EPROTO;
+        }
+        return errno == EPROTO ? 0 : errno;
+    });
+    EXPECT_EQ(run.status, 0);
+    EXPECT_FALSE(std::filesystem::exists(dir / "text"));
 }

@@ -7,6 +7,7 @@
 #include "support/fd_census.h"
 #include "support/host_test.h"
 #include "support/log_recorder.h"
+#include "support/set_aside.h"
 #include "support/temp_dir.h"
 
 #include <gmock/gmock.h>
@@ -14,6 +15,7 @@
 
 #include <cstdlib>
 #include <filesystem>
+#include <optional>
 
 #include <sys/resource.h>
 #include <sys/stat.h>
@@ -78,24 +80,12 @@ protected:
         HostTest::SetUp();
         if (HasFatalFailure())
             return;
-        std::filesystem::create_directories(tool.parent_path());
-        if (std::filesystem::exists(tool))
-            std::filesystem::rename(tool, aside);
-        moved = true;
-    }
-    void TearDown() override
-    {
-        if (!moved)
-            return;
-        std::filesystem::remove(tool);
-        if (std::filesystem::exists(aside))
-            std::filesystem::rename(aside, tool);
+        std::filesystem::create_directories("/usr/local/orv/admin/sbin");
+        tool.emplace("/usr/local/orv/admin/sbin/mailvek");
     }
 
 private:
-    std::filesystem::path const tool = "/usr/local/orv/admin/sbin/mailvek";
-    std::filesystem::path const aside = "/usr/local/orv/admin/sbin/mailvek.before-test";
-    bool moved = false;
+    std::optional<SetAside> tool;
 };
 
 } // namespace

@@ -94,12 +94,14 @@ TEST_F(MailAuthDomains, KeepsNamesByteByByte)
 
 TEST_F(MailAuthDomains, GivesTheIdOfAKnownDomainWhateverTheFlags)
 {
-    sql("INSERT INTO domains (id, name, status) VALUES (7, 'a.com', 1), (5000000000, 'b.com', 0)");
+    sql("INSERT INTO domains (id, name, status) VALUES (7, 'a.com', 1), (5000000000, 'b.com', 0), "
+        "(0, 'zero.com', 0)");
     for (MailAuthFlagsT const flags : {0, 4, 8, 15}) {
+        EXPECT_EQ(idOf("zero.com", flags), 0);
         EXPECT_EQ(idOf("a.com", flags), 7);
         EXPECT_EQ(idOf("b.com", flags), 5000000000);
     }
-    EXPECT_THAT(domains(), ElementsAre("a.com|1", "b.com|0"));
+    EXPECT_THAT(domains(), ElementsAre("a.com|1", "b.com|0", "zero.com|0"));
 }
 
 TEST_F(MailAuthDomains, RegistersAnUnknownDomainAsDisabledWhenAnyFlagIsSet)

@@ -4,9 +4,12 @@
 #include "support/auth_database_test.h"
 #include "support/host_test.h"
 #include "support/ordinary_user.h"
+#include "support/rights.h"
+#include "support/set_aside.h"
 
 #include <cerrno>
 #include <filesystem>
+#include <memory>
 
 #include <libgen.h>
 #include <pwd.h>
@@ -83,42 +86,20 @@ protected:
         HostTest::SetUp();
         if (HasFatalFailure())
             return;
-        for (std::string const& directory : directories)
-            if (std::filesystem::exists(directory))
-                std::filesystem::rename(directory, directory + ".before-test");
-        moved = true;
+        for (char const* const directory : {"/var/spool/postfix/orvek", "/var/lib/orvek/mail/auth"})
+            own.push_back(std::make_unique<SetAside>(directory));
     }
     void TearDown() override
     {
         getpwnam_error = -1;
         mailAuthDBSetPath(first);
-        if (!moved)
-            return;
-        for (std::string const& directory : directories) {
-            std::filesystem::remove_all(directory);
-            if (std::filesystem::exists(directory + ".before-test"))
-                std::filesystem::rename(directory + ".before-test", directory);
-        }
-    }
-
-    // owner, group and mode
-    static std::string rightsOf(char const* path)
-    {
-        struct stat info = {};
-        if (stat(path, &info) != 0)
-            return "missing";
-        char mode[16];
-        snprintf(mode, sizeof mode, "%04o", info.st_mode & 07777U);
-        return std::to_string(info.st_uid) + ":" + std::to_string(info.st_gid) + " " + mode;
     }
 
     LogRecorder const recorder;
 
 private:
-    std::vector<std::string> const directories = {"/var/spool/postfix/orvek",
-                                                  "/var/lib/orvek/mail/auth"};
+    std::vector<std::unique_ptr<SetAside>> own;
     char const* const first = mailAuthDB;
-    bool moved = false;
 };
 
 } // namespace
@@ -298,11 +279,8 @@ TEST_F(MailAuthInit, TouchesNothingForAStyleWithoutADatabase)
 TEST_F(MailAuthInitStyleOnHost, GivesThePostfixStyleToThePostfixUser)
 {
     ASSERT_EQ(mailAuthDBInitStyle(MAIL_AUTH_DB_POSTFIX_STYLE), 0);
-    passwd const* const postfix = getpwnam("postfix");
-    ASSERT_NE(postfix, nullptr);
-    std::string const owner = std::to_string(postfix->pw_uid);
-    EXPECT_EQ(rightsOf("/var/spool/postfix/orvek"), owner + ":0 0770");
-    EXPECT_EQ(rightsOf("/var/spool/postfix/orvek/passwd.db"), owner + ":0 0460");
+    EXPECT_EQ(rightsOf("/var/spool/postfix/orvek"), "drwxrwx--- postfix:root");
+    EXPECT_EQ(rightsOf("/var/spool/postfix/orvek/passwd.db"), "-r--rw---- postfix:root");
     EXPECT_STREQ(mailAuthDB, "/var/spool/postfix/orvek/passwd.db");
     EXPECT_EQ(mailAuthSet("joe", "a.com", "pw", 0), 0);
     EXPECT_THAT(LogRecorder::reports(), IsEmpty());
@@ -311,8 +289,8 @@ TEST_F(MailAuthInitStyleOnHost, GivesThePostfixStyleToThePostfixUser)
 TEST_F(MailAuthInitStyleOnHost, GivesTheQmailStyleToRoot)
 {
     ASSERT_EQ(mailAuthDBInitStyle(MAIL_AUTH_DB_QMAIL_STYLE), 0);
-    EXPECT_EQ(rightsOf("/var/lib/orvek/mail/auth"), "0:0 0750");
-    EXPECT_EQ(rightsOf("/var/lib/orvek/mail/auth/passwd.db"), "0:0 0600");
+    EXPECT_EQ(rightsOf("/var/lib/orvek/mail/auth"), "drwxr-x--- root:root");
+    EXPECT_EQ(rightsOf("/var/lib/orvek/mail/auth/passwd.db"), "-rw------- root:root");
     EXPECT_STREQ(mailAuthDB, "/var/lib/orvek/mail/auth/passwd.db");
     EXPECT_THAT(LogRecorder::reports(), IsEmpty());
 }

@@ -30,6 +30,24 @@ TEST_F(MailAuthSchema, IsOneTransactionInOneLine)
     EXPECT_THAT(mail_auth_schema, Not(HasSubstr("\n")));
 }
 
+// clang-format off
+TEST_F(MailAuthSchema, HasItsEightStatementsInOrderAndWordForWord)
+{
+    std::string script = "BEGIN TRANSACTION;";
+    for (char const* const statement : {
+        R"(CREATE TABLE domains (  id     INTEGER PRIMARY KEY AUTOINCREMENT, name   VARCHAR(255) UNIQUE, status INTEGER NOT NULL DEFAULT 0);)",
+        R"(CREATE INDEX domains_name ON domains(name);)",
+        R"(CREATE TRIGGER fkd_users_domains_id  BEFORE DELETE ON domains  FOR EACH ROW BEGIN    DELETE FROM users WHERE dom_id = OLD.id;  END;)",
+        R"(CREATE TABLE users(  id           INTEGER PRIMARY KEY AUTOINCREMENT, dom_id       INTEGER NOT NULL, name         VARCHAR(255) NOT NULL, userPassword VARCHAR(255), cmusaslsecretPLAIN VARCHAR(255), status INT NOT NULL DEFAULT 0, UNIQUE(name, dom_id));)",
+        R"(CREATE INDEX users_name ON users(name);)",
+        R"(CREATE INDEX users_dom_id ON users(dom_id);)",
+        R"(CREATE TRIGGER fki_users_domains_id  BEFORE INSERT ON users  FOR EACH ROW BEGIN    SELECT RAISE(ROLLBACK, 'insert on table "users" violates foreign key constraint "fk_domains_id"')    WHERE (SELECT id FROM domains WHERE id = NEW.dom_id) IS NULL;  END;)",
+        R"(CREATE TRIGGER fku_users_domains_id  BEFORE UPDATE ON users  FOR EACH ROW BEGIN    SELECT RAISE(ROLLBACK, 'update on table "users" violates foreign key constraint "fk_domains_id"')    WHERE (SELECT id FROM domains WHERE id = NEW.dom_id) IS NULL;  END;)"})
+        script += statement;
+    EXPECT_EQ(mail_auth_schema, script + "COMMIT;");
+}
+// clang-format on
+
 TEST_F(MailAuthSchema, HasItsEightObjectsInOrder)
 {
     EXPECT_THAT(sql("SELECT type, name, tbl_name FROM sqlite_master WHERE sql NOT NULL AND name "

@@ -1,0 +1,74 @@
+#include "commands/command_values.h"
+#include "commands/handlers.h"
+#include "commands/nonexistent_mail.h"
+#include "mail/lib/domain_keys.h"
+#include "mail/lib/handler_mass_control.h"
+#include "mail/lib/mail_database.h"
+#include "postfix/domain_manager.h"
+#include "util/uerr.h"
+
+namespace orvek::mail::postfix::mailvek_commands {
+
+int addDomainAlias(int argc, char** argv)
+{
+    ProgramOptionsHelper helper = commandOptions("--add-domain-alias");
+    declareDomain(helper);
+    declareText(helper, "domain-alias-name", "domain alias name");
+    formNotexistingMailOptions(helper);
+    standardOptionsParse(helper, argc, argv);
+    std::string const domain = domainOf(helper);
+    std::string const alias = domainOf(helper, "domain-alias-name");
+
+    DomainManager::createDomainAlias(domain, alias);
+    if (mass_control_handler_by_mailname(domain.c_str(), alias.c_str(), HOOK_CLONE) != 0)
+        uerr << "WARNING: unable to clone all mail handlers for " << alias << std::endl;
+    if (clone_domain_key(domain.c_str(), alias.c_str()) != 0)
+        uerr << "WARNING: cannot clone domain key for " << alias << std::endl;
+    if (add_domain_auth_alias(domain.c_str(), alias.c_str()) == -1)
+        return 1;
+    return processNotexistingMailnamesOptions(helper);
+}
+
+// Deliberate: the domain is asked for and not used. An alias is known by its own name.
+int removeDomainAlias(int argc, char** argv)
+{
+    ProgramOptionsHelper helper = commandOptions("--del-domain-alias");
+    declareDomain(helper);
+    declareText(helper, "domain-alias-name", "domain alias name");
+    standardOptionsParse(helper, argc, argv);
+    std::string const alias = domainOf(helper, "domain-alias-name");
+
+    DomainManager::removeDomainAlias(alias);
+    if (mass_control_handler_by_mailname(alias.c_str(), nullptr, HOOK_DELETE) != 0)
+        uerr << "WARNING: unable to properly remove mail handlers for " << alias << std::endl;
+    remove_domain_key(alias.c_str());
+    return rm_domain_auth_alias(alias.c_str()) == -1 ? 1 : 0;
+}
+
+int renameDomainAlias(int argc, char** argv)
+{
+    ProgramOptionsHelper helper = commandOptions("--rename-domain-alias");
+    declareDomain(helper);
+    declareText(helper, "old-domain-alias-name", "old domain alias name");
+    declareText(helper, "new-domain-alias-name", "new domain alias name");
+    formNotexistingMailOptions(helper);
+    standardOptionsParse(helper, argc, argv);
+    std::string const domain = domainOf(helper);
+    std::string const oldName = domainOf(helper, "old-domain-alias-name");
+    std::string const newName = domainOf(helper, "new-domain-alias-name");
+
+    DomainManager::renameDomainAlias(oldName, newName);
+    if (mass_control_handler_by_mailname(oldName.c_str(), newName.c_str(), HOOK_MOVE) != 0)
+        uerr << "WARNING: unable to properly re-assign mail handlers from " << oldName << " to "
+             << newName << std::endl;
+    if (clone_domain_key(oldName.c_str(), newName.c_str()) != 0)
+        uerr << "WARNING: cannot create domainkey for " << newName << '\n';
+    remove_domain_key(oldName.c_str());
+    if (add_domain_auth_alias(domain.c_str(), newName.c_str()) == -1)
+        return 1;
+    if (rm_domain_auth_alias(oldName.c_str()) == -1)
+        return 1;
+    return processNotexistingMailnamesOptions(helper);
+}
+
+} // namespace orvek::mail::postfix::mailvek_commands

@@ -1,0 +1,33 @@
+#include "commands/command_values.h"
+#include "commands/handlers.h"
+#include "mail/lib/domain_keys.h"
+
+#include <unistd.h>
+
+namespace orvek::mail::postfix::mailvek_commands {
+
+int setDomainKey(int argc, char** argv)
+{
+    ProgramOptionsHelper helper = commandOptions("--set-domain-key");
+    declareDomain(helper);
+    declareText(helper, "file-name", "full path to uploaded key");
+    standardOptionsParse(helper, argc, argv);
+    std::string const domains = domainOf(helper);
+    std::string const file = textOf(helper, "file-name");
+
+    int const set = set_domain_key(domains.c_str(), file.c_str());
+    if (set == 0)
+        unlink(file.c_str()); // a key that is installed lies nowhere else
+    return set == -1 ? 1 : 0;
+}
+
+int removeDomainKey(int argc, char** argv)
+{
+    ProgramOptionsHelper helper = commandOptions("--remove-domain-key");
+    declareDomain(helper);
+    standardOptionsParse(helper, argc, argv);
+
+    return remove_domain_key(domainOf(helper).c_str()) == -1 ? 1 : 0;
+}
+
+} // namespace orvek::mail::postfix::mailvek_commands

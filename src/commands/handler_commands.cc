@@ -1,0 +1,225 @@
+#include "commands/handlers.h"
+
+#include "commands/command_texts.h"
+#include "commands/program_options_helper.h"
+#include "lib/owned.h"
+#include "lib/product_log.h"
+#include "mail/lib/handler_lookup.h"
+#include "mail/lib/handler_mass_control.h"
+#include "mail/lib/mail_handlers.h"
+
+#include <boost/algorithm/string/classification.hpp>
+#include <boost/algorithm/string/split.hpp>
+#include <boost/program_options/value_semantic.hpp>
+#include <boost/program_options/variables_map.hpp>
+
+#include <string>
+#include <vector>
+
+#include <syslog.h>
+
+namespace orvek::mail::postfix::mailvek_commands {
+
+namespace {
+
+namespace po = boost::program_options;
+
+// The options of a command that says what a handler consists of, and of one that names it.
+enum class Options
+{
+    whole,
+    naming,
+};
+
+// The options of one command line.
+class HandlerOptions
+{
+public:
+    HandlerOptions(char const* command, Options wanted, int argc, char** argv)
+        : helper(textsOf(command).summary, textsOf(command).usage_line)
+    {
+        bool const whole = wanted == Options::whole;
+        auto options = helper.addOptions();
+        options("handler-name", text(), "handler name", true);
+        options("handler-type", text(),
+                "handler type (global|sender|recipient|sender-domain|recipient-domain)", true);
+        options("handler-type-name", text(), "handler type name", false);
+        if (whole)
+            options("executable", text(), "executable", true)("context", text(), "context", true);
+        options("hook", text(), "hook point (before-queue|before-local|before-remote)", true);
+        if (whole)
+            options("priority", text(), "handler priority", true);
+        standardOptionsParse(helper, argc, argv);
+    }
+
+    char const* operator[](char const* option) const { return value(option).c_str(); }
+
+    // Deliberate: in these letters only; the store takes the type's name in any.
+    bool isGlobal() const { return value("handler-type") == "global"; }
+
+    bool hasTypeName() const { return helper.values().count("handler-type-name") != 0; }
+
+    // Mandatory for every type but one, which no parse can tell, so that its lack is no bad
+    // command line but a fatal error.
+    std::string const& typeName() const
+    {
+        if (!hasTypeName())
+            throw MissingMandatoryOption("handler-type-name");
+        return value("handler-type-name");
+    }
+
+    // The names in the list that --handler-type-name may be.
+    std::vector<std::string> targets() const
+    {
+        std::vector<std::string> tokens;
+        boost::algorithm::split(tokens, typeName(), boost::algorithm::is_any_of(", "));
+        std::erase(tokens, "");
+        return tokens;
+    }
+
+    // The full name of the handler, or null.
+    CString find(char const* typeName) const
+    {
+        return CString(get_handler_name((*this)["handler-name"], (*this)["handler-type"], typeName,
+                                        (*this)["hook"]));
+    }
+
+    void logSkipped(std::string const& target) const
+    {
+        orvek_log(LOG_WARNING, "Handler %s for %s %s does not exist in queue %s",
+                  (*this)["handler-name"], (*this)["handler-type"], target.c_str(),
+                  (*this)["hook"]);
+    }
+
+private:
+    static po::value_semantic const* text() { return po::value<std::string>(); }
+
+    std::string const& value(char const* option) const
+    {
+        return helper.values()[option].as<std::string>();
+    }
+
+    ProgramOptionsHelper helper;
+};
+
+int add(HandlerOptions const& options, char const* typeName)
+{
+    return mail_handler_add(options["handler-name"], options["handler-type"], typeName,
+                            options["executable"], options["context"], options["hook"],
+                            options["priority"], HOOK_ENABLE);
+}
+
+int update(HandlerOptions const& options, char const* typeName)
+{
+    return mail_handler_update(options["handler-name"], options["handler-type"], typeName,
+                               options["executable"], options["context"], options["hook"],
+                               options["priority"]);
+}
+
+// A command that does one thing with handlers that are there.
+struct ControlCommand
+{
+    char const* name;
+    int (*one)(char const* fullName);
+    handler_control_t all;
+    bool all_can_fail;
+};
+
+constexpr ControlCommand remove_command = {"--remove-handler", mail_handler_remove, HOOK_DELETE,
+                                           // Deliberate: a failure is only reported.
+                                           false};
+
+constexpr ControlCommand disable_command = {
+    "--disable-handler",
+    [](char const* fullName) { return control_handler_queue(fullName, nullptr, HOOK_DISABLE); },
+    HOOK_DISABLE, true};
+
+constexpr ControlCommand enable_command = {
+    "--enable-handler",
+    [](char const* fullName) { return control_handler_queue(fullName, nullptr, HOOK_ENABLE); },
+    HOOK_ENABLE, true};
+
+int controlAll(ControlCommand const& command, HandlerOptions const& options)
+{
+    int const result = mass_control_handler_queue(options["handler-name"], command.all);
+    return command.all_can_fail && result != 0 ? 1 : 0;
+}
+
+int controlHandlers(ControlCommand const& command, int argc, char** argv)
+{
+    HandlerOptions const options(command.name, Options::naming, argc, argv);
+    if (options.isGlobal()) {
+        CString const fullName = options.find(nullptr);
+        return fullName && command.one(fullName.get()) != 0 ? 1 : 0;
+    }
+    if (options.typeName() == "all")
+        return controlAll(command, options);
+    int status = 0;
+    for (auto const& target : options.targets()) {
+        CString const fullName = options.find(target.c_str());
+        if (!fullName)
+            options.logSkipped(target);
+        else if (command.one(fullName.get()) != 0)
+            status = 1;
+    }
+    return status;
+}
+
+} // namespace
+
+int addHandler(int argc, char** argv)
+{
+    HandlerOptions const options("--add-handler", Options::whole, argc, argv);
+    if (options.isGlobal())
+        return add(options, nullptr) == 0 ? 0 : 1;
+    int status = 0;
+    for (auto const& target : options.targets()) {
+        // Deliberate: one that is there already is reported as one that does not exist.
+        if (options.find(target.c_str()))
+            options.logSkipped(target);
+        else if (add(options, target.c_str()) != 0)
+            status = 1;
+    }
+    return status;
+}
+
+int updateHandler(int argc, char** argv)
+{
+    HandlerOptions const options("--update-handler", Options::whole, argc, argv);
+    if (options.isGlobal())
+        return update(options, nullptr) == 0 ? 0 : 1;
+    int status = 0;
+    for (auto const& target : options.targets()) {
+        if (!options.find(target.c_str()))
+            options.logSkipped(target);
+        else if (update(options, target.c_str()) != 0)
+            status = 1;
+    }
+    return status;
+}
+
+int removeHandler(int argc, char** argv)
+{
+    return controlHandlers(remove_command, argc, argv);
+}
+
+int disableHandler(int argc, char** argv)
+{
+    return controlHandlers(disable_command, argc, argv);
+}
+
+int enableHandler(int argc, char** argv)
+{
+    return controlHandlers(enable_command, argc, argv);
+}
+
+// Deliberate: 1 when there is such a handler, 0 when there is none. The panel relies on it.
+int checkHandler(int argc, char** argv)
+{
+    HandlerOptions const options("--check-handler", Options::naming, argc, argv);
+    // The name is one name here, never a list.
+    bool const named = options.hasTypeName() || !options.isGlobal();
+    return options.find(named ? options.typeName().c_str() : nullptr) ? 1 : 0;
+}
+
+} // namespace orvek::mail::postfix::mailvek_commands

@@ -1,0 +1,150 @@
+#include "commands/command_values.h"
+#include "commands/handlers.h"
+#include "lib/enviroment.h"
+#include "mail/lib/handler_mass_control.h"
+#include "mail/lib/mail_authenticate.h"
+#include "mail/lib/mail_database.h"
+#include "postfix/mailname_manager.h"
+#include "postfix/name_lists.h"
+#include "util/uerr.h"
+
+#include <vector>
+
+namespace orvek::mail::postfix::mailvek_commands {
+
+namespace po = boost::program_options;
+
+namespace {
+
+// Empty, behind a report, when the panel's database cannot be read.
+NameList reportedAliasDomains(std::string const& domain)
+{
+    auto aliases = domainAliasesOf(domain);
+    if (!aliases)
+        uerr << "ERROR: unable get domain aliases for domain " << domain << std::endl;
+    return aliases;
+}
+
+bool removeHooks(std::string const& address)
+{
+    return mass_control_handler_by_mailname(address.c_str(), nullptr, HOOK_DELETE) == 0;
+}
+
+void removeHooksOfAlias(std::string const& address)
+{
+    if (!removeHooks(address))
+        uerr << "ERROR: unable to remove mail handler for " << address << std::endl;
+}
+
+// The mailname itself was done before. Its name under each alias domain comes first, its mail
+// aliases under the domain next, and these under each alias domain last.
+void removeHooksOfAliases(std::string const& mailname, std::string const& domain,
+                          std::vector<std::string> const& domainAliases,
+                          std::vector<std::string> const& mailAliases)
+{
+    for (auto const& domainAlias : domainAliases)
+        removeHooksOfAlias(addressOf(mailname, domainAlias));
+    for (auto const& mailAlias : mailAliases)
+        removeHooksOfAlias(addressOf(mailAlias, domain));
+    for (auto const& mailAlias : mailAliases)
+        for (auto const& domainAlias : domainAliases)
+            removeHooksOfAlias(addressOf(mailAlias, domainAlias));
+}
+
+// The status of the command, 0 to go on. The account of the domain itself is renamed first, and
+// its failure is looked at last.
+int renameAccounts(std::string const& domain, std::string const& oldName,
+                   std::string const& newName)
+{
+    int const status = mailAuthRename(oldName.c_str(), newName.c_str(), domain.c_str());
+    auto const aliases = reportedAliasDomains(domain);
+    if (!aliases)
+        return 1;
+    for (auto const& alias : *aliases) {
+        if (mailAuthRename(oldName.c_str(), newName.c_str(), alias.c_str()) == -1)
+            return 1;
+        MailnameManager::renameMailnameOnDomainAlias(alias, oldName, newName);
+    }
+    return status;
+}
+
+} // namespace
+
+int addMailname(int argc, char** argv)
+{
+    ProgramOptionsHelper helper = commandOptions("--add-mailname");
+    declareMailname(helper);
+    helper.addOptions()("disk-quota", po::value<long>(), "disk quota", false);
+    standardOptionsParse(helper, argc, argv);
+    std::string const domain = domainOf(helper);
+    std::string const mailname = localPartOf(helper);
+
+    if (isGiven(helper, "disk-quota"))
+        MailnameManager::createMailname(domain, mailname, quotaOf(helper));
+    else
+        MailnameManager::createMailname(domain, mailname);
+    return 0;
+}
+
+int removeMailname(int argc, char** argv)
+{
+    ProgramOptionsHelper helper = commandOptions("--remove-mailname");
+    declareMailname(helper);
+    standardOptionsParse(helper, argc, argv);
+    std::string const domain = domainOf(helper);
+    std::string const mailname = localPartOf(helper);
+
+    if (rm_mails_from_domains(mailname.c_str(), domain.c_str()) == -1)
+        return 1;
+    MailnameManager::removeMailname(domain, mailname, OnRemoval::remove);
+    std::string const address = addressOf(mailname, domain);
+    if (!removeHooks(address))
+        uerr << "WARNING: unable to remove some of mail handlers for " << address << std::endl;
+
+    auto const domainAliases = reportedAliasDomains(domain);
+    if (!domainAliases)
+        return 1;
+    PanelNames panel(nullptr);
+    auto const mailAliases = mailAliasesOf(panel, mailname, domain);
+    if (!mailAliases) {
+        uerr << "ERROR: unable get mail aliases for mailname " << mailname << "@" << domain
+             << std::endl;
+        return 1;
+    }
+    removeHooksOfAliases(mailname, domain, *domainAliases, *mailAliases);
+    return 0;
+}
+
+int renameMailname(int argc, char** argv)
+{
+    ProgramOptionsHelper helper = commandOptions("--rename-mailname");
+    declareDomain(helper);
+    declareText(helper, "old-mailname", "old mailname");
+    declareText(helper, "new-mailname", "new mailname");
+    declareDisabledDomain(helper);
+    standardOptionsParse(helper, argc, argv);
+    std::string const domain = domainOf(helper);
+    std::string const oldName = localPartOf(helper, "old-mailname");
+    std::string const newName = localPartOf(helper, "new-mailname");
+
+    MailnameManager::renameMailname(domain, oldName, newName);
+    char const* password = nullptr;
+    int isEncrypted = 0;
+    get_env_password(&password, &isEncrypted);
+    // Deliberate: without a password the addresses under the alias domains keep the old name.
+    if (password == nullptr || *password == '\0') {
+        if (rm_mname_from_domains(oldName.c_str(), domain.c_str()) == -1)
+            return 1;
+    } else if (int const status = renameAccounts(domain, oldName, newName); status != 0) {
+        return status;
+    }
+
+    std::string const oldAddress = addressOf(oldName, domain);
+    std::string const newAddress = addressOf(newName, domain);
+    if (mass_control_handler_by_mailname(oldAddress.c_str(), newAddress.c_str(), HOOK_MOVE) != 0)
+        uerr << "WARNING: unable to re-assign some of mail handlers from " << oldAddress << " to "
+             << newAddress << std::endl;
+    return 0;
+}
+
+} // namespace orvek::mail::postfix::mailvek_commands

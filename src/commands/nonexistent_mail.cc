@@ -1,0 +1,67 @@
+#include "commands/nonexistent_mail.h"
+
+#include "commands/command_values.h"
+#include "lib/product_log.h"
+#include "postfix/address_records.h"
+#include "postfix/domain_manager.h"
+#include "util/idn.h"
+
+#include <syslog.h>
+
+namespace orvek::mail::postfix::mailvek_commands {
+
+namespace po = boost::program_options;
+
+namespace {
+
+std::string optionalText(ProgramOptionsHelper const& helper, char const* option)
+{
+    return isGiven(helper, option) ? textOf(helper, option) : std::string();
+}
+
+int setAliasBounce(ProgramOptionsHelper const& helper)
+{
+    std::vector<std::string> const aliases = {domainOf(helper, "domain-alias-name")};
+    AtOnce batch;
+    DomainManager::setBounceFor(batch, aliases, optionalText(helper, "phrase"));
+    return 0;
+}
+
+int setAliasCatchall(ProgramOptionsHelper const& helper)
+{
+    std::vector<std::string> const aliases = {domainOf(helper, "domain-alias-name")};
+    std::string const address = idn::emailToAscii(optionalText(helper, "email"));
+    if (address.empty())
+        throw MissingMandatoryOption("email");
+    AtOnce batch;
+    DomainManager::createCatchallFor(batch, aliases, address);
+    return 0;
+}
+
+} // namespace
+
+// Deliberate: the description of --email is that of another option.
+void formNotexistingMailOptions(ProgramOptionsHelper& helper)
+{
+    helper.addOptions()                                               //
+        ("set-catchall", "set a domain catchall address", false)      //
+        ("email", po::value<std::string>(), "domain alias name", false) //
+        ("set-bounce", "set a domain bounce", false)                  //
+        ("phrase", po::value<std::string>(), "phrase", false)         //
+        ("set-reject", "set domain reject flag", false);
+}
+
+int processNotexistingMailnamesOptions(ProgramOptionsHelper const& helper)
+{
+    if (isGiven(helper, "set-bounce"))
+        return setAliasBounce(helper);
+    if (isGiven(helper, "set-catchall"))
+        return setAliasCatchall(helper);
+    if (isGiven(helper, "set-reject"))
+        return 0;
+    orvek_log(LOG_ERR, "Action for notexisting mail names is not specified "
+                       "(--set-bounce/--set-catchall/--set-reject)");
+    return 1;
+}
+
+} // namespace orvek::mail::postfix::mailvek_commands

@@ -1,0 +1,117 @@
+#include "commands/command_values.h"
+#include "commands/handlers.h"
+#include "mail/lib/autoresponder.h"
+#include "mail/lib/handler_mass_control.h"
+#include "mail/lib/mail_authenticate.h"
+#include "mail/lib/mail_database.h"
+#include "postfix/mailname_manager.h"
+#include "postfix/name_lists.h"
+#include "util/uerr.h"
+
+namespace orvek::mail::postfix::mailvek_commands {
+
+namespace {
+
+using ForwardChange = void (*)(std::string const& domain, std::string const& mailname,
+                               std::string const& address);
+
+int changeRedirect(char const* command, ForwardChange change, int argc, char** argv)
+{
+    ProgramOptionsHelper helper = commandOptions(command);
+    declareMailname(helper);
+    declareText(helper, "redirect-email", "redirect email");
+    standardOptionsParse(helper, argc, argv);
+    std::string const domain = domainOf(helper);
+    std::string const address = emailOf(helper, "redirect-email");
+
+    change(domain, textOf(helper, "mailname"), address);
+    return 0;
+}
+
+int controlAutoresponder(char const* command, handler_control_t action, int argc, char** argv)
+{
+    ProgramOptionsHelper helper = commandOptions(command);
+    declareMailname(helper);
+    standardOptionsParse(helper, argc, argv);
+    std::string const mailname = textOf(helper, "mailname");
+    std::string const domain = domainOf(helper);
+
+    return autoresponder_action(mailname.c_str(), domain.c_str(), action);
+}
+
+struct MailAlias
+{
+    std::string domain;
+    std::string mailname;
+    std::string alias;
+};
+
+MailAlias parseMailAlias(char const* command, int argc, char** argv)
+{
+    ProgramOptionsHelper helper = commandOptions(command);
+    declareMailname(helper);
+    declareText(helper, "alias", "alias email");
+    standardOptionsParse(helper, argc, argv);
+    return {domainOf(helper), textOf(helper, "mailname"), textOf(helper, "alias")};
+}
+
+// The account of the mailname for the alias, and that of the alias for each alias domain.
+bool cloneAccounts(MailAlias const& names, std::vector<std::string> const& aliasDomains)
+{
+    if (mailAuthClone(names.mailname.c_str(), names.domain.c_str(), names.alias.c_str(),
+                      names.domain.c_str()) == -1)
+        return false;
+    for (auto const& aliasDomain : aliasDomains)
+        if (mailAuthClone(names.alias.c_str(), names.domain.c_str(), names.alias.c_str(),
+                          aliasDomain.c_str()) == -1)
+            return false;
+    return true;
+}
+
+} // namespace
+
+int addRedirect(int argc, char** argv)
+{
+    return changeRedirect("--add-redirect", MailnameManager::addForward, argc, argv);
+}
+
+int removeRedirect(int argc, char** argv)
+{
+    return changeRedirect("--remove-redirect", MailnameManager::removeForward, argc, argv);
+}
+
+int addAutoresponder(int argc, char** argv)
+{
+    return controlAutoresponder("--set-autoresponder", HOOK_ENABLE, argc, argv);
+}
+
+int removeAutoresponder(int argc, char** argv)
+{
+    return controlAutoresponder("--reset-autoresponder", HOOK_DISABLE, argc, argv);
+}
+
+int addAlias(int argc, char** argv)
+{
+    MailAlias const names = parseMailAlias("--add-alias", argc, argv);
+
+    MailnameManager::createMailAlias(names.domain, names.mailname, names.alias);
+    std::string const mailname = addressOf(names.mailname, names.domain);
+    std::string const alias = addressOf(names.alias, names.domain);
+    if (mass_control_handler_by_mailname(mailname.c_str(), alias.c_str(), HOOK_CLONE) != 0)
+        uerr << "WARNING: unable to set all mail handlers for " << alias << std::endl;
+    auto const aliasDomains = domainAliasesOf(names.domain);
+    return aliasDomains && cloneAccounts(names, *aliasDomains) ? 0 : 1;
+}
+
+int removeAlias(int argc, char** argv)
+{
+    MailAlias const names = parseMailAlias("--remove-alias", argc, argv);
+
+    MailnameManager::removeMailAlias(names.domain, names.mailname, names.alias);
+    std::string const alias = addressOf(names.alias, names.domain);
+    if (mass_control_handler_by_mailname(alias.c_str(), nullptr, HOOK_DELETE) != 0)
+        uerr << "WARNING: unable to properly remove all mail handlers for " << alias << std::endl;
+    return rm_mname_from_domains(names.alias.c_str(), names.domain.c_str()) == -1 ? 1 : 0;
+}
+
+} // namespace orvek::mail::postfix::mailvek_commands

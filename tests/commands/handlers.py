@@ -1,0 +1,106 @@
+"""Verbs and names of the tests of the handler commands."""
+import os
+import pathlib
+
+from mailhost import mailvek, read, tree, write
+
+STORE = "/usr/local/orv/handlers"
+INFO = f"{STORE}/info"
+REFRESHER = "/usr/lib64/orvek-9.0/handlers-tmpfs"
+ONE, TWO, THREE = "one@example.com", "two@example.com", "three@example.com"
+PROGRAM = "/usr/local/orv/handlers/hooks/autoresponder"
+
+
+def options(target=None, name="spam", kind="recipient", hook="before-local"):
+    words = ["--handler-name", name, "--handler-type", kind, "--hook", hook]
+    return words if target is None else [*words, "--handler-type-name", target]
+
+
+def whole(executable=PROGRAM, context="the context", priority="10"):
+    return ["--executable", executable, "--context", context, "--priority", priority]
+
+
+def add(target=None, **more):
+    made_of = {key: more.pop(key) for key in ("executable", "context", "priority") if key in more}
+    return mailvek("--add-handler", *options(target, **more), *whole(**made_of))
+
+
+def update(target=None, executable="", context="", priority="", **more):
+    return mailvek("--update-handler", *options(target, **more), *whole(executable, context, priority))
+
+
+def command(verb, target=None, **more):
+    return mailvek(verb, *options(target, **more))
+
+
+def silent(ended, status=0):
+    assert (ended.status, ended.out, ended.err) == (status, "", ""), ended
+
+
+def says(ended, status, *lines):
+    """Both streams carry the same reports."""
+    text = "".join(f"{line}\n" for line in lines)
+    assert (ended.status, ended.out, ended.err) == (status, text, text), ended
+
+
+def skipped(target, name="spam", kind="recipient", hook="before-local"):
+    return f"Handler {name} for {kind} {target} does not exist in queue {hook}"
+
+
+def names():
+    return sorted(os.listdir(INFO))
+
+
+def parameter(name, file):
+    return read(f"{INFO}/{name}/{file}")
+
+
+def value_of(name):
+    return parameter(name, parameter(name, "handler-type").strip()).strip()
+
+
+def by_value():
+    """Full names by value."""
+    return {value_of(name): name for name in names()}
+
+
+def active():
+    """The values of the handlers that are active: one marker for each name."""
+    markers = [path.name for path in pathlib.Path(STORE).glob("before-*/*/*/*")]
+    markers += [path.name for path in pathlib.Path(STORE).glob("before-*/global/*")]
+    assert len(markers) == len(set(markers))
+    return sorted(value_of(name) for name in markers)
+
+
+def store(**shown):
+    """The store without the programs, with NAME for each name that is given by keyword."""
+    found = {}
+    for path, what in tree(STORE).items():
+        for word, name in shown.items():
+            path = path.replace(name, word)
+        if not path.startswith("hooks"):
+            found[path] = what
+    return found
+
+
+def stuck(name, value=ONE):
+    """Puts a directory in the place of a marker, which so cannot be removed."""
+    marker = f"{STORE}/before-local/recipient/{value}/{name}"
+    os.remove(marker)
+    os.mkdir(marker)
+    return (f"Unable to remove hook '{name}' from directory "
+            f"'{STORE}/before-local/recipient/{value}': Is a directory")
+
+
+def damaged(name="10-spam-broken", without="hook"):
+    """A descriptor by hand that lacks a file."""
+    files = {"hook": "before-local\n", "handler-type": "recipient\n", "recipient": f"{ONE}\n", "context": "c\n"}
+    for file, content in files.items():
+        if file != without:
+            write(f"{INFO}/{name}/{file}", content)
+
+
+def fatal(ended):
+    text = ("Fatal error: orvek::mail::postfix::mailvek_commands::MissingMandatoryOption"
+            '(mandatory option "--handler-type-name" is not specified)\n')
+    assert (ended.status, ended.out, ended.err) == (1, text, text), ended

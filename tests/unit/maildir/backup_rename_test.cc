@@ -1,0 +1,132 @@
+#include "maildir/maildir_manager.h"
+
+#include "support/temp_dir.h"
+
+#include <boost/filesystem/exception.hpp>
+#include <gtest/gtest.h>
+
+#include <cerrno>
+#include <filesystem>
+
+#include <sys/stat.h>
+#include <unistd.h>
+
+using orvek::mail::backupRename;
+using path = boost::filesystem::path;
+
+namespace {
+
+int stats_to_interrupt = 0;
+
+std::string nameOfBackup(std::string const& source)
+{
+    struct stat info = {};
+    EXPECT_EQ(stat(source.c_str(), &info), 0);
+    return source + ".OrvekSaved." + std::to_string(info.st_ino);
+}
+
+} // namespace
+
+extern "C" {
+
+int __real_stat(char const* name, struct stat* info);
+
+int __wrap_stat(char const* name, struct stat* info)
+{
+    if (stats_to_interrupt == 0)
+        return __real_stat(name, info);
+    --stats_to_interrupt;
+    errno = EINTR;
+    return -1;
+}
+
+} // extern "C"
+
+TEST(BackupRename, RenamesTheSourceAfterItsInodeNextToWhereItStood)
+{
+    TempDir const dir;
+    std::filesystem::create_directory(dir / "d");
+    writeFile(dir / "d/letter", "text");
+    std::string const expected = nameOfBackup(dir / "d");
+    path target;
+    EXPECT_TRUE(backupRename(dir / "d", target));
+    EXPECT_EQ(target, expected);
+    EXPECT_FALSE(std::filesystem::exists(dir / "d"));
+    EXPECT_EQ(readFile(expected + "/letter"), "text");
+}
+
+TEST(BackupRename, NamesTheInodeOfWhatALinkLeadsToAndMovesTheLink)
+{
+    TempDir const dir;
+    std::filesystem::create_directory(dir / "d");
+    std::filesystem::create_symlink("d", dir / "link");
+    struct stat info = {};
+    ASSERT_EQ(stat((dir / "d").c_str(), &info), 0);
+    path target;
+    EXPECT_TRUE(backupRename(dir / "link", target));
+    EXPECT_EQ(target, (dir / "link") + ".OrvekSaved." + std::to_string(info.st_ino));
+    EXPECT_TRUE(std::filesystem::is_symlink(target.string()));
+    EXPECT_TRUE(std::filesystem::is_directory(dir / "d"));
+}
+
+TEST(BackupRename, SavesNothingAndEmptiesTheTargetWhenThereIsNoSource)
+{
+    TempDir const dir;
+    path target = "something";
+    EXPECT_TRUE(backupRename(dir / "missing", target));
+    EXPECT_EQ(target, "");
+    EXPECT_TRUE(std::filesystem::is_empty(dir.path()));
+}
+
+TEST(BackupRename, SavesNothingWhenAFileStandsInTheWayToTheSource)
+{
+    TempDir const dir;
+    writeFile(dir / "file", "");
+    path target = "something";
+    EXPECT_TRUE(backupRename(dir / "file/d", target));
+    EXPECT_EQ(target, "");
+}
+
+TEST(BackupRename, LeavesTheTargetAsItWasWhenTheSourceCannotBeLookedAt)
+{
+    TempDir const dir;
+    std::filesystem::create_symlink("loop", dir / "loop");
+    path target = "something";
+    errno = 0;
+    EXPECT_FALSE(backupRename(dir / "loop", target));
+    EXPECT_EQ(errno, ELOOP);
+    EXPECT_EQ(target, "something");
+    EXPECT_TRUE(std::filesystem::is_symlink(dir / "loop"));
+}
+
+TEST(BackupRename, LooksAgainAfterASignal)
+{
+    TempDir const dir;
+    std::filesystem::create_directory(dir / "d");
+    std::string const expected = nameOfBackup(dir / "d");
+    stats_to_interrupt = 3;
+    path target;
+    EXPECT_TRUE(backupRename(dir / "d", target));
+    EXPECT_EQ(stats_to_interrupt, 0);
+    EXPECT_EQ(target, expected);
+}
+
+TEST(BackupRename, RaisesTheLibrarysErrorWhenTheSourceCannotBeRenamed)
+{
+    TempDir const dir;
+    std::filesystem::create_directory(dir / "d");
+    std::string const expected = nameOfBackup(dir / "d");
+    std::filesystem::create_directory(expected);
+    writeFile(expected + "/older", "");
+    path target;
+    try {
+        backupRename(dir / "d", target);
+        ADD_FAILURE() << "nothing was raised";
+    } catch (boost::filesystem::filesystem_error const& e) {
+        EXPECT_EQ(e.code().value(), ENOTEMPTY);
+        EXPECT_EQ(e.path1(), dir / "d");
+        EXPECT_EQ(e.path2(), expected);
+    }
+    EXPECT_TRUE(std::filesystem::exists(dir / "d"));
+    EXPECT_TRUE(std::filesystem::exists(expected + "/older"));
+}
