@@ -44,6 +44,9 @@ TEST_F(PanelNamesOnHost, AreReadOnANewConnectionWhenTheirsIsBroken)
     panel.killConnections();
     addDomain("d.test");
     addMailname("d.test", "joe");
+    panel.spy.before = [this](int) {
+        EXPECT_EQ(panel.spy.open.size(), 1U) << "the broken one is closed first";
+    };
     ASSERT_EQ(panel_names.mailnames("d.test", &list), 0);
     EXPECT_THAT(stringsOf(list), ElementsAre("joe"));
     EXPECT_EQ(panel.spy.connects.size(), 2U);

@@ -1,0 +1,35 @@
+#include "mysql/misc_params.h"
+
+#include "mysql/mysql_error.h"
+#include "util/uerr.h"
+
+namespace orvek::mail::restore {
+
+using namespace orvek::mysql;
+
+std::string getStringMiscParam(std::string const& name, Connection& conn)
+{
+    conn << "SELECT    val  FROM misc    WHERE param='" << Query::value << name.c_str() << "'";
+    Result result = conn << Query::fetch;
+    Result::row_t row;
+    return result.fetch(&row) ? row["val"] : std::string();
+}
+
+std::string getStringMiscParamSafe(std::string const& name, Connection& conn)
+{
+    try {
+        return getStringMiscParam(name, conn);
+    } catch (mError const& e) {
+        // Deliberate: it is of the "Mail Authentication Type", whatever was asked for.
+        uerr << "Warning: MySQL Error on Mail Authentication Type query: " << e.what()
+             << ", ignored" << std::endl;
+        return {};
+    }
+}
+
+bool getBoolMiscParamSafe(std::string const& name, Connection& conn)
+{
+    return getStringMiscParamSafe(name, conn) == "true";
+}
+
+} // namespace orvek::mail::restore
