@@ -31,9 +31,8 @@ protected:
     {
         MainCfTest::SetUp();
         if (!HasFatalFailure())
-            shellRun(
-                "postconf -e mynetworks=192.0.2.0/24,198.51.100.0/24,203.0.113.0/24,10.0.0.0/8 "
-                "smtpd_recipient_restrictions=reject_unknown_client,permit");
+            configure("-e mynetworks=192.0.2.0/24,198.51.100.0/24,203.0.113.0/24,10.0.0.0/8 "
+                      "smtpd_recipient_restrictions=reject_unknown_client,permit");
     }
 
     // Changes main.cf by hand. It is dated back, since postconf waits for one that is new.
