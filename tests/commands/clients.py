@@ -1,9 +1,9 @@
 """Clients of the mail host with addresses of their own, and the name server that they and the
 host ask: what stands for the world outside of a host that has only its loopback."""
 import contextlib
+import smtplib
 import socket
 import struct
-import smtplib
 import threading
 
 import mailhost

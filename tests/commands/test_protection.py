@@ -238,8 +238,8 @@ def protect(*values):
     ("permit_mynetworks,reject_unknown_client_hostname ,, check_client_access  hash:/etc/postfix/x", ["a b,c"],
      "permit_mynetworks, reject_unknown_client_hostname, check_client_access hash:/etc/postfix/x, "
      "reject_rbl_client a, reject_rbl_client b, reject_rbl_client c"),
-    ("reject_rbl_client old, permit_mynetworks, warn_if_reject reject_rbl_client older=127.0.0.2, reject_rhsbl_client x",
-     ["new"], "permit_mynetworks, reject_rhsbl_client x, reject_rbl_client new"),
+    ("reject_rbl_client old, permit_mynetworks, warn_if_reject reject_rbl_client older=127.0.0.2, "
+     "reject_rhsbl_client x", ["new"], "permit_mynetworks, reject_rhsbl_client x, reject_rbl_client new"),
     ("reject_rbl_client old, permit_mynetworks", [], "permit_mynetworks"),
     ("permit_mynetworks, reject_rbl_client old", [" ,"], "permit_mynetworks"),
     ("reject_rbl_client old", [], ""),
@@ -256,8 +256,8 @@ def test_the_restrictions_are_written_even_when_they_are_the_same():
     spy(POSTCONF)
     protect("a.test")
     assert [call.argv[1:] for call in calls()] == [
-        ["reload"], ["-h", "config_directory"], ["-h", RESTRICTIONS], ["-e", f"{RESTRICTIONS}=reject_rbl_client a.test"],
-        ["reload"],
+        ["reload"], ["-h", "config_directory"], ["-h", RESTRICTIONS],
+        ["-e", f"{RESTRICTIONS}=reject_rbl_client a.test"], ["reload"],
     ]
 
 

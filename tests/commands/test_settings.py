@@ -324,7 +324,8 @@ def spf():
 
 
 def test_each_parameter_of_spf_is_a_file(spf):
-    done("--update-spf", "--spf-behavior=3", "--spf-rules=include:a.test ~all", "--spf-guess=v=spf1 a/24", "--spf-exp=See %{i}")
+    done("--update-spf", "--spf-behavior=3", "--spf-rules=include:a.test ~all", "--spf-guess=v=spf1 a/24",
+         "--spf-exp=See %{i}")
     assert spf() == {"spfbehavior": "3", "spfrules": "include:a.test ~all", "spfguess": "v=spf1 a/24",
                      "spfexp": "See %{i}"}
     assert calls() == []
@@ -348,7 +349,7 @@ def test_nothing_given_is_nothing_done(spf):
 
 def test_an_spf_file_that_cannot_be_written_ends_the_command(spf):
     os.mkdir(f"{SPF}/spfrules")
-    saying = (f"Unable to open file {SPF}/spfrules for writing: Is a directory\n")
+    saying = f"Unable to open file {SPF}/spfrules for writing: Is a directory\n"
     ended = mailvek("--update-spf", "--spf-behavior=3", "--spf-rules=r", "--spf-guess=g")
     assert ended.status == 1 and saying in ended.err and ended.out == ended.err, ended
     assert "Unable to update 'spf_rules' parameter\n" in ended.err
