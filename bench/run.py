@@ -13,9 +13,13 @@ measured: a side exits non-zero, or both sides leave something different.
 """
 
 import argparse
+import ctypes
 import fnmatch
-import importlib.util
+import os
+import re
 import resource
+import runpy
+import signal
 import statistics
 import subprocess
 import sys
@@ -88,18 +92,45 @@ def timed(row: Row, command: Command) -> Spent:
     return Spent((wall_end - wall) / row.times, (cpu_end - cpu) / row.times)
 
 
+PTRACE_TRACEME, PTRACE_CONT, PTRACE_SETOPTIONS = 0, 7, 0x4200
+PTRACE_O_TRACEEXIT, PTRACE_EVENT_EXIT = 0x40, 6
+ptrace = ctypes.CDLL(None, use_errno=True).ptrace
+ptrace.argtypes = [ctypes.c_long, ctypes.c_long, ctypes.c_void_p, ctypes.c_void_p]
+
+
+def become_traced(command: Command, stdin: Path) -> None:
+    """In a child. It stops first, so that it cannot end before it is looked at."""
+    try:
+        os.dup2(os.open(stdin, os.O_RDONLY), 0)
+        os.dup2(os.open("/dev/null", os.O_WRONLY), 1)
+        ptrace(PTRACE_TRACEME, 0, None, None)
+        os.kill(os.getpid(), signal.SIGSTOP)
+        os.execv(str(command[0]), [str(word) for word in command])
+    finally:
+        os._exit(127)
+
+
 def peak_memory(row: Row) -> float:
-    """In MiB. VmHWM never falls, so the last look before the end has the peak."""
+    """In MiB: VmHWM when the program ends. The resource usage of a child is no measure of it:
+    it begins at that of this process, and takes in the programs that the child has started."""
     row.before()
-    process = start(row.ours, row.stdin)
-    peak = 0
-    while process.poll() is None:
-        for line in Path(f"/proc/{process.pid}/status").read_text().splitlines():
-            if line.startswith("VmHWM:"):
-                peak = int(line.split()[1])
-        time.sleep(0.0005)
-    require_success(row.ours, process.returncode)
-    return peak / 1024
+    pid = os.fork()
+    if pid == 0:
+        become_traced(row.ours, row.stdin)
+    peak = 0.0
+    _, status = os.waitpid(pid, 0)
+    ptrace(PTRACE_SETOPTIONS, pid, None, PTRACE_O_TRACEEXIT)
+    passed_on = 0
+    while os.WIFSTOPPED(status):
+        if status >> 16 == PTRACE_EVENT_EXIT:
+            text = Path(f"/proc/{pid}/status").read_text()
+            peak = int(re.search(r"^VmHWM:\s*(\d+) kB", text, re.M)[1]) / 1024
+        ptrace(PTRACE_CONT, pid, None, passed_on)
+        _, status = os.waitpid(pid, 0)
+        stopped_by = os.WSTOPSIG(status) if os.WIFSTOPPED(status) else 0
+        passed_on = 0 if stopped_by == signal.SIGTRAP else stopped_by
+    require_success(row.ours, os.waitstatus_to_exitcode(status))
+    return peak
 
 
 def compare_results(row: Row) -> None:
@@ -151,10 +182,7 @@ def line(name: str, row: Row, ours: list[Spent], other: list[Spent], memory: flo
 
 def load(path: Path) -> Callable[[Bench], Row]:
     sys.path.insert(0, str(path.parent))  # for what rows of a layer share, in _<name>.py
-    spec = importlib.util.spec_from_file_location(f"bench_row_{path.stem}", path)
-    module = importlib.util.module_from_spec(spec)
-    spec.loader.exec_module(module)
-    return module.row
+    return runpy.run_path(str(path))["row"]
 
 
 def chosen(patterns: list[str]) -> list[Path]:
@@ -169,8 +197,8 @@ def run(path: Path, programs: Path, rounds: int) -> bool:
             row = load(path)(Bench(Path(directory), programs))
             print(line(path.stem, row, *measure(row, rounds)), flush=True)
             return True
-        except (NotMeasured, OSError, subprocess.CalledProcessError) as e:
-            print(f"{path.stem}: not measured: {e}", flush=True)
+        except Exception as e:  # whatever a row does, the others are measured
+            print(f"{path.stem}: not measured: {type(e).__name__}: {e}", flush=True)
             return False
 
 

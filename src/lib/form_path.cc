@@ -7,11 +7,8 @@
 
 namespace {
 
-__attribute__((format(printf, 3, 0))) bool vform(char* path, std::size_t size, char const* fmt,
-                                                 va_list args)
+bool fits(int length, std::size_t size)
 {
-    ErrnoKeeper const keeper;
-    int const length = vsnprintf(path, size, fmt, args);
     return length >= 0 && static_cast<std::size_t>(length) < size;
 }
 
@@ -19,18 +16,20 @@ __attribute__((format(printf, 3, 0))) bool vform(char* path, std::size_t size, c
 
 bool form_path(char (&path)[path_size], char const* fmt, ...)
 {
+    ErrnoKeeper const keeper;
     va_list args;
     va_start(args, fmt);
-    bool const fitted = vform(path, path_size, fmt, args);
+    int const length = vsnprintf(path, path_size, fmt, args);
     va_end(args);
-    return fitted;
+    return fits(length, path_size);
 }
 
 bool form_path_in(char* path, std::size_t size, char const* fmt, ...)
 {
+    ErrnoKeeper const keeper;
     va_list args;
     va_start(args, fmt);
-    bool const fitted = vform(path, size, fmt, args);
+    int const length = vsnprintf(path, size, fmt, args);
     va_end(args);
-    return fitted;
+    return fits(length, size);
 }

@@ -9,8 +9,10 @@
 #include "lib/string.h"
 #include "lib/strlcpy.h"
 
+#include <cerrno>
 #include <cstdio>
 #include <cstdlib>
+#include <cstring>
 
 int get_dom_status(char const* dom_id, unsigned int* status, MYSQL* my)
 {
@@ -162,5 +164,10 @@ long get_free_id(char const* database, MYSQL* my)
     if (!panel.run_format("SELECT max(id) FROM %s", database))
         return failure(0, "Unable to define max id: %s", panel.error());
     char const* const highest = panel.first_value();
-    return highest ? strtol(highest, nullptr, 10) + 1 : 1;
+    long id = highest ? strtol(highest, nullptr, 10) : 0;
+    if (__builtin_add_overflow(id, 1, &id)) {
+        errno = ERANGE;
+        return failure(0, "Unable to define max id: %s", strerror(ERANGE));
+    }
+    return id;
 }

@@ -38,7 +38,8 @@ char const* get_dns_zone_id(char const* dom_id, MYSQL* my);
 // failure.
 char const* get_dom_id_by_alias(char const* alias_name, MYSQL* my);
 
-// The highest id in a table plus one: 1 for an empty table, 0 after a failure.
+// The highest id in a table plus one: 1 for an empty table, 0 after a failure,
+// which a highest id that a long cannot count beyond is as well.
 long get_free_id(char const* database, MYSQL* my);
 
 #endif

@@ -38,6 +38,7 @@ char const* PanelQuery::error() const
 
 char const* PanelQuery::first_value(unsigned int column)
 {
+    mysql_data_seek(result.get(), 0);
     char const* const* const row = mysql_fetch_row(result.get());
     return row && column < mysql_num_fields(result.get()) ? row[column] : nullptr;
 }

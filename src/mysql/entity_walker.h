@@ -13,7 +13,8 @@
 // What is being done is told on std::clog, a line a step, when ORVEK_INSTALLER_DEBUG is in the
 // environment and not "0". The failure of a callback is told there too, and there alone.
 //
-// Domains are in UTF-8, quotas and sizes in bytes, times in minutes.
+// Domains are in UTF-8, but their aliases as the panel keeps them, in ASCII; quotas and sizes in
+// bytes, times in minutes.
 
 #ifndef MAILVEK_MYSQL_ENTITY_WALKER_H
 #define MAILVEK_MYSQL_ENTITY_WALKER_H

@@ -19,7 +19,7 @@ namespace orvek::mail::postfix {
 
 namespace {
 
-// What sendfile moves at most in one call.
+// What the kernel moves at most in one call.
 constexpr size_t copy_block = 0x7ffff000;
 
 [[noreturn]] void raise(std::string const& path)
@@ -52,11 +52,17 @@ struct stat statOf(int fd, std::string const& path)
     return info;
 }
 
+// The file system may let both files share the blocks; the one that cannot is made to copy.
+ssize_t copyBlock(int from, int to)
+{
+    ssize_t const shared = copy_file_range(from, nullptr, to, nullptr, copy_block, 0);
+    return shared > 0 ? shared : sendfile(to, from, nullptr, copy_block);
+}
+
 void copyContent(int from, int to, off_t size, std::string const& path)
 {
     for (off_t left = size; left > 0;) {
-        ssize_t const moved =
-            retryOnSignal([&] { return sendfile(to, from, nullptr, copy_block); });
+        ssize_t const moved = retryOnSignal([=] { return copyBlock(from, to); });
         if (moved < 0)
             raise(path);
         if (moved == 0)

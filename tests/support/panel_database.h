@@ -1,9 +1,10 @@
 // panel_database - the panel's real database in the throw-away mail host, for unit suites
 //
 // A fixture holds a PanelDatabase and calls start from its SetUp, once HostTest has let it pass,
-// and restore from its TearDown: that empties the tables, starts the server if it was stopped,
-// puts the password file back, and fails the test when a connection or a result was left open.
-// Statements of sql run as the server's root, unseen by the spy.
+// and restore from its TearDown, whatever has become of the test: that empties the tables, starts
+// the server if it was stopped, puts the password file back, and fails the test when a connection
+// or a result was left open. Statements of sql run as the server's root, unseen by the spy. Before
+// start both do nothing, so that a test which was not let pass touches no server.
 
 #ifndef MAILVEK_TESTS_SUPPORT_PANEL_DATABASE_H
 #define MAILVEK_TESTS_SUPPORT_PANEL_DATABASE_H
@@ -32,14 +33,20 @@ class PanelDatabase
 public:
     void start()
     {
+        started = true;
         service("start");
         spy.forget();
     }
 
     void restore()
     {
+        if (!started)
+            return;
         EXPECT_TRUE(spy.open.empty()) << "a connection was left open";
         EXPECT_TRUE(spy.results.empty()) << "a result was left unfreed";
+        // What one test has lost is no failure of the next.
+        spy.open.clear();
+        spy.results.clear();
         spy.forget();
         service("start");
         unlink(panel_password_file);
@@ -60,6 +67,8 @@ public:
     // "error: " and the server's text.
     std::vector<std::string> sql(std::string const& statement)
     {
+        if (!started)
+            return {"error: not started"};
         MysqlSpy::Inside const unseen(spy);
         std::vector<std::string> rows;
         MYSQL* const my = mysql_init(nullptr);
@@ -108,6 +117,8 @@ private:
         mysql_free_result(result);
         return rows;
     }
+
+    bool started = false;
 };
 
 // The panel's database without one of its tables, which is back with all rows at the end.

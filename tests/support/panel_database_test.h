@@ -15,11 +15,7 @@ protected:
         if (!HasFatalFailure())
             panel.start();
     }
-    void TearDown() override
-    {
-        if (!HasFatalFailure())
-            panel.restore();
-    }
+    void TearDown() override { panel.restore(); }
 
     PanelDatabase panel;
     MysqlSpy& spy = panel.spy;

@@ -29,8 +29,6 @@ protected:
 
     void TearDown() override
     {
-        if (HasFatalFailure())
-            return;
         panel.restore();
         AuthDatabaseTest::TearDown();
     }

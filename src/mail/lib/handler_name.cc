@@ -69,5 +69,7 @@ int handlers_compare(char const* a, char const* b)
 
 void handlers_sort(char const** names, std::size_t count)
 {
-    qsort(names, count, sizeof *names, compare_entries);
+    // An empty list may be null, which qsort may not be given.
+    if (count > 0)
+        qsort(names, count, sizeof *names, compare_entries);
 }

@@ -27,7 +27,7 @@ struct HandlerNameParts
 // memory, which is reported, all names are level.
 int handlers_compare(char const* a, char const* b);
 
-// Sorts count names into that order.
+// Sorts count names into that order; names may be null when there are none.
 void handlers_sort(char const** names, std::size_t count);
 
 #endif

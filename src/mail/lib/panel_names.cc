@@ -20,6 +20,13 @@ MysqlResult result_of(MYSQL* my, char const* query)
     return MysqlResult(mysql_store_result(my));
 }
 
+// The same on a connection that may be broken, whose failure is not the statement's yet.
+MysqlResult tried_on(MYSQL* my, char const* query)
+{
+    ErrnoKeeper const keeper;
+    return result_of(my, query);
+}
+
 int collect(MYSQL* my, MYSQL_RES* result, StringArray* names)
 {
     StringArrayBuilder array;
@@ -34,10 +41,11 @@ int collect(MYSQL* my, MYSQL_RES* result, StringArray* names)
 
 MysqlResult PanelNames::run(char const* query)
 {
-    bool const kept = own != nullptr;
     MysqlResult result;
-    if (given || kept)
-        result = result_of(given ? given : own.get(), query);
+    if (given)
+        result = result_of(given, query);
+    else if (own)
+        result = tried_on(own.get(), query);
     if (!result && !given) {
         own.reset();
         own.reset(db_connect());

@@ -3,79 +3,30 @@
 #include "support/child_run.h"
 #include "support/fd_census.h"
 #include "support/ordinary_user.h"
-#include "support/panel_database_test.h"
 #include "support/report.h"
+#include "unit/lib/dbconnect_test.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <cerrno>
-#include <cstdio>
-#include <cstring>
 #include <filesystem>
-#include <functional>
 #include <string>
 
 #include <unistd.h>
 
-using ::testing::ElementsAre;
 using ::testing::ElementsAreArray;
 using ::testing::IsEmpty;
 using ::testing::StartsWith;
 
 namespace {
 
-constexpr char version_query[] = "SHOW VARIABLES LIKE 'version'";
-constexpr char compatible_query[] = "SELECT val FROM misc WHERE param='mysql41_compatible'";
 constexpr char password_refused[] =
     "Unable to connect to Orvek Database: Access denied for user 'admin'@'localhost' ";
 constexpr char no_server[] = "Unable to connect to Orvek Database: Can't connect to local server "
                              "through socket '/run/mysqld/mysqld.sock' (2)";
 
-class DbConnectOnHost : public PanelDatabaseTest
-{
-protected:
-    using Way = MYSQL* (*)(char*, size_t);
-
-    // Connects, and closes what came of it; whether there was a handle.
-    bool connects(Way way = orvek_db_connect)
-    {
-        OpenMysql const my(way(message, sizeof message));
-        return my != nullptr;
-    }
-
-    // The connection is given up, whoever makes it, with the text.
-    void expectRefusal(std::string const& text)
-    {
-        for (Way const way : {orvek_db_connect_raw_ex, orvek_db_connect_raw, orvek_db_connect_ex,
-                              orvek_db_connect, db_connect_nothrow}) {
-            EXPECT_FALSE(connects(way));
-            EXPECT_STREQ(message, text.c_str());
-        }
-    }
-
-    // A connection with one statement replaced: the handle that stays open gives a true result.
-    bool connectsWith(std::string const& statement, std::string const& other,
-                      Way way = orvek_db_connect)
-    {
-        spy.forget();
-        spy.replace(statement, other);
-        return connects(way);
-    }
-
-    std::vector<std::string> characterSetFor(std::string const& value)
-    {
-        spy.forget();
-        panel.sql("REPLACE INTO misc VALUES ('mysql41_compatible', " + value + ")");
-        EXPECT_TRUE(connects());
-        EXPECT_EQ(spy.statements.size(), 4U);
-        return {spy.statements.back(), std::to_string(_mysql41_compatible)};
-    }
-
-    char message[4097] = "what was here before";
-};
-
-using GetAdminPasswordOnHost = DbConnectOnHost;
+using DbConnectOnHost = DbConnectTest;
 
 } // namespace
 
@@ -282,130 +233,6 @@ TEST_F(DbConnectOnHost, ReportsNothingOnSuccess)
     EXPECT_EQ(run.err + run.out, "");
 }
 
-TEST_F(DbConnectOnHost, DoesNotMindAServerThatRefusesToLetForeignKeysBe)
-{
-    EXPECT_TRUE(connectsWith("set foreign_key_checks=0", "nonsense"));
-    EXPECT_STREQ(message, "");
-    EXPECT_EQ(spy.statements.size(), 4U);
-}
-
-TEST_F(DbConnectOnHost, AsksNoCharacterSetOfAServerThatHasNone)
-{
-    for (char const* const version : {"3.23.58", "3.", "4.0.27-standard", "4.0."}) {
-        _mysql41_compatible = 1;
-        EXPECT_TRUE(
-            connectsWith(version_query, std::string("SELECT 'version', '") + version + "'"));
-        EXPECT_STREQ(message, "");
-        EXPECT_THAT(spy.statements, ElementsAre("set foreign_key_checks=0", version_query));
-        EXPECT_EQ(_mysql41_compatible, 0);
-    }
-}
-
-TEST_F(DbConnectOnHost, AsksACharacterSetOfEveryOtherServer)
-{
-    for (char const* const version : {"4.1.22", "4.0", "4.10.1", "30.1", "5.7.1", "", "x3.1"}) {
-        EXPECT_TRUE(
-            connectsWith(version_query, std::string("SELECT 'version', '") + version + "'"));
-        EXPECT_THAT(spy.statements, ElementsAreArray(panel_set_up)) << version;
-    }
-}
-
-TEST_F(DbConnectOnHost, SpeaksBinaryUnlessThePanelSaysThatItIsCompatible)
-{
-    EXPECT_TRUE(connects());
-    EXPECT_EQ(spy.statements.back(), "SET NAMES binary");
-    EXPECT_EQ(_mysql41_compatible, 0);
-    for (char const* const value : {"'false'", "''", "NULL"})
-        EXPECT_THAT(characterSetFor(value), ElementsAre("SET NAMES binary", "0")) << value;
-}
-
-TEST_F(DbConnectOnHost, SpeaksUtf8ForAnyTextButFalse)
-{
-    for (char const* const value :
-         {"'true'", "'yes'", "'0'", "' '", "'False'", "'falsey'", "'fals'"})
-        EXPECT_THAT(characterSetFor(value), ElementsAre("SET NAMES utf8", "1")) << value;
-}
-
-TEST_F(DbConnectOnHost, KnowsTheCompatibilityOfTheLastConnection)
-{
-    characterSetFor("'true'");
-    EXPECT_EQ(db_is_mysql41_compatible(), 1);
-    EXPECT_EQ(orvek_db_mysql41_compatible_raw(), 1);
-    characterSetFor("'false'");
-    EXPECT_EQ(db_is_mysql41_compatible(), 0);
-    EXPECT_EQ(orvek_db_mysql41_compatible_raw(), 0);
-}
-
-TEST_F(DbConnectOnHost, TakesACompatibilityThatCannotBeStoredForNone)
-{
-    panel.sql("INSERT INTO misc VALUES ('mysql41_compatible', 'true')");
-    spy.fault("store_result", 2);
-    EXPECT_TRUE(connects());
-    EXPECT_EQ(spy.statements.back(), "SET NAMES binary");
-    EXPECT_EQ(_mysql41_compatible, 0);
-    EXPECT_STREQ(message, "");
-}
-
-TEST_F(DbConnectOnHost, EndsTheSetUpAtTheStepThatFails)
-{
-    struct Row
-    {
-        char const* statement;
-        size_t done;
-        char const* step;
-    };
-    for (Row const& row : {Row{version_query, 2, "query version"},
-                           Row{compatible_query, 3, "mysql41 compatible query"},
-                           Row{"SET NAMES binary", 4, "set names query"}}) {
-        std::string const text =
-            std::string("DB error (") + row.step + ") 1146: Table 'orv.gone' doesn't exist";
-        for (Way const way : {orvek_db_connect, db_connect_nothrow}) {
-            EXPECT_FALSE(connectsWith(row.statement, "SELECT * FROM gone", way));
-            EXPECT_EQ(message, text);
-            EXPECT_EQ(spy.statements.size(), row.done);
-        }
-        spy.forget();
-        spy.replace(row.statement, "SELECT * FROM gone");
-        OpenMysql const my(orvek_db_connect_ex(message, sizeof message));
-        ASSERT_TRUE(my) << "the handle comes as it stands";
-        EXPECT_EQ(mysql_errno(my.get()), 1146U);
-        EXPECT_EQ(message, text);
-    }
-}
-
-TEST_F(DbConnectOnHost, KeepsAConnectionWhoseStepFailedWithoutAnErrorOfTheServers)
-{
-    EXPECT_TRUE(connectsWith(version_query, "SELECT 1 FROM misc WHERE 1=0", db_connect_nothrow));
-    EXPECT_STREQ(message, "DB error (fetch version row): unknown error");
-    EXPECT_TRUE(connectsWith(version_query, "SELECT 'version', NULL"));
-    EXPECT_STREQ(message, "DB error (empty version result): unknown error");
-    EXPECT_TRUE(connectsWith(version_query, "SELECT 'version'"));
-    EXPECT_STREQ(message, "DB error (empty version result): unknown error");
-    EXPECT_TRUE(connectsWith(version_query, "SET @x = 1"));
-    EXPECT_STREQ(message, "DB error (store query result): unknown error");
-    EXPECT_EQ(spy.statements.size(), 2U);
-}
-
-TEST_F(DbConnectOnHost, KeepsTheCompatibilityWhenTheSetUpDoesNotGetThatFar)
-{
-    _mysql41_compatible = 1;
-    EXPECT_FALSE(connectsWith(version_query, "SELECT * FROM gone"));
-    EXPECT_EQ(_mysql41_compatible, 1);
-}
-
-TEST_F(DbConnectOnHost, LosesAConnectionThatIsKilledDuringTheSetUp)
-{
-    for (int const statement : {2, 3, 4}) {
-        spy.forget();
-        spy.before = [=, this](int number) {
-            if (number == statement)
-                panel.killConnections();
-        };
-        EXPECT_FALSE(connects()) << statement;
-        EXPECT_THAT(message, ::testing::HasSubstr(") 2006: ")) << message;
-    }
-}
-
 TEST_F(DbConnectOnHost, KeepsErrnoWhenItLetsGoOfAConnection)
 {
     OpenMysql my(db_connect());
@@ -413,55 +240,4 @@ TEST_F(DbConnectOnHost, KeepsErrnoWhenItLetsGoOfAConnection)
     errno = ENOSPC;
     my.reset();
     EXPECT_EQ(errno, ENOSPC);
-}
-
-TEST_F(GetAdminPasswordOnHost, CutsOneTrailingLineFeed)
-{
-    EXPECT_STREQ(get_admin_password(), "panel-secret");
-    PanelDatabase::writePassword("panel-secret");
-    EXPECT_STREQ(get_admin_password(), "panel-secret");
-    PanelDatabase::writePassword("panel-secret\n\n");
-    EXPECT_STREQ(get_admin_password(), "panel-secret\n");
-    PanelDatabase::writePassword("two\nlines\n");
-    EXPECT_STREQ(get_admin_password(), "two\nlines");
-}
-
-TEST_F(GetAdminPasswordOnHost, GivesAnEmptyTextForAnEmptyFile)
-{
-    PanelDatabase::writePassword("");
-    EXPECT_STREQ(get_admin_password(), "");
-}
-
-TEST_F(GetAdminPasswordOnHost, HoldsAPasswordThatAConnectionWouldCut)
-{
-    std::string const password(150, 'p');
-    PanelDatabase::writePassword(password + "\n");
-    EXPECT_EQ(get_admin_password(), password);
-}
-
-TEST_F(GetAdminPasswordOnHost, ReadsNoMoreThan4096Bytes)
-{
-    PanelDatabase::writePassword(std::string(5000, 'p'));
-    EXPECT_EQ(get_admin_password(), std::string(4096, 'p'));
-    PanelDatabase::writePassword("x\n");
-    EXPECT_STREQ(get_admin_password(), "x");
-}
-
-TEST_F(GetAdminPasswordOnHost, EndsTheProcessWithoutAPasswordFile)
-{
-    unlink(panel_password_file);
-    auto const run = inChild([] { return *get_admin_password(); });
-    EXPECT_EQ(run.status, 1);
-    EXPECT_EQ(run.err, withErrno("Unable to open admin password file", ENOENT));
-    EXPECT_EQ(run.out, run.err);
-}
-
-TEST_F(GetAdminPasswordOnHost, EndsTheProcessWhenItCannotRead)
-{
-    unlink(panel_password_file);
-    std::filesystem::create_directory(panel_password_file);
-    auto const run = inChild([] { return *get_admin_password(); });
-    std::filesystem::remove(panel_password_file);
-    EXPECT_EQ(run.status, 1);
-    EXPECT_EQ(run.err, withErrno("Unable to read admin password file", EISDIR));
 }

@@ -79,8 +79,16 @@ TEST_F(PanelQueryOnHost, HasNoValueForNullAndForAColumnThatThereIsNot)
     PanelQuery query(nullptr);
     ASSERT_TRUE(query.run("SELECT NULL, 'b'"));
     EXPECT_EQ(query.first_value(0), nullptr);
-    ASSERT_TRUE(query.run("SELECT NULL, 'b'"));
     EXPECT_EQ(query.first_value(2), nullptr);
+}
+
+TEST_F(PanelQueryOnHost, HasTheValuesOfTheFirstRowAtEachCall)
+{
+    PanelQuery query(nullptr);
+    ASSERT_TRUE(query.run("SELECT 'a', 'b' UNION ALL SELECT 'c', 'd'"));
+    EXPECT_STREQ(query.first_value(1), "b");
+    EXPECT_STREQ(query.first_value(0), "a");
+    EXPECT_STREQ(query.first_value(0), "a");
 }
 
 TEST_F(PanelQueryOnHost, CopiesAValueAndCutsIt)

@@ -21,6 +21,19 @@ using std::filesystem::exists;
 
 namespace {
 
+int sharing_refused = 0; // with this errno; 0 lets it be
+int sendfile_refused = 0;
+
+// What a wrapped call of the system answers.
+template<class Real>
+ssize_t unlessRefused(int refused, Real const& real)
+{
+    if (refused == 0)
+        return real();
+    errno = refused;
+    return -1;
+}
+
 class IndexedFile : public ::testing::Test
 {
 protected:
@@ -29,7 +42,11 @@ protected:
         writeFile(path, "content");
         chmod(path.c_str(), 0640);
     }
-    ~IndexedFile() override { EXPECT_EQ(openDescriptors(), descriptors); }
+    ~IndexedFile() override
+    {
+        sharing_refused = sendfile_refused = 0;
+        EXPECT_EQ(openDescriptors(), descriptors);
+    }
 
     std::set<int> const descriptors = openDescriptors();
     TempDir const dir;
@@ -38,6 +55,23 @@ protected:
 };
 
 } // namespace
+
+extern "C" {
+ssize_t __real_copy_file_range(int, off_t*, int, off_t*, size_t, unsigned);
+ssize_t __real_sendfile(int, int, off_t*, size_t);
+
+ssize_t __wrap_copy_file_range(int from, off_t* at, int to, off_t* toAt, size_t size,
+                               unsigned flags)
+{
+    return unlessRefused(sharing_refused,
+                         [=] { return __real_copy_file_range(from, at, to, toAt, size, flags); });
+}
+
+ssize_t __wrap_sendfile(int to, int from, off_t* at, size_t size)
+{
+    return unlessRefused(sendfile_refused, [=] { return __real_sendfile(to, from, at, size); });
+}
+}
 
 TEST_F(IndexedFile, IsBesideTheTextSourceForTypesThatAreRebuiltInPlace)
 {
@@ -127,5 +161,30 @@ TEST_F(IndexedFile, RaisesWhatKeepsItFromBeingCopied)
 {
     mkdir(saved.c_str(), 0700);
     EXPECT_THROW(IndexedFileCopy copy(path), orvek::SystemError);
+    EXPECT_EQ(readFile(path), "content");
+}
+
+TEST_F(IndexedFile, IsCopiedWithItsBlocksSharedOrByTheKernelAlone)
+{
+    int const refusals[][2] = {{0, EIO}, {EXDEV, 0}, {ENOSYS, 0}};
+    for (auto const [sharing, sending] : refusals) {
+        sharing_refused = sharing;
+        sendfile_refused = sending;
+        IndexedFileCopy copy(path);
+        EXPECT_EQ(readFile(saved), "content");
+    }
+}
+
+TEST_F(IndexedFile, LeavesNoHalfCopyWhenItCannotBeCopied)
+{
+    sharing_refused = EXDEV;
+    sendfile_refused = ENOSPC;
+    try {
+        IndexedFileCopy const copy(path);
+        ADD_FAILURE() << "nothing was raised";
+    } catch (orvek::SystemError const& e) {
+        EXPECT_EQ(e.what(), path + ".saved: No space left on device");
+    }
+    EXPECT_FALSE(exists(saved));
     EXPECT_EQ(readFile(path), "content");
 }

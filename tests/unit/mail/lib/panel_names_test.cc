@@ -6,6 +6,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <cerrno>
 #include <string>
 #include <vector>
 
@@ -51,6 +52,18 @@ TEST_F(PanelNamesOnHost, AreReadOnANewConnectionWhenTheirsIsBroken)
     EXPECT_THAT(stringsOf(list), ElementsAre("joe"));
     EXPECT_EQ(panel.spy.connects.size(), 2U);
     EXPECT_THAT(texts(), IsEmpty());
+}
+
+TEST_F(PanelNamesOnHost, LeaveErrnoAloneOnANewConnection)
+{
+    PanelNames panel_names(nullptr);
+    StringArray list;
+    ASSERT_EQ(panel_names.mailnames("d.test", &list), 0);
+    panel.killConnections();
+    errno = ENOSPC;
+    EXPECT_EQ(panel_names.mailnames("d.test", &list), 0);
+    EXPECT_EQ(errno, ENOSPC) << "the broken one's failure has been mended";
+    EXPECT_EQ(panel.spy.connects.size(), 2U);
 }
 
 TEST_F(PanelNamesOnHost, ReportAConnectionThatBrokeAsOneThatCouldNotBeMade)
