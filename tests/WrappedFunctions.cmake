@@ -116,7 +116,8 @@ set(MAILVEK_WRAPPED_layer_maildir
 
 set(MAILVEK_WRAPPED_layer_postfix
   copy_file_range
-  sendfile)
+  sendfile
+  sleep)
 
 set(MAILVEK_WRAPPED_layer_commands
   _ZN5orvek4mail7postfix16mailvek_commands13printFeaturesEiPPc # printFeatures

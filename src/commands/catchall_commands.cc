@@ -12,11 +12,7 @@ namespace {
 // without a catch-all.
 int dropCatchall(char const* command, int argc, char** argv)
 {
-    ProgramOptionsHelper helper = commandOptions(command);
-    declareDomain(helper);
-    standardOptionsParse(helper, argc, argv);
-
-    DomainManager::removeCatchall(domainOf(helper));
+    DomainManager::removeCatchall(parseDomain(command, argc, argv));
     return 0;
 }
 

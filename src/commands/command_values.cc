@@ -33,7 +33,16 @@ void declareMailname(ProgramOptionsHelper& helper)
 // Deliberate: the description says that it is unused, whatever a command does with it.
 void declareDisabledDomain(ProgramOptionsHelper& helper)
 {
-    helper.addOptions()("mail-domain-disabled,D", "the domain is disabled (currently unused)", false);
+    helper.addOptions()("mail-domain-disabled,D", "the domain is disabled (currently unused)",
+                        false);
+}
+
+std::string parseDomain(char const* command, int argc, char** argv)
+{
+    ProgramOptionsHelper helper = commandOptions(command);
+    declareDomain(helper);
+    standardOptionsParse(helper, argc, argv);
+    return domainOf(helper);
 }
 
 bool isGiven(ProgramOptionsHelper const& helper, char const* option)

@@ -26,6 +26,9 @@ void declareMailname(ProgramOptionsHelper& helper);
 // --mail-domain-disabled and its short form.
 void declareDisabledDomain(ProgramOptionsHelper& helper);
 
+// Declares and parses the one option of a command that only names a domain.
+std::string parseDomain(char const* command, int argc, char** argv);
+
 bool isGiven(ProgramOptionsHelper const& helper, char const* option);
 std::string textOf(ProgramOptionsHelper const& helper, char const* option);
 std::string domainOf(ProgramOptionsHelper const& helper, char const* option = "domain-name");

@@ -1,28 +1,15 @@
 #include "commands/command_values.h"
 #include "commands/handlers.h"
-#include "maildir/maildirpp_manager.h"
 #include "mail/lib/handler_mass_control.h"
 #include "mail/lib/mail_authenticate.h"
 #include "mail/lib/mail_database.h"
+#include "maildir/maildirpp_manager.h"
 #include "postfix/domain_manager.h"
 #include "util/uerr.h"
 
 namespace orvek::mail::postfix::mailvek_commands {
 
 namespace po = boost::program_options;
-
-namespace {
-
-// The one option of a command that only names a domain.
-std::string parseDomain(char const* command, int argc, char** argv)
-{
-    ProgramOptionsHelper helper = commandOptions(command);
-    declareDomain(helper);
-    standardOptionsParse(helper, argc, argv);
-    return domainOf(helper);
-}
-
-} // namespace
 
 int addDomain(int argc, char** argv)
 {

@@ -23,11 +23,9 @@ int setDomainKey(int argc, char** argv)
 
 int removeDomainKey(int argc, char** argv)
 {
-    ProgramOptionsHelper helper = commandOptions("--remove-domain-key");
-    declareDomain(helper);
-    standardOptionsParse(helper, argc, argv);
+    std::string const domains = parseDomain("--remove-domain-key", argc, argv);
 
-    return remove_domain_key(domainOf(helper).c_str()) == -1 ? 1 : 0;
+    return remove_domain_key(domains.c_str()) == -1 ? 1 : 0;
 }
 
 } // namespace orvek::mail::postfix::mailvek_commands

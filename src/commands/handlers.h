@@ -56,6 +56,18 @@ int listAttachments(int argc, char** argv);
 int addAttachment(int argc, char** argv);
 int removeAttachment(int argc, char** argv);
 
+int setMailParams(int argc, char** argv);
+int updateSPF(int argc, char** argv);
+int setMaxLetterSize(int argc, char** argv);
+int getMaxLetterSize(int argc, char** argv);
+int getMailboxLimit(int argc, char** argv);
+int setAccountsFormat(int argc, char** argv);
+int addWhiteList(int argc, char** argv);
+int removeWhiteList(int argc, char** argv);
+int addBadMailFrom(int argc, char** argv);
+int removeBadMailFrom(int argc, char** argv);
+int setMapsProtection(int argc, char** argv);
+
 } // namespace orvek::mail::postfix::mailvek_commands
 
 #endif

@@ -40,6 +40,20 @@ void requireRemoval(int status, std::string const& diagnostics)
         throw PostfixDatabaseError(diagnostics);
 }
 
+// Whether the map has the key with a value that is not the record's.
+bool hasOther(std::string const& map, std::pair<std::string, std::string> const& record)
+{
+    std::string diagnostics;
+    std::string value;
+    Pipe pipe = postmap({"-q", record.first, map}, diagnostics);
+    pipe.stdinMode = process::DevNull;
+    pipe.stdoutMode = process::Capture;
+    pipe.stdoutReceiver = process::makeStringReceiver(value);
+    int const status = pipe.run();
+    requireRemoval(status, diagnostics);
+    return !hasFailed(status) && value != record.second + '\n';
+}
+
 // The text source of a map, which raises when it cannot be written.
 class TextFile : public AutocleanOFStream
 {
@@ -116,6 +130,14 @@ void DatabaseHelper::removeRecord(std::string const& map, std::string const& key
     Pipe pipe = postmap({"-d", key, map}, diagnostics);
     pipe.stdinMode = process::DevNull;
     requireRemoval(pipe.run(), diagnostics);
+}
+
+// postmap removes by the key alone, so a record with another value must not come before it.
+void DatabaseHelper::removeRecord(std::string const& map,
+                                  std::pair<std::string, std::string> const& record)
+{
+    if (!hasOther(map, record))
+        removeRecord(map, record.first);
 }
 
 void DatabaseHelper::appendText(std::vector<char>& text, std::string const& part)

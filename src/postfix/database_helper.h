@@ -46,6 +46,11 @@ public:
 
     static void removeRecord(std::string const& map, std::string const& key);
 
+    // Of a pair of key and value: a record of the key with another value stays, and that is no
+    // failure. The value is looked up by a run of postmap in front of the removal's.
+    static void removeRecord(std::string const& map,
+                             std::pair<std::string, std::string> const& record);
+
     // Of keys.
     template<class Iterator>
     static void removeRecords(std::string const& map, Iterator first, Iterator last)

@@ -7,13 +7,17 @@ would have written by then.
 import smtplib
 import time
 
+import clients
+import demo_settings
 import mailhost
 import panel
 
 DOMAIN, ALIAS = "example.com", "example.net"
 ANNA, BERTHA, ANITA = f"anna@{DOMAIN}", f"bertha@{DOMAIN}", f"anita@{DOMAIN}"
 PASSWORD, PHRASE = "correct horse", "Nobody here by that name; try 'anna'!"
-MAPS = ("virtual_domains", "virtual", "vmailbox", "aliases")
+MAPS = ("virtual_domains", "virtual", "vmailbox", "aliases", "blacklists")
+SETTINGS = ("smtpd_sasl_auth_enable", "smtpd_recipient_restrictions", "smtpd_client_restrictions", "mynetworks",
+            "message_size_limit")
 
 
 def state():
@@ -22,6 +26,7 @@ def state():
     lines += [f"account: {address}{' (off)' if row[2] else ''}" for address, row in mailhost.auth_rows().items()]
     lines += [f"domain of accounts: {name}{' (off)' if status else ''}"
               for name, status in mailhost.auth_domains().items()]
+    lines += [f"main.cf: {line.strip()}" for line in mailhost.run("postconf", *SETTINGS).out.splitlines()]
     for path, said in mailhost.tree(mailhost.MAILNAMES).items():
         if path.endswith((".qmail", "maildirsize")):
             content = mailhost.read(f"{mailhost.MAILNAMES}/{path}").splitlines()
@@ -118,8 +123,8 @@ def first_day(run):
     run.letter(ANNA, into=[ANNA])
     run.logins(ANNA, PASSWORD)
     run.login(ANNA, "wrong", works=False)
-    mailhost.set_postconf(smtpd_sasl_auth_enable="yes")
-    mailhost.run("postfix", "reload")
+    run.command("--set-mail-params", "--smtpauth", shows=["+ main.cf: smtpd_sasl_auth_enable = yes"])
+    mailhost.wait_until(lambda: clients.offers("auth"))
     run.smtp_auth(ANNA, PASSWORD, works=True)
     run.smtp_auth(ANNA, "wrong", works=False)
 
@@ -191,11 +196,13 @@ def last_day(run):
                 shows=[f"- directory: {DOMAIN}/anita", f"- account: {ANITA}"])
     run.refused(ANITA)
     run.command("--remove-domain", f"--domain-name={DOMAIN}", shows=[f"- directory: {DOMAIN}"])
-    left = sorted(line for line in state() if not line.startswith("aliases: _orvek_bounce_"))
+    left = sorted(line for line in state() if not line.startswith(("aliases: _orvek_bounce_", "main.cf: ")))
     run.demo.step("what is left of it all", "\n".join(left) or "nothing but the pipes of the bounce", not left)
 
 
 def whole_sequence(demo):
     run = Sequence(demo)
-    for chapter in (first_day, more_addresses, unknown_addresses, off_and_on, new_name, last_day):
+    for chapter in (first_day, more_addresses, unknown_addresses, off_and_on, new_name):
         chapter(run)
+    demo_settings.chapters(run, login=(ANITA, "new secret"))
+    last_day(run)

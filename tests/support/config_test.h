@@ -23,6 +23,7 @@
 #include <set>
 #include <stdexcept>
 #include <string>
+#include <typeinfo>
 
 #include <sys/wait.h>
 
@@ -86,6 +87,10 @@ private:
             code();
         } catch (postfix::PostfixConfigurationError const& e) {
             std::cout << "!PostfixConfigurationError: " << e.what();
+        } catch (postfix::PostfixDatabaseError const& e) {
+            std::cout << "!PostfixDatabaseError: " << e.what();
+        } catch (std::bad_cast const& e) {
+            std::cout << "!bad_cast: " << e.what();
         } catch (FSError const& e) {
             std::cout << "!FSError: " << e.what();
         } catch (orvek::SystemError const& e) {

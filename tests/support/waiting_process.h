@@ -1,8 +1,8 @@
 // waiting_process - a child that waits as long as the test wants it to
 //
-// The child runs code, once it is there the constructor returns, and it waits in code until the
-// end of its standard input, which the destructor brings about. code may exec: it need not leave
-// the child to this.
+// The child runs code, and the constructor returns when that is done or has exec'ed. The child
+// then waits for the end of its standard input, which the destructor brings about; what code
+// has exec'ed has to end with its input as well.
 
 #ifndef MAILVEK_TESTS_SUPPORT_WAITING_PROCESS_H
 #define MAILVEK_TESTS_SUPPORT_WAITING_PROCESS_H
@@ -29,6 +29,8 @@ public:
             close(input[1]);
             close(ready[0]);
             code();
+            while (write(ready[1], "", 1) < 0 && errno == EINTR) {
+            }
             close(ready[1]);
             awaitEndOfInput();
             _exit(0);

@@ -1,0 +1,106 @@
+#include "commands/command_values.h"
+#include "commands/handlers.h"
+#include "commands/option_types.h"
+#include "postfix/main_cf_manager.h"
+#include "postfix/parameter_lists.h"
+#include "postfix/service_manager.h"
+#include "postfix/settings_manager.h"
+
+#include <algorithm>
+#include <iterator>
+#include <string>
+#include <vector>
+
+namespace orvek::mail::postfix::mailvek_commands {
+
+namespace po = boost::program_options;
+
+namespace {
+
+constexpr char networks[] = "mynetworks";
+constexpr char client_restrictions[] = "smtpd_client_restrictions";
+constexpr char blocklist[] = "reject_rbl_client";
+
+template<class Address, class Mask>
+std::string IPNetworkStringAdaptor(Address const& address, Mask mask)
+{
+    return address + '/' + std::to_string(mask);
+}
+
+// The network that the options of a whitelist command name.
+std::string parseNetwork(char const* command, int argc, char** argv)
+{
+    ProgramOptionsHelper helper = commandOptions(command);
+    formWhitelistOptions(helper);
+    standardOptionsParse(helper, argc, argv);
+    auto const mask = helper.values()["netmask"].as<IPv4Mask>().value;
+    return IPNetworkStringAdaptor(textOf(helper, "ip-address"), mask);
+}
+
+// The zones of all the options, in their order; none without an option.
+std::vector<std::string> zonesOf(ProgramOptionsHelper const& helper)
+{
+    std::vector<std::string> zones;
+    if (!isGiven(helper, "maps-zones"))
+        return zones;
+    for (auto const& value : helper.values()["maps-zones"].as<std::vector<std::string>>())
+        std::ranges::move(splitSimpleList(value), std::back_inserter(zones));
+    std::erase(zones, "");
+    return zones;
+}
+
+} // namespace
+
+int addWhiteList(int argc, char** argv)
+{
+    std::string const network = parseNetwork("--add-whitelist", argc, argv);
+
+    MainCfManager::getInstance().appendStringValue(networks, network);
+    ServiceManager::reloadServer();
+    return 0;
+}
+
+int removeWhiteList(int argc, char** argv)
+{
+    std::string const network = parseNetwork("--remove-whitelist", argc, argv);
+
+    // The loopback network cannot leave the list.
+    if (!network.starts_with("127."))
+        MainCfManager::getInstance().removeListElement(networks, network);
+    ServiceManager::reloadServer();
+    return 0;
+}
+
+int addBadMailFrom(int argc, char** argv)
+{
+    SettingsManager::addBlackDomain(parseDomain("--add-badmailfrom", argc, argv));
+    return 0;
+}
+
+int removeBadMailFrom(int argc, char** argv)
+{
+    SettingsManager::removeBlackDomain(parseDomain("--remove-badmailfrom", argc, argv));
+    return 0;
+}
+
+int setMapsProtection(int argc, char** argv)
+{
+    ProgramOptionsHelper helper = commandOptions("--set-maps-protection");
+    helper.addOptions()("maps-zones", po::value<std::vector<std::string>>(), "MAPS zones", false);
+    standardOptionsParse(helper, argc, argv);
+    std::vector<std::string> const zones = zonesOf(helper);
+
+    MainCfManager const& main_cf = MainCfManager::getInstance();
+    std::vector<std::string> clauses =
+        splitCompoundList(main_cf.getStringValue(client_restrictions, false));
+    std::erase_if(clauses, [](std::string const& clause) {
+        return clause.find(blocklist) != std::string::npos;
+    });
+    for (auto const& zone : zones)
+        clauses.push_back(std::string(blocklist) + " " + zone);
+    main_cf.replaceStringValue(client_restrictions, joinList(clauses));
+    ServiceManager::reloadServer();
+    return 0;
+}
+
+} // namespace orvek::mail::postfix::mailvek_commands
