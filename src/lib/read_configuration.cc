@@ -1,5 +1,6 @@
 #include "lib/read_configuration.h"
 
+#include "lib/line_buffer.h"
 #include "lib/owned.h"
 #include "lib/product_log.h"
 
@@ -17,18 +18,6 @@ namespace {
 
 constexpr size_t first_slots = 20;
 constexpr int priority = LOG_USER | LOG_WARNING;
-
-// The line that getdelim reads into and lets grow.
-struct Line
-{
-    char* text = nullptr;
-    size_t capacity = 0;
-
-    Line() = default;
-    ~Line() { free(text); }
-    Line(Line const&) = delete;
-    Line& operator=(Line const&) = delete;
-};
 
 [[nodiscard]] int no_memory()
 {
@@ -192,7 +181,7 @@ int conf_read_file_r(char const* conf_file, conf_data* pconf)
                   strerror(errno));
         return -1;
     }
-    Line line;
+    LineBuffer line;
     while (getdelim(&line.text, &line.capacity, '\n', file.get()) >= 0)
         if (read_line(line.text, pconf) != 0)
             return -1;

@@ -6,6 +6,7 @@
 #include "lib/form_path.h"
 #include "lib/liblog.h"
 #include "lib/owned.h"
+#include "lib/process_status.h"
 
 #include <cerrno>
 #include <climits>
@@ -129,4 +130,9 @@ pid_t get_pid_by_pidfile(char const* pidfile_name)
     if (fscanf(file.get(), "%ld", &pid) != 1 || pid < INT_MIN || pid > INT_MAX)
         messlog2(1, 0, "read from pidfile '%s' failed", pidfile_name);
     return static_cast<pid_t>(pid);
+}
+
+int is_running_pid_file(char const* pidfile_name)
+{
+    return findProcessByPid(get_pid_by_pidfile(pidfile_name));
 }

@@ -101,6 +101,11 @@ MaildirManager& MaildirManager::getInstance()
     return MaildirPPManager::getInstance();
 }
 
+MaildirManager::MaildirManager()
+{
+    init();
+}
+
 void MaildirManager::init()
 {
     errno = 0;

@@ -61,7 +61,7 @@ public:
     void removeMailnameHome(std::string const& domain, std::string const& mailname) const;
 
 protected:
-    MaildirManager() = default;
+    MaildirManager();
     ~MaildirManager() = default;
 
     // Looks popuser up. Raises SystemError when there is no such user.

@@ -2,29 +2,18 @@
 //
 // Ends the process at the first text on which they differ.
 
+#include "fuzz_target.h"
 #include "master_cf_reference.h"
 #include "postfix/master_cf_parser.h"
 
 #include <algorithm>
 #include <cstdint>
-#include <cstdio>
-#include <cstdlib>
 #include <string>
 #include <vector>
 
 using namespace orvek::mail::postfix;
 
-extern "C" int LLVMFuzzerTestOneInput(std::uint8_t const* data, std::size_t size);
-
 namespace {
-
-void require(bool holds, char const* what)
-{
-    if (holds)
-        return;
-    fprintf(stderr, "master_cf_fuzzer: %s\n", what);
-    abort();
-}
 
 std::string stored(MasterCfContent const& content)
 {

@@ -2,6 +2,7 @@
 
 #include "lib/autoprepend.h"
 #include "lib/form_path.h"
+#include "lib/line_buffer.h"
 #include "lib/owned.h"
 #include "lib/product_log.h"
 
@@ -24,18 +25,6 @@ struct ClosePipe
 };
 
 using OpenPipe = std::unique_ptr<FILE, ClosePipe>;
-
-// What getline allocates.
-struct Line
-{
-    char* text = nullptr;
-    size_t room = 0;
-
-    Line() = default;
-    ~Line() { free(text); }
-    Line(Line const&) = delete;
-    Line& operator=(Line const&) = delete;
-};
 
 struct StyleName
 {
@@ -74,11 +63,11 @@ MailAuthDBStyle style_of_line(char const* line)
 
 MailAuthDBStyle style_of_feature_report(FILE* report)
 {
-    Line line;
+    LineBuffer line;
     ssize_t length = 0;
     MailAuthDBStyle style = MAIL_AUTH_DB_INVALID_STYLE;
     while (style == MAIL_AUTH_DB_INVALID_STYLE &&
-           (length = getline(&line.text, &line.room, report)) > 0) {
+           (length = getline(&line.text, &line.capacity, report)) > 0) {
         if (line.text[length - 1] == '\n')
             line.text[length - 1] = '\0';
         if (std::string_view(line.text).starts_with(server_feature))
