@@ -6,6 +6,8 @@
 // then: what another process might do in between. One of either lives at a time. What counts is
 // what the program itself calls, which has to be linked with --wrap for each of the functions
 // below. A failing close, closedir or fclose closes all the same, as the true one does.
+//
+// While an UntypedEntries lives, readdir tells the type of no entry, as on some file systems.
 
 #ifndef MAILVEK_TESTS_SUPPORT_CALL_FAULTS_H
 #define MAILVEK_TESTS_SUPPORT_CALL_FAULTS_H
@@ -36,6 +38,7 @@ struct Fault
 };
 
 inline Fault* fault = nullptr;
+inline bool types_are_unknown = false;
 
 inline bool fails(char const* call)
 {
@@ -103,6 +106,15 @@ public:
         : Installed({call, number, 0, 0, std::move(event)})
     {
     }
+};
+
+class UntypedEntries
+{
+public:
+    UntypedEntries() { call_faults_detail::types_are_unknown = true; }
+    ~UntypedEntries() { call_faults_detail::types_are_unknown = false; }
+    UntypedEntries(UntypedEntries const&) = delete;
+    UntypedEntries& operator=(UntypedEntries const&) = delete;
 };
 
 extern "C" {
@@ -180,8 +192,12 @@ int __real_gethostname(char* name, size_t size);
 
 [[gnu::used]] inline dirent* __wrap_readdir(DIR* dir)
 {
-    return call_faults_detail::fails("readdir") ? call_faults_detail::result<dirent*>()
-                                                : __real_readdir(dir);
+    if (call_faults_detail::fails("readdir"))
+        return call_faults_detail::result<dirent*>();
+    dirent* const entry = __real_readdir(dir);
+    if (entry && call_faults_detail::types_are_unknown)
+        entry->d_type = DT_UNKNOWN;
+    return entry;
 }
 
 [[gnu::used]] inline int __wrap_flock(int fd, int operation)
