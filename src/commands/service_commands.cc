@@ -70,6 +70,13 @@ int changeServices(unsigned int mask, bool reload, int (*operation)(), char cons
     return courierStatus(mask, action, status);
 }
 
+// Deliberate: an answer of its script that is not 0, as from a Courier that is stopped, is -1, and
+// shown as an internal error.
+int courierAnswer()
+{
+    return restart_daemon(courier_service, "status");
+}
+
 void printCourierStatus(unsigned int mask)
 {
     // Deliberate: not in the order of the bits.
@@ -83,7 +90,7 @@ void printCourierStatus(unsigned int mask)
                 {Components::imaps, "imaps "}};
     if (!(mask & courier_components))
         return;
-    int const status = restart_daemon(courier_service, "status");
+    int const status = courierAnswer();
     for (auto const& row : rows) {
         if (!(mask & row.component))
             continue;
@@ -205,7 +212,7 @@ int restartIMAP(int, char**)
 
 int statusIMAP(int, char**)
 {
-    print_status(restart_daemon(courier_service, "status"));
+    print_status(courierAnswer());
     return 0;
 }
 

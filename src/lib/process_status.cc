@@ -44,8 +44,7 @@ private:
 
 bool ProcessReader::read(pid_t pid, int infoFlags)
 {
-    info = {};
-    info.pid = pid;
+    info.pid = pid; // the rest is read anew, or never
     return (!(infoFlags & process_exe) || read_exe()) &&
            (!(infoFlags & process_cmdline) || read_cmdline()) &&
            (!(infoFlags & process_stat) || read_stat()) &&

@@ -17,6 +17,7 @@
 #include <utility>
 #include <vector>
 
+#include <fcntl.h>
 #include <sys/mount.h>
 #include <sys/wait.h>
 
@@ -146,17 +147,20 @@ TEST_F(ServiceManagerOnHost, DoesNotCountAMasterWithoutItsQueueManager)
     EXPECT_EQ(ServiceManager::statusServer(0), 1);
 }
 
-TEST_F(ServiceManagerOnHost, DoesNotTakeAFailedWalkForPostfix)
+TEST_F(ServiceManagerOnHost, DoesNotTakeAFailedWalkForPostfixAndWalksForNoneWithoutANumber)
 {
-    StandInPostfix const postfix;
-    ChildRun const run = inChild([] {
+    auto const withoutProc = [] {
         if (unshare(CLONE_NEWNS) != 0 ||
-            mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr) ||
-            umount2("/proc", MNT_DETACH) != 0)
+            mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr) != 0 ||
+            mount("tmpfs", "/proc", "tmpfs", 0, "mode=000") != 0)
             return 42;
-        std::filesystem::permissions("/proc", std::filesystem::perms::none);
         return seteuid(65534) != 0 ? 43 : ServiceManager::statusServer(0);
-    });
+    };
+    ChildRun run = inChild(withoutProc);
+    EXPECT_EQ(run.status, 1);
+    EXPECT_EQ(run.err, "");
+    StandInPostfix const postfix;
+    run = inChild(withoutProc);
     EXPECT_EQ(run.status, 1);
     EXPECT_EQ(run.err, "unable to open /proc filesystem: Permission denied\n\n");
 }
@@ -182,9 +186,12 @@ TEST_F(ServiceManagerOnHost, GivesTheScriptNothingButItsLanguage)
                "readlink /proc/$$/fd/0 > $dir/in\n"
                "readlink /proc/$$/cwd > $dir/cwd\n"
                "tr '\\0' ' ' < /proc/$$/cmdline > $dir/cmdline");
-    setenv("ORV_PASSWORD", "secret", 1);
-    EXPECT_EQ(ServiceManager::rcCommand("reload"), 0);
-    unsetenv("ORV_PASSWORD");
+    ChildRun const run = inChild([] {
+        setenv("ORV_PASSWORD", "secret", 1);
+        dup2(open("/dev/zero", O_RDONLY), STDIN_FILENO);
+        return ServiceManager::rcCommand("reload");
+    });
+    EXPECT_EQ(run.status, 0);
     EXPECT_EQ(readFile(script.dir / "env"), "LANG=C ");
     EXPECT_EQ(readFile(script.dir / "in"), "/dev/null\n");
     EXPECT_EQ(readFile(script.dir / "cwd"), std::filesystem::current_path().string() + "\n");
