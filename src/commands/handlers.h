@@ -67,6 +67,23 @@ int removeWhiteList(int argc, char** argv);
 int addBadMailFrom(int argc, char** argv);
 int removeBadMailFrom(int argc, char** argv);
 int setMapsProtection(int argc, char** argv);
+int startService(int argc, char** argv);
+int stopService(int argc, char** argv);
+int restartService(int argc, char** argv);
+int reloadService(int argc, char** argv);
+int statusService(int argc, char** argv);
+int startSMTPD(int argc, char** argv);
+int stopSMTPD(int argc, char** argv);
+int restartSMTPD(int argc, char** argv);
+int statusMTA(int argc, char** argv);
+int startMTA(int argc, char** argv);
+int stopMTA(int argc, char** argv);
+int startIMAP(int argc, char** argv);
+int stopIMAP(int argc, char** argv);
+int restartIMAP(int argc, char** argv);
+int statusIMAP(int argc, char** argv);
+int enableSubmission(int argc, char** argv);
+int disableSubmission(int argc, char** argv);
 
 } // namespace orvek::mail::postfix::mailvek_commands
 

@@ -44,8 +44,7 @@ private:
 
 bool ProcessReader::read(pid_t pid, int infoFlags)
 {
-    info = {};
-    info.pid = pid;
+    info.pid = pid; // the rest is read anew, or never
     return (!(infoFlags & process_exe) || read_exe()) &&
            (!(infoFlags & process_cmdline) || read_cmdline()) &&
            (!(infoFlags & process_stat) || read_stat()) &&
@@ -104,6 +103,7 @@ bool ProcessReader::read_stat()
     // Deliberate: a name ends at its first blank, and its last character goes in place of the
     // parenthesis then. What stands behind the blank is mostly no state and parent, so that the
     // process is passed over.
+    // NOLINTNEXTLINE(cert-err34-c): the kernel's numbers fit
     if (!file || fscanf(file.get(), "%*d (%4096s %*c %d", procname, &info.ppid) != 2)
         return false;
     procname[strlen(procname) - 1] = '\0';
@@ -116,6 +116,7 @@ using Identities = std::array<unsigned, 4>;
 
 bool read_identities(FILE* file, Identities& ids)
 {
+    // NOLINTNEXTLINE(cert-err34-c): the kernel's numbers fit
     return fscanf(file, "%u %u %u %u", &ids[0], &ids[1], &ids[2], &ids[3]) == 4;
 }
 

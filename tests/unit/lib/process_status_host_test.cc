@@ -1,9 +1,11 @@
 #include "lib/process_status.h"
 
 #include "lib/owned.h"
+#include "support/call_faults.h"
 #include "support/host_test.h"
 #include "support/temp_dir.h"
 
+#include <cerrno>
 #include <filesystem>
 #include <map>
 #include <string>
@@ -84,6 +86,26 @@ TEST_F(ProcessStatusOnHost, TakesDirectoriesNamedByWholeNumbersAlone)
     writeFile("/proc/20", "");
     fs::create_directory_symlink("/proc/12", "/proc/21");
     EXPECT_EQ(seen(0), (Seen{{12, no_ids}, {7, no_ids}}));
+}
+
+TEST_F(ProcessStatusOnHost, LooksAtAnEntryWhoseTypeIsNotTold)
+{
+    UnknownTypes const untyped;
+    fs::create_directory("/proc/12");
+    writeFile("/proc/20", "");
+    fs::create_directory_symlink("/proc/12", "/proc/21");
+    EXPECT_EQ(seen(0), (Seen{{12, no_ids}}));
+    fs::remove("/proc/20");
+    fs::remove("/proc/21");
+    CallFailure const vanished("lstat", ENOENT);
+    EXPECT_EQ(seen(0), Seen());
+}
+
+TEST_F(ProcessStatusOnHost, PassesOverAProcessWhoseFilesFailInTheMiddle)
+{
+    file("2", "cmdline", "two");
+    CallFailure const failing("read", EIO, 2);
+    EXPECT_EQ(seen(8), Seen());
 }
 
 TEST_F(ProcessStatusOnHost, ReadsTheNameAndTheParent)

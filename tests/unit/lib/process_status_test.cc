@@ -17,6 +17,7 @@
 
 #include <sys/prctl.h>
 #include <sys/resource.h>
+#include <sys/wait.h>
 #include <syslog.h>
 #include <unistd.h>
 
@@ -87,6 +88,23 @@ int countAndFail(OrvekProcessInfo const*, void* data)
     ++*static_cast<int*>(data);
     return -5;
 }
+
+// A child that has ended and has not been waited for: it runs no program any more.
+struct Zombie
+{
+    Zombie()
+    {
+        if (pid == 0)
+            _exit(0);
+        siginfo_t info = {};
+        waitid(P_PID, static_cast<id_t>(pid), &info, WEXITED | WNOWAIT);
+    }
+    ~Zombie() { waitpid(pid, nullptr, 0); }
+    Zombie(Zombie const&) = delete;
+    Zombie& operator=(Zombie const&) = delete;
+
+    pid_t const pid = fork();
+};
 
 void beNamed(char const* name)
 {
@@ -184,15 +202,10 @@ TEST(ProcessStatus, CutsANameAtItsBlankWithTheCharacterBeforeIt)
 
 TEST(ProcessStatus, GivesAZombieNoArguments)
 {
-    pid_t const child = fork();
-    if (child == 0)
-        _exit(0);
-    siginfo_t info = {};
-    waitid(P_PID, static_cast<id_t>(child), &info, WEXITED | WNOWAIT);
-    Sight const sight = sightOf(child, 8);
+    Zombie const zombie;
+    Sight const sight = sightOf(zombie.pid, 8);
     EXPECT_TRUE(sight.has_arguments);
     EXPECT_TRUE(sight.arguments.empty());
-    waitpid(child, nullptr, 0);
 }
 
 TEST(ProcessStatus, EndsTheWalkAtAResultBelowOne)
@@ -214,11 +227,14 @@ TEST(ProcessStatus, ReturnsTheLastResultOfTheVisitor)
 
 TEST(ProcessStatus, KeepsErrnoAndDescriptors)
 {
+    Zombie const passed_over;
     auto const before = openDescriptors();
     errno = ENOTTY;
     Sight sight;
+    sight.pid = passed_over.pid;
     iterateProcesses(63, look, &sight);
     EXPECT_EQ(errno, ENOTTY);
+    EXPECT_EQ(sight.seen, 0);
     EXPECT_EQ(openDescriptors(), before);
 }
 
@@ -296,4 +312,18 @@ TEST(ProcessStatus, FindsNothingWhereProcCannotBeOpened)
         return nothing && LogRecorder::reports().size() == 3 ? 0 : 1;
     });
     EXPECT_EQ(run.status, 0);
+}
+
+TEST(ProcessStatus, LooksForNoProcessOfANumberThatIsNone)
+{
+    ChildRun const run = inChild([] {
+        rlimit const none = {0, 0};
+        setrlimit(RLIMIT_NOFILE, &none);
+        for (pid_t const pid : {0, -1, -getpid()})
+            if (findProcessByPid(pid) != 1 || getProcessByPid(pid))
+                return 1;
+        return 0;
+    });
+    EXPECT_EQ(run.status, 0);
+    EXPECT_EQ(run.err, "");
 }

@@ -1,30 +1,35 @@
 #include "postfix/service_manager.h"
 
 #include "support/child_run.h"
-#include "support/counted_sleep.h"
 #include "support/fd_census.h"
+#include "support/pauses.h"
 #include "support/postfix_stand_in.h"
 #include "util/errors.h"
 
 #include <gtest/gtest.h>
 
+#include <chrono>
 #include <climits>
 #include <filesystem>
 #include <optional>
 #include <string>
+#include <thread>
+#include <utility>
 #include <vector>
 
+#include <fcntl.h>
 #include <sys/mount.h>
 #include <sys/wait.h>
 
 using namespace orvek::mail::postfix;
+using namespace std::chrono_literals;
 using ServiceManagerOnHost = PostfixTest;
 
 namespace {
 
-std::vector<unsigned> seconds(size_t count)
+std::vector<unsigned int> seconds(size_t count)
 {
-    return std::vector<unsigned>(count, 1);
+    return std::vector<unsigned int>(count, 1);
 }
 
 OrvekProcessInfo process(pid_t parent, char const* name)
@@ -85,30 +90,33 @@ TEST_F(ServiceManagerOnHost, ReadsTheNumberOfTheMasterProcess)
 
 TEST_F(ServiceManagerOnHost, LooksOnceWithoutATimeout)
 {
-    CountedSleep const sleep;
+    Pauses const pauses;
     EXPECT_EQ(ServiceManager::statusServer(0), 1);
     EXPECT_EQ(ServiceManager::statusServer(-5), 1);
     StandInPostfix const postfix;
     EXPECT_EQ(ServiceManager::statusServer(0), 0);
     EXPECT_EQ(ServiceManager::statusServer(10), 0);
     EXPECT_EQ(ServiceManager::statusServer(LONG_MAX), 0);
-    EXPECT_EQ(sleep.slept, seconds(0));
+    EXPECT_EQ(pauses.seconds(), seconds(0));
 }
 
 TEST_F(ServiceManagerOnHost, WaitsSecondBySecond)
 {
-    CountedSleep const sleep;
+    Pauses const pauses;
     EXPECT_EQ(ServiceManager::statusServer(3), 1);
-    EXPECT_EQ(sleep.slept, seconds(3));
+    EXPECT_EQ(pauses.seconds(), seconds(3));
 }
 
 TEST_F(ServiceManagerOnHost, ReadsThePidFileAgainAtEachLook)
 {
     for (size_t const number : {1U, 3U}) {
         std::optional<StandInPostfix> postfix;
-        CountedSleep const sleep(number, [&] { postfix.emplace(); });
+        Pauses const pauses([&](size_t pause) {
+            if (pause == number)
+                postfix.emplace();
+        });
         EXPECT_EQ(ServiceManager::statusServer(3), 0);
-        EXPECT_EQ(sleep.slept, seconds(number));
+        EXPECT_EQ(pauses.seconds(), seconds(number));
     }
 }
 
@@ -139,17 +147,20 @@ TEST_F(ServiceManagerOnHost, DoesNotCountAMasterWithoutItsQueueManager)
     EXPECT_EQ(ServiceManager::statusServer(0), 1);
 }
 
-TEST_F(ServiceManagerOnHost, DoesNotTakeAFailedWalkForPostfix)
+TEST_F(ServiceManagerOnHost, DoesNotTakeAFailedWalkForPostfixAndWalksForNoneWithoutANumber)
 {
-    StandInPostfix const postfix;
-    ChildRun const run = inChild([] {
+    auto const withoutProc = [] {
         if (unshare(CLONE_NEWNS) != 0 ||
-            mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr) ||
-            umount2("/proc", MNT_DETACH) != 0)
+            mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr) != 0 ||
+            mount("tmpfs", "/proc", "tmpfs", 0, "mode=000") != 0)
             return 42;
-        std::filesystem::permissions("/proc", std::filesystem::perms::none);
         return seteuid(65534) != 0 ? 43 : ServiceManager::statusServer(0);
-    });
+    };
+    ChildRun run = inChild(withoutProc);
+    EXPECT_EQ(run.status, 1);
+    EXPECT_EQ(run.err, "");
+    StandInPostfix const postfix;
+    run = inChild(withoutProc);
     EXPECT_EQ(run.status, 1);
     EXPECT_EQ(run.err, "unable to open /proc filesystem: Permission denied\n\n");
 }
@@ -175,9 +186,12 @@ TEST_F(ServiceManagerOnHost, GivesTheScriptNothingButItsLanguage)
                "readlink /proc/$$/fd/0 > $dir/in\n"
                "readlink /proc/$$/cwd > $dir/cwd\n"
                "tr '\\0' ' ' < /proc/$$/cmdline > $dir/cmdline");
-    setenv("ORV_PASSWORD", "secret", 1);
-    EXPECT_EQ(ServiceManager::rcCommand("reload"), 0);
-    unsetenv("ORV_PASSWORD");
+    ChildRun const run = inChild([] {
+        setenv("ORV_PASSWORD", "secret", 1);
+        dup2(open("/dev/zero", O_RDONLY), STDIN_FILENO);
+        return ServiceManager::rcCommand("reload");
+    });
+    EXPECT_EQ(run.status, 0);
     EXPECT_EQ(readFile(script.dir / "env"), "LANG=C ");
     EXPECT_EQ(readFile(script.dir / "in"), "/dev/null\n");
     EXPECT_EQ(readFile(script.dir / "cwd"), std::filesystem::current_path().string() + "\n");
@@ -214,13 +228,13 @@ TEST_F(ServiceManagerOnHost, RaisesWhatKeepsTheScriptFromBeingRun)
 
 TEST_F(ServiceManagerOnHost, ReloadsByTheScriptWithoutALook)
 {
-    CountedSleep const sleep;
+    Pauses const pauses;
     for (int const code : {0, 4}) {
         scriptExits(code);
         EXPECT_EQ(ServiceManager::reloadServer(), code);
     }
     EXPECT_EQ(script.journal(), "reload\nreload\n");
-    EXPECT_EQ(sleep.slept, seconds(0));
+    EXPECT_EQ(pauses.seconds(), seconds(0));
 }
 
 TEST_F(ServiceManagerOnHost, RunsNoScriptToStartWhatRuns)
@@ -233,24 +247,24 @@ TEST_F(ServiceManagerOnHost, RunsNoScriptToStartWhatRuns)
 
 TEST_F(ServiceManagerOnHost, RestartsWhateverRuns)
 {
-    CountedSleep const sleep;
+    Pauses const pauses;
     scriptExits(0);
     EXPECT_EQ(ServiceManager::restartServer(), 1);
     StandInPostfix const postfix;
     EXPECT_EQ(ServiceManager::restartServer(), 0);
     EXPECT_EQ(script.journal(), "restart\nrestart\n");
-    EXPECT_EQ(sleep.slept, seconds(5));
+    EXPECT_EQ(pauses.seconds(), seconds(5));
 }
 
 TEST_F(ServiceManagerOnHost, ReturnsTheCodeOfAFailedScriptAtOnce)
 {
-    CountedSleep const sleep;
+    Pauses const pauses;
     scriptExits(3);
     EXPECT_EQ(ServiceManager::startServer(), 3);
     EXPECT_EQ(ServiceManager::restartServer(), 3);
     script.run("kill -TERM $$");
     EXPECT_EQ(ServiceManager::startServer(), 255);
-    EXPECT_EQ(sleep.slept, seconds(0));
+    EXPECT_EQ(pauses.seconds(), seconds(0));
     EXPECT_EQ(script.journal(), "start\nrestart\nstart\n");
 }
 
@@ -260,13 +274,16 @@ TEST_F(ServiceManagerOnHost, GivesPostfixFiveSecondsToComeUp)
     for (auto* const bringUp : {ServiceManager::startServer, ServiceManager::restartServer}) {
         for (size_t const number : {1U, 5U}) {
             std::optional<StandInPostfix> postfix;
-            CountedSleep const sleep(number, [&] { postfix.emplace(); });
+            Pauses const pauses([&](size_t pause) {
+                if (pause == number)
+                    postfix.emplace();
+            });
             EXPECT_EQ(bringUp(), 0);
-            EXPECT_EQ(sleep.slept, seconds(number));
+            EXPECT_EQ(pauses.seconds(), seconds(number));
         }
-        CountedSleep const sleep;
+        Pauses const pauses;
         EXPECT_EQ(bringUp(), 1);
-        EXPECT_EQ(sleep.slept, seconds(5));
+        EXPECT_EQ(pauses.seconds(), seconds(5));
     }
 }
 
@@ -284,7 +301,7 @@ TEST_F(ServiceManagerOnHost, RunsNoScriptToStopWhatDoesNotRun)
 
 TEST_F(ServiceManagerOnHost, StopsByTheScriptAndWaitsForNothing)
 {
-    CountedSleep const sleep;
+    Pauses const pauses;
     StandInPostfix const postfix;
     for (int const code : {0, 3}) {
         scriptExits(code);
@@ -292,11 +309,12 @@ TEST_F(ServiceManagerOnHost, StopsByTheScriptAndWaitsForNothing)
     }
     EXPECT_EQ(script.journal(), "stop\nstop\n");
     EXPECT_EQ(ServiceManager::statusServer(0), 0);
-    EXPECT_EQ(sleep.slept, seconds(0));
+    EXPECT_EQ(pauses.seconds(), seconds(0));
 }
 
 TEST_F(ServiceManagerOnHost, StartsRestartsReloadsAndStopsTheRealPostfix)
 {
+    Pauses const real([](size_t) { std::this_thread::sleep_for(1s); });
     ChildRun const run = inChild([] {
         using S = ServiceManager;
         if (S::statusServer(0) != 1 || S::startServer() != 0 || S::statusServer(0) != 0)

@@ -1,0 +1,229 @@
+#include "commands/command_values.h"
+#include "commands/handlers.h"
+#include "commands/option_types.h"
+#include "commands/postfix_modules.h"
+#include "lib/rst_serv.h"
+#include "postfix/service_manager.h"
+#include "util/report_exception.h"
+
+#include <cstdio>
+#include <exception>
+
+namespace orvek::mail::postfix::mailvek_commands {
+
+namespace po = boost::program_options;
+
+namespace {
+
+using Components = SelectedMailComponents;
+
+// Courier's servers can only be driven together.
+constexpr unsigned int courier_components =
+    Components::pop3 | Components::imap | Components::pop3s | Components::imaps;
+constexpr char courier_service[] = "courier-imap";
+
+constexpr unsigned int smtp_modules = Components::smtp | Components::smtps;
+
+unsigned int selectedComponents(char const* command, int argc, char** argv)
+{
+    ProgramOptionsHelper helper = commandOptions(command);
+    helper.addOptions()("mail-component", po::value<SelectedMailComponents>(),
+                        "mail component name "
+                        "(mta|smtp|smtps|submission|pop3|imap|pop3s|imaps|all) (default all)",
+                        false);
+    standardOptionsParse(helper, argc, argv);
+    if (!isGiven(helper, "mail-component"))
+        return Components::all;
+    unsigned int const mask = helper.values()["mail-component"].as<SelectedMailComponents>().mask;
+    return mask == 0 ? Components::all : mask;
+}
+
+// 1 for an operation that failed or raised, so that the command can go on with Courier; else 0.
+int statusOf(int (*operation)())
+{
+    try {
+        return operation() != 0 ? 1 : 0;
+    } catch (std::exception const& e) {
+        reportException<std::exception>(e);
+    } catch (...) {
+        reportUntypedException();
+    }
+    return 1;
+}
+
+// What the action makes of the status so far.
+int courierStatus(unsigned int mask, char const* action, int status)
+{
+    bool const failed = (mask & courier_components) && restart_daemon(courier_service, action) != 0;
+    return failed ? 1 : status;
+}
+
+// The common part of stop and restart. Deliberate: unlike a start, which is reloaded for changed
+// services behind it, they leave the reload out when Postfix itself is selected.
+int changeServices(unsigned int mask, bool reload, int (*operation)(), char const* action)
+{
+    int status = 0;
+    if (mask & Components::mta)
+        status = statusOf(operation);
+    else if (reload)
+        ServiceManager::reloadServer();
+    return courierStatus(mask, action, status);
+}
+
+// Deliberate: an answer of its script that is not 0, as from a Courier that is stopped, is -1, and
+// shown as an internal error.
+int courierAnswer()
+{
+    return restart_daemon(courier_service, "status");
+}
+
+void printCourierStatus(unsigned int mask)
+{
+    // Deliberate: not in the order of the bits.
+    constexpr struct
+    {
+        unsigned int component;
+        char const* name;
+    } rows[] = {{Components::pop3, "pop3 "},
+                {Components::pop3s, "pop3s "},
+                {Components::imap, "imap "},
+                {Components::imaps, "imaps "}};
+    if (!(mask & courier_components))
+        return;
+    int const status = courierAnswer();
+    for (auto const& row : rows) {
+        if (!(mask & row.component))
+            continue;
+        fputs(row.name, stdout);
+        print_status(status);
+    }
+}
+
+// Reloads whether or not Postfix runs, and whatever the panel's setting is.
+int switchSubmission(void (*change)(ModuleManager& manager))
+{
+    ModuleManager& manager = ModuleManager::getInstance();
+    manager.loadModules(false);
+    change(manager);
+    if (manager.storeModules(false))
+        ServiceManager::reloadServer();
+    return 0;
+}
+
+int reloadFor(bool reload)
+{
+    if (reload)
+        ServiceManager::reloadServer();
+    return 0;
+}
+
+} // namespace
+
+int startService(int argc, char** argv)
+{
+    unsigned int const mask = selectedComponents("--start-service", argc, argv);
+    bool const reload = checkEnablePostfixModules(mask);
+    int const status = mask & Components::mta ? statusOf(ServiceManager::startServer) : 0;
+    if (reload)
+        ServiceManager::reloadServer();
+    return courierStatus(mask, "start", status);
+}
+
+int stopService(int argc, char** argv)
+{
+    unsigned int const mask = selectedComponents("--stop-service", argc, argv);
+    bool const reload = checkDisablePostfixModules(mask);
+    return changeServices(mask, reload, ServiceManager::stopServer, "stop");
+}
+
+int restartService(int argc, char** argv)
+{
+    unsigned int const mask = selectedComponents("--restart-service", argc, argv);
+    bool const reload = checkEnablePostfixModules(mask);
+    return changeServices(mask, reload, ServiceManager::restartServer, "restart");
+}
+
+int reloadService(int argc, char** argv)
+{
+    unsigned int const mask = selectedComponents("--reload-service", argc, argv);
+    int const status = mask & Components::mta ? statusOf(ServiceManager::reloadServer) : 0;
+    return courierStatus(mask, "reload", status);
+}
+
+// Deliberate: a success whatever was found; the lines alone carry the answer.
+int statusService(int argc, char** argv)
+{
+    unsigned int const mask = selectedComponents("--status-service", argc, argv);
+    if (mask & Components::mta) {
+        fputs("mta ", stdout);
+        print_status(ServiceManager::statusServer(0));
+    }
+    printCourierStatus(mask);
+    return 0;
+}
+
+// The commands below take no options, and ignore what follows them.
+
+int startSMTPD(int, char**)
+{
+    return reloadFor(checkEnablePostfixModules(smtp_modules));
+}
+
+int restartSMTPD(int, char**)
+{
+    return reloadFor(checkEnablePostfixModules(smtp_modules));
+}
+
+int stopSMTPD(int, char**)
+{
+    return reloadFor(checkDisablePostfixModules(smtp_modules));
+}
+
+int statusMTA(int, char**)
+{
+    print_status(ServiceManager::statusServer(0));
+    return 0;
+}
+
+int startMTA(int, char**)
+{
+    return ServiceManager::startServer();
+}
+
+int stopMTA(int, char**)
+{
+    return ServiceManager::stopServer();
+}
+
+int startIMAP(int, char**)
+{
+    return restart_daemon(courier_service, "start");
+}
+
+int stopIMAP(int, char**)
+{
+    return restart_daemon(courier_service, "stop");
+}
+
+int restartIMAP(int, char**)
+{
+    return restart_daemon(courier_service, "restart");
+}
+
+int statusIMAP(int, char**)
+{
+    print_status(courierAnswer());
+    return 0;
+}
+
+int enableSubmission(int, char**)
+{
+    return switchSubmission(ServiceManager::enableSubmission);
+}
+
+int disableSubmission(int, char**)
+{
+    return switchSubmission(ServiceManager::disableSubmission);
+}
+
+} // namespace orvek::mail::postfix::mailvek_commands

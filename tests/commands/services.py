@@ -1,0 +1,65 @@
+"""What the tests of the service commands share: the two init scripts, the entries of master.cf,
+and who listens."""
+import contextlib
+import os
+import socket
+
+import mailhost
+
+POSTFIX = "/etc/init.d/postfix"
+COURIER = "/etc/init.d/courier-imap"
+MASTER_CF = "/etc/postfix/master.cf"
+FILTER = "-o smtpd_proxy_filter=127.0.0.1:10025"
+SMTPS = f"smtps inet n - n - - smtpd {FILTER} -o smtpd_tls_wrappermode=yes"
+SUBMISSION = (
+    "submission inet n - n - - smtpd -o smtpd_enforce_tls=yes -o smtpd_tls_security_level=encrypt "
+    "-o smtpd_sasl_auth_enable=yes -o smtpd_client_restrictions=permit_sasl_authenticated,reject "
+    f"-o smtpd_sender_restrictions= {FILTER}")
+
+
+def entries():
+    """The lines of master.cf that are no comments."""
+    return [line for line in mailhost.read(MASTER_CF).splitlines() if line and not line.startswith("#")]
+
+
+def without_postlog():
+    """Takes the one service out of master.cf whose type the tool does not know."""
+    lines = mailhost.read(MASTER_CF).splitlines(True)
+    mailhost.write(MASTER_CF, "".join(line for line in lines if not line.startswith("postlog")))
+
+
+def panel_has_submission(on):
+    mailhost.panel_sql("DELETE FROM misc WHERE param = 'message_submission'; INSERT INTO misc (param, val) "
+                       f"VALUES ('message_submission', '{'true' if on else 'false'}')")
+
+
+def listens(*ports):
+    """Whether somebody listens on each of the ports."""
+    for port in ports:
+        try:
+            socket.create_connection(("127.0.0.1", port), timeout=5).close()
+        except ConnectionRefusedError:
+            return False
+    return True
+
+
+def postfix_is_up():
+    return mailhost.mailvek("--status-service", "--mail-component=mta").out == "mta is running\n"
+
+
+def actions(script=None):
+    """What the spies' scripts were asked to do: (script, action) in order, or one's actions."""
+    if script:
+        return [call.argv[1] for call in mailhost.calls(script)]
+    return [(call.program, call.argv[1]) for call in mailhost.calls()]
+
+
+@contextlib.contextmanager
+def unusable(program):
+    """Takes a program's rights to be run away."""
+    mode = os.stat(program).st_mode
+    os.chmod(program, 0o644)
+    try:
+        yield
+    finally:
+        os.chmod(program, mode)

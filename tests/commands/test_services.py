@@ -1,0 +1,383 @@
+"""--start-service, --stop-service, --restart-service, --reload-service, --status-service."""
+import pathlib
+
+import pytest
+
+from mailhost import (
+    Rule, calls, mailvek, nothing_changes, panel_sql, read, read_only, runs, slept, spy, start, stop,
+    wait_until, write,
+)
+from services import (
+    COURIER, MASTER_CF, POSTFIX, SMTPS, SUBMISSION, actions, entries, listens, panel_has_submission,
+    postfix_is_up, unusable, without_postlog,
+)
+
+START, STOP, RESTART, RELOAD, STATUS = (f"--{verb}-service" for verb in ("start", "stop", "restart", "reload", "status"))
+
+
+@pytest.fixture(autouse=True)
+def panel():
+    start("mariadb")
+    panel_has_submission(False)
+    without_postlog()
+
+
+def components(*names):
+    return [f"--mail-component={name}" for name in names]
+
+
+def done(command, *names, out=None, **more):
+    ended = mailvek(command, *components(*names), **more)
+    assert (ended.status, ended.err) == (0, ""), ended
+    assert out is None or ended.out == out, ended
+    return ended
+
+
+def status(*names):
+    return done(STATUS, *names).out.splitlines()
+
+
+# --------------------------------------------------------------------- the real init scripts
+
+
+def test_everything_starts_restarts_reloads_and_stops():
+    panel_has_submission(True)
+    done(START)
+    assert postfix_is_up() and wait_until(lambda: runs("courier"))
+    assert wait_until(lambda: listens(25, 465, 587, 143, 110))
+    assert entries()[-2:] == [SMTPS, SUBMISSION]
+    assert status() == [f"{name} is running" for name in ("mta", "pop3", "pop3s", "imap", "imaps")]
+    master = read("/var/spool/postfix/pid/master.pid")
+    done(RESTART)
+    assert postfix_is_up() and read("/var/spool/postfix/pid/master.pid") != master
+    wait_until(lambda: listens(25, 465, 587, 143, 110))
+    master = read("/var/spool/postfix/pid/master.pid")
+    done(RELOAD)
+    assert postfix_is_up() and read("/var/spool/postfix/pid/master.pid") == master
+    done(STOP)
+    wait_until(lambda: not listens(25) and not listens(143))
+    assert not postfix_is_up()
+    assert [line for line in entries() if line.split()[1] == "inet"] == [SUBMISSION]
+
+
+def test_one_of_courier_s_servers_starts_them_all_and_nothing_else():
+    before = read(MASTER_CF)
+    done(START, "pop3", out="")
+    wait_until(lambda: runs("courier"))
+    assert listens(143, 110) and not listens(25)
+    assert read(MASTER_CF) == before
+    done(STOP, "imaps", out="")
+    wait_until(lambda: not listens(143))
+
+
+def test_submission_listens_when_it_is_switched_on_and_not_when_it_is_off():
+    panel_has_submission(True)
+    done(START, "mta", "submission")
+    wait_until(lambda: listens(25, 587))
+    panel_has_submission(False)
+    done(RESTART, "mta", "submission")
+    wait_until(lambda: listens(25))
+    assert not listens(587)
+
+
+# ------------------------------------------------------------------------------------ status
+
+
+def test_status_has_a_line_for_each_component_in_an_order_of_its_own():
+    start("postfix", "courier")
+    assert status("imaps", "imap", "mta", "pop3s", "pop3") == [
+        "mta is running", "pop3 is running", "pop3s is running", "imap is running", "imaps is running"]
+    assert status("imap", "pop3s") == ["pop3s is running", "imap is running"]
+    assert status("mta") == ["mta is running"]
+
+
+def test_status_of_what_is_no_process_of_its_own_prints_nothing():
+    with nothing_changes():
+        assert done(STATUS, "smtp", "smtps", "submission").out == ""
+
+
+def test_status_of_a_stopped_postfix_is_a_success():
+    assert done(STATUS, "mta").out == "mta is stopped\n"
+
+
+def test_status_asks_courier_once_and_its_script_alone():
+    spy(COURIER)
+    spy(POSTFIX)
+    done(STATUS)
+    assert [(call.program, call.argv[1:]) for call in calls()] == [(COURIER, ["status"])]
+    assert slept() == []
+
+
+def test_a_courier_whose_script_does_not_say_that_it_runs_is_an_error_of_the_query():
+    for rule in (Rule(exit=3), Rule(exit=1), Rule(signal=9)):
+        spy(COURIER, rule)
+        ended = mailvek(STATUS, *components("pop3", "imap"))
+        assert ended.status == 0, ended
+        assert [line for line in ended.out.splitlines() if line.startswith(("pop3", "imap"))] == [
+            "pop3 internal error", "imap internal error"]
+
+
+# ------------------------------------------------------------------------------------- start
+
+
+def test_all_are_meant_when_none_is_named():
+    start("postfix")
+    spy(POSTFIX)
+    spy(COURIER, Rule(exit=0))
+    for command, expected in (
+        (START, [(COURIER, "start")]),
+        (RESTART, [(POSTFIX, "restart"), (COURIER, "restart")]),
+        (RELOAD, [(POSTFIX, "reload"), (COURIER, "reload")]),
+        (STOP, [(POSTFIX, "stop"), (COURIER, "stop")]),
+    ):
+        seen = len(calls())
+        done(command)
+        assert [row for row in actions()[seen:] if row != (POSTFIX, "start")] == expected
+
+
+def test_a_start_is_followed_by_a_reload_when_the_services_have_changed():
+    spy(POSTFIX)
+    done(START, "mta", "smtps")
+    assert actions(POSTFIX) == ["start", "reload"]
+    assert entries()[-1] == SMTPS
+
+
+def test_a_start_without_a_change_is_not_followed_by_a_reload():
+    spy(POSTFIX)
+    done(START, "mta", "smtp", "submission")
+    assert actions(POSTFIX) == ["start"]
+
+
+def test_a_start_of_a_service_alone_reloads_a_postfix_that_does_not_run():
+    spy(POSTFIX, Rule(exit=0))
+    done(START, "smtps", out="")
+    assert actions(POSTFIX) == ["reload"]
+
+
+def test_a_start_of_a_service_alone_leaves_a_running_postfix_without_a_reload():
+    start("postfix")
+    spy(POSTFIX)
+    done(START, "smtps", out="")
+    assert entries()[-1] == SMTPS and calls(POSTFIX) == []
+
+
+def test_a_reload_that_fails_behind_a_start_is_not_seen_in_the_status():
+    spy(POSTFIX, Rule(exit=4))
+    done(START, "smtps")
+
+
+def test_a_start_that_fails_is_status_1_and_courier_starts_all_the_same():
+    for rule in (Rule(exit=3), Rule(exit=1), Rule(signal=9)):
+        spy(POSTFIX, rule)
+        spy(COURIER, Rule(exit=0))
+        ended = mailvek(START, *components("mta", "imap"))
+        assert (ended.status, ended.out, ended.err) == (1, "", ""), ended
+    assert actions() == 3 * [(POSTFIX, "start"), (COURIER, "start")]
+    assert slept() == []
+
+
+def test_a_postfix_that_does_not_come_up_is_given_five_seconds():
+    for command in (START, RESTART):
+        spy(POSTFIX, Rule(exit=0))
+        pathlib.Path("/run/mailvek/nosleep").unlink(missing_ok=True)
+        assert mailvek(command, *components("mta"), nosleep=True).status == 1
+        assert slept() == 5 * [("sleep", 1)]
+
+
+def test_a_script_that_cannot_be_run_is_reported_and_courier_goes_on():
+    start("postfix")
+    for command, word in ((STOP, "stop"), (RESTART, "restart"), (RELOAD, "reload")):
+        with unusable(POSTFIX):
+            spy(COURIER, Rule(exit=0))
+            ended = mailvek(command, *components("mta", "pop3"))
+            assert ended.status == 1 and actions()[-1] == (COURIER, word), ended
+            assert "Fatal error: " in ended.err and "execve: Permission denied" in ended.err
+    stop("postfix")
+    with unusable(POSTFIX):
+        ended = mailvek(START, *components("mta", "pop3"))
+        assert ended.status == 1 and actions()[-1] == (COURIER, "start"), ended
+        assert "execve: Permission denied" in ended.err
+
+
+def test_a_reload_that_cannot_be_run_ends_the_command_before_courier():
+    spy(COURIER, Rule(exit=0))
+    for command, name in ((START, "smtps"), (STOP, "smtp"), (RESTART, "smtp")):
+        with unusable(POSTFIX):
+            ended = mailvek(command, *components(name, "pop3"))
+        assert ended.status == 1 and "execve: Permission denied" in ended.err, ended
+    assert calls() == []
+
+
+def test_a_courier_that_fails_is_status_1():
+    for command, word in ((START, "start"), (STOP, "stop"), (RESTART, "restart"), (RELOAD, "reload")):
+        for rule in (Rule(exit=5), Rule(signal=15)):
+            spy(COURIER, rule)
+            spy(POSTFIX, Rule(exit=0))
+            ended = mailvek(command, *components("imap"))
+            assert ended.status == 1 and actions()[-1] == (COURIER, word), ended
+        assert f"Unable to {word} service {COURIER}: daemon killed by signal 15\n" in ended.err
+    assert actions(POSTFIX) == []
+
+
+# ---------------------------------------------------------------------------- stop, restart
+
+
+def test_a_stop_of_a_service_edits_but_does_not_reload_a_running_postfix():
+    start("postfix")
+    spy(POSTFIX)
+    done(STOP, "smtp", out="")
+    assert not [line for line in entries() if line.split()[:2] == ["smtp", "inet"]]
+    assert calls(POSTFIX) == []
+    assert listens(25)
+
+
+def test_a_stop_of_a_service_reloads_a_postfix_that_does_not_run():
+    spy(POSTFIX, Rule(exit=0))
+    done(STOP, "smtp", out="")
+    assert actions(POSTFIX) == ["reload"]
+
+
+def test_a_stop_of_postfix_that_does_not_run_runs_no_script_and_skips_the_reload():
+    spy(POSTFIX)
+    done(STOP, "mta", "smtp")
+    assert calls(POSTFIX) == []
+
+
+def test_a_stop_that_fails_is_status_1_and_courier_is_stopped_all_the_same():
+    start("postfix")
+    spy(POSTFIX, Rule(exit=2))
+    spy(COURIER, Rule(exit=0))
+    assert mailvek(STOP, *components("mta", "imap")).status == 1
+    assert actions() == [(POSTFIX, "stop"), (COURIER, "stop")]
+
+
+def test_a_restart_of_postfix_skips_the_reload():
+    spy(POSTFIX)
+    done(RESTART, "mta", "smtps")
+    assert actions(POSTFIX)[0] == "restart" and "reload" not in actions(POSTFIX)
+    assert entries()[-1] == SMTPS
+
+
+def test_a_restart_brings_back_what_a_stop_has_parked_as_it_was():
+    write(MASTER_CF, read(MASTER_CF).replace("smtp       inet", "smtp inet n - n - 77 smtpd -o own=yes\n#", 1))
+    before = sorted(entries())
+    done(STOP, "smtp", nosleep=True)
+    assert "smtp inet n - n - 77 smtpd -o own=yes" not in entries()
+    spy(POSTFIX, Rule(exit=0))
+    done(RESTART, "smtp")
+    assert sorted(entries()) == before
+    assert actions(POSTFIX) == ["reload"]
+
+
+def test_a_stop_and_a_start_of_submission_follow_the_panel():
+    spy(POSTFIX, Rule(exit=0))
+    panel_has_submission(True)
+    done(START, "submission")
+    assert entries()[-1] == SUBMISSION
+    with nothing_changes():
+        done(STOP, "submission")
+    panel_has_submission(False)
+    done(STOP, "submission")
+    assert SUBMISSION not in entries()
+    panel_has_submission(True)
+    done(RESTART, "submission")
+    assert entries()[-1] == SUBMISSION
+    panel_has_submission(False)
+    done(START, "submission")
+    assert SUBMISSION not in entries()
+
+
+def test_a_setting_of_submission_that_cannot_be_read_is_a_warning_and_off():
+    spy(POSTFIX, Rule(exit=0))
+    panel_has_submission(True)
+    done(START, "submission")
+    panel_sql("RENAME TABLE misc TO settings; CREATE VIEW misc AS SELECT param, "
+              "IF(param = 'message_submission', (SELECT 1 UNION SELECT 2), val) AS val FROM settings")
+    ended = mailvek(STOP, *components("submission"))
+    panel_sql("DROP VIEW misc; RENAME TABLE settings TO misc")
+    warning = "Warning: MySQL Error on Mail Authentication Type query: "
+    assert ended.status == 0 and ended.err.startswith(warning) and ended.out.startswith(warning), ended
+    assert SUBMISSION not in entries()
+
+
+def test_a_panel_that_cannot_be_reached_ends_the_command_before_anything_is_done():
+    stop("mariadb")
+    spy(POSTFIX)
+    spy(COURIER)
+    before = read(MASTER_CF)
+    for command in (START, STOP, RESTART):
+        ended = mailvek(command)
+        assert ended.status == 1 and "Fatal error: " in ended.err, ended
+    assert calls() == [] and read(MASTER_CF) == before
+    assert not pathlib.Path("/var/spool/postfix/orvek/master.cf.disabled").exists()
+
+
+def test_a_master_cf_that_cannot_be_read_or_written_ends_the_command_before_anything_is_done():
+    spy(POSTFIX)
+    spy(COURIER)
+    before = read(MASTER_CF)
+    write(MASTER_CF, before + "postlog unix-dgram n - n - 1 postlogd\n")
+    for command in (START, STOP, RESTART):
+        ended = mailvek(command)
+        assert ended.status == 1 and "Fatal error: " in ended.err, ended
+    write(MASTER_CF, before)
+    read_only("/etc/postfix")
+    ended = mailvek(START)
+    assert ended.status == 1 and "Fatal error: " in ended.err, ended
+    assert calls() == [] and read(MASTER_CF) == before
+
+
+# ------------------------------------------------------------------------------------ reload
+
+
+def test_a_reload_does_not_look_at_the_services():
+    stop("mariadb")
+    spy(POSTFIX, Rule(exit=0))
+    before = read(MASTER_CF)
+    done(RELOAD, "smtp", "smtps", "submission", out="")
+    assert calls() == []
+    done(RELOAD, "mta", "smtps", out="")
+    assert actions(POSTFIX) == ["reload"] and read(MASTER_CF) == before
+
+
+def test_a_reload_that_fails_is_status_1_and_courier_is_reloaded_all_the_same():
+    spy(POSTFIX, Rule(exit=7))
+    spy(COURIER, Rule(exit=0))
+    assert mailvek(RELOAD).status == 1
+    assert actions() == [(POSTFIX, "reload"), (COURIER, "reload")]
+
+
+# -------------------------------------------------------------- how the two scripts are run
+
+
+def test_the_script_of_postfix_gets_its_language_alone_and_speaks_on_one_stream():
+    spy(POSTFIX, Rule(exit=3, out="one\n", err="two\n"))
+    ended = mailvek(START, *components("mta"), env={"ORV_PASSWORD": "secret"})
+    assert (ended.status, ended.out, ended.err) == (1, "one\ntwo\n", "")
+    (call,) = calls(POSTFIX)
+    assert call.argv == [POSTFIX, "start"] and call.env == {"LANG": "C"}
+    assert call.cwd == "/" and call.fds[0] == "/dev/null" and call.fds[1] == call.fds[2]
+
+
+def test_the_script_of_courier_runs_in_its_directory_on_dev_null_and_speaks_on_the_error_stream():
+    spy(COURIER, Rule(exit=0, out="one\n", err="two\n"))
+    ended = mailvek(START, *components("pop3"))
+    assert (ended.status, ended.out, ended.err) == (0, "", "two\n")
+    (call,) = calls(COURIER)
+    assert call.argv == [COURIER, "start"] and call.cwd == "/etc/init.d"
+    assert sorted(call.fds) == [0, 1, 2] and call.fds[0] == call.fds[1] == "/dev/null"
+
+
+def test_no_daemon_is_touched_where_the_configuration_says_so():
+    write("/etc/orv/orv.conf", read("/etc/orv/orv.conf") + "NO_RESTART_DAEMON 1\n")
+    spy(COURIER)
+    for command in (START, STOP, RESTART, RELOAD):
+        done(command, "pop3")
+    assert status("imap") == ["imap is running"] and calls() == []
+
+
+def test_a_host_without_courier_is_told_so():
+    pathlib.Path(COURIER).unlink()
+    ended = mailvek(START, *components("imap"))
+    assert ended.status == 1
+    assert ended.err.startswith("Unable to find start/stop script for 'courier-imap'\n"), ended
