@@ -1,5 +1,6 @@
 #include "postfix/database_helper.h"
 
+#include "postfix/change_lock.h"
 #include "postfix/data_stream_filter.h"
 #include "postfix/indexed_file.h"
 #include "postfix/map_names.h"
@@ -122,6 +123,7 @@ void DatabaseHelper::addRecord(std::string const& map, std::string const& key,
 
 void DatabaseHelper::removeRecord(std::string const& map, std::string const& key)
 {
+    ChangeLock const changes(map);
     std::string diagnostics;
     Pipe pipe = postmap({"-d", key, map}, diagnostics);
     pipe.stdinMode = process::DevNull;
@@ -135,6 +137,7 @@ void DatabaseHelper::appendText(std::vector<char>& text, std::string const& part
 
 void DatabaseHelper::feedAdditions(std::string const& map, TextSource const& records)
 {
+    ChangeLock const changes(map);
     std::string diagnostics;
     Pipe pipe = postmap({"-r", "-i", map}, diagnostics);
     pipe.stdinMode = process::Capture;
@@ -144,6 +147,7 @@ void DatabaseHelper::feedAdditions(std::string const& map, TextSource const& rec
 
 void DatabaseHelper::feedRemovals(std::string const& map, TextSource const& keys)
 {
+    ChangeLock const changes(map);
     std::string diagnostics;
     Pipe pipe = postmap({"-d", "-", map}, diagnostics);
     pipe.stdinMode = process::Capture;
@@ -154,6 +158,7 @@ void DatabaseHelper::feedRemovals(std::string const& map, TextSource const& keys
 void DatabaseHelper::rewrite(std::string const& map, TextSource const& records)
 {
     MKLock const lock(mapPath(map));
+    ChangeLock const changes(map);
     TextFile out(mapPath(map));
     std::vector<char> line;
     for (bool more = !records.empty(); more; line.clear()) {
@@ -168,6 +173,7 @@ void DatabaseHelper::rewrite(std::string const& map, TextSource const& records)
 void DatabaseHelper::rewriteFiltered(std::string const& map, RecordFilter const& filter)
 {
     MKLock const lock(mapPath(map));
+    ChangeLock const changes(map);
     TextFile out(mapPath(map));
     dump(map, filter, out);
     out.close();
