@@ -1,5 +1,6 @@
 #include "postfix/database_helper.h"
 
+#include "postfix/change_lock.h"
 #include "postfix/data_stream_filter.h"
 #include "postfix/indexed_file.h"
 #include "postfix/map_names.h"
@@ -126,6 +127,7 @@ void DatabaseHelper::addRecord(std::string const& map, std::string const& key,
 
 void DatabaseHelper::removeRecord(std::string const& map, std::string const& key)
 {
+    ChangeLock const changes(map);
     std::string diagnostics;
     Pipe pipe = postmap({"-d", key, map}, diagnostics);
     pipe.stdinMode = process::DevNull;
@@ -147,6 +149,7 @@ void DatabaseHelper::appendText(std::vector<char>& text, std::string const& part
 
 void DatabaseHelper::feedAdditions(std::string const& map, TextSource const& records)
 {
+    ChangeLock const changes(map);
     std::string diagnostics;
     Pipe pipe = postmap({"-r", "-i", map}, diagnostics);
     pipe.stdinMode = process::Capture;
@@ -156,6 +159,7 @@ void DatabaseHelper::feedAdditions(std::string const& map, TextSource const& rec
 
 void DatabaseHelper::feedRemovals(std::string const& map, TextSource const& keys)
 {
+    ChangeLock const changes(map);
     std::string diagnostics;
     Pipe pipe = postmap({"-d", "-", map}, diagnostics);
     pipe.stdinMode = process::Capture;
@@ -166,6 +170,7 @@ void DatabaseHelper::feedRemovals(std::string const& map, TextSource const& keys
 void DatabaseHelper::rewrite(std::string const& map, TextSource const& records)
 {
     MKLock const lock(mapPath(map));
+    ChangeLock const changes(map);
     TextFile out(mapPath(map));
     std::vector<char> line;
     for (bool more = !records.empty(); more; line.clear()) {
@@ -180,6 +185,7 @@ void DatabaseHelper::rewrite(std::string const& map, TextSource const& records)
 void DatabaseHelper::rewriteFiltered(std::string const& map, RecordFilter const& filter)
 {
     MKLock const lock(mapPath(map));
+    ChangeLock const changes(map);
     TextFile out(mapPath(map));
     dump(map, filter, out);
     out.close();

@@ -8,9 +8,8 @@
 // whatever happens. filterRecords passes each record, as postmap -s prints it, through a filter
 // that may rewrite the line and says whether it stays; it holds one line in memory.
 //
-// A rewrite that fails leaves the map as it was, see indexed_file.h. Incremental changes take no
-// lock of the tool's and rely on postmap's: one that arrives while filterRecords is at work may
-// be lost in the rebuild.
+// A rewrite that fails leaves the map as it was, see indexed_file.h. Incremental changes leave
+// the lock of the path alone; they and the rewrites wait for each other as change_lock.h says.
 //
 // Failures: PostfixConfigurationError with postmap's diagnostics, or "unknown error" without
 // any, from adding, replacing and filtering; PostfixDatabaseError with the diagnostics, if any,

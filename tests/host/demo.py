@@ -37,6 +37,13 @@ class Demo:
             print(f"          ... {len(lines) - most} more lines")
         sys.stdout.flush()
 
+    def attempt(self, part):
+        """A part of the demo. What it raises is a step that does not hold, and ends the part."""
+        try:
+            part(self)
+        except Exception as error:
+            self.step(f"what comes behind it in {part.__name__}", f"{type(error).__name__}: {error}", False)
+
     def tool(self, *arguments, status, out=None, err=None):
         """Runs the tool with what it must answer; None stands for any text."""
         ended = mailhost.mailvek(*arguments)
@@ -74,10 +81,8 @@ def bad_usage_is_told(demo):
 
 def main():
     demo = Demo()
-    the_host_is_real(demo)
-    demo_mail.whole_sequence(demo)
-    the_tool_answers(demo)
-    bad_usage_is_told(demo)
+    for part in (the_host_is_real, demo_mail.whole_sequence, the_tool_answers, bad_usage_is_told):
+        demo.attempt(part)
     print(f"\n{demo.held} of {demo.steps} steps held")
     return 0 if demo.held == demo.steps else 1
 

@@ -1,0 +1,265 @@
+"""Commands of domains and mailnames whose first, middle or last step fails: what was done stays,
+what comes behind it is not begun."""
+import os
+
+import pytest
+
+from mailhost import (
+    MAILNAMES, MAPS, Rule, auth_domains, auth_rows, auth_sql, mailvek, postmap, read, read_only, spy,
+    start, stop, undo,
+)
+from panel import LOCAL, add_hook, hooks, panel_domain, panel_mailname, standard_addresses, waits_for_the_accounts
+
+POSTMAP = "/usr/sbin/postmap"
+DOMAIN, ALIAS, NEW = "example.com", "alias.test", "new.test"
+ANNA = f"anna@{DOMAIN}"
+HOME = f"{MAILNAMES}/{DOMAIN}/anna"
+AT = f"--domain-name={DOMAIN}"
+NAMES = (AT, "--mailname=anna")
+PLAIN = {"ORV_PASSWORD": "secret"}
+MAP_NAMES = ("virtual_domains", "virtual", "vmailbox", "aliases")
+ALL_ACCOUNTS = [f"ann@{ALIAS}", f"ann@{DOMAIN}", f"anna@{ALIAS}", ANNA]
+
+
+@pytest.fixture(autouse=True)
+def panel():
+    """A domain with an alias domain, a mailname with a mail alias, accounts and hooks."""
+    start("mariadb")
+    panel_domain(DOMAIN, aliases=[ALIAS])
+    panel_mailname(ANNA, aliases=["ann"])
+    done("--add-domain", AT)
+    done("--add-mailname", *NAMES, "--disk-quota=100000")
+    done("--add-domain-alias", AT, f"--domain-alias-name={ALIAS}", "--set-reject")
+    done("--add-alias", *NAMES, "--alias=ann")
+    done("--add-mailbox", *NAMES, env=PLAIN)
+    done("--set-password", *NAMES, env=PLAIN)
+    add_hook(ANNA)
+
+
+def done(*arguments, env=None):
+    ended = mailvek(*arguments, env=env)
+    assert (ended.status, ended.out, ended.err) == (0, "", ""), ended
+
+
+def failed(*arguments, saying="", env=None):
+    ended = mailvek(*arguments, env=env)
+    assert ended.status == 1 and saying in ended.err, ended
+    return ended
+
+
+def maps():
+    return {name: postmap(name) for name in MAP_NAMES}
+
+
+def state():
+    return maps(), auth_rows(), auth_domains(), hooks(), os.path.exists(HOME) and read(f"{HOME}/.qmail")
+
+
+def map_fails(name):
+    """postmap fails for this map alone."""
+    spy(POSTMAP, Rule(exit=1, err="postmap: fatal: no\n", having=f"hash:{MAPS}/{name}"))
+
+
+def accounts_stay(event, table):
+    """The account database refuses to insert, update or delete rows of a table."""
+    auth_sql(f"CREATE TRIGGER refuse_{event} BEFORE {event} ON {table} BEGIN SELECT RAISE(ABORT, 'refused'); END")
+
+
+# --------------------------------------------------------------------------------- domains
+
+
+def test_a_domain_whose_record_cannot_be_written_has_its_addresses():
+    map_fails("virtual_domains")
+    failed("--add-domain", f"--domain-name={NEW}", saying="postmap: fatal: no")
+    assert NEW not in postmap("virtual_domains")
+    assert standard_addresses(NEW).items() <= postmap("virtual").items()
+
+
+def test_maps_whose_directory_cannot_be_written_stay_as_they_are():
+    before = maps()
+    read_only(MAPS)
+    failed("--add-domain", f"--domain-name={NEW}")
+    assert maps() == before and os.path.isdir(f"{MAILNAMES}/{NEW}")
+
+
+def test_a_domain_that_cannot_leave_the_second_map_has_left_the_first():
+    map_fails("vmailbox")
+    failed("--remove-domain", AT, saying="postmap: fatal: no")
+    found = maps()
+    assert DOMAIN not in found["virtual_domains"] and ANNA in found["vmailbox"]
+    assert not [key for key in found["virtual"] if key.endswith(f"@{DOMAIN}")]
+    assert not os.path.exists(f"{MAILNAMES}/{DOMAIN}") and hooks() == [f"recipient/{ANNA}"]
+
+
+@pytest.mark.parametrize("command, statuses", [("--turn-off-domain", {DOMAIN: 1, ALIAS: 0}),
+                                               ("--turn-on-domain", {DOMAIN: 0, ALIAS: 0})])
+def test_without_the_panels_database_a_domain_is_switched_among_the_accounts_alone(command, statuses):
+    before = maps(), hooks()
+    stop("mariadb")
+    failed(command, AT, saying=f"Unable to get aliases for domain {DOMAIN}")
+    assert auth_domains() == statuses and (maps(), hooks()) == before
+
+
+@pytest.mark.parametrize("command", ["--turn-off-domain", "--turn-on-domain"])
+def test_a_domain_is_switched_in_the_first_map_when_the_second_fails(command):
+    if command == "--turn-on-domain":
+        done("--turn-off-domain", AT)
+    before = hooks()
+    map_fails("virtual")
+    failed(command, AT, saying="postmap: fatal: no")
+    assert (DOMAIN in postmap("virtual_domains")) == (command == "--turn-on-domain")
+    assert ("root@" + DOMAIN in postmap("virtual")) == (command == "--turn-off-domain")
+    assert hooks() == before
+
+
+@pytest.mark.parametrize("arguments", [
+    ("--set-domain-disk-quota", AT, "--disk-quota=5000"), ("--set-mailbox-disk-quota", *NAMES, "--disk-quota=5000")])
+def test_a_quota_that_cannot_be_written_is_a_failure(arguments):
+    before = read(f"{HOME}/Maildir/maildirsize")
+    read_only(MAILNAMES)
+    failed(*arguments)
+    assert read(f"{HOME}/Maildir/maildirsize") == before
+
+
+# ------------------------------------------------------------------------------- mailnames
+
+
+def test_without_the_panels_database_a_mailbox_has_the_account_of_the_domain_alone():
+    for name in ("anna", "ann"):
+        auth_sql("DELETE FROM users WHERE name = ?", name)
+    stop("mariadb")
+    failed("--add-mailbox", *NAMES, env=PLAIN, saying=f"Unable to get domain aliases for domain {DOMAIN}")
+    assert list(auth_rows()) == [ANNA] and "deliverquota" in read(f"{HOME}/.qmail")
+
+
+def test_a_delivery_file_that_cannot_be_changed_keeps_the_accounts():
+    before = state()
+    read_only(MAILNAMES)
+    failed("--remove-mailbox", *NAMES, saying="unable to modify")
+    assert state() == before
+
+
+@pytest.mark.parametrize("command", ["--remove-mailbox", "--remove-mailname"])
+def test_without_the_panels_database_the_account_of_the_domain_alone_goes(command):
+    before = maps(), hooks()
+    stop("mariadb")
+    failed(command, *NAMES)
+    assert ANNA not in auth_rows() and f"anna@{ALIAS}" in auth_rows()
+    assert (maps(), hooks()) == before and os.path.isdir(HOME)
+
+
+def test_a_password_that_cannot_be_set_leaves_the_old_one():
+    accounts_stay("UPDATE", "users")
+    accounts_stay("INSERT", "users")
+    failed("--set-password", *NAMES, env={"ORV_PASSWORD": "another"})
+    assert auth_rows()[ANNA][0] == "secret"
+
+
+def test_a_rename_without_a_password_ends_behind_the_maps_when_the_accounts_cannot_go():
+    accounts_stay("DELETE", "users")
+    failed("--rename-mailname", AT, "--old-mailname=anna", "--new-mailname=anita", saying="refused")
+    assert f"anita@{DOMAIN}" in postmap("vmailbox") and os.path.isdir(f"{MAILNAMES}/{DOMAIN}/anita")
+    assert sorted(auth_rows()) == ALL_ACCOUNTS and hooks() == [f"recipient/{ANNA}"]
+
+
+@pytest.mark.parametrize("arguments", [
+    ("--set-password", *NAMES), ("--remove-mailname", *NAMES), ("--remove-mailbox", *NAMES),
+    ("--remove-alias", *NAMES, "--alias=ann"), ("--add-alias", *NAMES, "--alias=annie"), ("--remove-domain", AT),
+    ("--rename-mailname", AT, "--old-mailname=anna", "--new-mailname=anita"),
+    ("--add-domain-alias", AT, f"--domain-alias-name={NEW}", "--set-reject"),
+    ("--del-domain-alias", AT, f"--domain-alias-name={ALIAS}"),
+])
+def test_accounts_that_somebody_holds_for_a_while_are_waited_for(arguments):
+    ended = waits_for_the_accounts(*arguments, env=PLAIN)
+    assert ended.status == 0, ended
+
+
+# ------------------------------------------------------------ redirects, mail aliases, answers
+
+
+def test_a_redirect_that_cannot_be_removed_stays():
+    done("--add-redirect", *NAMES, "--redirect-email=b@example.org")
+    read_only(MAILNAMES)
+    failed("--remove-redirect", *NAMES, "--redirect-email=b@example.org", saying="unable to modify")
+    assert "&b@example.org\n" in read(f"{HOME}/.qmail")
+
+
+def test_a_mail_alias_that_cannot_leave_the_map_keeps_its_hooks_and_accounts():
+    add_hook(f"ann@{DOMAIN}")
+    before = state()
+    map_fails("virtual")
+    failed("--remove-alias", *NAMES, "--alias=ann", saying="postmap: fatal: no")
+    assert state() == before
+
+
+def test_without_the_panels_database_a_mail_alias_is_removed_under_the_domain_alone():
+    stop("mariadb")
+    failed("--remove-alias", *NAMES, "--alias=ann")
+    assert f"ann@{DOMAIN}" not in postmap("virtual") and f"ann@{ALIAS}" in postmap("virtual")
+    assert f"ann@{DOMAIN}" not in auth_rows() and f"ann@{ALIAS}" in auth_rows()
+
+
+def test_an_autoresponder_whose_handler_cannot_be_stored_is_a_failure():
+    before = hooks()
+    read_only("/usr/local/orv/handlers")
+    ended = mailvek("--set-autoresponder", *NAMES)
+    assert ended.status == 255 and "Read-only file system" in ended.err, ended
+    assert hooks() == before
+
+
+# ----------------------------------------------------------------------- mail to unknown names
+
+
+def test_a_bounce_whose_address_cannot_be_written_has_its_pipe():
+    map_fails("virtual")
+    failed("--set-bounce", AT, saying="postmap: fatal: no")
+    assert f"_orvek_bounce_{DOMAIN}" in postmap("aliases") and f"@{DOMAIN}" not in postmap("virtual")
+
+
+@pytest.mark.parametrize("arguments", [
+    ("--set-catchall", AT, "--email=b@example.org"), ("--set-reject", AT), ("--unset-reject", AT)])
+def test_a_catch_all_that_cannot_be_changed_stays(arguments):
+    done("--set-catchall", AT, f"--email={ANNA}")
+    before = maps()
+    map_fails("virtual")
+    failed(*arguments, saying="postmap: fatal: no")
+    assert maps() == before
+
+
+def test_without_the_panels_database_the_bounce_and_the_catch_all_of_the_domain_alone_change():
+    stop("mariadb")
+    assert mailvek("--set-bounce", AT).status == 0
+    assert postmap("virtual")[f"@{DOMAIN}"] == f"_orvek_bounce_{DOMAIN}@{LOCAL}"
+    assert list(postmap("aliases")) == [f"_orvek_bounce_{DOMAIN}"]
+    assert mailvek("--set-reject", AT).status == 0
+    assert f"@{DOMAIN}" not in postmap("virtual")
+
+
+# ------------------------------------------------------------------------------ alias domains
+
+
+RENAME = ("--rename-domain-alias", AT, f"--old-domain-alias-name={ALIAS}", f"--new-domain-alias-name={NEW}",
+          "--set-reject")
+
+
+def test_an_alias_domain_that_cannot_be_renamed_in_the_map_keeps_all_it_has():
+    before = state()
+    map_fails("virtual")
+    failed(*RENAME, saying="postmap: fatal: no")
+    assert state() == before
+
+
+def test_old_accounts_that_cannot_go_stay_beside_the_new_ones():
+    accounts_stay("DELETE", "domains")
+    failed(*RENAME)
+    assert {f"anna@{ALIAS}", f"anna@{NEW}"} <= auth_rows().keys()
+    assert NEW in postmap("virtual") and ALIAS not in postmap("virtual")
+
+
+def test_a_catch_all_that_cannot_be_written_ends_it_behind_the_accounts():
+    # The two additions of the alias domain's names, and then its catch-all.
+    spy(POSTMAP, Rule(times=2), Rule(exit=1, err="postmap: fatal: no\n"))
+    failed("--add-domain-alias", AT, f"--domain-alias-name={NEW}", "--set-catchall", f"--email={ANNA}",
+           saying="postmap: fatal: no")
+    undo(POSTMAP)
+    assert f"anna@{NEW}" in auth_rows() and NEW in postmap("virtual") and f"@{NEW}" not in postmap("virtual")
