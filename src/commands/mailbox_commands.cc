@@ -47,8 +47,8 @@ int addMailbox(int argc, char** argv)
 
     MailnameManager::enableDelivery(domain, mailname);
     Password const password = takePassword(helper);
-    int const set = set_passwd_for_domains(mailname.c_str(), domain.c_str(), password.text,
-                                           password.flags);
+    int const set =
+        set_passwd_for_domains(mailname.c_str(), domain.c_str(), password.text, password.flags);
     return set == -1 ? 1 : 0;
 }
 
@@ -91,8 +91,8 @@ int setPassword(int argc, char** argv)
     std::string const domain = domainOf(helper);
     std::string const mailname = localPartOf(helper);
 
-    int const set = set_mass_postbox_passwd(mailname.c_str(), domain.c_str(), password.text,
-                                            password.flags);
+    int const set =
+        set_mass_postbox_passwd(mailname.c_str(), domain.c_str(), password.text, password.flags);
     return set == -1 ? 1 : 0;
 }
 

@@ -43,11 +43,11 @@ int setAliasCatchall(ProgramOptionsHelper const& helper)
 // Deliberate: the description of --email is that of another option.
 void formNotexistingMailOptions(ProgramOptionsHelper& helper)
 {
-    helper.addOptions()                                               //
-        ("set-catchall", "set a domain catchall address", false)      //
+    helper.addOptions()                                                 //
+        ("set-catchall", "set a domain catchall address", false)        //
         ("email", po::value<std::string>(), "domain alias name", false) //
-        ("set-bounce", "set a domain bounce", false)                  //
-        ("phrase", po::value<std::string>(), "phrase", false)         //
+        ("set-bounce", "set a domain bounce", false)                    //
+        ("phrase", po::value<std::string>(), "phrase", false)           //
         ("set-reject", "set domain reject flag", false);
 }
 

@@ -1,7 +1,7 @@
 #include "postfix/domain_manager.h"
 
-#include "maildir/maildirpp_manager.h"
 #include "mail/lib/append_domainaliases.h"
+#include "maildir/maildirpp_manager.h"
 #include "postfix/address_records.h"
 #include "postfix/domain_filters.h"
 #include "postfix/map_names.h"
@@ -62,9 +62,8 @@ void renameInDomain(char const* map, std::string const& from, std::string const&
 // Deliberate: only the key changes. The value of a record ends in "/" and so is not the name.
 void renameEnabledDomain(std::string const& from, std::string const& to)
 {
-    DatabaseHelper::filterRecords(
-        virtual_domains_map,
-        ElementsFilter<ReplaceElementFilterRef>(ReplaceElementFilterRef{&from, &to}));
+    DatabaseHelper::filterRecords(virtual_domains_map, ElementsFilter<ReplaceElementFilterRef>(
+                                                           ReplaceElementFilterRef{&from, &to}));
 }
 
 void removeDomainFrom(char const* map, std::string const& domain, bool subdomains)
@@ -141,18 +140,17 @@ void DomainManager::renameDomain(std::string const& oldName, std::string const& 
         {
             std::string const fromRoot = MaildirManager::getDomainRelativeRoot(from).string();
             std::string const toRoot = MaildirManager::getDomainRelativeRoot(to).string();
-            DatabaseHelper::filterRecords(
-                vmailbox_map, KeyValueFilter<ReplaceDomainPart, ReplaceDomainPath>{
-                                  {&from, &to, false}, {&fromRoot, &toRoot}});
+            DatabaseHelper::filterRecords(vmailbox_map,
+                                          KeyValueFilter<ReplaceDomainPart, ReplaceDomainPath>{
+                                              {&from, &to, false}, {&fromRoot, &toRoot}});
         }
     };
 
     static constexpr char title[] = "Postfix Virtual Domains Database";
     ReversibleRename rename(oldName, newName);
     rename.step(title, renameEnabledDomain);
-    rename.step(title, [](auto const& from, auto const& to) {
-        renameInDomain(virtual_map, from, to);
-    });
+    rename.step(title,
+                [](auto const& from, auto const& to) { renameInDomain(virtual_map, from, to); });
     rename.step(title, safeMailboxRenamer::rename);
     rename.lastStep([](auto const& from, auto const& to) {
         MaildirManager::getInstance().renameDomainRoot(from, to);

@@ -1,8 +1,8 @@
 #include "postfix/mailname_manager.h"
 
+#include "mail/lib/append_domainaliases.h"
 #include "maildir/dot_qmail_manager.h"
 #include "maildir/maildirpp_manager.h"
-#include "mail/lib/append_domainaliases.h"
 #include "postfix/address_records.h"
 #include "postfix/map_names.h"
 #include "postfix/record_filters.h"
@@ -66,9 +66,9 @@ void renameMailbox(std::string const& domain, std::string const& from, std::stri
     std::string const toAddress = addressIn(domain, to);
     std::string const fromMaildir = relativeMaildir(domain, from);
     std::string const toMaildir = relativeMaildir(domain, to);
-    DatabaseHelper::filterRecords(
-        vmailbox_map, KeyValueFilter<ReplaceElementFilterRef, ReplaceElementFilterRef>{
-                          {&fromAddress, &toAddress}, {&fromMaildir, &toMaildir}});
+    DatabaseHelper::filterRecords(vmailbox_map,
+                                  KeyValueFilter<ReplaceElementFilterRef, ReplaceElementFilterRef>{
+                                      {&fromAddress, &toAddress}, {&fromMaildir, &toMaildir}});
 }
 
 } // namespace
@@ -115,9 +115,8 @@ void MailnameManager::renameMailname(std::string const& domain, std::string cons
                                      std::string const& newName)
 {
     ReversibleRename rename(oldName, newName);
-    rename.step("Postfix Virtual Mailboxes Database", [&](auto const& from, auto const& to) {
-        renameMailbox(domain, from, to);
-    });
+    rename.step("Postfix Virtual Mailboxes Database",
+                [&](auto const& from, auto const& to) { renameMailbox(domain, from, to); });
     rename.step("Postfix Virtual Aliases Database", [&](auto const& from, auto const& to) {
         replaceAddress(addressIn(domain, from), addressIn(domain, to));
     });

@@ -37,8 +37,7 @@ public:
     static void renameMailname(std::string const& domain, std::string const& oldName,
                                std::string const& newName);
     static void renameMailnameOnDomainAlias(std::string const& aliasDomain,
-                                            std::string const& oldName,
-                                            std::string const& newName);
+                                            std::string const& oldName, std::string const& newName);
 
     static void createMailAlias(std::string const& domain, std::string const& mailname,
                                 std::string const& alias);

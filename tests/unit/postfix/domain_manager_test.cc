@@ -145,9 +145,8 @@ TEST_F(DomainManagerOnHost, WritesACatchAllForTheDomainAndEachAliasDomain)
 {
     panelDomain("d.test", {"x.test", "y.test"});
     DomainManager::createCatchall("d.test", "a@e.test");
-    EXPECT_EQ(contentOf(virtual_map), (Content{{"@d.test", "a@e.test"},
-                                               {"@x.test", "a@e.test"},
-                                               {"@y.test", "a@e.test"}}));
+    EXPECT_EQ(contentOf(virtual_map),
+              (Content{{"@d.test", "a@e.test"}, {"@x.test", "a@e.test"}, {"@y.test", "a@e.test"}}));
     DomainManager::removeCatchall("d.test");
     EXPECT_EQ(contentOf(virtual_map), Content());
 }
@@ -213,10 +212,10 @@ TEST_F(DomainManagerOnHost, GivesAnAliasDomainTheAddressesOfAllNames)
     EXPECT_EQ(contentOf(virtual_map), Content());
     batch.commit();
     EXPECT_EQ(contentOf(virtual_map), both(standard("x.test"), {{"x.test", "1"},
-                                                               {"a@x.test", "a@d.test"},
-                                                               {"a1@x.test", "a@d.test"},
-                                                               {"a2@x.test", "a@d.test"},
-                                                               {"b@x.test", "b@d.test"}}));
+                                                                {"a@x.test", "a@d.test"},
+                                                                {"a1@x.test", "a@d.test"},
+                                                                {"a2@x.test", "a@d.test"},
+                                                                {"b@x.test", "b@d.test"}}));
 }
 
 TEST_F(DomainManagerOnHost, RaisesWhenTheMailnamesForAnAliasDomainCannotBeRead)

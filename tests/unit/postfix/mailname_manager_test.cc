@@ -38,8 +38,9 @@ TEST_F(MailnameManagerOnHost, AddsTheAddressesOfAMailAliasToABatch)
     MailnameManager::createMailAlias(batch, "d.test", "a", "b");
     EXPECT_EQ(contentOf(virtual_map), Content());
     batch.commit();
-    EXPECT_EQ(contentOf(virtual_map),
-              (Content{{"b@d.test", "a@d.test"}, {"b@x.test", "a@d.test"}, {"b@y.test", "a@d.test"}}));
+    EXPECT_EQ(
+        contentOf(virtual_map),
+        (Content{{"b@d.test", "a@d.test"}, {"b@x.test", "a@d.test"}, {"b@y.test", "a@d.test"}}));
 }
 
 TEST_F(MailnameManagerOnHost, RemovesAMailAliasWhateverMailnameIsNamed)
@@ -70,10 +71,12 @@ TEST_F(MailnameManagerOnHost, LeavesARemovedHomeForAnyOtherWish)
 
 TEST_F(MailnameManagerOnHost, RenamesAnAddressUnderAnAliasDomainAsKeyAndAsElement)
 {
-    fill(virtual_map, {{"a@x.test", "a@d.test"}, {"l@e.test", "b@e.test, a@x.test"}, {"aa@x.test", "q@d.test"}});
+    fill(virtual_map,
+         {{"a@x.test", "a@d.test"}, {"l@e.test", "b@e.test, a@x.test"}, {"aa@x.test", "q@d.test"}});
     MailnameManager::renameMailnameOnDomainAlias("x.test", "a", "b");
-    EXPECT_EQ(contentOf(virtual_map),
-              (Content{{"b@x.test", "a@d.test"}, {"l@e.test", "b@e.test, b@x.test"}, {"aa@x.test", "q@d.test"}}));
+    EXPECT_EQ(contentOf(virtual_map), (Content{{"b@x.test", "a@d.test"},
+                                               {"l@e.test", "b@e.test, b@x.test"},
+                                               {"aa@x.test", "q@d.test"}}));
 }
 
 TEST_F(MailnameManagerOnHost, RenamesAMailboxValueOnlyWithoutASlashAtItsEnd)

@@ -67,9 +67,9 @@ TEST(ReversibleRename, TakesFinishedStepsBackInReverseOrderAndRaisesTheFirstErro
     rename.step("a title", steps.named("first"));
     rename.step("a title", steps.named("second"));
     EXPECT_EQ(messageOf(rename, steps.failing("third", "old")), "third");
-    EXPECT_EQ(steps.done, (std::vector<std::string>{"first old new", "second old new",
-                                                    "third old new", "second new old",
-                                                    "first new old"}));
+    EXPECT_EQ(steps.done,
+              (std::vector<std::string>{"first old new", "second old new", "third old new",
+                                        "second new old", "first new old"}));
 }
 
 TEST(ReversibleRename, DoesNotTakeTheFailingStepItselfBack)

@@ -132,7 +132,6 @@ TEST_F(MailDatabasePanelOnHost, EndsAtAMailnameOfThePanelsThatBreaksItsStatement
     addDomain("d.test");
     addMailname("d.test", "o\\'hara");
     EXPECT_EQ(add_domain_auth_alias("d.test", "a.test"), -1);
-    EXPECT_THAT(texts(),
-                ElementsAre(not_read, "Unable to get aliases for mailname: o'hara@d.test",
-                            "Unable to get mail aliases for o'hara@d.test"));
+    EXPECT_THAT(texts(), ElementsAre(not_read, "Unable to get aliases for mailname: o'hara@d.test",
+                                     "Unable to get mail aliases for o'hara@d.test"));
 }

@@ -109,13 +109,13 @@ TEST_F(MaildirppQuotaOnHost, ReportsWhyAMailboxCannotBeEntered)
 TEST_F(MaildirppQuotaOnHost, RefusesNamesThatMakeNoPath)
 {
     std::string const label(64, 'x');
-    EXPECT_EQ(
-        reportOf(0,
-                 [&] {
-                     int const result = store_mbox_quota(("\xc3\xa4" + label).c_str(), "info", 1);
-                     return errno == EINVAL ? result : 1;
-                 }),
-        "idn_toascii(\xc3\xa4" + label + ") failed: Invalid length\n");
+    EXPECT_EQ(reportOf(0,
+                       [&] {
+                           int const result =
+                               store_mbox_quota(("\xc3\xa4" + label).c_str(), "info", 1);
+                           return errno == EINVAL ? result : 1;
+                       }),
+              "idn_toascii(\xc3\xa4" + label + ") failed: Invalid length\n");
     EXPECT_EQ(reportOf(0,
                        [] {
                            int const result =
