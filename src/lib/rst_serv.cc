@@ -8,6 +8,7 @@
 #include "lib/get_param.h"
 #include "lib/libfile.h"
 #include "lib/liblog.h"
+#include "lib/libsafe.h"
 #include "lib/owned.h"
 #include "lib/send_sig.h"
 
@@ -161,7 +162,7 @@ int restart_daemon(char const* daemon, char const* action)
 {
     if (orvConfGet("NO_RESTART_DAEMON"))
         return 0;
-    if (*daemon == '\0')
+    if (isempty(daemon))
         return failure(-1, "Unknown service\n");
     if (begins_with(daemon, "tomcat6"))
         return restart_tomcat(action);

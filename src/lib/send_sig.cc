@@ -9,7 +9,6 @@
 #include "lib/process_status.h"
 
 #include <cerrno>
-#include <climits>
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
@@ -23,25 +22,26 @@ constexpr char awk[] = "/usr/bin/awk";
 constexpr char kill_program[] = "/bin/kill";
 
 // 0, 1 and below stand for groups, for the whole system and for init.
-constexpr long lowest_to_signal = 2;
+constexpr pid_t lowest_to_signal = 2;
 
 int shell_status(char const* command)
 {
     return exit_status(system(command));
 }
 
-// Reads the pid that a line of ps begins with.
-bool read_pid(char const* line, long& pid)
+// Reads the number that a text begins with; one that no process can have is none.
+bool read_pid(char const* text, pid_t& pid)
 {
     char* end = nullptr;
-    pid = strtol(line, &end, 10);
-    return end != line && pid >= 1 && pid <= INT_MAX;
+    long const number = strtol(text, &end, 10);
+    pid = static_cast<pid_t>(number);
+    return end != text && pid == number;
 }
 
-int signal_process(long pid, int sig)
+int signal_process(pid_t pid, int sig)
 {
     if (pid >= lowest_to_signal || sig == 0)
-        return kill(static_cast<pid_t>(pid), sig);
+        return kill(pid, sig);
     errno = EPERM;
     return -1;
 }
@@ -49,15 +49,14 @@ int signal_process(long pid, int sig)
 // Signals the process of one line; false, reported, for a line without a pid.
 bool signal_line(char const* line, size_t length, int sig)
 {
-    long pid = 0;
-    if (!read_pid(line, pid)) {
+    pid_t pid = 0;
+    if (!read_pid(line, pid) || pid < 1) {
         messlog2(0, 0, "send_signal_field(): malformed ps output: %.*s", static_cast<int>(length),
                  line);
         return false;
     }
     if (signal_process(pid, sig) != 0)
-        messlog2(0, 0, "send_signal_field(): failed to kill %d: %s", static_cast<int>(pid),
-                 strerror(errno));
+        messlog2(0, 0, "send_signal_field(): failed to kill %d: %s", pid, strerror(errno));
     return true;
 }
 
@@ -125,11 +124,11 @@ pid_t get_pid_by_pidfile(char const* pidfile_name)
             messlog2(1, 0, "open() pidfile '%s' failed: %s", pidfile_name, strerror(errno));
         return -1;
     }
-    long pid = 0;
-    // A number that no process can have is none.
-    if (fscanf(file.get(), "%ld", &pid) != 1 || pid < INT_MIN || pid > INT_MAX)
+    char word[64];
+    pid_t pid = 0;
+    if (fscanf(file.get(), "%63s", word) != 1 || !read_pid(word, pid))
         messlog2(1, 0, "read from pidfile '%s' failed", pidfile_name);
-    return static_cast<pid_t>(pid);
+    return pid;
 }
 
 int is_running_pid_file(char const* pidfile_name)

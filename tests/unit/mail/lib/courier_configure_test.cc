@@ -221,6 +221,24 @@ TEST_F(CourierConfigure, EndsAtAFileThatCannotBeWritten)
     EXPECT_EQ(left(), "A=2\n|" + large + "|A=1\n|A=1\n|");
 }
 
+// By the end nothing of it is left for the close to write.
+TEST_F(CourierConfigure, DoesNotTakeAFileForWrittenWhenItsBeginningIsNot)
+{
+    std::string const blocks = std::string(8191, 'x') + "\n";
+    writeFile(pathOf("imapd"), blocks);
+    EnvChange const env[] = {{"A", ENV_DEL, nullptr}, {nullptr, ENV_ADD, nullptr}};
+    auto const prepare = [] {
+        signal(SIGXFSZ, SIG_IGN);
+        rlimit const limit = {4096, 4096};
+        EXPECT_EQ(setrlimit(RLIMIT_FSIZE, &limit), 0);
+    };
+    EXPECT_EQ(outcomeOf([&] { return set_courier_params_list(env); }, prepare),
+              "-1|" + withErrno("Unable to write temporary file content for " + pathOf("imapd") +
+                                    ": File too large\n",
+                                EFBIG));
+    EXPECT_EQ(left(), blocks + "|A=1\n|A=1\n|A=1\n|");
+}
+
 TEST_F(CourierConfigure, EndsAtAFileThatCannotBeClosed)
 {
     std::optional<CallFailure> failure;
