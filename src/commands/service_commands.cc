@@ -32,10 +32,10 @@ unsigned int selectedComponents(char const* command, int argc, char** argv)
                         "(mta|smtp|smtps|submission|pop3|imap|pop3s|imaps|all) (default all)",
                         false);
     standardOptionsParse(helper, argc, argv);
-    if (!isGiven(helper, "mail-component"))
-        return Components::all;
-    unsigned int const mask = helper.values()["mail-component"].as<SelectedMailComponents>().mask;
-    return mask == 0 ? Components::all : mask;
+    // What is given names one component at least.
+    return isGiven(helper, "mail-component")
+               ? helper.values()["mail-component"].as<SelectedMailComponents>().mask
+               : Components::all;
 }
 
 // 1 for an operation that failed or raised, so that the command can go on with Courier; else 0.

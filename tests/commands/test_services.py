@@ -287,6 +287,17 @@ def test_a_stop_and_a_start_of_submission_follow_the_panel():
     assert SUBMISSION not in entries()
 
 
+def test_a_stop_does_not_bring_back_what_the_panel_has_on_and_somebody_has_parked():
+    spy(POSTFIX, Rule(exit=0))
+    panel_has_submission(True)
+    done("--enable-message-submission")
+    done("--disable-message-submission")
+    with nothing_changes():
+        done(STOP, "submission", "smtps")
+    assert SUBMISSION not in entries()
+    assert len(calls()) == 2
+
+
 def test_a_setting_of_submission_that_cannot_be_read_is_a_warning_and_off():
     spy(POSTFIX, Rule(exit=0))
     panel_has_submission(True)

@@ -1,7 +1,7 @@
 // postfix_stand_in - a Postfix of the tests' own: its init script, and its two processes
 //
 // StandInPostfix is a process with a child of a chosen name, whose number the pid file holds.
-// Both end with the object. The pid file is as it was, at the end.
+// Both end with the object, and the pid file goes with them. A test begins without one.
 
 #ifndef MAILVEK_TESTS_SUPPORT_POSTFIX_STAND_IN_H
 #define MAILVEK_TESTS_SUPPORT_POSTFIX_STAND_IN_H

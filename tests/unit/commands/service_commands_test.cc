@@ -72,12 +72,12 @@ TEST(ServiceCommands, ShowTheirOwnUsageWhenAskedForHelp)
         auto const help = run(handler, {name, "--mail-component=pop3", "--help"});
         EXPECT_EQ(help.status, 0);
         EXPECT_EQ(help.err, "");
-        std::string const summary = textsOf(name).summary;
-        EXPECT_THAT(help.out,
-                    StartsWith(summary + "\nUsage: " + name +
-                               " [--mail-component={mta|smtp|smtps|submission|pop3|imap|pop3s|"
-                               "imaps|all}] [--mail-component=...]\nAllowed options to " +
-                               summary + ":\n"));
+        std::string usage = textsOf(name).summary;
+        usage.append("\nUsage: ").append(name);
+        usage.append(" [--mail-component={mta|smtp|smtps|submission|pop3|imap|pop3s|imaps|all}]"
+                     " [--mail-component=...]\nAllowed options to ");
+        usage.append(textsOf(name).summary).append(":\n");
+        EXPECT_THAT(help.out, StartsWith(usage));
     }
 }
 
