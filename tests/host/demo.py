@@ -11,7 +11,8 @@ import sys
 HOST = pathlib.Path(__file__).resolve().parent
 sys.path.insert(0, str(HOST.parent / "commands"))
 
-import demo_mail  # noqa: E402  (found by the line above, like the next)
+import demo_mail  # noqa: E402  (found by the line above, like the next two)
+import demo_services  # noqa: E402
 import mailhost  # noqa: E402
 
 GOLDEN = HOST.parent / "golden"
@@ -81,7 +82,7 @@ def bad_usage_is_told(demo):
 
 def main():
     demo = Demo()
-    for part in (the_host_is_real, demo_mail.whole_sequence, the_tool_answers, bad_usage_is_told):
+    for part in (the_host_is_real, demo_mail.whole_sequence, demo_services.chapters, the_tool_answers, bad_usage_is_told):
         demo.attempt(part)
     print(f"\n{demo.held} of {demo.steps} steps held")
     return 0 if demo.held == demo.steps else 1
