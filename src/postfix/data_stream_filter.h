@@ -1,8 +1,8 @@
 // data_stream_filter - passes a dump of records through a record filter as it arrives
 //
 // filterChunk takes the next piece of the dump, of any size, and hands each line that it
-// completes to the filter, without its newline. A line that is kept is written with a newline
-// and reaches the file at once. What follows the last newline waits for the next piece; finish
+// completes to the filter, without its newline. A line that is kept is written with a newline,
+// and the stream flushed. What follows the last newline waits for the next piece; finish
 // passes it as a line of its own when there is no more. One line at most is in memory.
 //
 // The stream stays the caller's. Failures: whatever the filter and the stream raise.

@@ -11,7 +11,9 @@
 #include "util/mk_lock.h"
 
 #include <exception>
+#include <fstream>
 #include <ostream>
+#include <streambuf>
 
 #include <sys/wait.h>
 
@@ -59,6 +61,29 @@ public:
     {
         exceptions(failbit | badbit);
     }
+};
+
+// Writes to a file without flushing it: a filter flushes each record, and for the text source,
+// which nobody reads before it is closed, that is a system call a record for nothing.
+class Unflushed : public std::streambuf
+{
+public:
+    explicit Unflushed(std::filebuf& file_) : file(file_) {}
+
+protected:
+    int_type overflow(int_type byte) override
+    {
+        if (traits_type::eq_int_type(byte, traits_type::eof()))
+            return traits_type::not_eof(byte);
+        return file.sputc(traits_type::to_char_type(byte));
+    }
+    std::streamsize xsputn(char const* text, std::streamsize size) override
+    {
+        return file.sputn(text, size);
+    }
+
+private:
+    std::filebuf& file;
 };
 
 // Keeps the first exception of a receiver until the run is over: a pipe that is left by one
@@ -175,7 +200,10 @@ void DatabaseHelper::rewriteFiltered(std::string const& map, RecordFilter const&
     MKLock const lock(mapPath(map));
     ChangeLock const changes(map);
     TextFile out(mapPath(map));
-    dump(map, filter, out);
+    Unflushed buffer(*out.rdbuf());
+    std::ostream records(&buffer);
+    records.exceptions(std::ios::failbit | std::ios::badbit);
+    dump(map, filter, records);
     out.close();
     IndexedFileCopy copy(indexedFileOf(map));
     rebuild({map}, copy);
