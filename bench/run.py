@@ -3,7 +3,8 @@
     bench/run.py PROGRAMS [--rounds N] [ROW...]
 
 PROGRAMS is the directory of the optimised programs. A row is a file bench/<layer>/<row>.py with
-a function row(bench) that makes what its two sides need and returns a Row. Both sides run in
+a function row(bench) that makes what its two sides need and returns a Row; one with SIZES, a table
+of names and sizes, is a row for each, <row>_<name>, and its function takes the size too. Both sides run in
 turns within one run, so that what else the machine does meets them alike; the table shows the
 medians. Peak memory is that of the program itself, without the programs that it starts, taken
 in a run that is not timed.
@@ -180,25 +181,35 @@ def line(name: str, row: Row, ours: list[Spent], other: list[Spent], memory: flo
     ).rstrip()
 
 
-def load(path: Path) -> Callable[[Bench], Row]:
+def load(path: Path) -> dict:
     sys.path.insert(0, str(path.parent))  # for what rows of a layer share, in _<name>.py
-    return runpy.run_path(str(path))["row"]
+    return runpy.run_path(str(path))
 
 
-def chosen(patterns: list[str]) -> list[Path]:
+def rows_of(path: Path) -> list[tuple[str, Callable[[Bench], Row]]]:
+    """The name of each row of a file, and what makes it."""
+    names = load(path)
+    row, sizes = names["row"], names.get("SIZES")
+    if sizes is None:
+        return [(path.stem, row)]
+    return [(f"{path.stem}_{name}", lambda bench, size=size: row(bench, size)) for name, size in sizes.items()]
+
+
+def chosen(patterns: list[str]) -> list[tuple[str, Callable[[Bench], Row]]]:
     paths = [p for p in sorted(HERE.glob("*/**/*.py")) if not p.name.startswith("_")]
-    return [p for p in paths if not patterns or any(fnmatch.fnmatch(p.stem, f"*{q}*") for q in patterns)]
+    rows = [row for path in paths for row in rows_of(path)]
+    return [row for row in rows if not patterns or any(fnmatch.fnmatch(row[0], f"*{q}*") for q in patterns)]
 
 
-def run(path: Path, programs: Path, rounds: int) -> bool:
+def run(name: str, make: Callable[[Bench], Row], programs: Path, rounds: int) -> bool:
     # In memory and not on the host's overlay, which no server has below its maps.
     with tempfile.TemporaryDirectory(prefix="bench", dir="/tmp") as directory:
         try:
-            row = load(path)(Bench(Path(directory), programs))
-            print(line(path.stem, row, *measure(row, rounds)), flush=True)
+            row = make(Bench(Path(directory), programs))
+            print(line(name, row, *measure(row, rounds)), flush=True)
             return True
         except Exception as e:  # whatever a row does, the others are measured
-            print(f"{path.stem}: not measured: {type(e).__name__}: {e}", flush=True)
+            print(f"{name}: not measured: {type(e).__name__}: {e}", flush=True)
             return False
 
 
@@ -209,12 +220,12 @@ def main() -> int:
     parser.add_argument("rows", nargs="*")
     options = parser.parse_intermixed_args()
     sys.modules["run"] = sys.modules["__main__"]  # for the rows, which import their Row
-    paths = chosen(options.rows)
-    if not paths:
+    rows = chosen(options.rows)
+    if not rows:
         print("no such row", file=sys.stderr)
         return 1
     print(FORMAT.format("row", "ours", "other", "ratio", "goal", "cpu", "peak memory", ""), flush=True)
-    return 0 if all([run(path, options.programs, options.rounds) for path in paths]) else 1
+    return 0 if all([run(*row, options.programs, options.rounds) for row in rows]) else 1
 
 
 if __name__ == "__main__":

@@ -470,14 +470,14 @@ def full_disk(path, more_files=0):
     content = sum(4096 + os.lstat(os.path.join(top, name)).st_size // 4096 * 4096
                   for top, directories, files in os.walk(path) for name in directories + files)
     nodes = 1 + len(tree(path))
-    _cover(path, f"size={content + 65536},nr_inodes={nodes + more_files + 1}")
+    cover(path, f"size={content + 65536},nr_inodes={nodes + more_files + 1}")
     with open(os.path.join(path, ".full"), "wb", buffering=0) as file:
         with contextlib.suppress(OSError):
             while file.write(bytes(4096)):
                 pass
 
 
-def _cover(path, options):
+def cover(path, options):
     """Mounts a memory file system over a directory, with the directory's content in it."""
     status = os.stat(path)
     source = f"/run/mailvek/covered-{status.st_ino}"
