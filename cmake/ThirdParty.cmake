@@ -1,20 +1,27 @@
-# Third-party libraries, each linked by the layer that uses it. Boost, SQLite, libidn and the panel
+# Third-party libraries, each linked by the layer that uses it. Boost, SQLite and the panel
 # database's client are linked statically: the tool is started once per change, thousands of times
-# a day, and every shared library costs at each start. OpenSSL follows in the release preset
-# (OPENSSL_USE_STATIC_LIBS): to load it took as long as all the rest of a start.
+# a day, and every shared library costs at each start. libidn and OpenSSL follow in the release
+# preset (MAILVEK_ALL_STATIC): to load OpenSSL took as long as all the rest of a start. The tests
+# have them shared, so that a library's own allocations are none of the tool's.
 
+option(MAILVEK_ALL_STATIC "Link libidn and OpenSSL statically too" OFF)
+set(OPENSSL_USE_STATIC_LIBS ${MAILVEK_ALL_STATIC})
 set(Boost_USE_STATIC_LIBS ON)
 find_package(Boost 1.74 REQUIRED COMPONENTS filesystem program_options)
 find_package(OpenSSL REQUIRED COMPONENTS Crypto SSL)
 find_package(PkgConfig REQUIRED)
-pkg_check_modules(LIBIDN REQUIRED libidn)
+pkg_check_modules(LIBIDN REQUIRED IMPORTED_TARGET libidn)
 pkg_check_modules(MARIADB REQUIRED libmariadb)
 
-find_library(LIBIDN_ARCHIVE libidn.a REQUIRED)
-add_library(LibIDN::Archive STATIC IMPORTED)
-set_target_properties(LibIDN::Archive PROPERTIES
-  IMPORTED_LOCATION ${LIBIDN_ARCHIVE}
-  INTERFACE_INCLUDE_DIRECTORIES "${LIBIDN_INCLUDE_DIRS}")
+set(libidn PkgConfig::LIBIDN)
+if(MAILVEK_ALL_STATIC)
+  find_library(LIBIDN_ARCHIVE libidn.a REQUIRED)
+  add_library(LibIDN::Archive STATIC IMPORTED)
+  set_target_properties(LibIDN::Archive PROPERTIES
+    IMPORTED_LOCATION ${LIBIDN_ARCHIVE}
+    INTERFACE_INCLUDE_DIRECTORIES "${LIBIDN_INCLUDE_DIRS}")
+  set(libidn LibIDN::Archive)
+endif()
 
 find_path(SQLITE3_INCLUDE_DIR sqlite3.h REQUIRED)
 find_library(SQLITE3_ARCHIVE libsqlite3.a REQUIRED)
@@ -32,7 +39,7 @@ set_target_properties(MariaDB::Archive PROPERTIES
   INTERFACE_INCLUDE_DIRECTORIES "${MARIADB_INCLUDE_DIRS}"
   INTERFACE_LINK_LIBRARIES "${ZLIB_ARCHIVE};OpenSSL::SSL;OpenSSL::Crypto;dl;m")
 
-set(MAILVEK_THIRD_PARTY_layer_lib LibIDN::Archive MariaDB::Archive OpenSSL::Crypto crypt)
+set(MAILVEK_THIRD_PARTY_layer_lib ${libidn} MariaDB::Archive OpenSSL::Crypto crypt)
 set(MAILVEK_THIRD_PARTY_layer_mail_lib SQLite3::Archive)
 set(MAILVEK_THIRD_PARTY_layer_util Boost::filesystem)
 set(MAILVEK_THIRD_PARTY_layer_mysql MariaDB::Archive)

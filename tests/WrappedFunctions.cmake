@@ -39,8 +39,7 @@ set(call_faults
   getrlimit
   ftruncate
   fsync
-  gethostname
-  snprintf)
+  gethostname)
 
 set(MAILVEK_WRAPPED_layer_lib
   sleep

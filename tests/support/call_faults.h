@@ -326,18 +326,6 @@ int __real_gethostname(char* name, size_t size);
                                                     : __real_gethostname(name, size);
 }
 
-[[gnu::used, gnu::format(printf, 3, 4)]] inline int __wrap_snprintf(char* text, size_t size,
-                                                                    char const* fmt, ...)
-{
-    if (call_faults_detail::fails("snprintf"))
-        return call_faults_detail::result<int>();
-    va_list args;
-    va_start(args, fmt);
-    int const length = vsnprintf(text, size, fmt, args);
-    va_end(args);
-    return length;
-}
-
 [[gnu::used]] inline int __wrap_open(char const* path, int flags, ...)
 {
     va_list args;
