@@ -76,7 +76,7 @@ void removeDomainFrom(char const* map, std::string const& domain, bool subdomain
 std::vector<std::string> required(NameList names, std::string const& domain)
 {
     if (!names)
-        throw PostfixDatabaseError("unable to get the mailnames of " + domain);
+        throw PostfixDatabaseError("unable to get the names of " + domain);
     return std::move(*names);
 }
 

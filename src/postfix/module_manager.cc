@@ -71,10 +71,13 @@ std::string writeBeside(std::string const& path, MasterCfContent const& content)
     out.exceptions(std::ios_base::badbit | std::ios_base::failbit);
     for (std::string const& line : content.lines)
         out << line << std::endl;
-    if (chmod(out.path().c_str(), 0644) != 0)
-        throw FSError("chmod", out.path(), errorOf(errno));
+    std::string written = out.path();
+    if (chmod(written.c_str(), 0644) != 0) {
+        int const code = errno;
+        throw FSError("chmod", written, errorOf(code));
+    }
     out.autoclean = false;
-    return out.path();
+    return written;
 }
 
 } // namespace

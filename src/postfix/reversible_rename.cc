@@ -15,10 +15,12 @@ ReversibleRename::ReversibleRename(std::string from_, std::string to_)
 
 void ReversibleRename::step(char const* title, Step const& rename)
 {
-    FinishedStep done{title, rename};
-    finished.reserve(finished.size() + 1); // so that nothing can fail behind the step
-    lastStep(rename);
-    finished.push_back(std::move(done));
+    lastStep([&](std::string const& oldName, std::string const& newName) {
+        FinishedStep done{title, rename};
+        finished.reserve(finished.size() + 1); // so that nothing can fail behind the step
+        rename(oldName, newName);
+        finished.push_back(std::move(done));
+    });
 }
 
 void ReversibleRename::lastStep(Step const& rename)

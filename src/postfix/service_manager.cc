@@ -81,7 +81,8 @@ pid_t getMasterPid()
 int findQmgrInfo(OrvekProcessInfo const* ppi, void* data)
 {
     pid_t const master = *static_cast<pid_t const*>(data);
-    return ppi->ppid == master && strcmp(ppi->procname, "qmgr") == 0 ? 0 : 1;
+    bool const named = ppi->procname && strcmp(ppi->procname, "qmgr") == 0;
+    return ppi->ppid == master && named ? 0 : 1;
 }
 
 int ServiceManager::statusServer(long timeout)

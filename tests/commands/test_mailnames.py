@@ -6,7 +6,7 @@ import os
 import pytest
 
 from mailhost import (
-    ACCOUNTS, MAILNAMES, MAPS, Rule, auth_domains, auth_rows, calls, described, mailvek,
+    ACCOUNTS, MAILNAMES, MAPS, Rule, auth_domains, auth_rows, auth_sql, calls, described, mailvek,
     nothing_changes, postmap, read, read_only, spy, start, stop, system_calls, tree, undo, wait_until, write,
 )
 from panel import (
@@ -367,13 +367,25 @@ def test_without_the_panels_database_a_rename_ends_behind_the_account_of_the_dom
     assert f"anita@{DOMAIN}" in auth_rows() and f"anna@{ALIAS}" in auth_rows()
 
 
-def test_an_account_that_cannot_be_renamed_is_told_at_the_end_and_keeps_the_hooks():
+def test_an_account_that_cannot_be_renamed_is_told_behind_the_alias_domains_and_keeps_the_hooks():
     mailname_with_a_mailbox()
     add_hook(ANNA)
-    done("--set-password", f"--domain-name={DOMAIN}", "--mailname=anita", env={"ORV_PASSWORD": "taken"})
+    auth_sql("INSERT INTO users (dom_id, name, userPassword) "
+             f"SELECT id, 'anita', 'taken' FROM domains WHERE name = '{DOMAIN}'")
     ended = mailvek("--rename-mailname", *RENAME, env=PLAIN)
-    assert ended.status in (1, 255), ended
+    assert ended.status == 255, ended
+    assert f"anita@{ALIAS}" in auth_rows() and f"anna@{ALIAS}" not in auth_rows()
+    assert f"anita@{ALIAS}" in postmap("virtual")
     assert hooks() == [f"recipient/{ANNA}"]
+
+
+def test_an_account_under_an_alias_domain_that_cannot_be_renamed_ends_it_at_once():
+    mailname_with_a_mailbox()
+    auth_sql("INSERT INTO users (dom_id, name, userPassword) "
+             f"SELECT id, 'anita', 'taken' FROM domains WHERE name = '{ALIAS}'")
+    ended = mailvek("--rename-mailname", *RENAME, env=PLAIN)
+    assert ended.status == 1, ended
+    assert f"anita@{DOMAIN}" in auth_rows() and f"anna@{ALIAS}" in postmap("virtual")
 
 
 def test_hooks_that_cannot_be_moved_are_a_warning():

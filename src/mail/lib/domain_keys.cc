@@ -9,6 +9,7 @@
 #include "lib/orvek_ugid.h"
 #include "lib/owned.h"
 #include "lib/string.h"
+#include "lib/umask_guard.h"
 
 #include <cerrno>
 #include <cstring>
@@ -88,6 +89,12 @@ int for_each_domain(char const* DomainNameListAmixed, Action action)
     return result;
 }
 
+void make_key_directory(char const* directory)
+{
+    UmaskGuard const everybody_may_look(022);
+    make_dir_p(directory, 0, 0, directory_mode);
+}
+
 } // namespace
 
 char* get_domainkeys_file(char const* Domain)
@@ -120,7 +127,7 @@ int set_domain_key(char const* DomainNameListAmixed, char const* FileName)
     }
     gid_t const group = orvek_ugid(key_reader, 1);
     return for_each_domain(DomainNameListAmixed, [&](char const* domain, char const* directory) {
-        make_dir_p(directory, 0, 0, directory_mode);
+        make_key_directory(directory);
         char path[path_size];
         if (form_key_path(path, domain) != 0)
             return -1;

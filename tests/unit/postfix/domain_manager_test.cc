@@ -122,8 +122,10 @@ TEST_F(DomainManagerOnHost, LeavesARemovedDomainsDirectoryForAnyOtherWish)
 TEST_F(DomainManagerOnHost, RemovesTheDirectoryOfARemovedDomain)
 {
     DomainManager::createDomain("d.test", false);
+    DatabaseHelper::addRecord(virtual_map, "a@s.d.test", "a@s.d.test");
     DomainManager::removeDomain("d.test", OnRemoval::remove);
     EXPECT_TRUE(std::filesystem::is_empty(mailnames));
+    EXPECT_EQ(contentOf(virtual_map), (Content{{"a@s.d.test", "a@s.d.test"}}));
 }
 
 TEST_F(DomainManagerOnHost, TakesKeysAndElementsInTheDomainOutOfBothMaps)
@@ -235,15 +237,18 @@ TEST_F(DomainManagerOnHost, RaisesWhenTheMailnamesForAnAliasDomainCannotBeRead)
 
 TEST_F(DomainManagerOnHost, RenamesAndRemovesAnAliasDomain)
 {
-    fill(virtual_map,
-         {{"x.test", "1"}, {"a@x.test", "a@d.test"}, {"a@d.test", "a@d.test"}, {"x.test.e", "1"}});
+    fill(virtual_map, {{"x.test", "1"},
+                       {"a@x.test", "a@d.test"},
+                       {"a@d.test", "a@d.test"},
+                       {"a@s.x.test", "b@s.x.test"}});
     DomainManager::renameDomainAlias("x.test", "y.test");
     EXPECT_EQ(contentOf(virtual_map), (Content{{"y.test", "1"},
                                                {"a@y.test", "a@d.test"},
                                                {"a@d.test", "a@d.test"},
-                                               {"x.test.e", "1"}}));
+                                               {"a@s.x.test", "b@s.x.test"}}));
     DomainManager::removeDomainAlias("y.test");
-    EXPECT_EQ(contentOf(virtual_map), (Content{{"a@d.test", "a@d.test"}, {"x.test.e", "1"}}));
+    EXPECT_EQ(contentOf(virtual_map),
+              (Content{{"a@d.test", "a@d.test"}, {"a@s.x.test", "b@s.x.test"}}));
 }
 
 namespace {
@@ -277,8 +282,11 @@ protected:
     }
 
     Content const domains = {{"old.test", "old.test/"}, {"e.test", "e.test/"}};
-    Content const addresses = {{"a@old.test", "a@old.test"}, {"b@e.test", "b@e.test, a@old.test"}};
-    Content const mailboxes = {{"a@old.test", "old.test/a/Maildir/"}};
+    Content const addresses = {{"a@old.test", "a@old.test"},
+                               {"b@e.test", "b@e.test, a@old.test"},
+                               {"a@s.old.test", "a@s.old.test"}};
+    Content const mailboxes = {{"a@old.test", "old.test/a/Maildir/"},
+                               {"a@s.old.test", "s.old.test/a/Maildir/"}};
 };
 
 } // namespace
@@ -288,9 +296,11 @@ TEST_F(RenamedDomainOnHost, KeepsTheValueOfItsRecordAmongTheEnabledDomains)
     DomainManager::renameDomain("old.test", "new.test");
     EXPECT_EQ(contentOf(virtual_domains_map),
               (Content{{"new.test", "old.test/"}, {"e.test", "e.test/"}}));
-    EXPECT_EQ(contentOf(virtual_map),
-              (Content{{"a@new.test", "a@new.test"}, {"b@e.test", "b@e.test, a@new.test"}}));
-    EXPECT_EQ(contentOf(vmailbox_map), (Content{{"a@new.test", "new.test/a/Maildir/"}}));
+    EXPECT_EQ(contentOf(virtual_map), (Content{{"a@new.test", "a@new.test"},
+                                               {"b@e.test", "b@e.test, a@new.test"},
+                                               {"a@s.old.test", "a@s.old.test"}}));
+    EXPECT_EQ(contentOf(vmailbox_map), (Content{{"a@new.test", "new.test/a/Maildir/"},
+                                                {"a@s.old.test", "s.old.test/a/Maildir/"}}));
     EXPECT_TRUE(exists("new.test"));
     EXPECT_FALSE(exists("old.test"));
 }

@@ -2,7 +2,6 @@
 
 #include "lib/idn.h"
 #include "lib/idn_error.h"
-#include "lib/owned.h"
 #include "support/delivery_file_test.h"
 #include "support/memory_faults.h"
 #include "support/report.h"
@@ -92,7 +91,7 @@ TEST_F(MailnameForwardOnHost, SaysThatALineCannotBeAdded)
 TEST_F(MailnameForwardOnHost, RefusesWhatIsNoAddress)
 {
     writeFile(file, "&a\n");
-    CString const converted(idn_toascii("example.net")); // no failure of another test is told
+    idn_errno = 0; // what is no address fails without a code of its own
     std::string const reason = std::string(" failed: ") + idn_strerror(0) + "\n";
     for (std::string const address : {"", "a", "%s"}) {
         EXPECT_EQ(failureOf([&] { return add(address); }),
