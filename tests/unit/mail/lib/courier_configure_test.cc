@@ -51,8 +51,9 @@ protected:
 
     static void configure(std::string const& courier_root)
     {
-        static conf_data* conf; // a call may end the process with it
-        conf = static_cast<conf_data*>(calloc(1, sizeof(conf_data)));
+        static std::vector<conf_data*> kept; // a call may end the process with them
+        auto* const conf = static_cast<conf_data*>(calloc(1, sizeof(conf_data)));
+        kept.push_back(conf);
         conf_set_r("COURIER_IMAP_ROOT_D", courier_root.c_str(), conf);
         conf_set_r("NO_RESTART_DAEMON", "1", conf);
         theOrvConfHash = conf;
