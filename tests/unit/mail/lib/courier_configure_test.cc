@@ -51,7 +51,7 @@ protected:
 
     static void configure(std::string const& courier_root)
     {
-        static std::vector<conf_data*> kept; // a call may end the process with them
+        static auto& kept = *new std::vector<conf_data*>; // a call may end the process with them
         auto* const conf = static_cast<conf_data*>(calloc(1, sizeof(conf_data)));
         kept.push_back(conf);
         conf_set_r("COURIER_IMAP_ROOT_D", courier_root.c_str(), conf);
