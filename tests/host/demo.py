@@ -1,5 +1,5 @@
 #!/usr/bin/python3
-"""The demo: what the tool does so far, step by step, on a real mail host.
+"""The demo: what the tool does, step by step, on a real mail host.
 
 Runs inside a host (./dev demo). Each step prints what is run, its status and what came of
 it, and holds or does not; the last line says how many held. Exits 1 when one did not.
