@@ -51,6 +51,7 @@ set(MAILVEK_WRAPPED_layer_lib
   strdup
   strndup
   asprintf
+  fcntl
   crypt
   regcomp
   regexec
