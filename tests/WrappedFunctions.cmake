@@ -52,6 +52,7 @@ set(MAILVEK_WRAPPED_layer_lib
   strndup
   asprintf
   fcntl
+  fopen
   crypt
   regcomp
   regexec
