@@ -6,6 +6,7 @@
 #include "support/child_run.h"
 #include "support/fd_census.h"
 #include "support/host_test.h"
+#include "support/memory_faults.h"
 #include "support/other_process.h"
 #include "support/report.h"
 #include "support/temp_dir.h"
@@ -181,6 +182,19 @@ TEST_F(FileStrOnHost, ReportsALockFileThatCannotBeOpenedAndDoesNothing)
             withErrno("Error occurred while locking the file " + path + ": Permission denied\n",
                       EACCES));
     EXPECT_EQ(run.out, run.err);
+    EXPECT_FALSE(std::filesystem::exists(path));
+}
+
+TEST_F(FileStrOnHost, ReportsThatThereIsNoMemoryForALock)
+{
+    auto const run = inChild([&] {
+        AllocationFailure const failing(1);
+        return edit("a", FILE_ADD);
+    });
+    EXPECT_EQ(run.status, 1);
+    EXPECT_EQ(run.err, withErrno("Error occurred while locking the file " + path + ": " +
+                                     strerror(ENOMEM) + "\n",
+                                 ENOMEM));
     EXPECT_FALSE(std::filesystem::exists(path));
 }
 
