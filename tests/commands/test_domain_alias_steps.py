@@ -137,6 +137,12 @@ def test_a_list_with_one_bad_domain_installs_the_others_keeps_the_upload_and_fai
     assert read(UPLOAD) == "another key\n"
 
 
+def test_an_upload_that_is_not_there_is_told_before_any_domain_is_looked_at():
+    report = "No source file '/root/absent': No such file or directory\nSystem error 2: No such file or directory\n"
+    ended = failed("--set-domain-key", f"--domain-name={KEYLESS},{ALIAS}", "--file-name=/root/absent")
+    assert (ended.out, ended.err) == (report, report) and not has_key(ALIAS)
+
+
 def test_a_list_with_one_bad_domain_removes_the_others_and_fails():
     write(UPLOAD, "another key\n")
     done("--set-domain-key", f"--domain-name={ALIAS}", f"--file-name={UPLOAD}")

@@ -189,6 +189,14 @@ def test_mail_aliases_that_cannot_be_listed_are_a_failure_behind_the_removal_and
     assert hooks() == [f"recipient/ann@{DOMAIN}"]
 
 
+def test_a_mailbox_whose_record_cannot_be_renamed_keeps_its_name_everywhere():
+    before = state()
+    map_fails("vmailbox")
+    failed("--rename-mailname", AT, "--old-mailname=anna", "--new-mailname=anita", env=PLAIN,
+           saying="postmap: fatal: no")
+    assert state() == before
+
+
 def test_a_rename_that_fails_under_an_alias_domain_stands_under_those_before_it():
     panel_domain_alias(DOMAIN, NEW)
     done("--set-password", *NAMES, env=PLAIN)
