@@ -133,7 +133,8 @@ def test_a_quota_that_cannot_be_set_leaves_the_alias_that_a_domain_was():
     assert alias.items() <= postmap("virtual").items()
 
 
-SWITCHES = [("--remove-domain", "DELETE", "remove auth record"), ("--turn-off-domain", "UPDATE", "disable auth records"),
+SWITCHES = [("--remove-domain", "DELETE", "remove auth record"),
+            ("--turn-off-domain", "UPDATE", "disable auth records"),
             ("--turn-on-domain", "UPDATE", "enable auth records")]
 
 
