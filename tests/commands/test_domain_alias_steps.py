@@ -116,6 +116,11 @@ def test_an_empty_address_of_a_catch_all_is_a_missing_option_behind_the_alias():
     assert is_alias(ALIAS) and f"@{ALIAS}" not in postmap("virtual") and f"anna@{ALIAS}" in auth_rows()
 
 
+def test_a_word_behind_a_flag_is_no_phrase():
+    done(*ADD, "--set-bounce", "gone away")
+    assert postmap("aliases") == {f"_orvek_bounce_{ALIAS}": '"|/usr/lib64/orvek-9.0/bouncemessage"'}
+
+
 def test_a_rename_fails_by_the_name_of_the_alias_before_it_misses_an_address():
     aliased()
     ended = failed(*RENAME, "--set-catchall", saying="bad_any_cast")

@@ -40,7 +40,7 @@ using RestartApacheOnHost = RestartDaemonOnHost;
 
 TEST(RestartDaemon, TouchesNothingWhileTheConfigurationSaysSo)
 {
-    for (char const* const value : {"1", "0", "no"}) {
+    for (char const* const value : {"1", "0", "no", ""}) {
         ChildRun const run = inChild([&] {
             configure("NO_RESTART_DAEMON", value);
             bool succeeds = true;
