@@ -1,13 +1,14 @@
 """run - measures the rows of bench/ inside a throw-away mail host and prints their table
 
-    bench/run.py PROGRAMS [--rounds N] [ROW...]
+    bench/run.py PROGRAMS [--rounds N] [--markdown] [ROW...]
 
 PROGRAMS is the directory of the optimised programs. A row is a file bench/<layer>/<row>.py with
 a function row(bench) that makes what its two sides need and returns a Row; one with SIZES, a table
 of names and sizes, is a row for each, <row>_<name>, and its function takes the size too. Both sides run in
 turns within one run, so that what else the machine does meets them alike; the table shows the
 medians. Peak memory is that of the program itself, without the programs that it starts, taken
-in a run that is not timed.
+in a run that is not timed. With --markdown the table is one for a document, with the machine above
+it.
 
 A row that misses its goal is marked and fails nothing. Exit status 1 when a row could not be
 measured: a side exits non-zero, or both sides leave something different.
@@ -162,15 +163,38 @@ def milliseconds(seconds: float) -> str:
     return f"{seconds * 1000:.0f} ms" if seconds >= 0.1 else f"{seconds * 1000:.2f} ms"
 
 
+HEAD = ("row", "ours", "other", "ratio", "goal", "cpu", "peak memory", "")
 FORMAT = "{:<28} {:>10} {:>10} {:>6} {:>6} {:>6} {:>20}  {}"
+MARKDOWN = "| `{}` | {} | {} | {} | {} | {} | {} | {} |"
 
 
-def line(name: str, row: Row, ours: list[Spent], other: list[Spent], memory: float) -> str:
+def print_head(markdown: bool, rounds: int) -> None:
+    if not markdown:
+        print(FORMAT.format(*HEAD), flush=True)
+        return
+    print(machine(), f"Medians of {rounds} runs of each side.", "", sep="\n")
+    print(MARKDOWN.replace("`", "").format(*HEAD))
+    print("| --- " + "| ---: " * 6 + "| --- |", flush=True)
+
+
+def machine() -> str:
+    def first(pattern: str, path: str) -> str:
+        found = re.search(pattern, Path(path).read_text(), re.M)
+        return found[1].strip() if found else "unknown"
+
+    memory = int(first(r"^MemTotal:\s*(\d+)", "/proc/meminfo")) / 1024**2
+    postfix = subprocess.run(["/usr/sbin/postconf", "-hd", "mail_version"], capture_output=True, text=True, check=True)
+    return (f"{os.cpu_count()} cores of {first('^model name.*: (.*)', '/proc/cpuinfo')}, {memory:.0f} GiB of "
+            f"memory, Linux {os.uname().release.split('-')[0]}, Debian {first('(.*)', '/etc/debian_version')}, "
+            f"Postfix {postfix.stdout.strip()}.")
+
+
+def cells(name: str, row: Row, ours: list[Spent], other: list[Spent], memory: float) -> tuple:
     wall = median(ours, "wall"), median(other, "wall")
     ratio = wall[0] / wall[1]
     cpu = median(other, "cpu")
     missed = ratio > row.goal or (row.memory and memory > row.memory)
-    return FORMAT.format(
+    return (
         name,
         *(milliseconds(side) for side in wall),
         f"{ratio:.2f}",
@@ -178,7 +202,7 @@ def line(name: str, row: Row, ours: list[Spent], other: list[Spent], memory: flo
         f"{median(ours, 'cpu') / cpu:.2f}" if cpu else "-",
         f"{memory:.1f} of {row.memory} MiB" if row.memory else "",
         "MISSED" if missed else "",
-    ).rstrip()
+    )
 
 
 def load(path: Path) -> dict:
@@ -201,12 +225,13 @@ def chosen(patterns: list[str]) -> list[tuple[str, Callable[[Bench], Row]]]:
     return [row for row in rows if not patterns or any(fnmatch.fnmatch(row[0], f"*{q}*") for q in patterns)]
 
 
-def run(name: str, make: Callable[[Bench], Row], programs: Path, rounds: int) -> bool:
+def run(name: str, make: Callable[[Bench], Row], options: argparse.Namespace) -> bool:
     # In memory and not on the host's overlay, which no server has below its maps.
     with tempfile.TemporaryDirectory(prefix="bench", dir="/tmp") as directory:
         try:
-            row = make(Bench(Path(directory), programs))
-            print(line(name, row, *measure(row, rounds)), flush=True)
+            row = make(Bench(Path(directory), options.programs))
+            form = MARKDOWN if options.markdown else FORMAT
+            print(form.format(*cells(name, row, *measure(row, options.rounds))).rstrip(), flush=True)
             return True
         except Exception as e:  # whatever a row does, the others are measured
             print(f"{name}: not measured: {type(e).__name__}: {e}", flush=True)
@@ -217,6 +242,7 @@ def main() -> int:
     parser = argparse.ArgumentParser()
     parser.add_argument("programs", type=Path)
     parser.add_argument("--rounds", type=int, default=5)
+    parser.add_argument("--markdown", action="store_true")
     parser.add_argument("rows", nargs="*")
     options = parser.parse_intermixed_args()
     sys.modules["run"] = sys.modules["__main__"]  # for the rows, which import their Row
@@ -224,8 +250,8 @@ def main() -> int:
     if not rows:
         print("no such row", file=sys.stderr)
         return 1
-    print(FORMAT.format("row", "ours", "other", "ratio", "goal", "cpu", "peak memory", ""), flush=True)
-    return 0 if all([run(*row, options.programs, options.rounds) for row in rows]) else 1
+    print_head(options.markdown, options.rounds)
+    return 0 if all([run(*row, options) for row in rows]) else 1
 
 
 if __name__ == "__main__":

@@ -1,0 +1,61 @@
+"""What the documents show is what happens: their sessions and their examples are run."""
+
+import pathlib
+import re
+
+import mailhost
+import pytest
+from mailhost import PATH, TOOL, mailvek, run
+from panel import panel_domain
+
+ROOT = pathlib.Path(__file__).resolve().parents[2]
+DOCUMENTS = sorted([*ROOT.glob("*.md"), *(ROOT / "docs").glob("*.md")])
+
+
+def session(document):
+    """Pairs of a command and what it prints, from the indented lines that begin with "$ "."""
+    steps = []
+    inside = False
+    for line in document.read_text().splitlines():
+        inside = line.startswith("    $ ") or (inside and line.startswith("    "))
+        if line.startswith("    $ "):
+            steps.append((line[6:], []))
+        elif inside:
+            steps[-1][1].append(line[4:])
+    return [(command, "".join(f"{line}\n" for line in printed)) for command, printed in steps]
+
+
+def examples(document):
+    """The tool's own command lines among the indented lines, without their comments."""
+    lines = re.findall(r"^    (mailvek -.*)$", document.read_text(), re.M)
+    return [line.split("#")[0].strip() for line in lines if "<" not in line]
+
+
+def typed(line):
+    """The line as an administrator types it, who has the tool in reach."""
+    path = f"{pathlib.Path(TOOL).parent}:{PATH}"
+    return run("/bin/sh", "-c", line, env={"PATH": path, "HOME": "/root"})
+
+
+SESSIONS = {document.name: session(document) for document in DOCUMENTS if session(document)}
+EXAMPLES = [line for document in DOCUMENTS for line in examples(document)]
+
+
+@pytest.mark.parametrize("name", SESSIONS)
+def test_a_session_goes_as_the_document_shows_it(name):
+    mailhost.start("mariadb")
+    panel_domain("example.com", aliases=["example.net"])
+    assert mailvek("--add-domain", "--domain-name=example.com").status == 0
+    for command, printed in SESSIONS[name]:
+        result = typed(command)
+        assert (result.out, result.err, result.status) == (printed, "", 0), command
+
+
+@pytest.mark.parametrize("line", EXAMPLES)
+def test_an_example_of_the_documents_works(line):
+    assert typed(line).status == 0
+
+
+def test_the_walk_through_and_the_readme_have_something_to_run():
+    assert "walkthrough.md" in SESSIONS
+    assert any("--features" in line for line in EXAMPLES)
