@@ -51,6 +51,8 @@ set(MAILVEK_WRAPPED_layer_lib
   strdup
   strndup
   asprintf
+  fcntl
+  fopen
   crypt
   regcomp
   regexec

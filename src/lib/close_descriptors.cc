@@ -45,7 +45,8 @@ void close_listed(int end, int except)
     if (!dir)
         return;
     while (dirent const* const entry = readdir(dir.get())) {
-        int const descriptor = atoi(entry->d_name); // 0, and so kept, for "." and ".."
+        // 0, and so kept, for "." and "..".
+        auto const descriptor = static_cast<int>(strtol(entry->d_name, nullptr, 10));
         if (descriptor >= first_to_close && descriptor < end && descriptor != except &&
             descriptor != dirfd(dir.get()))
             close_one(descriptor);

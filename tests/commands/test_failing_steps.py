@@ -1,14 +1,18 @@
 """Commands of domains and mailnames whose first, middle or last step fails: what was done stays,
 what comes behind it is not begun."""
+import concurrent.futures
 import os
 
 import pytest
 
 from mailhost import (
-    MAILNAMES, MAPS, Rule, auth_domains, auth_rows, auth_sql, mailvek, postmap, read, read_only, spy,
-    start, stop, undo,
+    MAILNAMES, MAPS, Rule, add_records, auth_domains, auth_rows, auth_sql, calls, mailvek, panel_sql, postmap, read,
+    read_only, spy, start, stop, undo, wait_until,
 )
-from panel import LOCAL, add_hook, hooks, panel_domain, panel_mailname, standard_addresses, waits_for_the_accounts
+from panel import (
+    LOCAL, add_hook, hooks, panel_domain, panel_domain_alias, panel_mailname, standard_addresses,
+    waits_for_the_accounts,
+)
 
 POSTMAP = "/usr/sbin/postmap"
 DOMAIN, ALIAS, NEW = "example.com", "alias.test", "new.test"
@@ -121,7 +125,88 @@ def test_a_quota_that_cannot_be_written_is_a_failure(arguments):
     assert read(f"{HOME}/Maildir/maildirsize") == before
 
 
+def test_a_quota_that_cannot_be_set_leaves_the_alias_that_a_domain_was():
+    alias = {NEW: "1", f"anna@{NEW}": ANNA}
+    add_records("virtual", alias)
+    stop("mariadb")
+    failed("--add-domain", f"--domain-name={NEW}", "--disk-quota=5", saying="unable to store domain quota")
+    assert alias.items() <= postmap("virtual").items()
+
+
+SWITCHES = [("--remove-domain", "DELETE", "remove auth record"),
+            ("--turn-off-domain", "UPDATE", "disable auth records"),
+            ("--turn-on-domain", "UPDATE", "enable auth records")]
+
+
+@pytest.mark.parametrize("command, event, words", SWITCHES)
+def test_accounts_of_a_domain_that_stay_are_told_and_keep_all_else(command, event, words):
+    before = state()
+    accounts_stay(event, "domains")
+    failed(command, AT, saying=f"Unable to {words} for domain {DOMAIN}\n")
+    assert state() == before
+
+
+@pytest.mark.parametrize("command, event, words", SWITCHES)
+def test_the_accounts_of_the_domain_change_before_those_of_an_alias_domain(command, event, words):
+    if command == "--turn-on-domain":
+        done("--turn-off-domain", AT)
+    before, accounts = (maps(), hooks()), auth_domains()
+    auth_sql(f"CREATE TRIGGER refuse BEFORE {event} ON domains WHEN OLD.name = '{ALIAS}' "
+             "BEGIN SELECT RAISE(ABORT, 'refused'); END")
+    failed(command, AT, saying=f"Unable to {words} for domain alias {ALIAS}\n")
+    assert (maps(), hooks()) == before
+    assert auth_domains()[ALIAS] == accounts[ALIAS] and auth_domains().get(DOMAIN) != accounts[DOMAIN]
+
+
 # ------------------------------------------------------------------------------- mailnames
+
+
+def test_a_quota_that_cannot_be_looked_up_ends_behind_the_delivery_file():
+    stop("mariadb")
+    failed("--add-mailname", AT, "--mailname=bertha", saying="unable to remove quota")
+    assert read(f"{MAILNAMES}/{DOMAIN}/bertha/.qmail") == "| true\n"
+    assert f"bertha@{DOMAIN}" not in postmap("vmailbox")
+
+
+def test_accounts_of_a_mailname_that_stay_keep_all_else():
+    before = state()
+    accounts_stay("DELETE", "users")
+    failed("--remove-mailname", *NAMES, saying="refused")
+    assert state() == before
+
+
+def test_mail_aliases_that_cannot_be_listed_are_a_failure_behind_the_removal_and_its_hooks():
+    add_hook(f"ann@{DOMAIN}")
+    spy(POSTMAP, Rule(delay=1, times=1))
+    with concurrent.futures.ThreadPoolExecutor() as pool:
+        removal = pool.submit(mailvek, "--remove-mailname", *NAMES)
+        wait_until(lambda: calls(POSTMAP))  # the accounts are gone, the maps are next
+        panel_sql("RENAME TABLE mail_aliases TO mail_aliases_away")
+        ended = removal.result()
+    panel_sql("RENAME TABLE mail_aliases_away TO mail_aliases")
+    report = f"ERROR: unable get mail aliases for mailname {ANNA}\n"
+    assert ended.status == 1 and ended.err.endswith(report) and ended.out.endswith(report), ended
+    assert auth_rows() == {} and postmap("vmailbox") == {} and not os.path.exists(HOME)
+    assert hooks() == [f"recipient/ann@{DOMAIN}"]
+
+
+def test_a_mailbox_whose_record_cannot_be_renamed_keeps_its_name_everywhere():
+    before = state()
+    map_fails("vmailbox")
+    failed("--rename-mailname", AT, "--old-mailname=anna", "--new-mailname=anita", env=PLAIN,
+           saying="postmap: fatal: no")
+    assert state() == before
+
+
+def test_a_rename_that_fails_under_an_alias_domain_stands_under_those_before_it():
+    panel_domain_alias(DOMAIN, NEW)
+    done("--set-password", *NAMES, env=PLAIN)
+    auth_sql("INSERT INTO users (dom_id, name, userPassword) "
+             f"SELECT id, 'anita', 'taken' FROM domains WHERE name = '{NEW}'")
+    failed("--rename-mailname", AT, "--old-mailname=anna", "--new-mailname=anita", env=PLAIN)
+    assert {f"anita@{DOMAIN}", f"anita@{ALIAS}", f"anna@{NEW}"} <= auth_rows().keys()
+    assert f"anita@{ALIAS}" in postmap("virtual") and f"anna@{ALIAS}" not in postmap("virtual")
+    assert hooks() == [f"recipient/{ANNA}"]
 
 
 def test_without_the_panels_database_a_mailbox_has_the_account_of_the_domain_alone():
@@ -190,6 +275,19 @@ def test_a_mail_alias_that_cannot_leave_the_map_keeps_its_hooks_and_accounts():
     map_fails("virtual")
     failed("--remove-alias", *NAMES, "--alias=ann", saying="postmap: fatal: no")
     assert state() == before
+
+
+def test_a_mail_alias_whose_accounts_cannot_be_made_has_its_hooks():
+    accounts_stay("INSERT", "users")
+    failed("--add-alias", *NAMES, "--alias=annie", saying="refused")
+    assert hooks() == [f"recipient/{ANNA}", f"recipient/annie@{DOMAIN}"]
+
+
+def test_a_mail_alias_whose_accounts_cannot_go_has_lost_its_hooks():
+    add_hook(f"ann@{DOMAIN}")
+    accounts_stay("DELETE", "users")
+    failed("--remove-alias", *NAMES, "--alias=ann", saying="refused")
+    assert hooks() == [f"recipient/{ANNA}"] and f"ann@{DOMAIN}" in auth_rows()
 
 
 def test_without_the_panels_database_a_mail_alias_is_removed_under_the_domain_alone():

@@ -35,6 +35,8 @@ UNKNOWN = {
     "a path": "/etc/passwd",
 }
 
+COMMAND_HELP = read(CHECKOUT / "tests" / "golden" / "command-help")
+COMMANDS_WITH_OPTIONS = re.findall(r"^\$ mailvek (--[a-z-]+) --help$", COMMAND_HELP, re.MULTILINE)
 GOLDEN = {"--help-commands": "help-commands", "--help-legacy": "help-legacy", "--features": "features"}
 ANSWERS = {"--help": SHORT_USAGE, "-h": SHORT_USAGE} | {
     command: read(CHECKOUT / "tests" / "golden" / name) for command, name in GOLDEN.items()
@@ -126,6 +128,18 @@ def test_both_lists_name_the_same_commands_in_the_same_order():
     legacy = [line for line in mailvek("--help-legacy").out.splitlines()[1:] if re.match("  -", line)]
     assert len(legacy) == 69
     assert all(row.startswith(f"  {name} ") for name, row in zip(short, legacy))
+
+
+def test_the_help_of_each_command_with_options_is_exact():
+    with nothing_changes():
+        answers = {command: mailvek(command, "--help") for command in COMMANDS_WITH_OPTIONS}
+    assert [str(ended) for ended in answers.values() if ended.status != 0 or ended.err != ""] == []
+    assert "".join(f"$ mailvek {command} --help\n{ended.out}" for command, ended in answers.items()) == COMMAND_HELP
+
+
+def test_no_command_with_options_is_without_its_help():
+    arguments = re.findall(r"^  (--[\w-]+) (.*)$", mailvek("--help-legacy").out, re.MULTILINE)
+    assert [command for command, options in arguments if options] == COMMANDS_WITH_OPTIONS
 
 
 def test_the_feature_report_is_58_assignments_of_php():

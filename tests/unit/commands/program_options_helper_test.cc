@@ -187,6 +187,22 @@ TEST(OptionsHelp, PrintsDescriptionUsageAndOptionsOnStandardOutput)
     }
 }
 
+TEST(OptionsHelp, BreaksLinesAt80AndGivesDescriptionsTheHalfOfThem)
+{
+    auto const run = inChild([]() -> int {
+        ProgramOptionsHelper helper("try", "--try");
+        std::string const name(40, 'n');
+        std::string const words = std::string(19, 'a') + " " + std::string(19, 'b') + " c";
+        helper.addOptions()(name.c_str(), words.c_str(), false);
+        helper.usage(0, std::cout);
+    });
+    EXPECT_EQ(run.out, "try\nUsage: --try\nAllowed options to try:\n"
+                       "  --nnnnnnnnnnnnnnnnnnnnnnnnnnnnnnnnnnnnnnnn \n"
+                       "                                        aaaaaaaaaaaaaaaaaaa "
+                       "bbbbbbbbbbbbbbbbbbb\n"
+                       "                                        c\n\n");
+}
+
 TEST(OptionsHelp, LosesToAnUnknownOptionAndToAMalformedValue)
 {
     EXPECT_EQ(addDomain({"--add-domain", "--help", "--bogus"}).status, 1);

@@ -78,6 +78,17 @@ TEST(Usage, LegacyShowsArgumentsAndDescriptionOfEachRow)
                                "--mail-component=submission\n"));
 }
 
+TEST(Usage, ListsGoToTheGivenStreamWithTheGivenStatus)
+{
+    for (auto* const usage : {usageCommands, usageLegacy}) {
+        auto const run = inChild([=]() -> int { usage(5, std::cerr); });
+        EXPECT_EQ(run.status, 5);
+        EXPECT_EQ(run.out, "");
+        EXPECT_EQ(run.err, inChild([=]() -> int { usage(0, std::cout); }).out);
+        EXPECT_NE(run.err, "");
+    }
+}
+
 TEST(WrongUsage, PrintsTheMessageAndTheShortUsageOnStandardErrorAlone)
 {
     auto const run = inChild([]() -> int { wrongUsage("no command specified"); });

@@ -77,6 +77,20 @@ TEST(Autoprepend, DoesNothingOnceAFileIsLoaded)
     EXPECT_EQ(run.status, 0);
 }
 
+TEST(Autoprepend, ZeroesTheCacheBeforeItLoads)
+{
+    auto const run = inChild([] {
+        theOrvConfArray.fill("stale");
+        AllocationFailure const failure(1);
+        autoprepend();
+        for (char const* const value : theOrvConfArray)
+            if (value)
+                return 1;
+        return arrayInitialized ? 0 : 2;
+    });
+    EXPECT_EQ(run.status, 0);
+}
+
 TEST(Autoprepend, ReportsThatThereIsNoMemoryForTheConfiguration)
 {
     auto const run = inChild([] {

@@ -101,11 +101,11 @@ TEST_F(CopyFileOnHost, CopiesTheContentAndTheMode)
 {
     mode_t const mask = umask(0);
     writeFile(src, content);
-    ASSERT_EQ(chmod(src.c_str(), 0640), 0);
+    ASSERT_EQ(chmod(src.c_str(), 06750), 0);
     EXPECT_EQ(copy(), 0);
     umask(mask);
     EXPECT_EQ(readFile(dst), content);
-    EXPECT_EQ(modeOf(dst), 0640U);
+    EXPECT_EQ(modeOf(dst), 06750U);
 }
 
 TEST_F(CopyFileOnHost, OverwritesALongerTarget)
@@ -190,6 +190,7 @@ TEST_F(CopyFileOnHost, ReportsASourceThatTellsNothing)
     EXPECT_EQ(run.status, 1);
     EXPECT_EQ(run.err, "Unable to get info for file '" + src + "': Input/output error\n");
     EXPECT_EQ(run.out, run.err);
+    EXPECT_FALSE(std::filesystem::exists(dst));
 }
 
 TEST_F(CopyFileOnHost, ReportsATargetThatCannotBeOpened)

@@ -6,6 +6,7 @@
 #include "support/child_run.h"
 #include "support/fd_census.h"
 #include "support/host_test.h"
+#include "support/memory_faults.h"
 #include "support/other_process.h"
 #include "support/report.h"
 #include "support/temp_dir.h"
@@ -94,6 +95,21 @@ TEST_F(FileStrOnHost, RestoresOwnerAndModeOfAFileThatItRewrites)
     EXPECT_EQ(readFile(path), "a\nb\n");
 }
 
+TEST_F(FileStrOnHost, SetsOwnerAndModeOfAFileThatItOnlyAddsTo)
+{
+    writeFile(path, "a\n");
+    ASSERT_EQ(chown(path.c_str(), some_uid, some_gid), 0);
+    ASSERT_EQ(chmod(path.c_str(), 0640), 0);
+    // Someone takes the file away while it is written.
+    BeforeCall const taking("fclose", 1, [&] {
+        EXPECT_EQ(chown(path.c_str(), 0, 0), 0);
+        EXPECT_EQ(chmod(path.c_str(), 0666), 0);
+    });
+    EXPECT_EQ(edit("b", FILE_ADD), 0);
+    expectOwnerAndMode(some_uid, some_gid, 0640);
+    EXPECT_EQ(readFile(path), "a\nb\n");
+}
+
 TEST_F(FileStrOnHost, ReportsAnOwnerThatCannotBeRestored)
 {
     writeFile(path, "a\n");
@@ -148,6 +164,37 @@ TEST_F(FileStrOnHost, ReportsALockThatCannotBeTaken)
     EXPECT_EQ(run.err, withErrno("Error occurred while locking the file " + path + ": " +
                                      strerror(ENOLCK) + "\n",
                                  ENOLCK));
+    EXPECT_FALSE(std::filesystem::exists(path));
+}
+
+TEST_F(FileStrOnHost, ReportsALockFileThatCannotBeOpenedAndDoesNothing)
+{
+    CString const lock(mk_flock_path(path.c_str()));
+    auto const run = inChild([&] {
+        CallFailure const failing("open", EACCES);
+        return edit("a", FILE_ADD);
+    });
+    EXPECT_EQ(run.status, 1);
+    EXPECT_EQ(
+        run.err,
+        withErrno("Unable to open file \"" + std::string(lock.get()) + "\": Permission denied.",
+                  EACCES) +
+            withErrno("Error occurred while locking the file " + path + ": Permission denied\n",
+                      EACCES));
+    EXPECT_EQ(run.out, run.err);
+    EXPECT_FALSE(std::filesystem::exists(path));
+}
+
+TEST_F(FileStrOnHost, ReportsThatThereIsNoMemoryForALock)
+{
+    auto const run = inChild([&] {
+        AllocationFailure const failing(1);
+        return edit("a", FILE_ADD);
+    });
+    EXPECT_EQ(run.status, 1);
+    EXPECT_EQ(run.err, withErrno("Error occurred while locking the file " + path + ": " +
+                                     strerror(ENOMEM) + "\n",
+                                 ENOMEM));
     EXPECT_FALSE(std::filesystem::exists(path));
 }
 

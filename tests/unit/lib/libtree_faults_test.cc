@@ -80,7 +80,8 @@ TEST_F(LibtreeFaults, PassesOverWhatVanishes)
         {"fchmodat", 1, walkChmod, "/sub", ""}, {"fchmodat", 2, walkChmod, "/sub", ""},
         {"lstat", 2, walkChmod, "/sub", ""},    {"lstat", 1, walkRemove, "/sub", ""},
         {"unlink", 1, walkRemove, "/file", ""}, {"rmdir", 1, walkRemove, "/sub", ""},
-        {"open", 2, walkRemove, "/sub", ""},
+        {"open", 2, walkRemove, "/sub", ""},    {"open", 4, walkChmod, "", ""},
+        {"open", 4, walkChown, "", ""},
     };
     for (FailingCall const& vanishing : vanishings) {
         auto const run = inChild([&] {

@@ -198,6 +198,17 @@ TEST_F(ChownTree, LeavesLinksAndOtherKindsAlone)
     EXPECT_EQ(run.err, "");
 }
 
+TEST_F(LibtreeOnHost, ChownTreeChangesASingleFileWhateverTheForce)
+{
+    TempDir const dir;
+    for (int const force_self : {0, 1}) {
+        std::string const path = dir / std::to_string(force_self);
+        writeFile(path, "");
+        chown_tree(path.c_str(), "daemon", "daemon", force_self);
+        EXPECT_EQ(infoOf(path).st_uid, getpwnam("daemon")->pw_uid);
+    }
+}
+
 TEST_F(LibtreeOnHost, ChownTreeChangesFilesAndDirectoriesOnly)
 {
     TempDir const dir;

@@ -132,6 +132,7 @@ TEST_F(LineEdit, RemovesALineWhetherOrNotTheStringEndsInANewline)
     EXPECT_EQ(removed("a\nb\n", "a\n", FILE_REMOVE), "b\n");
     EXPECT_EQ(removed("b\na", "a\n", FILE_REMOVE), "b\n");
     EXPECT_EQ(removed("b\na", "a", FILE_REMOVE), "b\n");
+    EXPECT_EQ(removed("a\nb\n", "a\nand more", FILE_REMOVE), "b\n");
 }
 
 TEST_F(LineEdit, KeepsLinesThatOnlyResembleTheString)

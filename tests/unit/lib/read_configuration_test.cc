@@ -9,6 +9,10 @@
 
 #include <gtest/gtest.h>
 
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+#include <deque>
 #include <optional>
 
 namespace {
@@ -27,6 +31,21 @@ ChildRun reportsOn(std::string const& text)
     });
 }
 
+// What is read, piece by piece, from the file of this name; an empty piece is a read that fails.
+constexpr char read_in_pieces[] = "/read/in/pieces";
+std::deque<std::string> pieces;
+
+ssize_t readPiece(void*, char* block, size_t size)
+{
+    if (pieces.empty())
+        return 0;
+    std::string const piece = pieces.front().substr(0, size);
+    pieces.pop_front();
+    memcpy(block, piece.data(), piece.size());
+    errno = EIO;
+    return piece.empty() ? -1 : static_cast<ssize_t>(piece.size());
+}
+
 // Fills a configuration with K0, K1, ... and their numbers, in an order that is not sorted.
 std::string variables(int count)
 {
@@ -37,6 +56,19 @@ std::string variables(int count)
 }
 
 } // namespace
+
+extern "C" {
+
+FILE* __real_fopen(char const* path, char const* mode);
+
+FILE* __wrap_fopen(char const* path, char const* mode)
+{
+    if (strcmp(path, read_in_pieces) != 0)
+        return __real_fopen(path, mode);
+    return fopencookie(nullptr, "r", {readPiece, nullptr, nullptr, nullptr});
+}
+
+} // extern "C"
 
 TEST(ConfReadFile, TakesNameAndValueFromALine)
 {
@@ -263,6 +295,25 @@ TEST(ConfReadFile, ReportsAReadErrorKeepsErrnoAndTheEntriesReadBefore)
     EXPECT_EQ(run.status, 0);
     EXPECT_EQ(run.err, "Unable to read configuration file: Is a directory\n");
     EXPECT_EQ(run.out, run.err);
+}
+
+TEST(ConfReadFile, KeepsTheEntriesReadBeforeAReadErrorInTheMiddleOfTheFile)
+{
+    std::deque<std::string> const ways[] = {{"NAME v\nOTHER w\n", ""}, {"NAME v\nOTHER w", ""}};
+    for (auto const& way : ways) {
+        auto const run = inChild([&] {
+            LogLevel = 12;
+            pieces = way;
+            Conf const conf = newConf();
+            int const result = conf_read_file_r(read_in_pieces, conf.get());
+            return result == -1 && errno == EIO && lookup(conf, "NAME") == "v" &&
+                           lookup(conf, "OTHER") == "w"
+                       ? 0
+                       : 1;
+        });
+        EXPECT_EQ(run.status, 0);
+        EXPECT_EQ(run.err, "Unable to read configuration file: Input/output error\n");
+    }
 }
 
 TEST(ConfReadFile, EndsAtAVariableThatCannotBeStored)

@@ -93,6 +93,16 @@ TEST_F(ApplicationServerOnHost, IsReportedWhenThePanelKnowsOfNone)
     EXPECT_EQ(scripts.journal(), "");
 }
 
+TEST_F(ApplicationServerOnHost, IsReportedWhenThePanelCannotBeAsked)
+{
+    setInstance(instance);
+    spy.replace("select val from misc where param='cf_instance_path'", "no query");
+    std::string const outcome = restarted("jrun", "status");
+    EXPECT_EQ(outcome.rfind("-1|Unable to query parameter by query ", 0), 0U) << outcome;
+    EXPECT_NE(outcome.find("\nCF not configured in Orvek.\n"), std::string::npos) << outcome;
+    EXPECT_EQ(scripts.journal(), "");
+}
+
 TEST_F(ApplicationServerOnHost, EndsTheProcessWithoutThePanelsDatabase)
 {
     panel.stop();

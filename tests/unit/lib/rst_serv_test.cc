@@ -2,6 +2,7 @@
 
 #include "lib/autoprepend.h"
 #include "lib/read_configuration.h"
+#include "support/call_faults.h"
 #include "support/child_run.h"
 #include "support/report.h"
 #include "support/stand_in.h"
@@ -39,7 +40,7 @@ using RestartApacheOnHost = RestartDaemonOnHost;
 
 TEST(RestartDaemon, TouchesNothingWhileTheConfigurationSaysSo)
 {
-    for (char const* const value : {"1", "0", "no"}) {
+    for (char const* const value : {"1", "0", "no", ""}) {
         ChildRun const run = inChild([&] {
             configure("NO_RESTART_DAEMON", value);
             bool succeeds = true;
@@ -89,6 +90,18 @@ TEST_F(RestartDaemonOnHost, FindsAScriptWithASuffix)
     scripts.add("/etc/init.d/mvk.sh", "exit 1");
     EXPECT_EQ(restarted("mvk", "start"), "-1|Service /etc/init.d/mvk.sh failed to start\n");
     EXPECT_EQ(scripts.journal(), "mvk.sh start\n");
+}
+
+// A script that is being replaced is missing for a moment.
+TEST_F(RestartDaemonOnHost, LooksOnceMoreForAScriptThatItDoesNotFindAtFirst)
+{
+    scripts.add("/etc/init.d/mvk", "exit 0");
+    EXPECT_EQ(outcomeOf([] {
+                  CallFailure const missing("stat", ENOENT);
+                  return restart_daemon("mvk", "start");
+              }),
+              "0|");
+    EXPECT_EQ(scripts.journal(), "mvk start\n");
 }
 
 TEST_F(RestartDaemonOnHost, ReportsAServiceWithoutAScript)
@@ -207,6 +220,16 @@ TEST_F(RestartApacheOnHost, ClearsTheServersObjectsAwayBehindAStop)
     apacheFailsFor("stop");
     EXPECT_EQ(restarted("apache2", "stop"), "-1|Service /etc/init.d/apache2 failed to stop\n");
     EXPECT_EQ(scripts.journal(), "apache2 stop\napache_cleanup.sh \n");
+}
+
+TEST_F(RestartApacheOnHost, IsStoppedWhereNothingClearsItsObjectsAway)
+{
+    ASSERT_FALSE(std::filesystem::exists(cleanup));
+    scripts.add(apache, "exit 0");
+    ChildRun const run = inChild([] { return restart_daemon("apache2", "stop"); });
+    EXPECT_EQ(run.status, 0);
+    EXPECT_EQ(run.out, "");
+    EXPECT_NE(run.err.find(cleanup), std::string::npos) << "the shell's own words: " << run.err;
 }
 
 TEST_F(RestartApacheOnHost, ReportsThatTheObjectsCannotBeClearedAway)

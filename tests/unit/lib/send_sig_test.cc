@@ -176,6 +176,19 @@ TEST_F(IsRunningOnHost, FindsANameInBrackets)
     EXPECT_EQ(is_running("bracketed"), 1);
 }
 
+TEST_F(IsRunningOnHost, TakesNoNoticeOfALineThatHoldsGrep)
+{
+    Sleeper const sleeper("mvk-sleeper", "mvk-grep-er");
+    EXPECT_EQ(is_running("mvk-grep-er"), 1);
+}
+
+TEST_F(IsRunningOnHost, CutsALongCommand)
+{
+    ChildRun const run = inChild([] { return is_running(std::string(5000, 'x').c_str()); });
+    EXPECT_EQ(run.status, 2) << "the shell's, for a quotation without an end";
+    EXPECT_NE(run.err, "");
+}
+
 TEST_F(KillByFieldOnHost, CountsWithoutTouchingBySignalZero)
 {
     Sleeper const first("mvk-sleeper");

@@ -2,6 +2,7 @@
 
 #include "support/child_run.h"
 #include "support/managers_test.h"
+#include "support/stand_in.h"
 #include "util/errors.h"
 
 #include <stdexcept>
@@ -275,6 +276,21 @@ protected:
         EXPECT_TRUE(exists("old.test"));
     }
 
+    // Renames while the run of postmap with this number fails. What is raised.
+    static std::string renamedWithoutRun(int number)
+    {
+        StandIn postmap("/usr/sbin/postmap");
+        postmap.prepare();
+        postmap.run("[ $(wc -l <$dir/journal) != " + std::to_string(number) +
+                    " ] && exec $real \"$@\"\necho 'postmap: fatal: no' >&2; exit 1");
+        try {
+            DomainManager::renameDomain("old.test", "new.test");
+        } catch (PostfixConfigurationError const& e) {
+            return e.what();
+        }
+        return "nothing";
+    }
+
     // Makes the rename of the directory fail.
     static void occupyTarget()
     {
@@ -310,6 +326,17 @@ TEST_F(RenamedDomainOnHost, IsTheOldOneWhenItsDirectoryCannotBeRenamed)
     occupyTarget();
     EXPECT_THROW(DomainManager::renameDomain("old.test", "new.test"), std::runtime_error);
     expectOld();
+}
+
+// Each map takes two runs, one that lists it and one that builds it anew.
+TEST_F(RenamedDomainOnHost, IsTheOldOneWhenAnyOfItsMapsCannotBeRewritten)
+{
+    for (int const number : {1, 2, 3, 4, 5, 6}) {
+        SCOPED_TRACE(number);
+        EXPECT_EQ(renamedWithoutRun(number).rfind("postmap: fatal: no", 0), 0U);
+        expectOld();
+        EXPECT_FALSE(exists("new.test"));
+    }
 }
 
 TEST_F(RenamedDomainOnHost, TellsOfEachMapThatCannotBePutBackByOneNameAndRaisesTheFirstError)

@@ -6,6 +6,8 @@
 
 #include <gtest/gtest.h>
 
+#include <unistd.h>
+
 namespace {
 
 ChildRun reportOf(std::exception const& e)
@@ -95,5 +97,23 @@ TEST(ReportUntypedException, SaysThatTheErrorIsUnspecified)
 {
     auto const run = printedBy([] { orvek::reportUntypedException(); });
     EXPECT_EQ(run.err, "UNSPECIFIED ERROR OCCURED\n");
+    EXPECT_EQ(run.out, "UNSPECIFIED ERROR OCCURED\n");
+}
+
+TEST(ReportException, ReachesStandardOutputBeforeTheProgramEnds)
+{
+    auto const run = inChild([]() -> int {
+        orvek::reportException<std::exception>(std::runtime_error("text"));
+        _exit(0);
+    });
+    EXPECT_EQ(run.out, "Fatal error: std::runtime_error(text)\n");
+}
+
+TEST(ReportUntypedException, ReachesStandardOutputBeforeTheProgramEnds)
+{
+    auto const run = inChild([]() -> int {
+        orvek::reportUntypedException();
+        _exit(0);
+    });
     EXPECT_EQ(run.out, "UNSPECIFIED ERROR OCCURED\n");
 }

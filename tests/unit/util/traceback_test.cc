@@ -50,6 +50,20 @@ protected:
     }
 };
 
+// Keeps what it is given, and how much of it was flushed.
+class FlushedBuffer : public std::stringbuf
+{
+public:
+    std::vector<std::string> flushed;
+
+protected:
+    int sync() override
+    {
+        flushed.push_back(str());
+        return 0;
+    }
+};
+
 // Copies strings into one block, as the C library does, so that one free releases them.
 char** symbolBlock(std::vector<std::string> const& symbols)
 {
@@ -165,6 +179,23 @@ TEST_F(TracebackTest, PrintsAddressesWithoutSymbols)
     answerFrames(3);
     answers.no_symbols = true;
     EXPECT_EQ(printed(orvek::Traceback(1)), "Traceback addresses:\n\t0x1001\n\t0x1002\n");
+}
+
+TEST_F(TracebackTest, FlushesEachLineAtItsEnd)
+{
+    answerFrames(2);
+    FlushedBuffer buffer;
+    std::ostream out(&buffer);
+    answers.symbols = {"a", "b"};
+    out << orvek::Traceback(0);
+    EXPECT_EQ(buffer.flushed, (std::vector<std::string>{"Traceback:\n", "Traceback:\n\ta\n",
+                                                        "Traceback:\n\ta\n\tb\n"}));
+    buffer.str("");
+    buffer.flushed.clear();
+    answers.no_symbols = true;
+    out << orvek::Traceback(1);
+    EXPECT_EQ(buffer.flushed, (std::vector<std::string>{"Traceback addresses:\n",
+                                                        "Traceback addresses:\n\t0x1001\n"}));
 }
 
 TEST_F(TracebackTest, LooksTheSymbolsUpOnceForAllPrints)

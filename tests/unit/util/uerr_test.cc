@@ -4,6 +4,8 @@
 
 #include <gtest/gtest.h>
 
+#include <fstream>
+
 #include <unistd.h>
 
 using orvek::uerr;
@@ -26,6 +28,20 @@ TEST(Uerr, ReachesStandardOutputAtEachFlush)
     });
     EXPECT_EQ(run.err, "one\ntwothree");
     EXPECT_EQ(run.out, "one\ntwo");
+}
+
+TEST(Uerr, FlushesStandardErrorToo)
+{
+    auto const run = inChild([]() -> int {
+        // A standard error that holds back what it is given.
+        std::ofstream held("/dev/stderr");
+        std::cerr.rdbuf(held.rdbuf());
+        std::cerr << std::nounitbuf;
+        uerr << "text" << std::flush;
+        _exit(0);
+    });
+    EXPECT_EQ(run.err, "text");
+    EXPECT_EQ(run.out, "text");
 }
 
 TEST(Uerr, ReachesStandardOutputWhenTheProgramEnds)

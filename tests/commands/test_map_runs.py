@@ -1,0 +1,177 @@
+"""Which runs of postmap a command makes of the records that it changes, in which order, and the
+order of the records within a run."""
+import pytest
+
+from mailhost import MAPS, calls, mailvek, spy, start
+from panel import LOCAL, STANDARD, panel_domain, panel_mailname
+
+POSTMAP = "/usr/sbin/postmap"
+DOMAIN, ALIAS, OTHER, NEW = "example.com", "alias.test", "other.test", "new.test"
+DOMAINS = (DOMAIN, ALIAS, OTHER)
+ANNA = f"anna@{DOMAIN}"
+AT = f"--domain-name={DOMAIN}"
+NAMES = (AT, "--mailname=anna")
+PIPE = '"|/usr/lib64/orvek-9.0/bouncemessage"'
+
+
+@pytest.fixture(autouse=True)
+def panel():
+    start("mariadb")
+    panel_domain(DOMAIN, aliases=[ALIAS, OTHER])
+    panel_mailname(ANNA, aliases=["ann", "annie"])
+    panel_mailname(f"bertha@{DOMAIN}")
+
+
+def prepared(*arguments, env=None):
+    ended = mailvek(*arguments, env=env)
+    assert (ended.status, ended.out, ended.err) == (0, "", ""), ended
+
+
+def of(name):
+    return f"hash:{MAPS}/{name}"
+
+
+def added(name, *records):
+    """One run that adds records, each a key and its value."""
+    return ["-r", "-i", of(name)], "".join(f"{key} {value}\n" for key, value in records)
+
+
+def removed(name, key):
+    return ["-d", key, of(name)], None
+
+
+def removed_together(name, *keys):
+    return ["-d", "-", of(name)], "".join(f"{key}\n" for key in keys)
+
+
+def rewritten(name):
+    return [(["-s", of(name)], None), ([of(name)], "")]
+
+
+def standard(domain):
+    return added("virtual", *((f"{name}@{domain}", f"{name}@{LOCAL}") for name in STANDARD))
+
+
+def runs(*arguments, env=None):
+    """What postmap is started with, and what it is given to read."""
+    spy(POSTMAP)
+    prepared(*arguments, env=env)
+    return [(call.argv[1:], call.stdin) for call in calls(POSTMAP)]
+
+
+# --------------------------------------------------------------------------------- domains
+
+
+def test_a_domain_gets_its_addresses_twice_around_its_record():
+    assert runs("--add-domain", AT) == [
+        *rewritten("virtual"), standard(DOMAIN), added("virtual_domains", (DOMAIN, f"{DOMAIN}/")), standard(DOMAIN)]
+
+
+def test_a_domain_leaves_the_enabled_ones_first_and_its_addresses_go_together():
+    assert runs("--turn-off-domain", AT) == [
+        removed("virtual_domains", DOMAIN),
+        removed_together("virtual", *(f"{name}@{DOMAIN}" for name in STANDARD))]
+
+
+def test_a_domain_that_is_turned_on_has_its_record_before_its_addresses():
+    assert runs("--turn-on-domain", AT) == [added("virtual_domains", (DOMAIN, f"{DOMAIN}/")), standard(DOMAIN)]
+
+
+def test_a_removed_domain_leaves_the_maps_of_domains_addresses_and_mailboxes_in_this_order():
+    prepared("--add-domain", AT)
+    assert runs("--remove-domain", AT) == [
+        removed("virtual_domains", DOMAIN), *rewritten("virtual"), *rewritten("vmailbox")]
+
+
+# ------------------------------------------------------------------------- mail to unknown names
+
+
+def test_a_catch_all_is_one_run_for_all_domains():
+    assert runs("--set-catchall", AT, "--email=b@example.org") == [
+        added("virtual", *((f"@{domain}", "b@example.org") for domain in DOMAINS))]
+
+
+def test_a_bounce_is_a_run_for_each_pipe_and_one_for_all_addresses():
+    pipes = [added("aliases", (f"_orvek_bounce_{domain}", PIPE)) for domain in DOMAINS]
+    addresses = added("virtual", *((f"@{domain}", f"_orvek_bounce_{domain}@{LOCAL}") for domain in DOMAINS))
+    assert runs("--set-bounce", AT) == [*pipes, addresses]
+
+
+@pytest.mark.parametrize("command", ["--set-reject", "--unset-reject"])
+def test_a_catch_all_ends_in_one_run_for_the_alias_domains_and_then_the_domain(command):
+    assert runs(command, AT) == [removed_together("virtual", f"@{ALIAS}", f"@{OTHER}", f"@{DOMAIN}")]
+
+
+# -------------------------------------------------------------------------------- alias domains
+
+
+# The mark first; of each mailname its mail aliases before itself.
+NAMES_OF_THE_ALIAS = added("virtual", (NEW, "1"), (f"ann@{NEW}", ANNA), (f"annie@{NEW}", ANNA), (f"anna@{NEW}", ANNA),
+                           (f"bertha@{NEW}", f"bertha@{DOMAIN}"))
+ADD = ("--add-domain-alias", AT, f"--domain-alias-name={NEW}")
+
+
+@pytest.mark.parametrize("arguments, more", [
+    (("--set-reject",), []),
+    (("--set-catchall", "--email=b@example.org"), [added("virtual", (f"@{NEW}", "b@example.org"))]),
+    (("--set-bounce",), [added("aliases", (f"_orvek_bounce_{NEW}", PIPE)),
+                         added("virtual", (f"@{NEW}", f"_orvek_bounce_{NEW}@{LOCAL}"))]),
+])
+def test_an_alias_domain_has_its_addresses_its_names_and_then_what_becomes_of_others(arguments, more):
+    assert runs(*ADD, *arguments) == [standard(NEW), NAMES_OF_THE_ALIAS, *more]
+
+
+@pytest.mark.parametrize("arguments", [
+    ("--del-domain-alias", AT, f"--domain-alias-name={ALIAS}"),
+    ("--rename-domain-alias", AT, f"--old-domain-alias-name={ALIAS}", f"--new-domain-alias-name={NEW}",
+     "--set-reject")])
+def test_an_alias_domain_is_removed_or_renamed_by_one_rewrite(arguments):
+    assert runs(*arguments) == rewritten("virtual")
+
+
+# ------------------------------------------------------------------------------------ mailnames
+
+
+def test_a_mailname_has_its_mailbox_and_then_its_addresses_in_one_run():
+    assert runs("--add-mailname", *NAMES, "--disk-quota=100000") == [
+        added("vmailbox", (ANNA, f"{DOMAIN}/anna/Maildir/")),
+        added("virtual", *((f"anna@{domain}", ANNA) for domain in DOMAINS))]
+
+
+def test_a_removed_mailname_leaves_its_mailbox_the_alias_domains_and_the_domain_in_this_order():
+    prepared("--add-mailname", *NAMES, "--disk-quota=100000")
+    assert runs("--remove-mailname", *NAMES) == [
+        removed("vmailbox", ANNA),
+        *(removed("virtual", f"anna@{domain}") for domain in (ALIAS, OTHER, DOMAIN))]
+
+
+def test_a_renamed_mailname_is_rewritten_under_the_domain_and_then_under_each_alias_domain():
+    env = {"ORV_PASSWORD": "secret"}
+    prepared("--add-mailname", *NAMES, "--disk-quota=100000")
+    prepared("--set-password", *NAMES, env=env)
+    rename = ("--rename-mailname", AT, "--old-mailname=anna", "--new-mailname=anita")
+    assert runs(*rename, env=env) == [*rewritten("vmailbox"), *rewritten("virtual") * 3]
+
+
+def test_a_mail_alias_is_one_run_for_all_domains():
+    assert runs("--add-alias", *NAMES, "--alias=ann") == [
+        added("virtual", *((f"ann@{domain}", ANNA) for domain in DOMAINS))]
+
+
+def test_a_removed_mail_alias_leaves_the_domain_before_the_alias_domains():
+    assert runs("--remove-alias", *NAMES, "--alias=ann") == [
+        removed("virtual", f"ann@{domain}") for domain in DOMAINS]
+
+
+@pytest.mark.parametrize("arguments", [
+    ("--add-mailbox", *NAMES), ("--remove-mailbox", *NAMES), ("--set-password", *NAMES),
+    ("--get-mailbox-size", *NAMES), ("--set-mailbox-disk-quota", *NAMES, "--disk-quota=7"),
+    ("--set-domain-disk-quota", AT, "--disk-quota=7"), ("--add-redirect", *NAMES, "--redirect-email=b@example.org"),
+    ("--remove-redirect", *NAMES, "--redirect-email=b@example.org"), ("--set-autoresponder", *NAMES),
+    ("--reset-autoresponder", *NAMES)], ids=lambda arguments: arguments[0])
+def test_what_is_no_record_starts_no_postmap(arguments):
+    for name in ("anna", "bertha"):
+        prepared("--add-mailname", AT, f"--mailname={name}", "--disk-quota=100000")
+    spy(POSTMAP)
+    assert mailvek(*arguments, env={"ORV_PASSWORD": "secret"}).status == 0
+    assert calls(POSTMAP) == []
