@@ -1,3 +1,4 @@
+#include "support/call_faults.h"
 #include "support/fd_census.h"
 #include "support/module_test.h"
 #include "support/syscall_faults.h"
@@ -85,6 +86,13 @@ TEST_F(LoadMasterCf, CannotOpenAFileThatCannotBeMapped)
         std::cout << loadError(path);
     });
     EXPECT_EQ(run.out, "unable to open " + path);
+}
+
+TEST_F(LoadMasterCf, OpensAgainWhenASignalComesInBetween)
+{
+    writeFile(path, smtp);
+    CallFailure const interrupted("open", EINTR);
+    EXPECT_EQ(loadError(path), "nothing was raised");
 }
 
 TEST_F(LoadMasterCf, CannotParseWhatIsNoMasterCf)
