@@ -130,11 +130,19 @@ TEST_F(ModuleFilesOnHost, StoresWhatIsLoadedWhenForced)
 
 TEST_F(ModuleFilesOnHost, StoresEachChangeOnce)
 {
-    EXPECT_EQ(changed([](ModuleManager& manager) {
-                  manager.disableModule("smtp", ModuleType::inet);
-                  std::cout << manager.storeModules(false);
-              }),
-              "10");
+    for (bool const force : {false, true}) {
+        EXPECT_EQ(changed([&](ModuleManager& manager) {
+                      manager.addModule(submission(), true);
+                      manager.disableModule("submission", ModuleType::inet);
+                      std::cout << manager.storeModules(force);
+                      ino_t const running = inode(master_cf);
+                      ino_t const parked = inode(parking);
+                      std::cout << manager.storeModules(false);
+                      EXPECT_EQ(inode(master_cf), running);
+                      EXPECT_EQ(inode(parking), parked);
+                  }),
+                  "100");
+    }
 }
 
 TEST_F(ModuleFilesOnHost, StoresNothingByItself)
@@ -179,6 +187,22 @@ TEST_F(ModuleFilesOnHost, HoldsTheLockOfTheFileWhileItStores)
               }),
               "01");
     EXPECT_EQ(system(("flock -n " + lock + " true").c_str()), 0) << "the lock is still held";
+}
+
+TEST_F(ModuleFilesOnHost, HoldsTheLockUntilTheFileHasBeenReplaced)
+{
+    for (int const number : {1, 2}) {
+        std::string const path = number == 1 ? master_cf : parking;
+        std::string const lock = "/var/lock/files/$(printf %s " + path + " | md5sum | cut -c-32)";
+        EXPECT_EQ(loaded([&](ModuleManager& manager) {
+                      manager.addModule(submission(), false);
+                      BeforeCall const look("rename", number, [&] {
+                          std::cout << system(("flock -n " + lock + " true").c_str());
+                      });
+                      manager.storeModules(true);
+                  }),
+                  "256");
+    }
 }
 
 TEST_F(ModuleFilesOnHost, LeavesTheFileAloneWhenItCannotBeWritten)
