@@ -250,6 +250,18 @@ TEST_F(ModuleFilesOnHost, LeavesTheFileAloneWhenItCannotBeReplaced)
     EXPECT_EQ(readFile(master_cf), before);
 }
 
+TEST_F(ModuleFilesOnHost, TellsWhyTheFileCannotBeReplacedThoughTheNewOneCannotBeRemoved)
+{
+    std::string const outcome = loaded([](ModuleManager& manager) {
+        failSystemCall(SYS_rename, EXDEV);
+        failSystemCall(SYS_unlink, EROFS);
+        manager.storeModules(true);
+    });
+    EXPECT_EQ(outcome.rfind("!FSError: rename: Invalid cross-device link: \"" + master_cf, 0), 0U)
+        << outcome;
+    shellRun("rm " + master_cf + "??????");
+}
+
 TEST_F(ModuleFilesOnHost, RaisesWhenThereIsNoRoomForTheParkingFile)
 {
     shellRun("mv /var/spool/postfix/orvek /var/spool/postfix/orvek.away");
