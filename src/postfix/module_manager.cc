@@ -188,7 +188,8 @@ void ModuleManager::addModule(ModuleInfo const& info, bool enabled)
 void ModuleManager::removeModule(std::string const& name, ModuleType type)
 {
     requireLoaded();
-    std::string const kept = name; // it may be that of a record which goes
+    // NOLINTNEXTLINE(performance-unnecessary-copy-initialization): it may be a record's, which goes
+    std::string const kept = name;
     if (masterCf->removeModule(kept, type))
         masterCfChanged = true;
     if (disabledCf && disabledCf->removeModule(kept, type))
