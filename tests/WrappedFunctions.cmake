@@ -116,6 +116,7 @@ set(MAILVEK_WRAPPED_layer_maildir
   getpwnam)
 
 set(MAILVEK_WRAPPED_layer_postfix
+  ${call_faults}
   copy_file_range
   sendfile
   sleep)

@@ -5,6 +5,7 @@
 #include "postfix/master_cf_parser.h"
 #include "util/errors.h"
 #include "util/mk_lock.h"
+#include "util/retry_on_signal.h"
 #include "util/tmp_file.h"
 
 #include <boost/filesystem/operations.hpp>
@@ -30,7 +31,8 @@ public:
     explicit MappedFile(std::string const& path)
     {
         // Opening must not wait for whoever is to write into a pipe.
-        OpenDescriptor const file(open(path.c_str(), O_RDONLY | O_NONBLOCK));
+        OpenDescriptor const file(
+            retryOnSignal([&] { return open(path.c_str(), O_RDONLY | O_NONBLOCK); }));
         struct stat info = {};
         if (file.get() < 0 || fstat(file.get(), &info) != 0 || !S_ISREG(info.st_mode))
             return;
@@ -186,7 +188,8 @@ void ModuleManager::addModule(ModuleInfo const& info, bool enabled)
 void ModuleManager::removeModule(std::string const& name, ModuleType type)
 {
     requireLoaded();
-    std::string const kept = name; // it may be that of a record which goes
+    // NOLINTNEXTLINE(performance-unnecessary-copy-initialization): it may be a record's, which goes
+    std::string const kept = name;
     if (masterCf->removeModule(kept, type))
         masterCfChanged = true;
     if (disabledCf && disabledCf->removeModule(kept, type))

@@ -31,6 +31,11 @@ bool isHot(time_t modified)
     return modified > now.tv_sec - hot_seconds && modified <= now.tv_sec;
 }
 
+bool isEarlier(timespec const& a, timespec const& b)
+{
+    return a.tv_sec != b.tv_sec ? a.tv_sec < b.tv_sec : a.tv_nsec < b.tv_nsec;
+}
+
 } // namespace
 
 ReplacedFile::ReplacedFile(std::string path_) : path(std::move(path_))
@@ -41,6 +46,7 @@ ReplacedFile::ReplacedFile(std::string path_) : path(std::move(path_))
         return;
     device = info.st_dev;
     inode = info.st_ino;
+    modified = info.st_mtim;
 }
 
 void ReplacedFile::settle() const
@@ -56,7 +62,8 @@ void ReplacedFile::settle() const
     timespec const times[2] = {
         {.tv_sec = 0, .tv_nsec = UTIME_OMIT},
         {.tv_sec = info.st_mtim.tv_sec - hot_seconds, .tv_nsec = info.st_mtim.tv_nsec}};
-    futimens(file.get(), times);
+    if (!isEarlier(times[1], modified))
+        futimens(file.get(), times);
 }
 
 } // namespace orvek::mail::postfix

@@ -1,14 +1,16 @@
-"""What the tests of the service commands share: the two init scripts, the entries of master.cf,
-and who listens."""
+"""What the tests of the service commands share: the commands themselves, the two init scripts, the
+entries of master.cf, and who listens."""
 import contextlib
 import os
 import socket
 
 import mailhost
 
+START, STOP, RESTART, RELOAD, STATUS = (f"--{verb}-service" for verb in ("start", "stop", "restart", "reload", "status"))
 POSTFIX = "/etc/init.d/postfix"
 COURIER = "/etc/init.d/courier-imap"
 MASTER_CF = "/etc/postfix/master.cf"
+PARKED = "/var/spool/postfix/orvek/master.cf.disabled"
 FILTER = "-o smtpd_proxy_filter=127.0.0.1:10025"
 SMTPS = f"smtps inet n - n - - smtpd {FILTER} -o smtpd_tls_wrappermode=yes"
 SUBMISSION = (
@@ -63,3 +65,20 @@ def unusable(program):
         yield
     finally:
         os.chmod(program, mode)
+
+
+def components(*names):
+    return [f"--mail-component={name}" for name in names]
+
+
+def done(command, *names, out=None, **more):
+    """Runs a command with these components, which must succeed without a report."""
+    ended = mailhost.mailvek(command, *components(*names), **more)
+    assert (ended.status, ended.err) == (0, ""), ended
+    assert out is None or ended.out == out, ended
+    return ended
+
+
+def status(*names):
+    """The lines of --status-service for these components."""
+    return done(STATUS, *names).out.splitlines()

@@ -7,11 +7,11 @@ from mailhost import (
     Rule, calls, mailvek, nothing_changes, read, read_only, runs, slept, spy, start, wait_until, write,
 )
 from services import (
-    COURIER, FILTER, MASTER_CF, POSTFIX, SMTPS, SUBMISSION, actions, entries, listens, postfix_is_up, unusable,
+    COURIER, FILTER, MASTER_CF, PARKED, POSTFIX, SMTPS, SUBMISSION, actions, entries, listens, postfix_is_up, unusable,
     without_postlog,
 )
 
-PARKED = "/var/spool/postfix/orvek/master.cf.disabled"
+SANITIZED_TOO = True
 PID_FILE = "/var/spool/postfix/pid/master.pid"
 
 
@@ -222,6 +222,14 @@ def test_submission_is_reloaded_for_each_change_and_for_none_else():
     start("postfix")
     done("-b")
     assert actions(POSTFIX) == 4 * ["reload"]
+
+
+def test_a_reload_for_submission_that_cannot_be_run_is_fatal():
+    for command, stored in (("-a", True), ("-b", False)):
+        with unusable(POSTFIX):
+            ended = mailvek(command)
+        assert ended.status == 1 and "execve: Permission denied" in ended.err, ended
+        assert (SUBMISSION in entries()) == stored
 
 
 def test_submission_keeps_what_an_administrator_has_written():

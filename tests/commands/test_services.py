@@ -1,4 +1,4 @@
-"""--start-service, --stop-service, --restart-service, --reload-service, --status-service."""
+"""--start-service, --stop-service, --restart-service, --reload-service."""
 import pathlib
 
 import pytest
@@ -8,11 +8,11 @@ from mailhost import (
     wait_until, write,
 )
 from services import (
-    COURIER, MASTER_CF, POSTFIX, SMTPS, SUBMISSION, actions, entries, listens, panel_has_submission,
-    postfix_is_up, unusable, without_postlog,
+    COURIER, MASTER_CF, PARKED, POSTFIX, RELOAD, RESTART, SMTPS, START, STOP, SUBMISSION, actions, components,
+    done, entries, listens, panel_has_submission, postfix_is_up, status, unusable, without_postlog,
 )
 
-START, STOP, RESTART, RELOAD, STATUS = (f"--{verb}-service" for verb in ("start", "stop", "restart", "reload", "status"))
+SANITIZED_TOO = True
 
 
 @pytest.fixture(autouse=True)
@@ -20,21 +20,6 @@ def panel():
     start("mariadb")
     panel_has_submission(False)
     without_postlog()
-
-
-def components(*names):
-    return [f"--mail-component={name}" for name in names]
-
-
-def done(command, *names, out=None, **more):
-    ended = mailvek(command, *components(*names), **more)
-    assert (ended.status, ended.err) == (0, ""), ended
-    assert out is None or ended.out == out, ended
-    return ended
-
-
-def status(*names):
-    return done(STATUS, *names).out.splitlines()
 
 
 # --------------------------------------------------------------------- the real init scripts
@@ -78,43 +63,6 @@ def test_submission_listens_when_it_is_switched_on_and_not_when_it_is_off():
     done(RESTART, "mta", "submission")
     wait_until(lambda: listens(25))
     assert not listens(587)
-
-
-# ------------------------------------------------------------------------------------ status
-
-
-def test_status_has_a_line_for_each_component_in_an_order_of_its_own():
-    start("postfix", "courier")
-    assert status("imaps", "imap", "mta", "pop3s", "pop3") == [
-        "mta is running", "pop3 is running", "pop3s is running", "imap is running", "imaps is running"]
-    assert status("imap", "pop3s") == ["pop3s is running", "imap is running"]
-    assert status("mta") == ["mta is running"]
-
-
-def test_status_of_what_is_no_process_of_its_own_prints_nothing():
-    with nothing_changes():
-        assert done(STATUS, "smtp", "smtps", "submission").out == ""
-
-
-def test_status_of_a_stopped_postfix_is_a_success():
-    assert done(STATUS, "mta").out == "mta is stopped\n"
-
-
-def test_status_asks_courier_once_and_its_script_alone():
-    spy(COURIER)
-    spy(POSTFIX)
-    done(STATUS)
-    assert [(call.program, call.argv[1:]) for call in calls()] == [(COURIER, ["status"])]
-    assert slept() == []
-
-
-def test_a_courier_whose_script_does_not_say_that_it_runs_is_an_error_of_the_query():
-    for rule in (Rule(exit=3), Rule(exit=1), Rule(signal=9)):
-        spy(COURIER, rule)
-        ended = mailvek(STATUS, *components("pop3", "imap"))
-        assert ended.status == 0, ended
-        assert [line for line in ended.out.splitlines() if line.startswith(("pop3", "imap"))] == [
-            "pop3 internal error", "imap internal error"]
 
 
 # ------------------------------------------------------------------------------------- start
@@ -170,10 +118,20 @@ def test_a_start_that_fails_is_status_1_and_courier_starts_all_the_same():
     for rule in (Rule(exit=3), Rule(exit=1), Rule(signal=9)):
         spy(POSTFIX, rule)
         spy(COURIER, Rule(exit=0))
-        ended = mailvek(START, *components("mta", "imap"))
+        ended = mailvek(START, *components("mta", "imap"), nosleep=True)
         assert (ended.status, ended.out, ended.err) == (1, "", ""), ended
     assert actions() == 3 * [(POSTFIX, "start"), (COURIER, "start")]
     assert slept() == []
+
+
+def test_a_start_that_fails_is_followed_by_the_reload_all_the_same():
+    for rule in (Rule(having="start", exit=3), Rule(having="start", signal=9)):
+        write(MASTER_CF, read(MASTER_CF).replace(SMTPS, "#"))
+        spy(POSTFIX, rule, Rule(exit=0))
+        spy(COURIER, Rule(exit=0))
+        assert mailvek(START, *components("mta", "smtps", "pop3"), nosleep=True).status == 1
+        assert actions()[-3:] == [(POSTFIX, "start"), (POSTFIX, "reload"), (COURIER, "start")]
+    assert len(calls()) == 6
 
 
 def test_a_postfix_that_does_not_come_up_is_given_five_seconds():
@@ -182,6 +140,19 @@ def test_a_postfix_that_does_not_come_up_is_given_five_seconds():
         pathlib.Path("/run/mailvek/nosleep").unlink(missing_ok=True)
         assert mailvek(command, *components("mta"), nosleep=True).status == 1
         assert slept() == 5 * [("sleep", 1)]
+
+
+def test_components_that_are_no_services_of_postfix_need_neither_master_cf_nor_the_panel():
+    write(MASTER_CF, read(MASTER_CF) + "postlog unix-dgram n - n - 1 postlogd\n")
+    start("postfix")
+    stop("mariadb")
+    spy(POSTFIX, Rule(exit=0))
+    spy(COURIER, Rule(exit=0))
+    with nothing_changes():
+        for command in (START, RESTART, STOP):
+            done(command, "mta", "pop3")
+    assert actions() == [(COURIER, "start"), (POSTFIX, "restart"), (COURIER, "restart"), (POSTFIX, "stop"),
+                         (COURIER, "stop")]
 
 
 def test_a_script_that_cannot_be_run_is_reported_and_courier_goes_on():
@@ -249,6 +220,24 @@ def test_a_stop_that_fails_is_status_1_and_courier_is_stopped_all_the_same():
     spy(COURIER, Rule(exit=0))
     assert mailvek(STOP, *components("mta", "imap")).status == 1
     assert actions() == [(POSTFIX, "stop"), (COURIER, "stop")]
+
+
+def test_services_are_parked_in_an_order_of_their_own():
+    spy(POSTFIX, Rule(exit=0))
+    panel_has_submission(True)
+    done(START, "submission", "smtps")
+    panel_has_submission(False)
+    done(STOP, "submission", "smtps", "smtp")
+    assert [line.split()[0] for line in read(PARKED).splitlines() if line] == ["smtp", "smtps", "submission"]
+
+
+def test_a_restart_that_fails_is_status_1_and_courier_is_restarted_all_the_same():
+    for rule in (Rule(exit=3), Rule(signal=9)):
+        spy(POSTFIX, rule)
+        spy(COURIER, Rule(exit=0))
+        assert mailvek(RESTART, *components("mta", "imap"), nosleep=True).status == 1
+    assert actions() == 2 * [(POSTFIX, "restart"), (COURIER, "restart")]
+    assert slept() == []
 
 
 def test_a_restart_of_postfix_skips_the_reload():
@@ -320,7 +309,7 @@ def test_a_panel_that_cannot_be_reached_ends_the_command_before_anything_is_done
         ended = mailvek(command)
         assert ended.status == 1 and "Fatal error: " in ended.err, ended
     assert calls() == [] and read(MASTER_CF) == before
-    assert not pathlib.Path("/var/spool/postfix/orvek/master.cf.disabled").exists()
+    assert not pathlib.Path(PARKED).exists()
 
 
 def test_a_master_cf_that_cannot_be_read_or_written_ends_the_command_before_anything_is_done():

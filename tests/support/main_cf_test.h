@@ -8,6 +8,7 @@
 
 #include <iostream>
 #include <string>
+#include <vector>
 
 // The parameter that most tests change; it is empty in the host.
 inline constexpr char parameter[] = "smtpd_client_restrictions";
@@ -17,8 +18,8 @@ class MainCfTest : public ConfigTest
 protected:
     void TearDown() override
     {
-        if (address)
-            shellRun("ip address del 192.0.2.7/32 dev lo");
+        for (std::string const& address : addresses)
+            shellRun("ip address del " + address + "/32 dev lo");
         ConfigTest::TearDown();
     }
 
@@ -79,14 +80,14 @@ protected:
 
     bool wrote() const { return postconf.journal().find("-e ") != std::string::npos; }
 
-    void giveAddress()
+    void giveAddress(std::string const& address = "192.0.2.7")
     {
-        shellRun("ip address add 192.0.2.7/32 dev lo");
-        address = true;
+        shellRun("ip address add " + address + "/32 dev lo");
+        addresses.push_back(address);
     }
 
 private:
-    bool address = false;
+    std::vector<std::string> addresses;
 };
 
 #endif

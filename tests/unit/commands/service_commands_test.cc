@@ -1,7 +1,6 @@
 #include "commands/handlers.h"
 
 #include "command_line.h"
-#include "commands/command_texts.h"
 #include "commands/do_main.h"
 #include "support/child_run.h"
 
@@ -9,7 +8,6 @@
 #include <gtest/gtest.h>
 
 #include <string>
-#include <utility>
 
 using namespace orvek::mail::postfix::mailvek_commands;
 using ::testing::HasSubstr;
@@ -17,10 +15,19 @@ using ::testing::StartsWith;
 
 namespace {
 
-std::pair<char const*, CommandHandler> const with_components[] = {
-    {"--start-service", startService},     {"--stop-service", stopService},
-    {"--restart-service", restartService}, {"--reload-service", reloadService},
-    {"--status-service", statusService},
+struct ComponentCommand
+{
+    char const* name;
+    CommandHandler handler;
+    char const* summary;
+};
+
+ComponentCommand const with_components[] = {
+    {"--start-service", startService, "start a service"},
+    {"--stop-service", stopService, "stop a service"},
+    {"--restart-service", restartService, "restart a service"},
+    {"--reload-service", reloadService, "reload a service"},
+    {"--status-service", statusService, "get service status"},
 };
 
 struct OldCommand
@@ -58,8 +65,8 @@ ChildRun run(CommandHandler handler, std::initializer_list<std::string> words)
 TEST(ServiceCommands, StandBehindTheirNamesInTheCommandMap)
 {
     auto const map = commandMap();
-    for (auto const& [name, handler] : with_components)
-        EXPECT_EQ(map.at(name), handler) << name;
+    for (ComponentCommand const& command : with_components)
+        EXPECT_EQ(map.at(command.name), command.handler) << command.name;
     for (OldCommand const& command : old_commands) {
         EXPECT_EQ(map.at(command.name), command.handler) << command.name;
         EXPECT_EQ(map.at(command.letter), command.handler) << command.letter;
@@ -68,15 +75,15 @@ TEST(ServiceCommands, StandBehindTheirNamesInTheCommandMap)
 
 TEST(ServiceCommands, ShowTheirOwnUsageWhenAskedForHelp)
 {
-    for (auto const& [name, handler] : with_components) {
+    for (auto const& [name, handler, summary] : with_components) {
         auto const help = run(handler, {name, "--mail-component=pop3", "--help"});
         EXPECT_EQ(help.status, 0);
         EXPECT_EQ(help.err, "");
-        std::string usage = textsOf(name).summary;
+        std::string usage = summary;
         usage.append("\nUsage: ").append(name);
         usage.append(" [--mail-component={mta|smtp|smtps|submission|pop3|imap|pop3s|imaps|all}]"
                      " [--mail-component=...]\nAllowed options to ");
-        usage.append(textsOf(name).summary).append(":\n");
+        usage.append(summary).append(":\n");
         EXPECT_THAT(help.out, StartsWith(usage));
     }
 }
@@ -93,7 +100,7 @@ TEST(ServiceCommands, DescribeTheirOneOption)
 
 TEST(ServiceCommands, RefuseWhatTheyDoNotKnow)
 {
-    for (auto const& [name, handler] : with_components) {
+    for (auto const& [name, handler, summary] : with_components) {
         auto const component = run(handler, {name, "--mail-component=mta", "--mail-component=ftp"});
         EXPECT_EQ(component.status, 1);
         EXPECT_THAT(component.err, HasSubstr("unknown component ftp"));

@@ -198,6 +198,25 @@ TEST_F(ProcessStatusOnHost, LeavesNothingOfOneProcessInTheNext)
                              {3, "argv [a long command line] [of two] " + no_ids}}));
 }
 
+TEST_F(ProcessStatusOnHost, FindsTheFirstOfThoseThatRunTheProgram)
+{
+    for (char const* const process : {"4", "2", "3", "5"}) {
+        fs::create_directory(std::string("/proc/") + process);
+        fs::create_symlink("/sbin/daemon", std::string("/proc/") + process + "/exe");
+    }
+    pid_t first = -1;
+    iterateProcesses(
+        4,
+        [](OrvekProcessInfo const* ppi, void* data) {
+            *static_cast<pid_t*>(data) = ppi->pid;
+            return 0;
+        },
+        &first);
+    EXPECT_EQ(findProcessByPath("/sbin/daemon"), first);
+    fs::remove_all("/proc/" + std::to_string(first));
+    EXPECT_NE(findProcessByPath("/sbin/daemon"), -1);
+}
+
 TEST_F(ProcessStatusOnHost, FindsByProgramAndByNumber)
 {
     for (char const* const process : {"2", "3"})

@@ -17,6 +17,13 @@ TEST_F(MainCfListsOnHost, AppendsAWordAndKeepsTheSpacingInFrontOfIt)
     EXPECT_EQ(pretended(), "a  b,c\td, e\n");
 }
 
+TEST_F(MainCfListsOnHost, AppendsAWordBehindTheSeparatorThatATextEndsIn)
+{
+    pretend("a,");
+    EXPECT_EQ(append(parameter, "b"), "");
+    EXPECT_EQ(pretended(), "a,, b\n");
+}
+
 TEST_F(MainCfListsOnHost, ComparesWholeWordsWhenAppending)
 {
     pretend("abc Ab a.b");
@@ -85,6 +92,13 @@ TEST_F(MainCfListsOnHost, ComparesAClauseWithoutTheBlanksAroundIt)
     EXPECT_FALSE(wrote());
 }
 
+TEST_F(MainCfListsOnHost, WritesAClauseWithTheBlankBehindItsKey)
+{
+    pretend("a");
+    EXPECT_EQ(appendClause(parameter, "x", ""), "");
+    EXPECT_EQ(pretended(), "a, x \n");
+}
+
 TEST_F(MainCfListsOnHost, RemovesEveryOccurrenceOfAWord)
 {
     pretend("a, b, c");
@@ -127,6 +141,8 @@ TEST_F(MainCfListsOnHost, LeavesMainCfAsItWasWhenTheLastWriteFails)
     std::string const before = readFile(main_cf);
     postconf.run("[ $1 = -h ] && exec $real \"$@\"\necho 'postconf: no' >&2; exit 1");
     EXPECT_EQ(append("mydestination", "x"), "!PostfixConfigurationError: postconf: no\n");
+    EXPECT_EQ(appendClause("mydestination", "x", "y"),
+              "!PostfixConfigurationError: postconf: no\n");
     EXPECT_EQ(removeElement("mydestination", "localhost"),
               "!PostfixConfigurationError: postconf: no\n");
     EXPECT_EQ(readFile(main_cf), before);

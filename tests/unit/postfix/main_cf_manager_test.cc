@@ -13,6 +13,18 @@ using orvek::mail::postfix::MainCfManager;
 
 using MainCfManagerOnHost = MainCfTest;
 
+namespace {
+
+// For the shell: where the lock of a path is.
+std::string lockFileOf(std::string const& path)
+{
+    return "/var/lock/files/$(printf %s " + path + " | md5sum | cut -c-32)";
+}
+
+std::string const lock_file = lockFileOf("/etc/postfix/main.cf");
+
+} // namespace
+
 TEST_F(MainCfManagerOnHost, ReadsAValueByOneRun)
 {
     postconf.run("exec $real \"$@\"");
@@ -92,6 +104,13 @@ TEST_F(MainCfManagerOnHost, RaisesForAnEmptyValueWithAFailureInTheDiagnostics)
     }
 }
 
+TEST_F(MainCfManagerOnHost, TakesOtherWordsThanAWarningForNoFailureOfAnEmptyValue)
+{
+    postconf.run("[ \"$2\" = config_directory ] && exec $real \"$@\"\n"
+                 "echo 'postconf: info: odd: thing' >&2");
+    EXPECT_EQ(read(parameter), "");
+}
+
 TEST_F(MainCfManagerOnHost, DoesNotMindDiagnosticsBesideAValue)
 {
     postconf.run("[ \"$2\" = config_directory ] && exec $real \"$@\"\n"
@@ -115,6 +134,22 @@ TEST_F(MainCfManagerOnHost, RaisesWhatKeepsPostconfFromStarting)
     postconf.run("");
     shellRun("chmod 600 " + postconf.file);
     EXPECT_EQ(read(parameter), "!SystemError: execv: Permission denied");
+}
+
+TEST_F(MainCfManagerOnHost, RaisesWhatKeepsPostconfFromWritingAndLetsTheLockGo)
+{
+    postconf.run("exec $real \"$@\"");
+    EXPECT_EQ(outcomeOf([&] {
+                  MainCfManager const& manager = MainCfManager::getInstance();
+                  shellRun("chmod 600 " + postconf.file);
+                  try {
+                      manager.replaceStringValue(parameter, "x");
+                  } catch (orvek::SystemError const&) {
+                      EXPECT_EQ(system(("flock -n " + lock_file + " true").c_str()), 0);
+                      throw;
+                  }
+              }),
+              "!SystemError: execv: Permission denied");
 }
 
 TEST_F(MainCfManagerOnHost, IsMadeOnce)
@@ -182,21 +217,38 @@ TEST_F(MainCfManagerOnHost, RaisesWhatPostconfSaysWhenAWriteFails)
 
 TEST_F(MainCfManagerOnHost, HoldsTheLockWhileItWritesAndNotWhileItReads)
 {
-    std::string const lock =
-        "/var/lock/files/$(printf %s /etc/postfix/main.cf | md5sum | cut -c-32)";
-    postconf.run("flock -n " + lock +
+    postconf.run("flock -n " + lock_file +
                  " true; printf '%s %s\\n' $1 $? >> $dir/lock; exec $real \"$@\"");
     EXPECT_EQ(append(parameter, "permit"), "");
     EXPECT_EQ(readFile(postconf.dir / "lock"), "-h 0\n-h 0\n-e 1\n");
-    EXPECT_EQ(system(("flock -n " + lock + " true").c_str()), 0) << "the lock is still held";
+    EXPECT_EQ(system(("flock -n " + lock_file + " true").c_str()), 0) << "the lock is still held";
+}
+
+TEST_F(MainCfManagerOnHost, TakesTheLockOfTheDirectoryThatPostconfNames)
+{
+    postconf.run("[ $1 = -h ] && echo /etc/elsewhere && exit\n"
+                 "flock -n " +
+                 lockFileOf("/etc/elsewhere/main.cf") + " true || echo held > $dir/lock");
+    EXPECT_EQ(replace(parameter, "permit"), "");
+    EXPECT_EQ(readFile(postconf.dir / "lock"), "held\n");
+}
+
+TEST_F(MainCfManagerOnHost, LetsTheLockGoAfterAWriteThatFailed)
+{
+    postconf.run("[ $1 = -h ] && exec $real \"$@\"\nexit 1");
+    EXPECT_EQ(outcomeOf([] {
+                  MainCfManager const& manager = MainCfManager::getInstance();
+                  EXPECT_ANY_THROW(manager.replaceStringValue(parameter, "x"));
+                  std::cout << system(("flock -n " + lock_file + " true").c_str());
+              }),
+              "0");
 }
 
 TEST_F(MainCfManagerOnHost, WaitsForTheLock)
 {
-    shellRun("flock /var/lock/files/$(printf %s /etc/postfix/main.cf | md5sum | cut -c-32) "
-             "sh -c 'touch " +
-             postconf.dir / "held" + "; sleep 0.5; date +%s%N > " + postconf.dir / "free" +
-             "' & while ! [ -e " + postconf.dir / "held" + " ]; do sleep 0.01; done");
+    shellRun("flock " + lock_file + " sh -c 'touch " + postconf.dir / "held" +
+             "; sleep 0.5; date +%s%N > " + postconf.dir / "free" + "' & while ! [ -e " +
+             postconf.dir / "held" + " ]; do sleep 0.01; done");
     postconf.run("[ $1 = -e ] && date +%s%N > $dir/begin; exec $real \"$@\"");
     EXPECT_EQ(replace(parameter, "permit"), "");
     EXPECT_LT(std::stoull(readFile(postconf.dir / "free")),

@@ -18,6 +18,14 @@ TEST_F(MainCfNetworksOnHost, ReadsTheDefaultOfMynetworksAsTheHostsOwnNetworks)
     EXPECT_EQ(postconf.journal(), "-h config_directory\n-h mynetworks\n-h -d mynetworks\n");
 }
 
+TEST_F(MainCfNetworksOnHost, TakesTheFirstOfSeveralAddresses)
+{
+    giveAddress("198.51.100.9");
+    giveAddress("192.0.2.7");
+    pretend("10.0.0.0/8", "10.0.0.0/8");
+    EXPECT_EQ(read("mynetworks"), "127.0.0.0/8, 198.51.100.9/32");
+}
+
 TEST_F(MainCfNetworksOnHost, BendsTheDefaultOfMynetworksTooWhenAskedForIt)
 {
     giveAddress();
@@ -103,6 +111,22 @@ TEST_F(MainCfNetworksOnHost, RaisesWhenTheDefaultOfMynetworksCannotBeRead)
     postconf.run("case $2 in config_directory) echo /etc/postfix ;; "
                  "-d) kill -9 $$ ;; *) echo a ;; esac");
     EXPECT_EQ(read("mynetworks"), "!PostfixConfigurationError: unknown error");
+}
+
+TEST_F(MainCfNetworksOnHost, DoesNotMindDiagnosticsOfADefaultThatCouldBeRead)
+{
+    giveAddress();
+    postconf.run("case $2 in config_directory) echo /etc/postfix ;; "
+                 "-d) echo 'postconf: fatal: no' >&2 ;; *) echo ,a ;; esac");
+    EXPECT_EQ(read("mynetworks"), "127.0.0.0/8, 192.0.2.7/32,a");
+}
+
+TEST_F(MainCfNetworksOnHost, StoresMynetworksForAWordThatIsThereThoughNothingIsBent)
+{
+    pretend("10.0.0.2/8, x", "10.0.0.0/8");
+    EXPECT_EQ(append("mynetworks", "x"), "");
+    EXPECT_TRUE(wrote());
+    EXPECT_EQ(pretended(), "10.0.0.2/8, x\n");
 }
 
 TEST_F(MainCfNetworksOnHost, StoresTheBentMynetworksForAWordThatIsThere)

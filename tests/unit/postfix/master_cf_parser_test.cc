@@ -332,6 +332,7 @@ TEST(MasterCfParser, PutsASecondEntryOfAServiceInThePlaceOfTheFirst)
 {
     EXPECT_EQ(linesOf("a inet - - - - - x\n# c\na inet - - - - - y\n# d"),
               (Lines{"a inet - - - - - y", "# c", "# d"}));
+    EXPECT_EQ(smtpOf("smtp inet n - - 5 - x\nsmtp inet y - - 7 - y").wakeupTime, 7);
 }
 
 TEST(MasterCfParser, GrowsAFileByOneEmptyLineEachTime)

@@ -1,3 +1,4 @@
+#include "support/call_faults.h"
 #include "support/fd_census.h"
 #include "support/module_test.h"
 #include "support/syscall_faults.h"
@@ -87,6 +88,13 @@ TEST_F(LoadMasterCf, CannotOpenAFileThatCannotBeMapped)
     EXPECT_EQ(run.out, "unable to open " + path);
 }
 
+TEST_F(LoadMasterCf, OpensAgainWhenASignalComesInBetween)
+{
+    writeFile(path, smtp);
+    CallFailure const interrupted("open", EINTR);
+    EXPECT_EQ(loadError(path), "nothing was raised");
+}
+
 TEST_F(LoadMasterCf, CannotParseWhatIsNoMasterCf)
 {
     writeFile(path, "smtp inet\n");
@@ -122,11 +130,19 @@ TEST_F(ModuleFilesOnHost, StoresWhatIsLoadedWhenForced)
 
 TEST_F(ModuleFilesOnHost, StoresEachChangeOnce)
 {
-    EXPECT_EQ(changed([](ModuleManager& manager) {
-                  manager.disableModule("smtp", ModuleType::inet);
-                  std::cout << manager.storeModules(false);
-              }),
-              "10");
+    for (bool const force : {false, true}) {
+        EXPECT_EQ(changed([&](ModuleManager& manager) {
+                      manager.addModule(submission(), true);
+                      manager.disableModule("submission", ModuleType::inet);
+                      std::cout << manager.storeModules(force);
+                      ino_t const running = inode(master_cf);
+                      ino_t const parked = inode(parking);
+                      std::cout << manager.storeModules(false);
+                      EXPECT_EQ(inode(master_cf), running);
+                      EXPECT_EQ(inode(parking), parked);
+                  }),
+                  "100");
+    }
 }
 
 TEST_F(ModuleFilesOnHost, StoresNothingByItself)
@@ -173,6 +189,22 @@ TEST_F(ModuleFilesOnHost, HoldsTheLockOfTheFileWhileItStores)
     EXPECT_EQ(system(("flock -n " + lock + " true").c_str()), 0) << "the lock is still held";
 }
 
+TEST_F(ModuleFilesOnHost, HoldsTheLockUntilTheFileHasBeenReplaced)
+{
+    for (int const number : {1, 2}) {
+        std::string const path = number == 1 ? master_cf : parking;
+        std::string const lock = "/var/lock/files/$(printf %s " + path + " | md5sum | cut -c-32)";
+        EXPECT_EQ(loaded([&](ModuleManager& manager) {
+                      manager.addModule(submission(), false);
+                      BeforeCall const look("rename", number, [&] {
+                          std::cout << system(("flock -n " + lock + " true").c_str());
+                      });
+                      manager.storeModules(true);
+                  }),
+                  "256");
+    }
+}
+
 TEST_F(ModuleFilesOnHost, LeavesTheFileAloneWhenItCannotBeWritten)
 {
     std::string const before = readFile(master_cf);
@@ -216,6 +248,18 @@ TEST_F(ModuleFilesOnHost, LeavesTheFileAloneWhenItCannotBeReplaced)
         << outcome;
     EXPECT_NE(outcome.find(", \"" + master_cf + "\""), std::string::npos) << outcome;
     EXPECT_EQ(readFile(master_cf), before);
+}
+
+TEST_F(ModuleFilesOnHost, TellsWhyTheFileCannotBeReplacedThoughTheNewOneCannotBeRemoved)
+{
+    std::string const outcome = loaded([](ModuleManager& manager) {
+        failSystemCall(SYS_rename, EXDEV);
+        failSystemCall(SYS_unlink, EROFS);
+        manager.storeModules(true);
+    });
+    EXPECT_EQ(outcome.rfind("!FSError: rename: Invalid cross-device link: \"" + master_cf, 0), 0U)
+        << outcome;
+    shellRun("rm " + master_cf + "??????");
 }
 
 TEST_F(ModuleFilesOnHost, RaisesWhenThereIsNoRoomForTheParkingFile)

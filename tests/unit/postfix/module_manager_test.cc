@@ -36,6 +36,16 @@ TEST_F(ModuleManagerOnHost, RaisesWithoutAConfigurationDirectoryAndTriesAgain)
               "unable to determine Postfix config_directory parameter");
 }
 
+TEST_F(ModuleManagerOnHost, ReadsAndStoresInTheDirectoryThatPostconfNames)
+{
+    postconf.run("echo $dir");
+    writeFile(postconf.dir / "master.cf", "other inet n - n - - smtpd");
+    EXPECT_EQ(changed([](ModuleManager& m) { m.addModule(submission(), true); }), "1");
+    EXPECT_EQ(readFile(postconf.dir / "master.cf"),
+              "other inet n - n - - smtpd\n" + submission_text + "\n");
+    EXPECT_EQ(readFile(master_cf), head + smtp + "\n" + relay + "\n");
+}
+
 TEST_F(ModuleManagerOnHost, RefusesEverythingBeforeTheLoad)
 {
     std::string const refusal = "!logic_error: modules configuration isn't loaded yet";
@@ -110,6 +120,32 @@ TEST_F(ModuleManagerOnHost, ForgetsChangesAtAForcedLoadButNotWhatIsParked)
                             << manager.hasModule("smtp", ModuleType::inet, false);
               }),
               "110");
+    EXPECT_FALSE(std::filesystem::exists(parking));
+}
+
+TEST_F(ModuleManagerOnHost, ForgetsWhatIsParkedTooAtAForcedLoadOfAParkingFile)
+{
+    writeFile(parking, submission_text);
+    EXPECT_EQ(changed([&](ModuleManager& manager) {
+                  manager.disableModule("smtp", ModuleType::inet);
+                  writeFile(parking, "other inet n - n - - smtpd");
+                  manager.loadModules(true);
+                  for (char const* const name : {"smtp", "submission", "other"})
+                      std::cout << manager.hasModule(name, ModuleType::inet, false);
+              }),
+              "0010");
+    EXPECT_EQ(readFile(parking), "other inet n - n - - smtpd") << "nothing is left to store";
+}
+
+TEST_F(ModuleManagerOnHost, KeepsWhatIsParkedAtAForcedLoadWithoutAParkingFile)
+{
+    writeFile(parking, submission_text);
+    EXPECT_EQ(changed([&](ModuleManager& manager) {
+                  std::filesystem::remove(parking);
+                  manager.loadModules(true);
+                  std::cout << manager.hasModule("submission", ModuleType::inet, false);
+              }),
+              "10");
     EXPECT_FALSE(std::filesystem::exists(parking));
 }
 
@@ -264,6 +300,13 @@ TEST_F(ModuleManagerOnHost, AddsAParkedServiceAndOutOfMasterCf)
     EXPECT_EQ(readFile(parking), "smtp inet n - n - - smtpd -o a=b\n");
 }
 
+TEST_F(ModuleManagerOnHost, AddsAParkedServiceInItsPlace)
+{
+    writeFile(parking, "submission inet n - n - - parked\n# c");
+    EXPECT_EQ(changed([](ModuleManager& m) { m.addModule(submission(), false); }), "0");
+    EXPECT_EQ(readFile(parking), submission_text + "\n# c\n");
+}
+
 TEST_F(ModuleManagerOnHost, LeavesAParkingFileWithoutTheAddedServiceAlone)
 {
     writeFile(parking, "# a");
@@ -278,6 +321,20 @@ TEST_F(ModuleManagerOnHost, RemovesAServiceFromBothFiles)
     EXPECT_EQ(changed([](ModuleManager& m) { m.removeModule("smtp", ModuleType::inet); }), "1");
     EXPECT_EQ(readFile(master_cf), head + relay + "\n\n");
     EXPECT_EQ(readFile(parking), "# c\n");
+}
+
+TEST_F(ModuleManagerOnHost, RemovesAServiceFromTheOneFileThatHasIt)
+{
+    writeFile(parking, submission_text + "\n# c");
+    ino_t const running = inode(master_cf);
+    EXPECT_EQ(changed([](ModuleManager& m) { m.removeModule("submission", ModuleType::inet); }),
+              "0");
+    EXPECT_EQ(inode(master_cf), running);
+    EXPECT_EQ(readFile(parking), "# c\n");
+    ino_t const parked = inode(parking);
+    EXPECT_EQ(changed([](ModuleManager& m) { m.removeModule("smtp", ModuleType::inet); }), "1");
+    EXPECT_EQ(readFile(master_cf), head + relay + "\n\n");
+    EXPECT_EQ(inode(parking), parked);
 }
 
 TEST_F(ModuleManagerOnHost, RemovesAServiceByTheNameInItsRecord)

@@ -31,7 +31,11 @@ struct stat look(std::string const& path)
 class ReplacedFileTest : public ::testing::Test
 {
 protected:
-    void SetUp() override { writeFile(path, "old"); }
+    void SetUp() override
+    {
+        writeFile(path, "old");
+        redate(-60);
+    }
 
     // Whether settle has dated the file back, by two seconds then and nothing else, after the
     // code has done something to the path.
@@ -83,6 +87,15 @@ protected:
 TEST_F(ReplacedFileTest, DatesAFileBackThatWasRenamedIntoPlace)
 {
     EXPECT_TRUE(settlesAfter([&] { replace(); }));
+}
+
+TEST_F(ReplacedFileTest, LeavesAFileThatWouldBeDatedBeforeTheOneItHasReplaced)
+{
+    redate(+90);
+    EXPECT_FALSE(settlesAfter([&] { replace(); }));
+    redate(-2);
+    EXPECT_TRUE(settlesAfter([&] { replace(); }));
+    EXPECT_TRUE(settlesAfter([&] { replace(); })) << "behind one that was dated back itself";
 }
 
 TEST_F(ReplacedFileTest, DatesAFileBackWhereThereWasNone)

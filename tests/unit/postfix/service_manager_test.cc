@@ -200,6 +200,20 @@ TEST_F(ServiceManagerOnHost, GivesTheScriptNothingButItsLanguage)
     EXPECT_EQ(readFile(script.dir / "cmdline"), "/bin/bash /etc/init.d/postfix reload ");
 }
 
+TEST_F(ServiceManagerOnHost, KeepsTheScriptInItsSessionAndWithItsDescriptors)
+{
+    script.run("cut -d' ' -f6 /proc/$$/stat > $dir/session\n"
+               "readlink /proc/$$/fd/57 > $dir/kept");
+    std::string const session = std::to_string(getsid(0)) + "\n";
+    ChildRun const run = inChild([] {
+        dup2(open("/dev/zero", O_RDONLY), 57);
+        return ServiceManager::rcCommand("reload");
+    });
+    EXPECT_EQ(run.status, 0);
+    EXPECT_EQ(readFile(script.dir / "session"), session);
+    EXPECT_EQ(readFile(script.dir / "kept"), "/dev/zero\n");
+}
+
 TEST_F(ServiceManagerOnHost, SendsTheErrorsOfTheScriptWhereItsOutputGoes)
 {
     script.run("echo one; echo two >&2; echo three");

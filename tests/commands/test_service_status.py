@@ -1,0 +1,45 @@
+"""--status-service."""
+from mailhost import Rule, calls, mailvek, nothing_changes, slept, spy, start
+from services import COURIER, POSTFIX, STATUS, components, done, status, unusable
+
+SANITIZED_TOO = True
+
+
+def test_status_has_a_line_for_each_component_in_an_order_of_its_own():
+    start("postfix", "courier")
+    assert status("imaps", "imap", "mta", "pop3s", "pop3") == [
+        "mta is running", "pop3 is running", "pop3s is running", "imap is running", "imaps is running"]
+    assert status("imap", "pop3s") == ["pop3s is running", "imap is running"]
+    assert status("mta") == ["mta is running"]
+
+
+def test_status_of_what_is_no_process_of_its_own_prints_nothing():
+    with nothing_changes():
+        assert done(STATUS, "smtp", "smtps", "submission").out == ""
+
+
+def test_status_of_a_stopped_postfix_is_a_success():
+    assert done(STATUS, "mta").out == "mta is stopped\n"
+
+
+def test_status_asks_courier_once_and_its_script_alone():
+    spy(COURIER)
+    spy(POSTFIX)
+    done(STATUS, nosleep=True)
+    assert [(call.program, call.argv[1:]) for call in calls()] == [(COURIER, ["status"])]
+    assert slept() == []
+
+
+def test_a_courier_whose_script_does_not_say_that_it_runs_is_an_error_of_the_query():
+    for rule in (Rule(exit=3), Rule(exit=1), Rule(signal=9)):
+        spy(COURIER, rule)
+        ended = mailvek(STATUS, *components("pop3", "imap"))
+        assert ended.status == 0, ended
+        assert [line for line in ended.out.splitlines() if line.startswith(("pop3", "imap"))] == [
+            "pop3 internal error", "imap internal error"]
+
+
+def test_a_script_of_courier_that_cannot_be_run_leaves_the_lines_before_it_alone():
+    with unusable(COURIER):
+        ended = mailvek(STATUS, *components("mta", "imap"))
+    assert (ended.status, ended.out, ended.err) == (0, "mta is stopped\nimap internal error\n", "")
