@@ -3,6 +3,7 @@
 #include "maildir/maildirpp_manager.h"
 #include "support/child_run.h"
 #include "support/maildir_manager_test.h"
+#include "support/mailnames_root.h"
 #include "support/rights.h"
 #include "support/temp_dir.h"
 #include "util/errors.h"
@@ -118,6 +119,13 @@ TEST_F(MaildirManagerOnHost, HasTheUsersIds)
 TEST_F(MaildirManagerOnHost, PutsHomesBelowTheConfiguredRoot)
 {
     EXPECT_EQ(MaildirManager::getMailnameHome("example.com", "info"), home);
+    MailnamesRoot const other("/srv/mail");
+    EXPECT_EQ(MaildirManager::getMailnameHome("example.com", "info"), "/srv/mail/example.com/info");
+    manager().createDomainRoot("example.com");
+    manager().createMailnameHome("example.com", "info");
+    EXPECT_EQ(rightsOf("/srv/mail/example.com"), popusers("drwxr-x---"));
+    EXPECT_EQ(rightsOf("/srv/mail/example.com/info/@attachments"), popusers("drwx------"));
+    EXPECT_THAT(namesIn(root), IsEmpty());
 }
 
 // ---------------------------------------------------------------------------------- creating

@@ -2,6 +2,7 @@
 
 #include "support/child_run.h"
 #include "support/host_test.h"
+#include "support/mailnames_root.h"
 #include "support/rights.h"
 #include "support/syscall_faults.h"
 #include "support/temp_dir.h"
@@ -190,5 +191,8 @@ TEST_F(MaildirPPManagerOnHost, RaisesWhatThePlainFunctionsFailAt)
               "unable to store default mbox quota" + root);
     EXPECT_EQ(raisedBy([](auto& m) { m.removeDefaultMailboxQuota("example.com"); }),
               "unable to remove default mbox quota" + root);
+    MailnamesRoot const other("/srv/mail");
+    EXPECT_EQ(raisedBy([](auto& m) { m.removeDomainQuota("example.com"); }),
+              "unable to remove domain quota 2 /srv/mail/example.com");
     fs::rename(password + ".away", password);
 }
