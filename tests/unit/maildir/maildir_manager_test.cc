@@ -279,6 +279,26 @@ TEST_F(MaildirManagerOnHost, RemovesNothingOutsideAHomeThatFails)
     EXPECT_EQ(readFile(elsewhere / "file"), "kept");
 }
 
+TEST_F(MaildirManagerOnHost, RaisesTheFirstErrorWhenAHomeCannotBeRemovedEither)
+{
+    makeDirectory(home);
+    ASSERT_EQ(system(("mount -t tmpfs tmpfs " + home).c_str()), 0);
+    chmod_fault = {10, 10, EROFS};
+    EXPECT_EQ(fsErrorOf([] { manager().createMailnameHome("example.com", "info"); }),
+              "chmod: Read-only file system: \"" + home + "/@attachments\"");
+    EXPECT_EQ(errno, EROFS);
+    EXPECT_EQ(system(("umount " + home).c_str()), 0);
+}
+
+TEST_F(MaildirManagerOnHost, LeavesAFileThatStandsInAHomesPlace)
+{
+    makeDirectory(domain);
+    writeFile(home, "file");
+    EXPECT_THAT(libraryErrorOf([] { manager().createMailnameHome("example.com", "info"); }),
+                ::testing::StartsWith("boost::filesystem::create_director"));
+    EXPECT_EQ(readFile(home), "file");
+}
+
 TEST_F(MaildirManagerOnHost, LeavesAHomeThatCannotItselfBeGivenAway)
 {
     makeDirectory(home + "/Maildir/new");
