@@ -128,6 +128,18 @@ TEST_F(MaildirPPManagerOnHost, WarnsOnTheStandardErrorWhenTheAttachmentsTakeMore
     writeFile(std::string(home) + "/@attachments/file", std::string(1000, 'x'));
     EXPECT_EQ(printedBySetting(999), warning);
     EXPECT_EQ(quota(), "1S,0C");
+    fs::remove(file);
+    EXPECT_EQ(printedBySetting(0), warning);
+    EXPECT_EQ(quota(), "1S,0C");
+}
+
+TEST_F(MaildirPPManagerOnHost, CountsALinkToADirectoryAsTheLinkThatItIs)
+{
+    std::string const attachments = std::string(home) + "/@attachments";
+    fs::remove(attachments);
+    fs::create_directory_symlink("Maildir", attachments);
+    EXPECT_EQ(printedBySetting(5007), "");
+    EXPECT_EQ(quota(), "5000S,0C");
 }
 
 TEST_F(MaildirPPManagerOnHost, TakesADirectoryAloneForTheAttachments)

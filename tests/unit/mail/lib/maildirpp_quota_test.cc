@@ -66,6 +66,19 @@ TEST_F(MaildirppQuotaOnHost, DeductsTheAttachments)
     EXPECT_EQ(quotaOf("info"), "1S,0C");
     EXPECT_EQ(reportOf(1, [] { return store(-1); }), "");
     EXPECT_EQ(quotaOf("info"), "0S,0C");
+    EXPECT_EQ(reportOf(1, [] { return store(0); }), warning);
+    EXPECT_EQ(quotaOf("info"), "1S,0C");
+}
+
+TEST_F(MaildirppQuotaOnHost, WarnsWithoutAnErrorFromBefore)
+{
+    put("@attachments/file", 1000);
+    EXPECT_EQ(reportOf(1,
+                       [] {
+                           errno = EIO;
+                           return store(1);
+                       }),
+              warning);
 }
 
 TEST_F(MaildirppQuotaOnHost, TakesAnyEntryOfThatNameForTheAttachments)
