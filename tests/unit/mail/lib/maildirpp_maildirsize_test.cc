@@ -141,6 +141,16 @@ TEST_F(MaildirppMaildirsize, DatesTheFileBackWhenMailComesMeanwhile)
     }
 }
 
+TEST_F(MaildirppMaildirsize, DoesNotMindAFolderThatGoesMeanwhile)
+{
+    time_t const start = time(nullptr);
+    folder(".Sent");
+    setTimes(start - 5000);
+    BeforeCall const removal("rename", 1, [] { fs::remove_all(".Sent"); });
+    written(1, 0);
+    EXPECT_GE(timeOf("Maildir/maildirsize"), start - 1);
+}
+
 TEST_F(MaildirppMaildirsize, DatesTheFileBackByTheTimeOfTheCount)
 {
     time_t const start = time(nullptr) - 5000;
