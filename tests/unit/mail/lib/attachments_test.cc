@@ -199,6 +199,7 @@ TEST_F(AttachmentsOnHost, AreListedBelowTheConfiguredRoot)
     std::filesystem::create_directories("/srv/mail/example.com/info/@attachments");
     writeFile("/srv/mail/example.com/info/@attachments/b", "xx");
     EXPECT_EQ(listed(), "b\t2\n");
+    std::filesystem::rename("/srv/mail/example.com/info", "/srv/mail/example.com/office");
     EXPECT_EQ(callOf(0, [] { return list_all_attachments("example.com", 0, 0); }).out, "b\t2\n");
 }
 
