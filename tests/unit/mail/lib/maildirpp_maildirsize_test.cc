@@ -284,6 +284,18 @@ TEST_F(MaildirppMaildirsize, TakesNoFileThatIsThereAlready)
         EXPECT_EQ(readFile(entry.path()), "other");
 }
 
+TEST_F(MaildirppMaildirsize, EmptiesAFileThatComesAfterTheFirstLook)
+{
+    {
+        BeforeCall const others("open", 1, [] {
+            for (std::string const& file : namesToCome())
+                writeFile(file, std::string(200, 'x'));
+        });
+        EXPECT_EQ(written(1, 0), "1S,0C\n           0           0\n");
+    }
+    EXPECT_TRUE(pauses.empty());
+}
+
 TEST_F(MaildirppMaildirsize, FollowsNoLinkInTheNewFilesPlace)
 {
     std::string const outside = here() + "/outside";
