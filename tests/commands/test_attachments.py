@@ -181,6 +181,12 @@ def test_a_domain_without_an_ascii_form_is_a_fatal_error(command):
     assert "IdnaError" in ended.err
 
 
+def test_the_domain_is_converted_before_anything_is_said_about_the_mailnames():
+    for words in (options(domain_name="x" * 64) + ["--mail-all"], options(domain_name="x" * 64, mailname=None)):
+        ended = mailvek("--list-attachments", *words)
+        assert ended.status == 1 and "IdnaError" in ended.err and "Usage" not in ended.out
+
+
 # -------------------------------------------------------------------------------- listing
 
 
@@ -276,6 +282,17 @@ def test_a_domain_is_given_in_either_form():
     assert outcome(list_(domain_name="bücher.example")) == (0, "a\t4\n", "")
     assert outcome(list_(domain_name="xn--bcher-kva.example")) == (0, "a\t4\n", "")
     assert outcome(remove("a", domain_name="bücher.example")) == (0, "", "")
+    assert tree(folder) == {}
+
+
+@pytest.mark.parametrize("name", ["In Fo!", "..odd", "info@example.com", "grüß"])
+def test_a_mailname_is_taken_as_it_is_typed(name):
+    folder = f"{DOMAIN}/{name}/@attachments"
+    os.makedirs(folder)
+    assert outcome(add("a", mailname=name)) == (0, "", "")
+    assert tree(folder) == {"a": "f 0644 root:root"}
+    assert outcome(list_(mailname=name)) == (0, "a\t4\n", "")
+    assert outcome(remove("a", mailname=name)) == (0, "", "")
     assert tree(folder) == {}
 
 

@@ -170,6 +170,29 @@ def test_disable_fails_for_a_global_handler_that_cannot_be_disabled():
          f"Unable to remove hook '{name}' from directory '{STORE}/before-local/global': Is a directory")
 
 
+def test_enable_goes_on_behind_a_name_that_fails_and_ends_with_1():
+    silent(add(f"{ONE},{TWO}"))
+    silent(command("--disable-handler", f"{ONE},{TWO}"))
+    marker = f"{STORE}/before-local/recipient/{ONE}/{by_value()[ONE]}"
+    os.makedirs(f"{marker}/in the way")
+    says(command("--enable-handler", f"{ONE},{TWO}"), 1,
+         f"Unable to truncate or create file {marker}: Is a directory", "System error 21: Is a directory")
+    assert os.listdir(f"{STORE}/before-local/recipient/{TWO}") == [by_value()[TWO]]
+
+
+def test_remove_and_enable_fail_for_a_global_handler_whose_marker_cannot_be_changed():
+    silent(add(kind="global"))
+    (name,) = names()
+    marker = f"{STORE}/before-local/global/{name}"
+    os.remove(marker)
+    os.mkdir(marker)
+    says(command("--remove-handler", kind="global"), 1,
+         f"Unable to remove hook '{name}' from directory '{STORE}/before-local/global': Is a directory")
+    says(command("--enable-handler", kind="global"), 1,
+         f"Unable to truncate or create file {marker}: Is a directory", "System error 21: Is a directory")
+    assert names() == [name]
+
+
 def test_enable_ends_with_1_when_a_hook_directory_cannot_be_made():
     silent(add(ONE))
     silent(command("--disable-handler", ONE))

@@ -160,6 +160,18 @@ TEST_F(MaildirManagerRemovalOnHost, LeavesWhatCannotBeRemovedOfADomainRootUnderI
     EXPECT_EQ(system(("umount " + saved + "/info").c_str()), 0);
 }
 
+TEST_F(MaildirManagerRemovalOnHost, LeavesADomainRootThatCannotGoOutOfTheWay)
+{
+    makeDirectory(home);
+    std::string const saved = domain + ".OrvekSaved." + inodeOf(domain);
+    makeDirectory(saved + "/older");
+    EXPECT_EQ(libraryErrorOf([] { manager().removeDomainRoot("example.com"); }),
+              "boost::filesystem::rename: Directory not empty: \"" + domain + "\", \"" + saved +
+                  "\"");
+    EXPECT_THAT(namesIn(domain), ElementsAre("info"));
+    EXPECT_THAT(namesIn(saved), ElementsAre("older"));
+}
+
 TEST_F(MaildirManagerRemovalOnHost, RemovesNothingWhereAFileStandsInTheWay)
 {
     writeFile(domain, "kept");

@@ -3,6 +3,7 @@
 #include "maildir/maildirpp_manager.h"
 #include "support/child_run.h"
 #include "support/maildir_manager_test.h"
+#include "support/mailnames_root.h"
 #include "support/rights.h"
 #include "support/temp_dir.h"
 #include "util/errors.h"
@@ -118,6 +119,13 @@ TEST_F(MaildirManagerOnHost, HasTheUsersIds)
 TEST_F(MaildirManagerOnHost, PutsHomesBelowTheConfiguredRoot)
 {
     EXPECT_EQ(MaildirManager::getMailnameHome("example.com", "info"), home);
+    MailnamesRoot const other("/srv/mail");
+    EXPECT_EQ(MaildirManager::getMailnameHome("example.com", "info"), "/srv/mail/example.com/info");
+    manager().createDomainRoot("example.com");
+    manager().createMailnameHome("example.com", "info");
+    EXPECT_EQ(rightsOf("/srv/mail/example.com"), popusers("drwxr-x---"));
+    EXPECT_EQ(rightsOf("/srv/mail/example.com/info/@attachments"), popusers("drwx------"));
+    EXPECT_THAT(namesIn(root), IsEmpty());
 }
 
 // ---------------------------------------------------------------------------------- creating
@@ -269,6 +277,26 @@ TEST_F(MaildirManagerOnHost, RemovesNothingOutsideAHomeThatFails)
     EXPECT_NE(libraryErrorOf([] { manager().createMailnameHome("example.com", "info"); }), "");
     EXPECT_FALSE(std::filesystem::exists(home));
     EXPECT_EQ(readFile(elsewhere / "file"), "kept");
+}
+
+TEST_F(MaildirManagerOnHost, RaisesTheFirstErrorWhenAHomeCannotBeRemovedEither)
+{
+    makeDirectory(home);
+    ASSERT_EQ(system(("mount -t tmpfs tmpfs " + home).c_str()), 0);
+    chmod_fault = {10, 10, EROFS};
+    EXPECT_EQ(fsErrorOf([] { manager().createMailnameHome("example.com", "info"); }),
+              "chmod: Read-only file system: \"" + home + "/@attachments\"");
+    EXPECT_EQ(errno, EROFS);
+    EXPECT_EQ(system(("umount " + home).c_str()), 0);
+}
+
+TEST_F(MaildirManagerOnHost, LeavesAFileThatStandsInAHomesPlace)
+{
+    makeDirectory(domain);
+    writeFile(home, "file");
+    EXPECT_THAT(libraryErrorOf([] { manager().createMailnameHome("example.com", "info"); }),
+                ::testing::StartsWith("boost::filesystem::create_director"));
+    EXPECT_EQ(readFile(home), "file");
 }
 
 TEST_F(MaildirManagerOnHost, LeavesAHomeThatCannotItselfBeGivenAway)

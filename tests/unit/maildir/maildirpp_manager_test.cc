@@ -2,6 +2,7 @@
 
 #include "support/child_run.h"
 #include "support/host_test.h"
+#include "support/mailnames_root.h"
 #include "support/rights.h"
 #include "support/syscall_faults.h"
 #include "support/temp_dir.h"
@@ -127,6 +128,18 @@ TEST_F(MaildirPPManagerOnHost, WarnsOnTheStandardErrorWhenTheAttachmentsTakeMore
     writeFile(std::string(home) + "/@attachments/file", std::string(1000, 'x'));
     EXPECT_EQ(printedBySetting(999), warning);
     EXPECT_EQ(quota(), "1S,0C");
+    fs::remove(file);
+    EXPECT_EQ(printedBySetting(0), warning);
+    EXPECT_EQ(quota(), "1S,0C");
+}
+
+TEST_F(MaildirPPManagerOnHost, CountsALinkToADirectoryAsTheLinkThatItIs)
+{
+    std::string const attachments = std::string(home) + "/@attachments";
+    fs::remove(attachments);
+    fs::create_directory_symlink("Maildir", attachments);
+    EXPECT_EQ(printedBySetting(5007), "");
+    EXPECT_EQ(quota(), "5000S,0C");
 }
 
 TEST_F(MaildirPPManagerOnHost, TakesADirectoryAloneForTheAttachments)
@@ -190,5 +203,8 @@ TEST_F(MaildirPPManagerOnHost, RaisesWhatThePlainFunctionsFailAt)
               "unable to store default mbox quota" + root);
     EXPECT_EQ(raisedBy([](auto& m) { m.removeDefaultMailboxQuota("example.com"); }),
               "unable to remove default mbox quota" + root);
+    MailnamesRoot const other("/srv/mail");
+    EXPECT_EQ(raisedBy([](auto& m) { m.removeDomainQuota("example.com"); }),
+              "unable to remove domain quota 2 /srv/mail/example.com");
     fs::rename(password + ".away", password);
 }

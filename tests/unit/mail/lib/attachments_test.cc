@@ -1,36 +1,18 @@
 #include "mail/lib/attachments.h"
 
+#include "attachments_fixture.h"
 #include "lib/idn_error.h"
 #include "support/child_run.h"
 #include "support/fd_census.h"
-#include "support/mailname_home_test.h"
-#include "support/report.h"
-#include "support/rights.h"
-#include "support/syscall_faults.h"
-#include "support/temp_dir.h"
-
-#include <gmock/gmock.h>
-
-#include <cerrno>
-#include <filesystem>
-#include <functional>
-#include <string>
+#include "support/mailnames_root.h"
 
 #include <idna.h>
-#include <sys/syscall.h>
 
 using ::testing::AnyOf;
 using ::testing::HasSubstr;
+using ::testing::StartsWith;
 
 namespace {
-
-// Each on the streams of a child: what a call prints, which must have this result.
-ChildRun callOf(int result, std::function<int()> const& call)
-{
-    auto run = inChild([&] { return call() == result ? 0 : 99; });
-    EXPECT_EQ(run.status, 0) << "the result is not " << result;
-    return run;
-}
 
 // What a call that must end the process with status 1 prints on each stream.
 std::string endOf(std::function<int()> const& call)
@@ -46,38 +28,7 @@ std::string endOf(std::function<int()> const& call)
 
 std::string const too_long_label(64, 'x');
 
-class AttachmentsOnHost : public MailnameHomeTest
-{
-protected:
-    void SetUp() override
-    {
-        MailnameHomeTest::SetUp();
-        if (!HasFatalFailure())
-            std::filesystem::create_directory(store);
-    }
-
-    // What a list that succeeds prints, and nothing on standard error.
-    static std::string listed(short in_blocks = 0, short fullname = 0)
-    {
-        auto const run =
-            callOf(0, [&] { return list_attachments("info", "example.com", in_blocks, fullname); });
-        EXPECT_EQ(run.err, "");
-        return run.out;
-    }
-
-    int add(std::string const& name) const
-    {
-        return add_attachment("info", "example.com", upload.c_str(), name.c_str());
-    }
-    static int remove(std::string const& name)
-    {
-        return remove_attachment("info", "example.com", name.c_str());
-    }
-
-    TempDir const dir;
-    std::string const upload = dir / "upload";
-    std::string const store = home + "/@attachments";
-};
+using AttachmentsOnHost = AttachmentsTest;
 
 } // namespace
 
@@ -97,6 +48,8 @@ TEST(Attachments, EndTheProcessForAListOfNoMailname)
     std::string const expected = "MailName empty for domain 'example.com'\n";
     EXPECT_EQ(endOf([] { return list_attachments("", "example.com", 0, 0); }), expected);
     EXPECT_EQ(endOf([] { return list_attachments(nullptr, "example.com", 0, 0); }), expected);
+    EXPECT_THAT(endOf([] { return list_attachments("", too_long_label.c_str(), 0, 0); }),
+                StartsWith("idn_toascii() failed: "));
 }
 
 // ---------------------------------------------------------------------------------- listing
@@ -230,6 +183,26 @@ TEST_F(AttachmentsOnHost, ListsAllMailnamesThoughOneHasNoStore)
                 HasSubstr(domain + "/b/@attachments/of-b\t3\n"));
 }
 
+TEST_F(AttachmentsOnHost, TakesALinkToAHomeForAMailname)
+{
+    writeFile(store + "/a", "x");
+    std::filesystem::create_directory_symlink("info", domain + "/link");
+    auto const run = callOf(0, [] { return list_all_attachments("example.com", 0, 0); });
+    EXPECT_EQ(run.out, "a\t1\na\t1\n");
+    EXPECT_EQ(run.err, "");
+}
+
+TEST_F(AttachmentsOnHost, AreListedBelowTheConfiguredRoot)
+{
+    writeFile(store + "/a", "x");
+    MailnamesRoot const other("/srv/mail");
+    std::filesystem::create_directories("/srv/mail/example.com/info/@attachments");
+    writeFile("/srv/mail/example.com/info/@attachments/b", "xx");
+    EXPECT_EQ(listed(), "b\t2\n");
+    std::filesystem::rename("/srv/mail/example.com/info", "/srv/mail/example.com/office");
+    EXPECT_EQ(callOf(0, [] { return list_all_attachments("example.com", 0, 0); }).out, "b\t2\n");
+}
+
 TEST_F(AttachmentsOnHost, ListsNothingForADomainWithoutARoot)
 {
     EXPECT_EQ(failureOf([] { return list_all_attachments("example.org", 0, 0); }),
@@ -257,150 +230,4 @@ TEST_F(AttachmentsOnHost, LeavesNoDescriptorOpenWhateverComesOfAList)
         return openDescriptors() == before ? 0 : 1;
     });
     EXPECT_EQ(run.status, 0);
-}
-
-// ----------------------------------------------------------------------------------- adding
-
-TEST_F(AttachmentsOnHost, CopiesAFileWithMode0644WhateverTheUmaskAndItsMode)
-{
-    writeFile(upload, "text");
-    mode_t const before = umask(0777);
-    for (mode_t const mode : {mode_t{0600}, mode_t{07777}}) {
-        chmod(upload.c_str(), mode);
-        EXPECT_EQ(add("a.txt"), 0);
-        EXPECT_EQ(rightsOf(store + "/a.txt"), "-rw-r--r-- root:root");
-        EXPECT_EQ(readFile(store + "/a.txt"), "text");
-        EXPECT_EQ(std::filesystem::remove(store + "/a.txt"), true);
-    }
-    umask(before);
-    EXPECT_EQ(readFile(upload), "text");
-}
-
-TEST_F(AttachmentsOnHost, ReplacesTheContentOfAnAttachment)
-{
-    writeFile(upload, "new");
-    writeFile(store + "/a", "older and longer");
-    chmod((store + "/a").c_str(), 0600);
-    EXPECT_EQ(add("a"), 0);
-    EXPECT_EQ(readFile(store + "/a"), "new");
-    EXPECT_EQ(rightsOf(store + "/a"), "-rw-r--r-- root:root");
-}
-
-TEST_F(AttachmentsOnHost, IgnoresAModeThatCannotBeSet)
-{
-    writeFile(upload, "text");
-    chmod(upload.c_str(), 0600);
-    auto const run = callOf(0, [&] {
-        failSystemCall(SYS_chmod, EPERM);
-        int const result = add("a");
-        return result != 0 ? result : errno;
-    });
-    EXPECT_EQ(run.out + run.err, "");
-    EXPECT_EQ(rightsOf(store + "/a"), "-rw------- root:root");
-}
-
-TEST_F(AttachmentsOnHost, SaysThatThereIsNothingToCopy)
-{
-    EXPECT_EQ(
-        failureOf([&] { return add("a"); }),
-        withErrno("Unable to open file " + upload + ": No such file or directory", ENOENT) +
-            withErrno("Unable to copy the attachment file " + upload + " to " + store + "/a\n",
-                      ENOENT));
-    EXPECT_EQ(rightsOf(store + "/a"), "missing");
-}
-
-TEST_F(AttachmentsOnHost, SaysThatThereIsNoStoreToCopyTo)
-{
-    writeFile(upload, "text");
-    std::filesystem::remove_all(store);
-    std::string const copy = store + "/a";
-    EXPECT_EQ(failureOf([&] { return add("a"); }),
-              withErrno("Unable to open file " + copy + ": No such file or directory", ENOENT) +
-                  withErrno("Unable to copy the attachment file " + upload + " to " + copy + "\n",
-                            ENOENT));
-}
-
-TEST_F(AttachmentsOnHost, LeavesWhatWasCopiedBeforeTheDiskWasFull)
-{
-    ASSERT_EQ(system(("mount -t tmpfs -o size=4096 tmpfs " + store).c_str()), 0);
-    writeFile(upload, std::string(10000, 'x'));
-    std::string const copy = store + "/a";
-    EXPECT_EQ(failureOf([&] { return add("a"); }),
-              withErrno("Error while copying file " + upload + " to " + copy +
-                            ": No space left on device",
-                        ENOSPC) +
-                  withErrno("Unable to copy the attachment file " + upload + " to " + copy + "\n",
-                            ENOSPC));
-    EXPECT_EQ(readFile(copy), std::string(4096, 'x'));
-    EXPECT_EQ(system(("umount " + store).c_str()), 0);
-}
-
-TEST_F(AttachmentsOnHost, AddNothingOutsideTheStore)
-{
-    writeFile(upload, "text");
-    for (std::string const name : {"../a", "a/b", "/a", "..", ".", ""})
-        EXPECT_EQ(failureOf([&] { return add(name); }),
-                  withErrno("Unable to copy the attachment file " + upload + " to " + store + "/" +
-                                name + "\n",
-                            EINVAL));
-    for (std::string const mailname : {"../example.com/info", ""})
-        EXPECT_EQ(failureOf([&] {
-                      return add_attachment(mailname.c_str(), "example.com", upload.c_str(), "a");
-                  }),
-                  withErrno("Unable to copy the attachment file " + upload + " to " + domain + "/" +
-                                mailname + "/@attachments/a\n",
-                            EINVAL));
-    EXPECT_EQ(rightsBelow(domain).size(), 2U);
-}
-
-// --------------------------------------------------------------------------------- removing
-
-TEST_F(AttachmentsOnHost, RemovesAFile)
-{
-    writeFile(store + "/a", "x");
-    writeFile(store + "/b", "x");
-    EXPECT_EQ(remove("a"), 0);
-    EXPECT_EQ(listed(), "b\t1\n");
-}
-
-TEST_F(AttachmentsOnHost, TakesAMissingFileForRemoved)
-{
-    auto const run = callOf(0, [] { return remove("a"); });
-    EXPECT_EQ(run.out + run.err, "");
-    std::filesystem::remove_all(domain);
-    EXPECT_EQ(remove("a"), 0);
-}
-
-TEST_F(AttachmentsOnHost, RemovesALinkAndNotWhatItLeadsTo)
-{
-    writeFile(upload, "kept");
-    std::filesystem::create_symlink(upload, store + "/link");
-    EXPECT_EQ(remove("link"), 0);
-    EXPECT_EQ(listed(), "");
-    EXPECT_EQ(readFile(upload), "kept");
-}
-
-TEST_F(AttachmentsOnHost, SaysThatAFileCannotBeRemoved)
-{
-    std::filesystem::create_directory(store + "/directory");
-    EXPECT_EQ(
-        failureOf([] { return remove("directory"); }),
-        withErrno("Unable to delete the attachment file " + store + "/directory: Is a directory\n",
-                  EISDIR));
-    EXPECT_EQ(rightsOf(store + "/directory").front(), 'd');
-}
-
-TEST_F(AttachmentsOnHost, RemoveNothingOutsideTheStore)
-{
-    writeFile(domain + "/info/.qmail", "kept");
-    for (std::string const name : {"../.qmail", "/../.qmail", "a/b", "..", ".", ""})
-        EXPECT_EQ(failureOf([&] { return remove(name); }),
-                  withErrno("Unable to delete the attachment file " + store + "/" + name +
-                                ": Invalid argument\n",
-                            EINVAL));
-    EXPECT_EQ(failureOf([] { return remove_attachment("info/..", "example.com", "a"); }),
-              withErrno("Unable to delete the attachment file " + domain +
-                            "/info/../@attachments/a: Invalid argument\n",
-                        EINVAL));
-    EXPECT_EQ(readFile(domain + "/info/.qmail"), "kept");
 }

@@ -54,7 +54,9 @@ TEST_F(HookEnableOnHost, EnablesWhatIsEnabledOnceMore)
 {
     auto const name = add("spam");
     auto const before = store();
+    errno = 0;
     EXPECT_EQ(control(name, HOOK_ENABLE), 0);
+    EXPECT_EQ(errno, 0) << "the hook directory that cannot be removed leaves no trace";
     EXPECT_EQ(store(), before);
     EXPECT_THAT(reports(), IsEmpty());
 }
@@ -133,6 +135,17 @@ TEST_F(HookDisableOnHost, RemovesALinkInTheMarkersPlaceAndNotWhatItLeadsTo)
     EXPECT_EQ(control(name, HOOK_DISABLE), 0);
     EXPECT_FALSE(std::filesystem::exists(hookDirectory()));
     EXPECT_EQ(readFile(dir / "file"), "kept");
+}
+
+TEST_F(HookDisableOnHost, TakesALinkThatLeadsNowhereForNoMarker)
+{
+    auto const name = add("spam");
+    std::filesystem::remove(marker(name));
+    std::filesystem::create_symlink("nowhere", marker(name));
+    EXPECT_FALSE(active(name));
+    EXPECT_EQ(control(name, HOOK_DISABLE), 0);
+    EXPECT_TRUE(std::filesystem::is_symlink(marker(name)));
+    EXPECT_THAT(reports(), IsEmpty());
 }
 
 TEST_F(HookDisableOnHost, FailsAtOnceWithAMarkerThatCannotBeRemoved)

@@ -5,6 +5,8 @@
 #include "support/path_faults.h"
 #include "support/syscall_faults.h"
 
+#include <set>
+
 #include <fcntl.h>
 
 using ::testing::ElementsAre;
@@ -128,6 +130,34 @@ TEST_F(MailHandlerAddFailsOnHost, WithOneReportMoreForTheDirectoryOfTheParameter
                                       "'" +
                                       info(first()) + "'")));
     });
+}
+
+TEST_F(MailHandlerAddFailsOnHost, AnywhereBehindHookContextAndTypeInThisOrder)
+{
+    // Whichever allocation is refused, what is there then was made before.
+    std::set<std::vector<std::string>> found;
+    int added = -1;
+    for (int number = 1; added != 0 && number < 100; ++number) {
+        std::filesystem::remove_all(handlers_info);
+        std::filesystem::create_directory(handlers_info);
+        added = inChild([&] {
+                    AllocationFailure const failure(number);
+                    return tryToAdd();
+                }).status;
+        for (auto const& name : names()) {
+            std::vector<std::string> files;
+            for (auto const& entry : tree(info(name)))
+                files.push_back(entry.first);
+            found.insert(files);
+        }
+    }
+    EXPECT_EQ(added, 0);
+    using Files = std::vector<std::string>;
+    EXPECT_THAT(found, ::testing::UnorderedElementsAre(
+                           Files{"hook"}, Files{"context", "hook"},
+                           Files{"context", "handler-type", "hook"},
+                           Files{"context", "handler-type", "hook", "recipient"},
+                           Files{"context", "executable", "handler-type", "hook", "recipient"}));
 }
 
 TEST_F(MailHandlerAddFailsOnHost, WhenTheValueCannotBeLoweredAndLeavesTheOtherParameters)

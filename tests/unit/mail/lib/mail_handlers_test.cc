@@ -256,6 +256,19 @@ TEST_F(MailHandlerUpdateOnHost, GoesOnWithoutAContextThatCannotBeRead)
     EXPECT_FALSE(std::filesystem::exists(info(first() + "/context")));
 }
 
+TEST_F(MailHandlerUpdateOnHost, LooksForTheExecutableBeforeTheContextAndForBothBeforeThePriority)
+{
+    descriptor("spam", {}, {"context"});
+    std::filesystem::remove(info("spam/executable"));
+    EXPECT_EQ(update("", "", ""), -1);
+    EXPECT_THAT(reports(), ElementsAre(Report(4, "Unable to fetch executable link target: No such "
+                                                 "file or directory"),
+                                       error("No such parameter 'context' for handler 'spam'"),
+                                       error("Invalid handler name 'spam': missing priority "
+                                             "section")));
+    EXPECT_THAT(names(), ElementsAre("spam"));
+}
+
 TEST_F(MailHandlerUpdateOnHost, RefusesToTakeThePriorityOfANameThatCannotBeTakenApart)
 {
     descriptor("spam");

@@ -4,6 +4,7 @@
 #include "lib/idn_error.h"
 #include "support/child_run.h"
 #include "support/host_test.h"
+#include "support/mailnames_root.h"
 #include "support/report.h"
 
 #include <gtest/gtest.h>
@@ -120,4 +121,8 @@ TEST_F(MailUtilitiesOnHost, StartsAtTheConfiguredRoot)
 {
     EXPECT_EQ(pathBy(get_mailhome_path, "info", "example.com"),
               "/var/qmail/mailnames/example.com/info");
+    MailnamesRoot const other("/srv/mail");
+    EXPECT_EQ(pathBy(get_mailhome_path, "info", "example.com"), "/srv/mail/example.com/info");
+    EXPECT_EQ(pathBy(get_dotqmail_path, "info", "example.com"),
+              "/srv/mail/example.com/info/.qmail");
 }

@@ -3,6 +3,7 @@
 #include "mail/lib/get_dir_size.h"
 #include "support/call_faults.h"
 #include "support/mailbox_test.h"
+#include "support/mailnames_root.h"
 #include "support/report.h"
 
 namespace {
@@ -55,6 +56,15 @@ TEST_F(MailboxSizeOnHost, FindsTheDomainByItsAsciiForm)
     std::filesystem::rename(domain, other);
     EXPECT_EQ(get_mbox_size("info", "m\xc3\xbcller.example", 0), 500);
     std::filesystem::rename(other, domain);
+}
+
+TEST_F(MailboxSizeOnHost, FindsTheMailboxBelowTheConfiguredRoot)
+{
+    put("Maildir/cur/1,S=500", 3);
+    MailnamesRoot const other("/srv/mail");
+    std::filesystem::rename(domain, "/srv/mail/example.com");
+    EXPECT_EQ(get_mbox_size("info", "example.com", 0), 500);
+    std::filesystem::rename("/srv/mail/example.com", domain);
 }
 
 TEST_F(MailboxSizeOnHost, EndsTheProcessWhenItCannotTell)

@@ -141,6 +141,16 @@ TEST_F(MaildirppMaildirsize, DatesTheFileBackWhenMailComesMeanwhile)
     }
 }
 
+TEST_F(MaildirppMaildirsize, DoesNotMindAFolderThatGoesMeanwhile)
+{
+    time_t const start = time(nullptr);
+    folder(".Sent");
+    setTimes(start - 5000);
+    BeforeCall const removal("rename", 1, [] { fs::remove_all(".Sent"); });
+    written(1, 0);
+    EXPECT_GE(timeOf("Maildir/maildirsize"), start - 1);
+}
+
 TEST_F(MaildirppMaildirsize, DatesTheFileBackByTheTimeOfTheCount)
 {
     time_t const start = time(nullptr) - 5000;
@@ -272,6 +282,18 @@ TEST_F(MaildirppMaildirsize, TakesNoFileThatIsThereAlready)
     EXPECT_EQ(run.err, withErrno(no_file, EAGAIN));
     for (auto const& entry : fs::directory_iterator("Maildir/tmp"))
         EXPECT_EQ(readFile(entry.path()), "other");
+}
+
+TEST_F(MaildirppMaildirsize, EmptiesAFileThatComesAfterTheFirstLook)
+{
+    {
+        BeforeCall const others("open", 1, [] {
+            for (std::string const& file : namesToCome())
+                writeFile(file, std::string(200, 'x'));
+        });
+        EXPECT_EQ(written(1, 0), "1S,0C\n           0           0\n");
+    }
+    EXPECT_TRUE(pauses.empty());
 }
 
 TEST_F(MaildirppMaildirsize, FollowsNoLinkInTheNewFilesPlace)

@@ -2,6 +2,7 @@
 
 #include "support/call_faults.h"
 #include "support/mailbox_test.h"
+#include "support/mailnames_root.h"
 #include "support/path_faults.h"
 #include "support/report.h"
 
@@ -65,6 +66,19 @@ TEST_F(MaildirppQuotaOnHost, DeductsTheAttachments)
     EXPECT_EQ(quotaOf("info"), "1S,0C");
     EXPECT_EQ(reportOf(1, [] { return store(-1); }), "");
     EXPECT_EQ(quotaOf("info"), "0S,0C");
+    EXPECT_EQ(reportOf(1, [] { return store(0); }), warning);
+    EXPECT_EQ(quotaOf("info"), "1S,0C");
+}
+
+TEST_F(MaildirppQuotaOnHost, WarnsWithoutAnErrorFromBefore)
+{
+    put("@attachments/file", 1000);
+    EXPECT_EQ(reportOf(1,
+                       [] {
+                           errno = EIO;
+                           return store(1);
+                       }),
+              warning);
 }
 
 TEST_F(MaildirppQuotaOnHost, TakesAnyEntryOfThatNameForTheAttachments)
@@ -131,6 +145,15 @@ TEST_F(MaildirppQuotaOnHost, FindsTheDomainByItsAsciiForm)
     EXPECT_EQ(reportOf(1, [] { return store_mbox_quota("m\xc3\xbcller.example", "info", 70); }),
               "");
     fs::rename("/var/qmail/mailnames/xn--mller-kva.example", domain);
+    EXPECT_EQ(quotaOf("info"), "70S,0C");
+}
+
+TEST_F(MaildirppQuotaOnHost, FindsTheMailboxBelowTheConfiguredRoot)
+{
+    MailnamesRoot const other("/srv/mail");
+    fs::rename(domain, "/srv/mail/example.com");
+    EXPECT_EQ(reportOf(1, [] { return store(70); }), "");
+    fs::rename("/srv/mail/example.com", domain);
     EXPECT_EQ(quotaOf("info"), "70S,0C");
 }
 

@@ -149,6 +149,12 @@ TEST_F(MailnameDeliveryOnHost, RemovesAFileThatCannotBeWrittenTo)
     EXPECT_EQ(failureOf([&] { return reset(); }),
               withErrno("Unable to write to " + file + ": No space left on device", ENOSPC));
     EXPECT_EQ(rightsOf(file), "missing");
+    EXPECT_EQ(failureOf([&] {
+                  failSystemCall(SYS_unlink, EPERM);
+                  return reset();
+              }),
+              withErrno("Unable to write to " + file + ": No space left on device", ENOSPC));
+    EXPECT_EQ(readFile(file), "");
     EXPECT_EQ(system(("umount " + home).c_str()), 0);
 }
 
