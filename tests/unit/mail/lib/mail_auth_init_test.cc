@@ -22,7 +22,7 @@ using ::testing::Pair;
 namespace {
 
 int dirname_error = 0;
-int getpwnam_error = -1; // none is made
+int getpwnam_error = -1; // none is made; with 0 errno stays as it is, as for an unknown user
 
 } // namespace
 
@@ -43,7 +43,8 @@ passwd* __wrap_getpwnam(char const* name)
 {
     if (getpwnam_error < 0)
         return __real_getpwnam(name);
-    errno = getpwnam_error;
+    if (getpwnam_error > 0)
+        errno = getpwnam_error;
     return nullptr;
 }
 
@@ -338,4 +339,13 @@ TEST_F(MailAuthInitStyleOnHost, DestroysNothingWithoutTheUserPostfix)
                 ElementsAre(Pair(2, "Unable to get user id for \"postfix\": No such file or "
                                     "directory")));
     EXPECT_THAT(rowsOf(mailAuthDB, "SELECT name FROM users"), ElementsAre("joe"));
+}
+
+TEST_F(MailAuthInitStyleOnHost, SaysNoOldErrorOfAMissingUserPostfix)
+{
+    getpwnam_error = 0;
+    errno = ENOSPC;
+    EXPECT_EQ(mailAuthDBInitStyle(MAIL_AUTH_DB_POSTFIX_STYLE), -1);
+    EXPECT_THAT(LogRecorder::reports(),
+                ElementsAre(Pair(2, "Unable to get user id for \"postfix\": Success")));
 }
