@@ -106,6 +106,7 @@ set(MAILVEK_WRAPPED_layer_process
 
 set(MAILVEK_WRAPPED_layer_mysql
   ${mysql_spy}
+  mysql_fetch_lengths
   _Znam # new of an array
 )
 

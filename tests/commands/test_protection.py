@@ -107,9 +107,10 @@ def test_the_loopback_network_stays_and_postfix_is_reloaded(address, mask):
     assert postconf("mynetworks") == NETWORKS
 
 
-def test_a_network_that_only_looks_like_the_loopback_one_can_go():
-    set_postconf(mynetworks=f"{NETWORKS}, 12.7.0.0/8")
-    done("--remove-whitelist", *network("12.7.0.0", 8))
+@pytest.mark.parametrize("address", ["12.7.0.0", "127", "1.127.0.0"])
+def test_a_network_that_only_looks_like_the_loopback_one_can_go(address):
+    set_postconf(mynetworks=f"{NETWORKS}, {address}/8")
+    done("--remove-whitelist", *network(address, 8))
     assert postconf("mynetworks") == NETWORKS
 
 

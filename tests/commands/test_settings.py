@@ -114,6 +114,12 @@ def test_a_time_of_zero_takes_the_variable_away():
     assert setting("POPLOCK_TIME") == []
 
 
+def test_a_negative_time_leaves_the_variable_as_it_is():
+    done("--set-mail-params", "--poplock-time=30")
+    done("--set-mail-params", "--poplock-time=-32768")
+    assert setting("POPLOCK_TIME") == ["POPLOCK_TIME=30"]
+
+
 def test_courier_comes_first_and_the_reload_last():
     spy(POSTCONF)
     done("--set-mail-params", "--smtpauth", "--popauth")

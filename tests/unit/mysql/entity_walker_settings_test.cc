@@ -146,6 +146,20 @@ TEST_F(WalkerSettingsOnHost, WarnsOfRelayOptionsThatAreNoNumbers)
         "setRelay auth 0 1 30");
 }
 
+TEST_F(WalkerSettingsOnHost, WarnsOfRelayOptionsThatThePanelDoesNotHave)
+{
+    std::string const no_smtp_flag =
+        "Warning: invalid SMTP Auth Disable flag value '' stored in Orvek DB, ignored\n";
+    EXPECT_EQ(relay("auth", no_smtp_flag + "Warning: invalid POP3 Auth Disable flag value '' "
+                                           "stored in Orvek DB, ignored\n"),
+              "setRelay auth 1 0 30");
+    setParam("disable_pop_auth", "0");
+    EXPECT_EQ(
+        relay("auth", no_smtp_flag +
+                          "Warning: invalid POP3 lock time value  stored in Orvek DB, ignored\n"),
+        "setRelay auth 1 1 30");
+}
+
 TEST_F(WalkerSettingsOnHost, AllowsShortNamesWhenTheyAreEnabled)
 {
     for (auto const& [stored, call] :

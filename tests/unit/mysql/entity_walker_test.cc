@@ -64,6 +64,30 @@ protected:
 
 } // namespace
 
+// Designators must be in the order of the fields.
+TEST(EntityWalker, HasSixteenCallbacksInTheirOrder)
+{
+    MailsrvEntitiesCallbacks const callbacks{
+        .addDomain = nullptr,
+        .addDomainAlias = nullptr,
+        .setDomainCatchall = nullptr,
+        .addMailname = nullptr,
+        .addMailForward = nullptr,
+        .addMailGroup = nullptr,
+        .addMailAlias = nullptr,
+        .addWhitelistNetwork = nullptr,
+        .addBlacklistedDomain = nullptr,
+        .setRblServers = nullptr,
+        .setSubmission = nullptr,
+        .setMaxMessageSize = nullptr,
+        .setRelay = nullptr,
+        .setShortNames = nullptr,
+        .setMailbox = nullptr,
+        .setMailboxQuota = nullptr,
+    };
+    EXPECT_EQ(sizeof callbacks, 16 * sizeof(std::function<void()>));
+}
+
 TEST_F(EntityWalkerOnHost, HandsEveryEntityToItsCallbackInOrder)
 {
     fill();

@@ -14,6 +14,24 @@ using testing::ElementsAre;
 
 namespace {
 
+bool lengths_are_lost = false;
+
+} // namespace
+
+extern "C" {
+
+unsigned long* __real_mysql_fetch_lengths(MYSQL_RES* result);
+
+unsigned long* __wrap_mysql_fetch_lengths(MYSQL_RES* result)
+{
+    static unsigned long lost[4] = {};
+    return lengths_are_lost ? lost : __real_mysql_fetch_lengths(result);
+}
+
+} // extern "C"
+
+namespace {
+
 class ResultOnHost : public PanelDatabaseTest
 {
 protected:
@@ -99,6 +117,16 @@ TEST_F(ResultOnHost, TakesATextByItsLength)
     resultOf("SELECT CONCAT('a', CHAR(0), 'b') AS x, CHAR(0) AS y").fetch(&row);
     EXPECT_EQ(text(row["x"]), std::string("a\0b", 3));
     EXPECT_EQ(text(row["y"]), std::string("\0", 1));
+}
+
+TEST_F(ResultOnHost, ReadsATextThatIsSaidToHaveNoLengthToItsEnd)
+{
+    lengths_are_lost = true;
+    resultOf("SELECT 'text' AS x, NULL AS n, '' AS e").fetch(&row);
+    lengths_are_lost = false;
+    EXPECT_EQ(text(row["x"]), "text");
+    EXPECT_EQ(text(row["n"]), "");
+    EXPECT_EQ(text(row["e"]), "");
 }
 
 TEST_F(ResultOnHost, ReadsNullAndTheEmptyTextAsTheEmptyText)

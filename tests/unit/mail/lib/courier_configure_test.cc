@@ -316,6 +316,15 @@ TEST_F(CourierConfigureOnHost, ChangesTheTrueFilesAndRestartsTheTrueService)
     shellRun(std::string(HOST_SERVICE) + " status courier");
 }
 
+TEST_F(CourierConfigureOnHost, KeepsNeitherOwnerNorModeOfAFile)
+{
+    shellRun("chown popuser:popuser /etc/courier/imapd && chmod 0644 /etc/courier/imapd");
+    InitScripts scripts;
+    scripts.add("/etc/init.d/courier-imap", "exit 0");
+    EXPECT_EQ(inChild([] { return set_courier_shortnames_params(0); }).status, 0);
+    EXPECT_EQ(rightsOf(pathOf("imapd")), "-rw------- root:root");
+}
+
 TEST_F(CourierConfigureOnHost, ReplacesAVariableOfTheTrueFiles)
 {
     EnvChange const env[] = {{"MAXDAEMONS", ENV_ADD, "7"}, {nullptr, ENV_ADD, nullptr}};

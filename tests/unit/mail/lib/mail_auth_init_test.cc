@@ -22,7 +22,7 @@ using ::testing::Pair;
 namespace {
 
 int dirname_error = 0;
-int getpwnam_error = -1; // none is made
+int getpwnam_error = -1; // none is made; with 0 errno stays as it is, as for an unknown user
 
 } // namespace
 
@@ -43,7 +43,8 @@ passwd* __wrap_getpwnam(char const* name)
 {
     if (getpwnam_error < 0)
         return __real_getpwnam(name);
-    errno = getpwnam_error;
+    if (getpwnam_error > 0)
+        errno = getpwnam_error;
     return nullptr;
 }
 
@@ -242,6 +243,22 @@ TEST_F(MailAuthInit, ReportsAnOwnerThatCannotBeSet)
                                         ", -1) failed: No such file or directory")));
 }
 
+TEST_F(MailAuthInit, LeavesTheModeOfADirectoryWhoseOwnerCannotBeSet)
+{
+    chmod(directory.path().c_str(), 0777);
+    setPath(directory / "own/passwd.db");
+    ChildRun const run = asOrdinaryUser([this] {
+        reportOnStreams();
+        std::filesystem::create_directory(directory / "own");
+        chmod((directory / "own").c_str(), 0700);
+        return mailAuthDBSetAccess(0, same_gid, 0751, 0640) == -1 ? 0 : 1;
+    });
+    EXPECT_EQ(run.status, 0);
+    EXPECT_EQ(run.err,
+              "chown(\"" + (directory / "own") + "\", 0, -1) failed: Operation not permitted\n");
+    EXPECT_EQ(modeOf(directory / "own"), 0700U);
+}
+
 TEST_F(MailAuthInit, ReportsAModeOfTheDirectoryThatCannotBeSet)
 {
     setPath("/usr/passwd.db");
@@ -295,6 +312,23 @@ TEST_F(MailAuthInitStyleOnHost, GivesTheQmailStyleToRoot)
     EXPECT_THAT(LogRecorder::reports(), IsEmpty());
 }
 
+TEST_F(MailAuthInitStyleOnHost, SetsNoRightsWhenTheDatabaseCannotBeMade)
+{
+    for (MailAuthDBStyle const style : {MAIL_AUTH_DB_QMAIL_STYLE, MAIL_AUTH_DB_POSTFIX_STYLE}) {
+        LogRecorder::reports().clear();
+        mailAuthDBSelectStyle(style);
+        std::string const file = mailAuthDB;
+        std::string const directory = std::filesystem::path(file).parent_path();
+        std::filesystem::create_directories(file);
+        chmod(directory.c_str(), 0711);
+        EXPECT_EQ(mailAuthDBInitStyle(style), -1);
+        EXPECT_THAT(LogRecorder::reports(),
+                    ElementsAre(Pair(3, "Unable to open database " + file +
+                                            ": unable to open database file")));
+        EXPECT_EQ(rightsOf(directory), "drwx--x--x root:root");
+    }
+}
+
 TEST_F(MailAuthInitStyleOnHost, DestroysNothingWithoutTheUserPostfix)
 {
     ASSERT_EQ(mailAuthDBInitStyle(MAIL_AUTH_DB_POSTFIX_STYLE), 0);
@@ -305,4 +339,13 @@ TEST_F(MailAuthInitStyleOnHost, DestroysNothingWithoutTheUserPostfix)
                 ElementsAre(Pair(2, "Unable to get user id for \"postfix\": No such file or "
                                     "directory")));
     EXPECT_THAT(rowsOf(mailAuthDB, "SELECT name FROM users"), ElementsAre("joe"));
+}
+
+TEST_F(MailAuthInitStyleOnHost, SaysNoOldErrorOfAMissingUserPostfix)
+{
+    getpwnam_error = 0;
+    errno = ENOSPC;
+    EXPECT_EQ(mailAuthDBInitStyle(MAIL_AUTH_DB_POSTFIX_STYLE), -1);
+    EXPECT_THAT(LogRecorder::reports(),
+                ElementsAre(Pair(2, "Unable to get user id for \"postfix\": Success")));
 }

@@ -152,6 +152,20 @@ TEST_F(MailAuthIterate, SkipAUserWhoseDomainHasNoName)
                                                "skipped")));
 }
 
+TEST_F(MailAuthIterate, SkipARowWhoseAddressIsEmpty)
+{
+    sqlite3* db = nullptr;
+    sqlite3_stmt* statement = nullptr;
+    ASSERT_EQ(prepareIterateDBQuery(&db, &statement,
+                                    "AND 0 UNION ALL SELECT '', 'pw', NULL, 0, 0 "
+                                    "UNION ALL SELECT 'joe@b.com', 'pw', NULL, 0, 0"),
+              0);
+    EXPECT_EQ(doIterateDB(db, statement, visit, &visits), 1);
+    EXPECT_THAT(visits.seen, ElementsAre("joe@b.com|pw|0"));
+    EXPECT_THAT(reports(), ElementsAre(Pair(4, "NULL or empty mail address stored in the database, "
+                                               "skipped")));
+}
+
 TEST_F(MailAuthIterate, ShowALocalPartOfEveryDomain)
 {
     add("joe", 1, "'pw1', NULL");

@@ -53,11 +53,25 @@ TEST_F(MailAuthUserData, ReadNobodyWithoutAReport)
     EXPECT_THAT(reports(), IsEmpty());
 }
 
+TEST_F(MailAuthUserData, LeaveNothingOfARecordThatWasUsedBefore)
+{
+    mailAuthSet("joe", "a.com", "pw", 0);
+    char stale[] = "stale";
+    for (auto const& [name, domain] : {std::pair("ann", "a.com"), std::pair("joe", "b.com")}) {
+        passwd_type_t data = {stale, stale, MAIL_AUTH_DISABLED};
+        EXPECT_EQ(get_user_data(&data, name, domain), 0);
+        EXPECT_EQ(data.name, nullptr);
+        EXPECT_EQ(data.passwd, nullptr);
+        EXPECT_EQ(data.flags, 0);
+    }
+}
+
 TEST_F(MailAuthUserData, ReportEachFailureToRead)
 {
     mailAuthSet("joe", "a.com", "pw", 0);
-    auto const read = [] {
-        passwd_type_t data = {};
+    char stale[] = "stale";
+    auto const read = [&stale] {
+        passwd_type_t data = {stale, stale, MAIL_AUTH_DISABLED};
         int const result = get_user_data(&data, "joe", "a.com");
         EXPECT_EQ(data.name, nullptr);
         EXPECT_EQ(data.passwd, nullptr);
