@@ -18,7 +18,7 @@ namespace orvek::mail::postfix {
 struct NotInDomainFilter
 {
     std::string domain;
-    bool subdomains;
+    bool subdomains = false;
 
     bool operator()(std::string const& element) const;
 };
@@ -28,7 +28,7 @@ struct ReplaceDomainPart
 {
     std::string const* from;
     std::string const* to;
-    bool subdomains;
+    bool subdomains = false;
 
     bool operator()(std::string& element) const;
 };

@@ -263,6 +263,7 @@ void DomainManager::removeStandardDomainAddresses(BatchDatabaseHelper& helper,
                                                   std::string const& domain)
 {
     std::vector<std::string> keys;
+    keys.reserve(std::size(stdAddresses));
     for (auto const name : stdAddresses)
         keys.push_back(addressIn(domain, name));
     helper.removeChanges(virtual_map, keys.begin(), keys.end());

@@ -110,8 +110,9 @@ template<class ElementFilter>
 struct ElementsFilter : KeyValueFilter<ElementFilter, ValueListFilter<ElementFilter>>
 {
     explicit ElementsFilter(ElementFilter const& filter)
-        : KeyValueFilter<ElementFilter, ValueListFilter<ElementFilter>>{filter, {filter}}
     {
+        this->keyFilter = filter;
+        this->valueFilter.elementFilter = filter;
     }
 };
 

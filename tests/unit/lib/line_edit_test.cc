@@ -332,10 +332,10 @@ TEST_F(LineEdit, ReportsAStringThatCannotBeWrittenBesideTheFile)
 
 TEST_F(LineEdit, ReportsAFailedRename)
 {
-    for (auto const& [cmd, words] : {std::pair{FILE_ADD, "Error while rename file "},
-                                     {FILE_REMOVE, "Unable to rename file "}}) {
+    for (auto const& [command, words] : {std::pair{FILE_ADD, "Error while rename file "},
+                                         {FILE_REMOVE, "Unable to rename file "}}) {
         writeFile(path, "a\n");
-        auto const run = inChild([&] {
+        auto const run = inChild([&, cmd = command] {
             CallFailure const failing("rename", EXDEV);
             return edit({"b"}, cmd, FILE_BEGIN);
         });
