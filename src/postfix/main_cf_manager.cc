@@ -60,7 +60,7 @@ std::string pinDefault(std::string const& current)
     Answer const answer = postconf({"-h", "-d", networks});
     requireSuccess(answer.status, answer.err);
     std::string_view const standard = trimmed(answer.out);
-    std::string const pinned = pinnedNetworks();
+    std::string pinned = pinnedNetworks();
     // Deliberate: any value that is shorter than the default is taken for it.
     if (standard == current || standard.size() > current.size())
         return pinned;
