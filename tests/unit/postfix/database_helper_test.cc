@@ -227,6 +227,15 @@ TEST_F(DatabaseHelperOnHost, TakesNoLockToChangeRecords)
     EXPECT_EQ(readFile(tools / "lock"), "0\n0\n0\n");
 }
 
+TEST_F(DatabaseHelperOnHost, LetsNoOtherChangeComeBetweenTheLookAtARecordAndItsRemoval)
+{
+    fill("a 1\n");
+    standIn("flock -n " + dir.path() + " true; echo $1 $? >> $dir/lock; exec $real \"$@\"");
+    DatabaseHelper::removeRecord(map, std::pair<std::string, std::string>("a", "1"));
+    EXPECT_EQ(readFile(tools / "lock"), "-q 1\n-d 1\n");
+    EXPECT_EQ(content(), "");
+}
+
 TEST_F(DatabaseHelperOnHost, StopsFeedingAPostmapThatNeverReads)
 {
     std::vector<std::pair<std::string, std::string>> const many(100'000, {"key@domain.test", "x"});
