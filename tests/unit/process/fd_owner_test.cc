@@ -244,3 +244,13 @@ TEST_F(FdOwnerTest, SetNonBlockingKeepsTheOtherFlags)
     EXPECT_EQ(textOf<SystemError>([] { orvek::setNonBlocking(-1, "fcntl"); }),
               "fcntl: Bad file descriptor");
 }
+
+TEST_F(FdOwnerTest, SetNonBlockingRepeatsWhatASignalHasInterrupted)
+{
+    for (int call = 1; call <= 2; ++call) {
+        FdOwner const null(open("/dev/null", O_WRONLY));
+        CallFailure const failure("fcntl", call, EINTR);
+        orvek::setNonBlocking(null.fd, "fcntl");
+        EXPECT_TRUE(fcntl(null.fd, F_GETFL) & O_NONBLOCK);
+    }
+}

@@ -320,6 +320,7 @@ TEST_F(ProcessSetCatcherTest, RepeatsWhatASignalHasInterrupted)
     ProcessSetCatcher catcher;
     CallFailure::set("sigaction", 1, EINTR);
     catcher.install();
+    CallFailure::set("write", 1, EINTR);
     startEntered(catcher, [] {});
     ASSERT_TRUE(wokenWithin(catcher, 20000));
     CallFailure::set("read", 1, EINTR);
