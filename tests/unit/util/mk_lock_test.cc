@@ -61,6 +61,14 @@ TEST(MKLock, LeavesTheLockFileOnTheDiskAndNoDescriptorOpen)
     EXPECT_EQ(openDescriptors(), before);
 }
 
+TEST(MKLock, BeginsWithoutTheErrorOfAnEarlierCall)
+{
+    TempDir const dir;
+    errno = EPROTO;
+    MKLock const lock(dir / "lock", MKLock::plain_name);
+    EXPECT_EQ(errno, 0);
+}
+
 TEST(MKLock, NamesThePathOfALockThatAnotherProcessHolds)
 {
     TempDir const dir;
