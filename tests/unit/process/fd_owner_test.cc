@@ -170,6 +170,12 @@ TEST_F(PipeOwnerTest, RaisesTheFirstErrorNumberOfTwo)
                   CallFailure::set("close", 1, EIO);
               }),
               "pipe read-end close: Input/output error");
+    EXPECT_EQ(textOf<SystemError>([&] {
+                  PipeOwner const made = orvek::openPipe("pipe");
+                  close(made.writeEnd.fd); // which is to be closed before the call that fails
+                  CallFailure::set("close", 2, EIO);
+              }),
+              "pipe read-end close: Bad file descriptor");
 }
 
 TEST_F(PipeOwnerTest, IsQuietWhileAnExceptionIsInFlight)
