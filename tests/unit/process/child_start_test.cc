@@ -121,7 +121,7 @@ TEST_F(ChildStreamsTest, AndAllElseIsInPlaceWhenTheSetupRuns)
     EXPECT_EQ(child.waitExit(), 0);
 }
 
-TEST_F(ChildStreamsTest, AreClosedByAnExitThatRunsWhatWasLeftForIt)
+TEST_F(ChildStreamsTest, OfAFailedChildEndWithAnExitThatRunsWhatWasLeftForIt)
 {
     char const* const argv[] = {"x", nullptr};
     ProcessLaunch child(
@@ -129,6 +129,19 @@ TEST_F(ChildStreamsTest, AreClosedByAnExitThatRunsWhatWasLeftForIt)
         [] { atexit([] { dprintf(1, "left by exit"); }); }, DevNull, Capture, Inherit);
     EXPECT_THROW(child.waitExec(), SystemError);
     EXPECT_EQ(readAll(child.stdoutPipe.fd), "left by exit");
+}
+
+TEST_F(ChildStreamsTest, LeaveNothingOfAFileForAFailedChildToWriteAgain)
+{
+    FILE* const file = fopen((dir / "file").c_str(), "w");
+    ASSERT_NE(file, nullptr);
+    fputs("once", file);
+    char const* const argv[] = {"x", nullptr};
+    ProcessLaunch child(argv, "/no/such", nullptr, nullptr, false, false, false,
+                        boost::function<void()>(), DevNull, Inherit, Inherit);
+    EXPECT_THROW(child.waitExec(), SystemError);
+    fclose(file);
+    EXPECT_EQ(readFile(dir / "file"), "once");
 }
 
 TEST_F(ChildStreamsTest, LeaveTheToolOneEndOfEachCaptureAndNothingElse)

@@ -264,15 +264,23 @@ TEST_F(ProcessSetCatcherTest, IsRemovedByForceWhileAnExceptionIsInFlight)
     EXPECT_EQ(waitpid(child, nullptr, 0), child);
 }
 
-TEST_F(ProcessSetCatcherTest, RaisesNothingOnTopOfAnExceptionInFlight)
+TEST_F(ProcessSetCatcherTest, RaisesNothingOnTopOfAnExceptionInFlightAndKeepsErrno)
 {
+    int after = 0;
     EXPECT_EQ(textOf<std::runtime_error>([&] {
+                  struct Observer
+                  {
+                      int& seen;
+                      ~Observer() { seen = errno; }
+                  } const observer{after};
                   ProcessSetCatcher catcher;
                   catcher.install();
                   close(catcher.controlPipe.writeEnd.fd);
+                  errno = ENOSPC;
                   throw std::runtime_error("in flight");
               }),
               "in flight");
+    EXPECT_EQ(after, ENOSPC);
     EXPECT_EQ(__global_handler, nullptr);
 }
 
