@@ -102,7 +102,8 @@ set(MAILVEK_WRAPPED_layer_process
   read
   setsid
   sigaction
-  sigprocmask)
+  sigprocmask
+  write)
 
 set(MAILVEK_WRAPPED_layer_mysql
   ${mysql_spy}

@@ -55,6 +55,14 @@ bool hasOther(std::string const& map, std::pair<std::string, std::string> const&
     return !hasFailed(status) && value != record.second + '\n';
 }
 
+void removeKey(std::string const& map, std::string const& key)
+{
+    std::string diagnostics;
+    Pipe pipe = postmap({"-d", key, map}, diagnostics);
+    pipe.stdinMode = process::DevNull;
+    requireRemoval(pipe.run(), diagnostics);
+}
+
 // The text source of a map, which raises when it cannot be written.
 class TextFile : public AutocleanOFStream
 {
@@ -128,18 +136,17 @@ void DatabaseHelper::addRecord(std::string const& map, std::string const& key,
 void DatabaseHelper::removeRecord(std::string const& map, std::string const& key)
 {
     ChangeLock const changes(map);
-    std::string diagnostics;
-    Pipe pipe = postmap({"-d", key, map}, diagnostics);
-    pipe.stdinMode = process::DevNull;
-    requireRemoval(pipe.run(), diagnostics);
+    removeKey(map, key);
 }
 
-// postmap removes by the key alone, so a record with another value must not come before it.
+// postmap removes by the key alone, so a record with another value must not come before it, nor
+// between the look and the removal.
 void DatabaseHelper::removeRecord(std::string const& map,
                                   std::pair<std::string, std::string> const& record)
 {
+    ChangeLock const changes(map);
     if (!hasOther(map, record))
-        removeRecord(map, record.first);
+        removeKey(map, record.first);
 }
 
 void DatabaseHelper::appendText(std::vector<char>& text, std::string const& part)

@@ -4,7 +4,7 @@
 // counted from 1, fails with the given error number; the ones before and after it are made. What
 // counts is a call by the program itself, which has to be linked with --wrap for each of the
 // names, and by the children it forks. A close that fails has closed its descriptor all the
-// same, unless it was interrupted.
+// same, unless it was interrupted. A write that fails with the number 0 gives 0.
 
 #ifndef MAILVEK_TESTS_SUPPORT_PROCESS_CALL_FAULTS_H
 #define MAILVEK_TESTS_SUPPORT_PROCESS_CALL_FAULTS_H
@@ -59,6 +59,7 @@ ssize_t __real_read(int fd, void* block, size_t size);
 pid_t __real_setsid();
 int __real_sigaction(int number, struct sigaction const* action, struct sigaction* old);
 int __real_sigprocmask(int how, sigset_t const* mask, sigset_t* old);
+ssize_t __real_write(int fd, void const* block, size_t size);
 
 [[gnu::used]] inline int __wrap_close(int fd)
 {
@@ -109,6 +110,13 @@ int __real_sigprocmask(int how, sigset_t const* mask, sigset_t* old);
 [[gnu::used]] inline int __wrap_sigprocmask(int how, sigset_t const* mask, sigset_t* old)
 {
     return call_faults_detail::fails("sigprocmask") ? -1 : __real_sigprocmask(how, mask, old);
+}
+
+[[gnu::used]] inline ssize_t __wrap_write(int fd, void const* block, size_t size)
+{
+    if (!call_faults_detail::fails("write"))
+        return __real_write(fd, block, size);
+    return call_faults_detail::code == 0 ? 0 : -1;
 }
 
 } // extern "C"

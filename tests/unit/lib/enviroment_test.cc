@@ -190,6 +190,15 @@ TEST(GetEnvCryptedPassword, StoresAnEncryptedPasswordAsItIs)
     EXPECT_EQ(run.status, 0);
 }
 
+TEST(GetEnvCryptedPassword, CutsAnEncryptedPasswordThatDoesNotFit)
+{
+    std::string const password(5000, 'p');
+    auto const run = withPasswords(nullptr, password.c_str(), [] {
+        return strlen(get_env_crypted_password()) == 4095 && noneIsLeft() ? 0 : 1;
+    });
+    EXPECT_EQ(run.status, 0);
+}
+
 TEST(GetEnvCryptedPassword, EncryptsTheEmptyPasswordWhenThereIsNone)
 {
     auto const run = withPasswords("", nullptr, [] {

@@ -3,6 +3,7 @@
 #include "lib/owned.h"
 #include "support/memory_faults.h"
 #include "support/shell_script.h"
+#include "support/syscall_faults.h"
 #include "support/temp_dir.h"
 #include "support/tidy_run.h"
 
@@ -10,6 +11,8 @@
 
 #include <cstdio>
 #include <string>
+
+#include <fcntl.h>
 
 namespace {
 
@@ -75,6 +78,25 @@ TEST(ForkExecvGetout, NoticesThatTheChildHasEndedWhileItsStreamIsHeldOpen)
     });
     EXPECT_EQ(run.out, "3|early\n|");
     EXPECT_EQ(run.status, 0);
+}
+
+TEST(ForkExecvGetout, EndsTheProcessWithoutAPipeThatItCanReadWithoutWaiting)
+{
+    auto const no_pipe = tidyRun([] {
+        failSystemCall(SYS_pipe, EMFILE);
+        failSystemCall(SYS_pipe2, EMFILE);
+        printOutput("echo started");
+    });
+    EXPECT_EQ(no_pipe.status, 1);
+    EXPECT_EQ(no_pipe.out, "fork_execv_getouterr: pipe() failed\n"
+                           "System error 24: Too many open files\n");
+    auto const waiting = tidyRun([] {
+        failSystemCallWith(SYS_fcntl, 1, F_SETFL, EPERM);
+        printOutput("echo started");
+    });
+    EXPECT_EQ(waiting.status, 1);
+    EXPECT_EQ(waiting.out, "fork_execv_getouterr: fcntl(O_NONBLOCK) failed\n"
+                           "System error 1: Operation not permitted\n");
 }
 
 TEST(ForkExeclGetout, TakesAListOfAnyLength)

@@ -233,6 +233,17 @@ TEST(ForkExecv, GivesOneForAChildThatDiedByASignal)
     EXPECT_EQ(run.status, 0);
 }
 
+TEST(ForkExecv, WaitsOnForAChildThatIsStoppedForAWhile)
+{
+    auto const run = tidyRun([] {
+        printResult(fork_execv(shell, "sh", "-c",
+                               "(sleep 0.2; kill -CONT $$) & kill -STOP $$; kill -TERM $$",
+                               nullptr));
+    });
+    EXPECT_EQ(run.out, "[1]");
+    EXPECT_EQ(run.status, 0);
+}
+
 TEST(ForkExecv, ConnectsAllStreamsToTheNullDevice)
 {
     TempDir const dir;

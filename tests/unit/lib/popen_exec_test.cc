@@ -95,7 +95,7 @@ TEST(PopenExecGetoutput, WarnsOnceWhenTheMemoryEndsAndLetsTheCommandFinish)
 {
     auto const run = tidyRun([] {
         AllocationFailure const failure(2);
-        printOutput(many(200000) + "; exit 6");
+        printOutput(many(200000) + " && exit 6");
     });
     EXPECT_EQ(run.err,
               "popen_exec: warning: failed to allocate memory for command output buffer\n");

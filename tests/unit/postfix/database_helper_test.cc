@@ -31,6 +31,13 @@ protected:
 
     Records const two{{"b", "2"}, {"a", "1, one"}};
     std::list<std::string> const keys{"a", "nowhere", "b"};
+    std::function<void()> const operations[5] = {
+        [this] { DatabaseHelper::addRecord(map, "a", "1"); },
+        [this] { DatabaseHelper::removeRecord(map, "a"); },
+        [this] { DatabaseHelper::removeRecords(map, keys.begin(), keys.end()); },
+        [this] { DatabaseHelper::replaceRecords(map, two.begin(), two.end()); },
+        [this] { DatabaseHelper::filterRecords(map, [](std::string&) { return true; }); },
+    };
 };
 
 } // namespace
@@ -205,13 +212,6 @@ TEST_F(DatabaseHelperOnHost, RaisesThatPostmapIsMissing)
     fill("old 1\n");
     std::filesystem::rename("/usr/sbin/postmap", "/usr/sbin/postmap.away");
     std::string const missing = "execv: No such file or directory";
-    std::function<void()> const operations[] = {
-        [&] { DatabaseHelper::addRecord(map, "a", "1"); },
-        [&] { DatabaseHelper::removeRecord(map, "a"); },
-        [&] { DatabaseHelper::removeRecords(map, keys.begin(), keys.end()); },
-        [&] { DatabaseHelper::replaceRecords(map, two.begin(), two.end()); },
-        [&] { DatabaseHelper::filterRecords(map, [](std::string&) { return true; }); },
-    };
     for (auto const& operation : operations)
         EXPECT_EQ(raisedBy<orvek::SystemError>(operation), missing);
     std::filesystem::rename("/usr/sbin/postmap.away", "/usr/sbin/postmap");
@@ -225,6 +225,23 @@ TEST_F(DatabaseHelperOnHost, TakesNoLockToChangeRecords)
     DatabaseHelper::removeRecord(map, "a");
     DatabaseHelper::removeRecords(map, keys.begin(), keys.end());
     EXPECT_EQ(readFile(tools / "lock"), "0\n0\n0\n");
+}
+
+TEST_F(DatabaseHelperOnHost, LetsOneChangeOfTheMapsHappenAtATime)
+{
+    standIn("flock -n " + dir.path() + " true; echo $1 $? >> $dir/lock; exec $real \"$@\"");
+    for (auto const& operation : operations)
+        operation();
+    EXPECT_EQ(readFile(tools / "lock"), "-r 1\n-d 1\n-d 1\n-r 1\n-s 1\n" + map + " 1\n");
+}
+
+TEST_F(DatabaseHelperOnHost, LetsNoOtherChangeComeBetweenTheLookAtARecordAndItsRemoval)
+{
+    fill("a 1\n");
+    standIn("flock -n " + dir.path() + " true; echo $1 $? >> $dir/lock; exec $real \"$@\"");
+    DatabaseHelper::removeRecord(map, std::pair<std::string, std::string>("a", "1"));
+    EXPECT_EQ(readFile(tools / "lock"), "-q 1\n-d 1\n");
+    EXPECT_EQ(content(), "");
 }
 
 TEST_F(DatabaseHelperOnHost, StopsFeedingAPostmapThatNeverReads)

@@ -62,6 +62,7 @@ TEST(CheckOutput, NeedsAFurtherColonBehindTheWord)
 TEST(CheckOutput, SkipsAnyNumberOfBlanksInFrontOfTheWord)
 {
     expectBoth("postmap:     fatal: bad", false, false);
+    expectBoth("postmap:\tfatal: bad", true, false);
 }
 
 TEST(CheckOutput, JudgesEachLineByItself)

@@ -2,6 +2,7 @@
 
 #include "support/child_run.h"
 #include "support/launch_test.h"
+#include "support/process_call_faults.h"
 #include "util/errors.h"
 
 #include <gmock/gmock.h>
@@ -73,6 +74,19 @@ TEST_F(ChildReportTest, IsWrittenWithACallForEachTagAndEachText)
     close(ends[0]);
     EXPECT_THAT(calls,
                 ::testing::ElementsAre("ET: ", "std::exception\0"s, "EM: ", "\0"s, "EC: 5\0"s));
+}
+
+TEST_F(ChildReportTest, IsWhollyWrittenAndReadThoughSignalsInterrupt)
+{
+    for (int call = 1; call <= 5; ++call)
+        EXPECT_EQ(writtenBy([call](int fd) {
+                      CallFailure const failure("write", call, EINTR);
+                      writeException(fd, "SystemError", "m");
+                      writeErrorCode(fd, 7);
+                  }),
+                  "ET: SystemError\0EM: m\0EC: 7\0"s);
+    CallFailure const failure("read", 1, EINTR);
+    EXPECT_EQ(reportOf("ET: std::exception\0EM: m\0"s).message, "m");
 }
 
 TEST_F(ChildReportTest, IsNotWrittenToANegativeDescriptor)

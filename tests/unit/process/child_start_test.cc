@@ -9,6 +9,9 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <cstdio>
+#include <cstdlib>
+#include <filesystem>
 #include <stdexcept>
 #include <string>
 
@@ -98,6 +101,47 @@ TEST_F(ChildStreamsTest, AreInPlaceAndAloneWhenTheSetupRuns)
     child.stdinPipe.close();
     EXPECT_EQ(readAll(child.stdoutPipe.fd), "alone");
     EXPECT_EQ(child.waitExit(), 0);
+}
+
+TEST_F(ChildStreamsTest, AndAllElseIsInPlaceWhenTheSetupRuns)
+{
+    FdOwner const other(fcntl(0, F_DUPFD, 70));
+    char const* const argv[] = {CHILD_MAIN, "exit", "0", nullptr};
+    ProcessLaunch child(
+        argv, CHILD_MAIN, dir.path().c_str(), nullptr, true, false, true,
+        [this] {
+            bool const in_directory = std::filesystem::current_path() == dir.path();
+            bool const closed = openDescriptors().size() == 4; // the streams and the report pipe
+            bool const in_session = getsid(0) == getpid();
+            dprintf(1, "%d%d%d", in_directory, closed, in_session);
+        },
+        DevNull, Capture, Inherit);
+    child.waitExec();
+    EXPECT_EQ(readAll(child.stdoutPipe.fd), "111");
+    EXPECT_EQ(child.waitExit(), 0);
+}
+
+TEST_F(ChildStreamsTest, OfAFailedChildEndWithAnExitThatRunsWhatWasLeftForIt)
+{
+    char const* const argv[] = {"x", nullptr};
+    ProcessLaunch child(
+        argv, "/no/such", nullptr, nullptr, false, false, false,
+        [] { atexit([] { dprintf(1, "left by exit"); }); }, DevNull, Capture, Inherit);
+    EXPECT_THROW(child.waitExec(), SystemError);
+    EXPECT_EQ(readAll(child.stdoutPipe.fd), "left by exit");
+}
+
+TEST_F(ChildStreamsTest, LeaveNothingOfAFileForAFailedChildToWriteAgain)
+{
+    FILE* const file = fopen((dir / "file").c_str(), "w");
+    ASSERT_NE(file, nullptr);
+    fputs("once", file);
+    char const* const argv[] = {"x", nullptr};
+    ProcessLaunch child(argv, "/no/such", nullptr, nullptr, false, false, false,
+                        boost::function<void()>(), DevNull, Inherit, Inherit);
+    EXPECT_THROW(child.waitExec(), SystemError);
+    fclose(file);
+    EXPECT_EQ(readFile(dir / "file"), "once");
 }
 
 TEST_F(ChildStreamsTest, LeaveTheToolOneEndOfEachCaptureAndNothingElse)

@@ -170,6 +170,12 @@ TEST_F(PipeOwnerTest, RaisesTheFirstErrorNumberOfTwo)
                   CallFailure::set("close", 1, EIO);
               }),
               "pipe read-end close: Input/output error");
+    EXPECT_EQ(textOf<SystemError>([&] {
+                  PipeOwner const made = orvek::openPipe("pipe");
+                  close(made.writeEnd.fd); // which is to be closed before the call that fails
+                  CallFailure::set("close", 2, EIO);
+              }),
+              "pipe read-end close: Bad file descriptor");
 }
 
 TEST_F(PipeOwnerTest, IsQuietWhileAnExceptionIsInFlight)
@@ -243,4 +249,14 @@ TEST_F(FdOwnerTest, SetNonBlockingKeepsTheOtherFlags)
     EXPECT_EQ(fcntl(null.fd, F_GETFL) & (O_APPEND | O_NONBLOCK), O_APPEND | O_NONBLOCK);
     EXPECT_EQ(textOf<SystemError>([] { orvek::setNonBlocking(-1, "fcntl"); }),
               "fcntl: Bad file descriptor");
+}
+
+TEST_F(FdOwnerTest, SetNonBlockingRepeatsWhatASignalHasInterrupted)
+{
+    for (int call = 1; call <= 2; ++call) {
+        FdOwner const null(open("/dev/null", O_WRONLY));
+        CallFailure const failure("fcntl", call, EINTR);
+        orvek::setNonBlocking(null.fd, "fcntl");
+        EXPECT_TRUE(fcntl(null.fd, F_GETFL) & O_NONBLOCK);
+    }
 }

@@ -2,6 +2,7 @@
 
 #include "process/fd_owner.h"
 #include "support/launch_test.h"
+#include "support/process_call_faults.h"
 #include "util/errors.h"
 
 #include <gtest/gtest.h>
@@ -82,4 +83,20 @@ TEST_F(NonblockWriteTest, RaisesAnyOtherFailure)
 {
     EXPECT_EQ(textOf<SystemError>([] { nonblock_write(-1, "x", 1); }),
               "write: Bad file descriptor");
+}
+
+TEST_F(NonblockWriteTest, RepeatsAWriteThatASignalHasInterruptedWithAllThereIs)
+{
+    PipeOwner const ends = openNonBlocking();
+    CallFailure const failure("write", 1, EINTR);
+    errno = ENOSPC;
+    EXPECT_EQ(nonblock_write(ends.writeEnd.fd, "abc", 3), 3U);
+    EXPECT_EQ(errno, ENOSPC);
+}
+
+TEST_F(NonblockWriteTest, GivesTheNothingThatWasWritten)
+{
+    PipeOwner const ends = openNonBlocking();
+    CallFailure const failure("write", 1, 0);
+    EXPECT_EQ(nonblock_write(ends.writeEnd.fd, "abc", 3), 0U);
 }

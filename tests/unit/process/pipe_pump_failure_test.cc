@@ -102,6 +102,7 @@ TEST_F(PipePumpFailureTest, NamesTheCallThatFailed)
     };
     EXPECT_EQ(failing("poll", ENOMEM), "select: Cannot allocate memory");
     EXPECT_EQ(failing("close", EIO), "close: Input/output error");
+    EXPECT_EQ(failing("write", EIO), "write: Input/output error");
 }
 
 TEST_F(PipePumpFailureTest, NamesAFailedReadOfAChannel)

@@ -97,6 +97,20 @@ TEST_F(PipePumpTest, DropsTheRestWhenTheFirstStageHasClosedItsInput)
     EXPECT_LT(calls, 100000);
 }
 
+TEST_F(PipePumpTest, DropsTheRestWhenAWriteGivesNothing)
+{
+    feed(3, 5);
+    auto const source = pipe.stdinSource;
+    pipe.stdinSource = [=](Chunk& chunk) {
+        CallFailure::set("write", 1, 0);
+        return source(chunk);
+    };
+    pipe.append(stage("count"));
+    EXPECT_EQ(pipe.run(), 0);
+    EXPECT_EQ(out, "0");
+    EXPECT_EQ(calls, 1);
+}
+
 TEST_F(PipePumpTest, WaitsForAStageThatNeverReadsItsInput)
 {
     feed(100, 100000);
@@ -220,7 +234,7 @@ TEST_F(PipePumpTest, NeedsNoReceiverForAStandardOutputThatStaysEmpty)
 
 TEST_F(PipePumpTest, RepeatsWhatASignalHasInterrupted)
 {
-    for (char const* const call : {"poll", "read", "close"}) {
+    for (char const* const call : {"poll", "write", "read", "close"}) {
         pipe = Pipe();
         out.clear();
         pipe.stdoutMode = Capture;

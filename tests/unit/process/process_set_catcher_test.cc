@@ -264,15 +264,23 @@ TEST_F(ProcessSetCatcherTest, IsRemovedByForceWhileAnExceptionIsInFlight)
     EXPECT_EQ(waitpid(child, nullptr, 0), child);
 }
 
-TEST_F(ProcessSetCatcherTest, RaisesNothingOnTopOfAnExceptionInFlight)
+TEST_F(ProcessSetCatcherTest, RaisesNothingOnTopOfAnExceptionInFlightAndKeepsErrno)
 {
+    int after = 0;
     EXPECT_EQ(textOf<std::runtime_error>([&] {
+                  struct Observer
+                  {
+                      int& seen;
+                      ~Observer() { seen = errno; }
+                  } const observer{after};
                   ProcessSetCatcher catcher;
                   catcher.install();
                   close(catcher.controlPipe.writeEnd.fd);
+                  errno = ENOSPC;
                   throw std::runtime_error("in flight");
               }),
               "in flight");
+    EXPECT_EQ(after, ENOSPC);
     EXPECT_EQ(__global_handler, nullptr);
 }
 
@@ -320,6 +328,7 @@ TEST_F(ProcessSetCatcherTest, RepeatsWhatASignalHasInterrupted)
     ProcessSetCatcher catcher;
     CallFailure::set("sigaction", 1, EINTR);
     catcher.install();
+    CallFailure::set("write", 1, EINTR);
     startEntered(catcher, [] {});
     ASSERT_TRUE(wokenWithin(catcher, 20000));
     CallFailure::set("read", 1, EINTR);

@@ -4,6 +4,7 @@
 #include "support/fd_census.h"
 #include "support/host_test.h"
 #include "support/report.h"
+#include "support/syscall_faults.h"
 #include "support/temp_dir.h"
 #include "util/errors.h"
 
@@ -58,6 +59,14 @@ TEST(MKLock, LeavesTheLockFileOnTheDiskAndNoDescriptorOpen)
     }
     EXPECT_TRUE(std::filesystem::exists(dir / "lock"));
     EXPECT_EQ(openDescriptors(), before);
+}
+
+TEST(MKLock, BeginsWithoutTheErrorOfAnEarlierCall)
+{
+    TempDir const dir;
+    errno = EPROTO;
+    MKLock const lock(dir / "lock", MKLock::plain_name);
+    EXPECT_EQ(errno, 0);
 }
 
 TEST(MKLock, NamesThePathOfALockThatAnotherProcessHolds)
@@ -125,6 +134,27 @@ TEST(MKLock, RaisesASystemErrorWhenTheLockCannotBeMade)
     EXPECT_NE(run.err.find("Unable to open file \"" + (dir / "missing/lock") + "\": No such file"),
               std::string::npos);
     EXPECT_EQ(openDescriptors(), before);
+}
+
+TEST(MKLock, RaisesASystemErrorWhenTheFileCanBeOpenedAndNotLocked)
+{
+    TempDir const dir;
+    std::string const path = dir / "lock";
+    auto const run = inChild([&] {
+        failSystemCall(SYS_flock, ENOLCK);
+        int raised = 0;
+        for (auto const block : {MKLock::wait, MKLock::do_not_wait})
+            try {
+                errno = EPROTO;
+                MKLock const lock(path, MKLock::plain_name, block);
+            } catch (orvek::SystemError const& e) {
+                if (std::string(e.what()) == "lock() failed: No locks available")
+                    ++raised;
+            }
+        return raised;
+    });
+    EXPECT_EQ(run.status, 2);
+    EXPECT_EQ(run.err, "");
 }
 
 TEST(MKLock, OnlyReportsALockFileThatCannotBeClosed)
