@@ -6,8 +6,6 @@ import pytest
 
 from mailhost import MAILNAMES, TOOL, described, full_disk, mailvek, nothing_changes, read, read_only, run, text, tool_environment, tree, write
 
-SANITIZED_TOO = True
-
 DOMAIN = f"{MAILNAMES}/example.com"
 STORE = f"{DOMAIN}/info/@attachments"
 UPLOAD = "/tmp/upload"

@@ -7,8 +7,6 @@ import pytest
 
 from mailhost import CHECKOUT, MAPS, TOOL, mailvek, nothing_changes, read, slept, system_calls, text, tool_environment
 
-SANITIZED_TOO = True
-
 SHORT_USAGE = """Usage: mailvek <COMMAND> <COMMAND OPTIONS...>
 \t for a complete list of commands use ``mailvek --help-commands''
 \t for help on syntax for a particular command use ``mailvek <COMMAND> --help''

@@ -10,8 +10,6 @@ from handlers import (
 )
 from mailhost import TOOL, calls, mailvek, nothing_changes, read, Rule, run, spy, undo, write
 
-SANITIZED_TOO = True
-
 
 # --------------------------------------------------------------------------------- remove
 

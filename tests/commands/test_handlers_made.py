@@ -10,8 +10,6 @@ from handlers import (
 )
 from mailhost import TOOL, described, full_disk, nothing_changes, read, read_only, run, tree, undo
 
-SANITIZED_TOO = True
-
 
 # ------------------------------------------------------------------------------------ add
 

@@ -18,6 +18,8 @@ from mailhost import (
     text, tree, undo, wait_until, write,
 )
 
+SANITIZED_TOO = False  # the tool is not what is tested
+
 POSTMAP = "/usr/sbin/postmap"
 ANNA = "anna@example.com"
 

@@ -11,7 +11,6 @@ from services import (
     without_postlog,
 )
 
-SANITIZED_TOO = True
 PID_FILE = "/var/spool/postfix/pid/master.pid"
 
 

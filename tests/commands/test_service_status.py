@@ -2,8 +2,6 @@
 from mailhost import Rule, calls, mailvek, nothing_changes, slept, spy, start
 from services import COURIER, POSTFIX, STATUS, components, done, status, unusable
 
-SANITIZED_TOO = True
-
 
 def test_status_has_a_line_for_each_component_in_an_order_of_its_own():
     start("postfix", "courier")

@@ -12,8 +12,6 @@ from services import (
     done, entries, listens, panel_has_submission, postfix_is_up, status, unusable, without_postlog,
 )
 
-SANITIZED_TOO = True
-
 
 @pytest.fixture(autouse=True)
 def panel():
