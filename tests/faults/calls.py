@@ -46,6 +46,11 @@ TELLING = re.compile(
 LIBRARIES = re.compile(r"\"(/usr)?/lib/|</usr/lib/|ld\.so\.cache|nscd/socket")
 
 
+# Calls that are failed in the tool's children alone, which the tool itself does not make. They
+# fail in each child of a run.
+OF_CHILDREN = ("execve", "dup2")
+
+
 @dataclasses.dataclass(frozen=True)
 class Fault:
     """One call of the tool, the number-th of its kind, that fails once with error; with KILL
@@ -64,16 +69,20 @@ class Fault:
     def strace(self):
         """The words in front of the tool's own."""
         words = ["strace", "-qq", "-y", "-o", LOG, "-e", "signal=none", "-e", f"trace={self.call}"]
-        if self.call == "execve":  # of the tool's children: by the program, whichever run of it
-            words += ["-f", "-P", re.search(r'"([^"]*)"', self.shown)[1]]
+        if self.call in OF_CHILDREN:
+            words += ["-f"]
+        if self.call == "execve":
+            words += ["-P", re.search(r'"([^"]*)"', self.shown)[1]]
         return [*words, "-e", f"inject={self.injection()}"]
 
     def injected(self):
         """Whether the run that has just been traced came to this call, and not to another one
         of its number: runs differ in how often they read and are woken up."""
-        if self.error == "KILL" or self.call == "execve":
+        if self.error == "KILL":
             return True
         lines = [line for line in mailhost.read(LOG).splitlines() if line.endswith("(INJECTED)")]
+        if self.call in OF_CHILDREN:
+            return bool(lines)
         return bool(lines) and self.error in errors(self.call, lines[0]) and place(lines[0]) == place(self.shown)
 
     def __str__(self):
@@ -139,17 +148,26 @@ def child_of(pid):
     return int(mailhost.read(f"/proc/{pid}/task/{pid}/children").split()[0])
 
 
-def programs(arguments, env):
-    """What the tool's children become, each program once."""
-    words = ["strace", "-f", "-qq", "-o", LOG, "-e", "signal=none", "-e", "trace=execve"]
+def children(arguments, env):
+    """What the tool's children do until they become another program, as traced() gives it: the
+    programs, each once, and the first, second, ... descriptor that any of them puts in place."""
+    words = ["strace", "-f", "-qq", "-y", "-o", LOG, "-e", "signal=none", "-e", f"trace={','.join(OF_CHILDREN)}"]
     mailhost.run(*words, mailhost.TOOL, *arguments, env=env)
-    lines = [line.split(maxsplit=1)[1] for line in mailhost.read(LOG).splitlines()]
-    names = dict.fromkeys(line.split(",")[0] for line in lines if line.endswith("= 0"))
-    return [name + ")" for name in names if mailhost.TOOL not in name]
+    begun, counts, found = {}, {}, {}
+    for line in mailhost.read(LOG).splitlines()[1:]:  # the first is how the tool itself became one
+        pid, line = line.split(maxsplit=1)
+        name = line.split("(", 1)[0]
+        if begun.get(pid) or name not in OF_CHILDREN:
+            continue
+        begun[pid] = name == "execve"
+        counts[pid, name] = 1 if begun[pid] else counts.get((pid, name), 0) + 1
+        what = line.split(",")[0] + ")" if begun[pid] else line.split(" = ")[0].rstrip()
+        found.setdefault((name, what if begun[pid] else counts[pid, name]), (name, counts[pid, name], what))
+    return list(found.values())
 
 
-def faults(found, started):
-    """Every fault of a run with these calls that started these programs."""
+def faults(found, of_children):
+    """Every fault of a run with these calls of the tool and of its children."""
     rows, last, written = [], None, set()
     for name, number, line in found:
         shown = line.split(" = ")[0].rstrip()
@@ -159,8 +177,7 @@ def faults(found, started):
         if LIBRARIES.search(line) or not may_fail(name, line, written):
             continue
         rows += [Fault(name, number, error, shown) for error in errors(name, line)]
-    rows += [Fault("execve", 1, error, shown) for shown in started for error in ERRORS["execve"]]
-    return rows
+    return rows + [Fault(*call[:2], error, call[2]) for call in of_children for error in ERRORS[call[0]]]
 
 
 def may_fail(name, line, written):

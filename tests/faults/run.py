@@ -46,7 +46,7 @@ class Bench:
         assert ended.status == 0, ended
         self.new = self.look()
         self.restore()
-        self.programs = calls.programs(self.command.arguments, self.env)
+        self.children = calls.children(self.command.arguments, self.env)
         again = self.look()
         assert again == self.new, f"two good runs differ: {differences(again, self.new)}"
         self.restore()
@@ -119,7 +119,7 @@ class Bench:
         """Tries each every-th fault: how many there were and how many of them the tool came to,
         and each broken promise as (fault, promise, what was seen)."""
         tried, broken = 0, []
-        chosen = calls.faults(self.calls, self.programs)[::every]
+        chosen = calls.faults(self.calls, self.children)[::every]
         for fault in chosen:
             found = self.try_fault(fault)
             if found is None:  # the run has read or been woken up more often than the good one
