@@ -15,3 +15,13 @@ def pytest_configure(config):
 def pristine_host():
     yield
     mailhost.reset()
+
+
+def pytest_terminal_summary(terminalreporter):
+    """What tests counted with record_property, a line and a sum for each name."""
+    reports = [report for kind in ("passed", "failed") for report in terminalreporter.stats.get(kind, [])]
+    sums = {}
+    for name, value in (counted for report in reports for counted in report.user_properties):
+        sums[name] = sums.get(name, 0) + value
+    for name, value in sums.items():
+        terminalreporter.write_line(f"{name}: {value}")

@@ -1,6 +1,6 @@
 #include "mail/lib/get_dir_size.h"
 
-#include "lib/dot_entry.h"
+#include "lib/next_entry.h"
 #include "lib/owned.h"
 
 #include <algorithm>
@@ -78,11 +78,11 @@ sizequota_t count_cur_dir(int in_blocks)
     if (!stream)
         return -1;
     sizequota_t sum = 0;
-    while (dirent const* const entry = readdir(stream.get())) {
-        if (is_dot_entry(entry->d_name))
-            continue;
+    char const* name = nullptr;
+    int more = 0;
+    while ((more = next_entry(stream, &name)) > 0) {
         sizequota_t size = 0;
-        bool const is_back = count_entry(stream, entry->d_name, in_blocks, &size);
+        bool const is_back = count_entry(stream, name, in_blocks, &size);
         add_size(&sum, size);
         if (!is_back) {
             // Deliberate: the directory stays open, for the working directory is lost and this is
@@ -91,5 +91,5 @@ sizequota_t count_cur_dir(int in_blocks)
             break;
         }
     }
-    return sum;
+    return more < 0 ? -1 : sum;
 }

@@ -4,7 +4,8 @@
 // in_blocks not zero, of the blocks that they take on the disk. Symbolic links are not followed.
 // What vanishes or cannot be looked at or entered on the way is passed over.
 //
-// Result: -1 with errno set, not reported, when the tree itself cannot be looked at or entered.
+// Result: -1 with errno set, not reported, when the tree itself cannot be looked at, entered or
+// read to its end.
 // The working directory changes on the way and is restored, so paths in the tree may be of any
 // length; each level costs a descriptor.
 

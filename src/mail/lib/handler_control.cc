@@ -56,6 +56,14 @@ bool exists(char const* path)
     return stat(path, &info) == 0;
 }
 
+// A path that cannot be looked at may hold something.
+bool is_absent(char const* path)
+{
+    ErrnoKeeper const keeper;
+    struct stat info = {};
+    return stat(path, &info) != 0 && (errno == ENOENT || errno == ENOTDIR);
+}
+
 CString fetch(char const* name, char const* param)
 {
     CString value(get_handler_parameter(name, param));
@@ -116,7 +124,7 @@ Outcome enable(HookPlace& place)
 
 Outcome disable(char const* name, HookPlace const& place)
 {
-    if (!exists(place.marker) || unlink(place.marker) == 0)
+    if (is_absent(place.marker) || unlink(place.marker) == 0)
         return finished(0);
     return over(log_failure("Unable to remove hook '%s' from directory '%s': %s", name,
                             place.directory, strerror(errno)));

@@ -1,10 +1,10 @@
 #include "mail/lib/handler_lookup.h"
 
-#include "lib/dot_entry.h"
 #include "lib/form_path.h"
 #include "lib/libfile.h"
 #include "lib/libsafe.h"
 #include "lib/log_failure.h"
+#include "lib/next_entry.h"
 #include "lib/owned.h"
 #include "mail/lib/handler_parameters.h"
 #include "mail/lib/handler_types.h"
@@ -70,7 +70,7 @@ int compare_value(char const* entry, Wanted const& wanted)
 
 int compare_handler(char const* entry, Wanted const& wanted)
 {
-    if (is_dot_entry(entry) || !strstr(entry, wanted.name_template))
+    if (!strstr(entry, wanted.name_template))
         return 0;
     for (auto* const compare : {compare_hook, compare_type, compare_value}) {
         int const match = compare(entry, wanted);
@@ -85,15 +85,19 @@ char* find_handler(Wanted const& wanted)
     OpenDir const info(opendir(handlers_info));
     if (!info)
         return log_null("Unable to open directory %s: %s", handlers_info, strerror(errno));
-    while (dirent const* const entry = readdir(info.get())) {
-        int const match = compare_handler(entry->d_name, wanted);
+    char const* entry = nullptr;
+    int more = 0;
+    while ((more = next_entry(info, &entry)) > 0) {
+        int const match = compare_handler(entry, wanted);
         if (match == 0)
             continue;
         if (match < 0)
             return nullptr;
-        CString name(strdup(entry->d_name));
+        CString name(strdup(entry));
         return name ? name.release() : log_null("Insufficient memory");
     }
+    if (more < 0)
+        return log_null("Unable to read directory %s: %s", handlers_info, strerror(errno));
     return nullptr;
 }
 
@@ -114,21 +118,16 @@ bool form_hook_directory(char (&path)[path_size], char const* hook, std::size_t 
            form_path(path, "%s/%s/%s/%s", handlers_root, hook, handler_types[type], value);
 }
 
-bool holds_entries(OpenDir const& dir)
-{
-    while (dirent const* const entry = readdir(dir.get()))
-        if (!is_dot_entry(entry->d_name))
-            return true;
-    return false;
-}
-
 // 1, 0 or -1 as mail_handler_check_all.
 int check_directory(char const* path)
 {
     int const before = errno;
     OpenDir const dir(opendir(path));
-    if (dir)
-        return holds_entries(dir) ? 1 : 0;
+    if (dir) {
+        char const* name = nullptr;
+        int const more = next_entry(dir, &name);
+        return more < 0 ? log_failure("Unable to read dir %s: %s", path, strerror(errno)) : more;
+    }
     if (errno != ENOENT)
         return log_failure("Unable to open dir %s: %s", path, strerror(errno));
     errno = before;

@@ -8,8 +8,8 @@
 //
 // Result: the handler's full name, which the caller frees. Null when there is none, and,
 // reported through orvek_log, for an argument that is missing or invalid, for a store that
-// cannot be opened, and as soon as a descriptor that might match lacks a parameter or has one
-// that cannot be read: whatever stands behind it is not looked at.
+// cannot be opened or read to its end, and as soon as a descriptor that might match lacks a
+// parameter or has one that cannot be read: whatever stands behind it is not looked at.
 //
 // mail_handler_check_all tells whether any handler is active for an address at a hook: 1 if
 // so, 0 if none, -1, reported through orvek_log, on failure.

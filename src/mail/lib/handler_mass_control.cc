@@ -1,8 +1,8 @@
 #include "mail/lib/handler_mass_control.h"
 
 #include "lib/asprintf_safe.h"
-#include "lib/dot_entry.h"
 #include "lib/log_failure.h"
+#include "lib/next_entry.h"
 #include "lib/owned.h"
 #include "mail/lib/handler_name.h"
 #include "mail/lib/handler_parameters.h"
@@ -86,9 +86,12 @@ int list_handlers(std::vector<std::string>& names)
     OpenDir const info(opendir(handlers_info));
     if (!info)
         return log_failure("Unable to open directory %s: %s", handlers_info, strerror(errno));
-    while (dirent const* const entry = readdir(info.get()))
-        if (!is_dot_entry(entry->d_name))
-            names.emplace_back(entry->d_name);
+    char const* name = nullptr;
+    int more = 0;
+    while ((more = next_entry(info, &name)) > 0)
+        names.emplace_back(name);
+    if (more < 0)
+        return log_failure("Unable to read directory %s: %s", handlers_info, strerror(errno));
     return 0;
 }
 

@@ -8,7 +8,8 @@
 //
 // The handlers are those that are there at the beginning. A failure, a damaged descriptor for
 // one, does not keep the others from being worked on. Result: 0, or -1 when there was any or
-// the store could not be opened. All are reported through orvek_log.
+// the store could not be opened or read; then none is worked on. All are reported through
+// orvek_log.
 
 #ifndef MAILVEK_MAIL_LIB_HANDLER_MASS_CONTROL_H
 #define MAILVEK_MAIL_LIB_HANDLER_MASS_CONTROL_H

@@ -4,6 +4,7 @@
 #include "lib/file_str.h"
 #include "lib/form_path.h"
 #include "lib/owned.h"
+#include "lib/umask_guard.h"
 #include "mail/lib/dot_qmail_lines.h"
 #include "mail/lib/mail_utilities.h"
 
@@ -18,6 +19,13 @@ namespace {
 constexpr char reset_line[] = "| true\n";
 constexpr char delivery_line[] = "| /usr/bin/deliverquota ./Maildir";
 constexpr char older_delivery_line[] = "./Maildir/";
+
+// A new file is nobody else's to read from the beginning, should its rights not be set.
+FILE* open_for_reset(char const* file)
+{
+    UmaskGuard const own(077);
+    return fopen(file, "wt");
+}
 
 bool write_reset_line(OpenFile& stream)
 {
@@ -44,7 +52,7 @@ int dotqmail_remove_delivery(char const* file)
 
 int dotqmail_reset(char const* file)
 {
-    OpenFile stream(fopen(file, "wt"));
+    OpenFile stream(open_for_reset(file));
     if (!stream)
         return failure(-1, "Unable to open %s: %s", file, strerror(errno));
     if (!write_reset_line(stream)) {

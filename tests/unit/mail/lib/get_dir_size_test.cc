@@ -87,7 +87,8 @@ TEST_F(GetDirSize, FailsForATreeThatCannotBeEnteredReadOrLeft)
         int number;
         int blocks;
     };
-    for (Failing const& failing : {Failing{"getcwd", 1, 0}, {"chdir", 1, 0}, {"opendir", 1, 1}}) {
+    for (Failing const& failing :
+         {Failing{"getcwd", 1, 0}, {"chdir", 1, 0}, {"opendir", 1, 1}, {"readdir", 3, 0}}) {
         CallFailure const failure(failing.call, EIO, failing.number);
         EXPECT_EQ(get_dir_size(tree.c_str(), failing.blocks), -1) << failing.call;
         EXPECT_EQ(errno, EIO);

@@ -1,6 +1,7 @@
 #include "mail/lib/handler_control.h"
 
 #include "handler_control_fixture.h"
+#include "support/call_faults.h"
 
 using ::testing::Contains;
 using ::testing::ElementsAre;
@@ -160,6 +161,14 @@ TEST_F(HookDisableOnHost, FailsAtOnceWithAMarkerThatCannotBeRemoved)
     EXPECT_THAT(reports(),
                 ElementsAre(error("Unable to remove hook '" + name + "' from directory '" +
                                   hookDirectory() + "': Is a directory")));
+}
+
+TEST_F(HookDisableOnHost, RemovesAMarkerThatCannotBeLookedAt)
+{
+    auto const name = add("spam");
+    CallFailure const failing("stat", EIO, 4); // behind three parameters
+    EXPECT_EQ(control(name, HOOK_DISABLE), 0);
+    EXPECT_FALSE(std::filesystem::exists(marker(name)));
 }
 
 TEST_F(HookDisableOnHost, RefreshesBeforeTheHookDirectoryIsRemoved)

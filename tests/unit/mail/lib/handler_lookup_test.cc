@@ -1,5 +1,6 @@
 #include "mail/lib/handler_lookup.h"
 
+#include "support/call_faults.h"
 #include "support/handler_store_test.h"
 #include "support/memory_faults.h" // the program is linked for it
 #include "support/path_faults.h"
@@ -116,6 +117,18 @@ TEST_F(GetHandlerNameOnHost, ReportsAStoreThatCannotBeOpened)
     EXPECT_THAT(reports(),
                 ElementsAre(error("Unable to open directory /usr/local/orv/handlers/info: No such "
                                   "file or directory")));
+}
+
+TEST_F(GetHandlerNameOnHost, ReportsAStoreThatCannotBeReadToItsEnd)
+{
+    add("spam");
+    {
+        CallFailure const failing("readdir", EIO, 3);
+        EXPECT_EQ(lookup("spam"), "(null)");
+    }
+    EXPECT_THAT(reports(),
+                ElementsAre(error("Unable to read directory /usr/local/orv/handlers/info: "
+                                  "Input/output error")));
 }
 
 TEST_F(GetHandlerNameOnHost, EndsAtADescriptorThatMightMatchAndIsDamaged)
@@ -256,6 +269,18 @@ TEST_F(CheckAllOnHost, ReportsADirectoryThatCannotBeOpened)
     EXPECT_THAT(reports(), ElementsAre(error("Unable to open dir "
                                              "/usr/local/orv/handlers/before-local/recipient/"
                                              "someone@example.com: Not a directory")));
+}
+
+TEST_F(CheckAllOnHost, ReportsADirectoryThatCannotBeRead)
+{
+    mark("global");
+    {
+        CallFailure const failing("readdir", EIO);
+        EXPECT_EQ(check(), -1);
+    }
+    EXPECT_THAT(reports(), ElementsAre(error("Unable to read dir "
+                                             "/usr/local/orv/handlers/before-local/global: "
+                                             "Input/output error")));
 }
 
 TEST_F(CheckAllOnHost, ReportsAPathThatIsTooLong)

@@ -1,5 +1,6 @@
 #include "mail/lib/handler_mass_control.h"
 
+#include "support/call_faults.h"
 #include "support/handler_store_test.h"
 
 using ::testing::ElementsAre;
@@ -124,6 +125,20 @@ TEST_F(ByTemplateOnHost, ReportsAStoreThatCannotBeOpened)
     EXPECT_EQ(mass_control_handler_queue("all", HOOK_ENABLE), -1);
     EXPECT_EQ(mass_control_handler_by_mailname(address, nullptr, HOOK_ENABLE), -1);
     EXPECT_THAT(reports(), ElementsAre(missing, missing));
+}
+
+TEST_F(ByTemplateOnHost, WorksOnNoneOfAStoreThatCannotBeReadToItsEnd)
+{
+    auto const first = add("spam");
+    auto const second = add("spam", "sender", "other@example.com");
+    {
+        CallFailure const failing("readdir", EIO, 4);
+        EXPECT_EQ(mass_control_handler_queue("all", HOOK_DISABLE), -1);
+    }
+    EXPECT_TRUE(active(first) && active(second));
+    EXPECT_THAT(reports(),
+                ElementsAre(error("Unable to read directory /usr/local/orv/handlers/info: "
+                                  "Input/output error")));
 }
 
 TEST_F(ByMailnameOnHost, WorksOnTheHandlersOfExactlyThisValue)

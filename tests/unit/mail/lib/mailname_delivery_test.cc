@@ -1,5 +1,6 @@
 #include "mail/lib/mailname_delivery.h"
 
+#include "support/call_faults.h"
 #include "support/delivery_file_test.h"
 #include "support/report.h"
 
@@ -133,6 +134,14 @@ TEST_F(MailnameDeliveryOnHost, ResetsAnyFileToOneLine)
     writeFile(file, std::string(delivery) + "&a@example.net\n");
     EXPECT_EQ(reset(), 0);
     EXPECT_EQ(left(), "| true\n");
+}
+
+TEST_F(MailnameDeliveryOnHost, ResetsToAFileThatNobodyElseReadsEvenIfItsRightsCannotBeSet)
+{
+    CallFailure const failing("chown", EPERM);
+    static_cast<void>(failureOf([&] { return reset(); }));
+    EXPECT_EQ(std::filesystem::status(file).permissions(),
+              std::filesystem::perms::owner_read | std::filesystem::perms::owner_write);
 }
 
 TEST_F(MailnameDeliveryOnHost, SaysThatAFileCannotBeOpenedForAReset)

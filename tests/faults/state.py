@@ -1,0 +1,227 @@
+"""What a command may change in a host: taking it down, putting it back, and what of it counts.
+
+A picture is what lies on the disk in the trees below. Its view is what a caller may rely on:
+maps are their records, the account database is its rows, random parts of names are gone.
+"""
+import contextlib
+import dataclasses
+import hashlib
+import os
+import pathlib
+import re
+import shutil
+import sqlite3
+import stat
+
+import mailhost
+
+TREES = (
+    mailhost.MAPS, mailhost.MAILNAMES, "/etc/postfix", "/etc/courier", "/usr/local/orv/handlers",
+    "/etc/domainkeys", "/etc/orv-spf", "/etc/orv", "/run/lock", "/tmp", "/dev/shm",
+)
+# Where the host's own services write, and the driver's directory of stand-ins and logs.
+ELSEWHERE = ("/var/lib/mysql", "/var/log", "/var/spool/postfix/dev")
+SCRATCH = pathlib.Path("/run/mailvek/faults")
+
+
+@dataclasses.dataclass(frozen=True)
+class Entry:
+    """A file, directory or link as it lies there. Times are kept to be put back."""
+
+    mode: int
+    owner: tuple
+    content: bytes = b""
+    time: int = 0
+    identity: tuple = ()
+
+    def kind(self):
+        return stat.S_IFMT(self.mode)
+
+    def same(self, other):
+        # Not the time of a directory: it changes with what comes and goes in it.
+        mine, its = ((entry.mode, entry.owner, entry.content,
+                      0 if stat.S_ISDIR(entry.mode) else entry.time) for entry in (self, other))
+        return mine == its
+
+
+def picture(last=None):
+    """Everything in the trees, by path. Files that are as in the last picture are not read."""
+    found = {}
+    for tree in TREES:
+        add_entry(found, tree, last or {})
+        for directory, directories, files in os.walk(tree):
+            for name in directories + files:
+                add_entry(found, f"{directory}/{name}", last or {})
+    return found
+
+
+def add_entry(found, path, last):
+    try:
+        status = os.lstat(path)
+    except FileNotFoundError:
+        return
+    identity = (status.st_ino, status.st_ctime_ns, status.st_size)
+    if path in last and last[path].identity == identity:
+        found[path] = last[path]
+        return
+    content = b""
+    if stat.S_ISREG(status.st_mode):
+        content = pathlib.Path(path).read_bytes()
+    elif stat.S_ISLNK(status.st_mode):
+        content = os.fsencode(os.readlink(path))
+    found[path] = Entry(status.st_mode, (status.st_uid, status.st_gid), content, status.st_mtime_ns, identity)
+
+
+def put_back(wanted, present):
+    """Makes the disk, which is as in the picture present, what it is in the picture wanted.
+    The result is a picture of it."""
+    for path in sorted(present.keys() - wanted.keys(), reverse=True):
+        remove(path, present[path])
+    for path in sorted(wanted):
+        there = present.get(path)
+        if there is None or not wanted[path].same(there):
+            if there is not None and there.kind() != wanted[path].kind():
+                remove(path, there)
+            make(path, wanted[path])
+    return picture(present)
+
+
+def remove(path, entry):
+    if stat.S_ISDIR(entry.mode):
+        shutil.rmtree(path, ignore_errors=True)
+    else:
+        with contextlib.suppress(FileNotFoundError):
+            os.unlink(path)
+
+
+def make(path, entry):
+    if stat.S_ISDIR(entry.mode):
+        os.makedirs(path, exist_ok=True)
+    elif stat.S_ISLNK(entry.mode):
+        with contextlib.suppress(FileNotFoundError):
+            os.unlink(path)
+        os.symlink(entry.content, path)
+    elif stat.S_ISREG(entry.mode):
+        pathlib.Path(path).write_bytes(entry.content)
+    os.chown(path, *entry.owner, follow_symlinks=False)
+    if not stat.S_ISLNK(entry.mode):
+        os.chmod(path, stat.S_IMODE(entry.mode))
+        os.utime(path, ns=(entry.time, entry.time))
+
+
+def changes_elsewhere():
+    """Paths outside of the trees that differ from the untouched system."""
+    found = set()
+    for directory, directories, files in os.walk("/run/mailvek/changes"):
+        shown = directory.removeprefix("/run/mailvek/changes")
+        directories[:] = [name for name in directories if f"{shown}/{name}" not in TREES + ELSEWHERE]
+        found |= {f"{shown}/{name}" for name in directories + files}
+    return found
+
+
+# ------------------------------------------------------------------------------------- views
+
+
+def view(taken):
+    """What counts of a picture, by path: (kind, mode, owner, content). The content of a map is
+    its records, of the account database its rows, of other files their bytes. A lock file's
+    presence says nothing and is left out."""
+    found, names = {}, Names(taken)
+    for path, entry in taken.items():
+        if path.startswith("/run/lock/") or path == f"{mailhost.ACCOUNTS}-journal":
+            continue
+        what = content(path, entry, taken)
+        if stat.S_ISLNK(entry.mode):
+            what = os.fsencode(names.plain(os.fsdecode(what)))
+        found[names.plain(path)] = (entry.kind(), stat.S_IMODE(entry.mode), entry.owner, what)
+    return found
+
+
+class Names:
+    """Names without what is random in them. A handler's directory, which ends in six random
+    characters, is known by what it is for once it is whole."""
+
+    def __init__(self, taken):
+        self.handlers = {}
+        for path, entry in taken.items():
+            if path.endswith("/executable"):
+                self.handlers[os.path.basename(os.path.dirname(path))] = target(taken, os.path.dirname(path))
+
+    def plain(self, path):
+        path = re.sub(r"\.OrvekSaved\.\d+", ".OrvekSaved.*", path)
+        if "/handlers/" not in path and "/info/" not in path:
+            return path
+        return re.sub(r"(?<=/)(\d+-[^/]*-)\w{6}(?=/|$)", lambda found: found[1] + self.handlers.get(found[0], "*"), path)
+
+
+def target(taken, handler):
+    kind = taken.get(f"{handler}/handler-type")
+    value = kind and taken.get(f"{handler}/{kind.content.decode().strip()}")
+    return value.content.decode().strip() if value else "*"
+
+
+def content(path, entry, taken):
+    if path == mailhost.ACCOUNTS:
+        return rows(entry.content, taken.get(f"{path}-journal"))
+    if stat.S_ISREG(entry.mode) and path.startswith(mailhost.MAPS) and path.endswith(".db"):
+        return records(entry.content)
+    return entry.content
+
+
+class Damaged(Exception):
+    """A map or a database that its own program cannot read."""
+
+
+_read = {}  # what a file's bytes were found to hold
+
+
+def remembered(key, read):
+    if key not in _read:
+        _read[key] = read()
+    if isinstance(_read[key], Damaged):
+        return ("damaged", str(_read[key]))
+    return _read[key]
+
+
+def records(data):
+    """A map's records, as postmap lists them."""
+    def read():
+        scratch = SCRATCH / "map.db"
+        scratch.write_bytes(data)
+        ended = mailhost.run(mailhost.REAL / "usr/sbin/postmap", "-s", f"hash:{scratch.with_suffix('')}")
+        if ended.status or ended.err:
+            return Damaged(str(ended))
+        return dict(line.split("\t", 1) for line in ended.out.splitlines())
+    return remembered(hashlib.sha256(data).digest(), read)
+
+
+def rows(data, journal):
+    """The account database's rows, by table and key. What an ended program left undone is
+    taken back first, as by the next one that opens it: in a copy."""
+    def read():
+        scratch = SCRATCH / "passwd.db"
+        pathlib.Path(f"{scratch}-journal").unlink(missing_ok=True)
+        scratch.write_bytes(data)
+        if journal:
+            pathlib.Path(f"{scratch}-journal").write_bytes(journal.content)
+        try:
+            with contextlib.closing(sqlite3.connect(scratch)) as connection:
+                return read_rows(connection)
+        except sqlite3.Error as error:
+            return Damaged(str(error))
+    return remembered((hashlib.sha256(data).digest(), journal and journal.content), read)
+
+
+def read_rows(connection):
+    said = connection.execute("PRAGMA integrity_check").fetchall()
+    if said != [("ok",)]:
+        return Damaged(str(said))
+    # By name: the numbers that rows are given on the way mean nothing.
+    found = {}
+    for name, *values in connection.execute("SELECT name, status FROM domains"):
+        found.setdefault(f"domain {name}", []).append(values)
+    for name, *values in connection.execute(
+            "SELECT u.name || '@' || COALESCE(d.name, u.dom_id), u.userPassword, u.cmusaslsecretPLAIN, u.status "
+            "FROM users u LEFT JOIN domains d ON u.dom_id = d.id"):
+        found.setdefault(f"account {name}", []).append(values)
+    return found
