@@ -80,13 +80,17 @@ TEST(Usage, LegacyShowsArgumentsAndDescriptionOfEachRow)
 
 TEST(Usage, ListsGoToTheGivenStreamWithTheGivenStatus)
 {
-    for (auto* const usage : {usageCommands, usageLegacy}) {
-        auto const run = inChild([=]() -> int { usage(5, std::cerr); });
-        EXPECT_EQ(run.status, 5);
-        EXPECT_EQ(run.out, "");
-        EXPECT_EQ(run.err, inChild([=]() -> int { usage(0, std::cout); }).out);
-        EXPECT_NE(run.err, "");
-    }
+    auto const commands = inChild([]() -> int { usageCommands(5, std::cerr); });
+    EXPECT_EQ(commands.status, 5);
+    EXPECT_EQ(commands.out, "");
+    EXPECT_EQ(commands.err, inChild([]() -> int { usageCommands(0, std::cout); }).out);
+    EXPECT_NE(commands.err, "");
+
+    auto const legacy = inChild([]() -> int { usageLegacy(6, std::cerr); });
+    EXPECT_EQ(legacy.status, 6);
+    EXPECT_EQ(legacy.out, "");
+    EXPECT_EQ(legacy.err, inChild([]() -> int { usageLegacy(0, std::cout); }).out);
+    EXPECT_NE(legacy.err, "");
 }
 
 TEST(WrongUsage, PrintsTheMessageAndTheShortUsageOnStandardErrorAlone)
