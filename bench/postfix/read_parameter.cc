@@ -2,7 +2,7 @@
 
 #include "postfix/main_cf_manager.h"
 
-#include <cstdlib>
+#include <string>
 
 using orvek::mail::postfix::MainCfManager;
 
@@ -11,7 +11,7 @@ int main(int argc, char** argv)
     if (argc != 3)
         return 2;
     MainCfManager const& manager = MainCfManager::getInstance();
-    for (int i = atoi(argv[2]); i > 0; --i)
+    for (int i = std::stoi(argv[2]); i > 0; --i)
         if (manager.getStringValue(argv[1], false).empty())
             return 1;
 }

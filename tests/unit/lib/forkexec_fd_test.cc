@@ -159,8 +159,8 @@ TEST(ForkExecvFd, ReportsAChildThatIsStopped)
         endProcessOf(files.out);
     });
     EXPECT_EQ(run.err, "The child process with pid " +
-                           std::to_string(atoi(readFile(files.out).c_str())) +
-                           " stopped by signal " + std::to_string(SIGSTOP) + "\n");
+                           std::to_string(std::stoi(readFile(files.out))) + " stopped by signal " +
+                           std::to_string(SIGSTOP) + "\n");
     EXPECT_EQ(run.out, run.err + "[-1]");
     EXPECT_EQ(run.status, 0);
 }

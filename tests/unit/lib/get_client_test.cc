@@ -13,8 +13,6 @@
 #include <functional>
 #include <string>
 
-using ::testing::IsEmpty;
-
 namespace {
 
 constexpr char no_connection[] =

@@ -12,7 +12,6 @@
 #include <functional>
 #include <string>
 
-using ::testing::ElementsAre;
 using ::testing::IsEmpty;
 
 namespace {

@@ -74,7 +74,7 @@ TEST_F(FdOwnerTest, HandsItsDescriptorOverWhenMoved)
     FdOwner one(dup(0));
     int const fd = one.fd;
     FdOwner two(std::move(one));
-    EXPECT_EQ(one.owned, -1);
+    EXPECT_EQ(one.owned, -1); // NOLINT(bugprone-use-after-move): what is tested
     EXPECT_EQ(one.fd, -1);
     FdOwner three(dup(0));
     int const replaced = three.fd;
