@@ -6,7 +6,6 @@
 #include "support/panel_database_test.h"
 #include "support/report.h"
 
-#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <cerrno>
