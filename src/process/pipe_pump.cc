@@ -29,6 +29,16 @@ enum PolledSlot : size_t
 constexpr short readable = POLLIN | POLLHUP | POLLERR;
 constexpr short writable = POLLOUT | POLLERR;
 
+// How often is looked before the tool sleeps, some 50 microseconds in all. A program that prints
+// as fast as it is read has more by then, and to sleep and be woken for each of its pieces takes
+// both longer than that.
+constexpr int looks = 100;
+
+int look(std::vector<pollfd>& polled, int timeout)
+{
+    return retryOnSignal([&] { return poll(polled.data(), nfds_t(polled.size()), timeout); });
+}
+
 // A stopped stage goes on.
 bool isFinal(ProcessStatus const& status)
 {
@@ -109,8 +119,11 @@ bool PipePump::wait()
     for (Channel const& channel : channels)
         polled.push_back({channel.source->fd, POLLIN, 0});
     polled.push_back({catcher.controlPipe.readEnd.fd, POLLIN, 0});
-    int const count =
-        retryOnSignal([this] { return poll(polled.data(), nfds_t(polled.size()), -1); });
+    int count = 0;
+    for (int looked = 0; count == 0 && looked < looks; ++looked)
+        count = look(polled, 0);
+    if (count == 0)
+        count = look(polled, -1);
     if (count == -1)
         throw SystemError("select", errno);
     for (pollfd const& entry : polled)
