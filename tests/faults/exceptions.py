@@ -27,11 +27,8 @@ EXCEPTIONS = (
      "A domain that cannot be looked up among the accounts counts as one that is not there, behind a report."),
     ("add-redirect|add-mailbox|remove-mailbox", "status", r"(?s)^(?!.*Unable to add string).*(/\.qmail\b|/lock/files/)",
      "The removal of a delivery line that may not be there is tried and its result ignored."),
-    ("set-domain-key", "status|repeat", r"Unable to getpwnam for user popuser|No source file|unlink\(\"/tmp/key\"\)",
-     "An unknown user has root's group. The uploaded key is removed behind a success, so there is no repeat; whether "
-     "it could be removed does not matter."),
-    ("add-mailname", "torn", r"^KILL .*/\.qmail: b''$",
-     "A reset empties the delivery file and writes its one line; a repeat does so again."),
+    ("set-domain-key", "status|repeat", r"Unable to getpwnam for user popuser|No source file",
+     "An unknown user has root's group. The uploaded key is removed behind a success, so there is no repeat."),
     ("set-mail-params", "status", r"Unable to open //etc/courier-imap/", "A file of Courier's that cannot be read is passed over."),
     ("set-domain-key", "status", r"from #\d+ unlink\(\"/tmp/key\"", "The key is installed; that the upload cannot be removed is not looked at."),
     ("add-mailname", "torn", r"^KILL .*/\.qmail: b''$",
