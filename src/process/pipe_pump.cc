@@ -8,6 +8,7 @@
 #include <cerrno>
 #include <stdexcept>
 
+#include <sched.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -119,9 +120,11 @@ bool PipePump::wait()
     for (Channel const& channel : channels)
         polled.push_back({channel.source->fd, POLLIN, 0});
     polled.push_back({catcher.controlPipe.readEnd.fd, POLLIN, 0});
-    int count = 0;
-    for (int looked = 0; count == 0 && looked < looks; ++looked)
+    int count = look(polled, 0);
+    for (int looked = 1; count == 0 && looked < looks; ++looked) {
+        sched_yield(); // to a program that waits for this very processor
         count = look(polled, 0);
+    }
     if (count == 0)
         count = look(polled, -1);
     if (count == -1)
