@@ -129,8 +129,9 @@ TEST_F(ReplacedFileTest, LeavesAFileThatAnotherProcessHasOpenForWriting)
         ASSERT_EQ(pipe(ready), 0);
         child = fork();
         if (child == 0) {
+            alarm(60);
             bool const opened = open(path.c_str(), O_RDWR) >= 0;
-            _exit(write(ready[1], "x", 1) == 1 && opened ? static_cast<int>(sleep(60)) : 1);
+            _exit(write(ready[1], "x", 1) == 1 && opened ? pause() : 1);
         }
         char byte = 0;
         EXPECT_EQ(read(ready[0], &byte, 1), 1);
