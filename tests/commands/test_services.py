@@ -26,17 +26,17 @@ def panel():
 def test_everything_starts_restarts_reloads_and_stops():
     panel_has_submission(True)
     done(START)
-    assert postfix_is_up() and wait_until(lambda: runs("courier"))
+    assert wait_until(postfix_is_up) and wait_until(lambda: runs("courier"))
     assert wait_until(lambda: listens(25, 465, 587, 143, 110))
     assert entries()[-2:] == [SMTPS, SUBMISSION]
     assert status() == [f"{name} is running" for name in ("mta", "pop3", "pop3s", "imap", "imaps")]
     master = read("/var/spool/postfix/pid/master.pid")
     done(RESTART)
-    assert postfix_is_up() and read("/var/spool/postfix/pid/master.pid") != master
+    assert wait_until(postfix_is_up) and read("/var/spool/postfix/pid/master.pid") != master
     wait_until(lambda: listens(25, 465, 587, 143, 110))
     master = read("/var/spool/postfix/pid/master.pid")
     done(RELOAD)
-    assert postfix_is_up() and read("/var/spool/postfix/pid/master.pid") == master
+    assert wait_until(postfix_is_up) and read("/var/spool/postfix/pid/master.pid") == master
     done(STOP)
     wait_until(lambda: not listens(25) and not listens(143))
     assert not postfix_is_up()
