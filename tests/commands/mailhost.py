@@ -98,6 +98,19 @@ def mailvek(*arguments, env=None, stdin=b"", timeout=60, nosleep=False):
     return run(TOOL, *arguments, env=tool_environment(env, nosleep), stdin=stdin, timeout=timeout)
 
 
+def done(*arguments, out="", **more):
+    """Runs the tool, which must succeed, print just this and report nothing."""
+    ended = mailvek(*arguments, **more)
+    assert (ended.status, ended.out, ended.err) == (0, out, ""), ended
+
+
+def failed(*arguments, saying="", status=1, **more):
+    """Runs the tool, which must end with this status and say this among its reports."""
+    ended = mailvek(*arguments, **more)
+    assert ended.status == status and saying in ended.err, ended
+    return ended
+
+
 def slept():
     """What the tool asked to sleep under nosleep: (function, seconds), in order."""
     with contextlib.suppress(FileNotFoundError):

@@ -1,5 +1,5 @@
 """Verbs and names of the tests of one mailname: anna, of a domain with one alias domain."""
-from mailhost import MAILNAMES, mailvek, postmap, start
+from mailhost import MAILNAMES, done, postmap, start
 from panel import panel_domain, panel_mailname, standard_addresses
 
 POSTMAP = "/usr/sbin/postmap"
@@ -25,17 +25,6 @@ def mailname_with_a_mailbox():
     done("--add-alias", *NAMES, "--alias=ann")
     done("--add-mailbox", *NAMES, env=PLAIN)
     done("--set-password", *NAMES, env=PLAIN)
-
-
-def done(*arguments, env=None):
-    ended = mailvek(*arguments, env=env)
-    assert (ended.status, ended.out, ended.err) == (0, "", ""), ended
-
-
-def failed(*arguments, saying, status=1, env=None):
-    ended = mailvek(*arguments, env=env)
-    assert ended.status == status and saying in ended.err, ended
-    return ended
 
 
 def addresses():

@@ -4,7 +4,7 @@ import os
 
 import pytest
 
-from mailhost import auth_domains, auth_rows, described, mailvek, postmap, read, start, write
+from mailhost import auth_domains, auth_rows, described, done, failed, mailvek, postmap, read, start, write
 from panel import add_hook, damage_hooks, hooks, panel_domain, panel_domain_alias, panel_mailname, without_accounts
 
 DOMAIN, ALIAS, NEW = "example.com", "alias.test", "new.test"
@@ -29,17 +29,6 @@ def panel():
     add_hook(ANNA)
     write(UPLOAD, "the key\n")
     done("--set-domain-key", AT, f"--file-name={UPLOAD}")
-
-
-def done(*arguments, env=None):
-    ended = mailvek(*arguments, env=env)
-    assert (ended.status, ended.out, ended.err) == (0, "", ""), ended
-
-
-def failed(*arguments, saying=""):
-    ended = mailvek(*arguments)
-    assert ended.status == 1 and saying in ended.err, ended
-    return ended
 
 
 def has_key(domain):

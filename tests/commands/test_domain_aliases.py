@@ -5,8 +5,8 @@ import os
 import pytest
 
 from mailhost import (
-    ACCOUNTS, MAPS, Rule, auth_domains, auth_rows, calls, described, mailvek, nothing_changes, panel_sql,
-    postmap, read, read_only, spy, start, stop, undo, write,
+    ACCOUNTS, MAPS, Rule, auth_domains, auth_rows, described, done, failed, mailvek, postmap, read, read_only,
+    spy, start, stop, write,
 )
 from panel import (
     LOCAL, add_hook, damage_hooks, hooks, panel_domain, panel_domain_alias, panel_mailname,
@@ -27,17 +27,6 @@ def panel():
     panel_domain(DOMAIN)
     panel_mailname(ANNA, aliases=["ann"])
     done("--add-domain", f"--domain-name={DOMAIN}")
-
-
-def done(*arguments, env=None):
-    ended = mailvek(*arguments, env=env)
-    assert (ended.status, ended.out, ended.err) == (0, "", ""), ended
-
-
-def failed(*arguments, saying, status=1):
-    ended = mailvek(*arguments)
-    assert ended.status == status and saying in ended.err, ended
-    return ended
 
 
 def addresses():

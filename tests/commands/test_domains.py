@@ -4,8 +4,8 @@ import os
 import pytest
 
 from mailhost import (
-    ACCOUNTS, MAILNAMES, MAPS, Rule, auth_domains, auth_rows, auth_sql, calls, described,
-    full_disk, mailvek, nothing_changes, panel_sql, postmap, read, read_only, spy, start, stop, undo, write,
+    ACCOUNTS, MAILNAMES, MAPS, Rule, auth_domains, auth_rows, auth_sql, calls, described, done, failed, mailvek,
+    nothing_changes, panel_sql, postmap, read, read_only, spy, start, stop, undo,
 )
 from panel import (
     add_hook, damage_hooks, hooks, panel_domain, panel_mailname, quota_line, standard_addresses,
@@ -23,19 +23,8 @@ def panel():
     panel_domain(DOMAIN)
 
 
-def done(*arguments, **more):
-    ended = mailvek(*arguments, **more)
-    assert (ended.status, ended.out, ended.err) == (0, "", ""), ended
-
-
 def add(domain=DOMAIN):
     done("--add-domain", f"--domain-name={domain}")
-
-
-def failed(*arguments, saying, status=1):
-    ended = mailvek(*arguments)
-    assert ended.status == status and saying in ended.err, ended
-    return ended
 
 
 def quota_of(mailname, quota):

@@ -6,8 +6,8 @@ import os
 import pytest
 
 from mailhost import (
-    MAILNAMES, MAPS, Rule, add_records, auth_domains, auth_rows, auth_sql, calls, mailvek, panel_sql, postmap, read,
-    read_only, spy, start, stop, undo, wait_until,
+    MAILNAMES, MAPS, Rule, add_records, auth_domains, auth_rows, auth_sql, calls, done, failed, mailvek,
+    panel_sql, postmap, read, read_only, spy, start, stop, undo, wait_until,
 )
 from panel import (
     LOCAL, add_hook, hooks, panel_domain, panel_domain_alias, panel_mailname, standard_addresses,
@@ -38,17 +38,6 @@ def panel():
     done("--add-mailbox", *NAMES, env=PLAIN)
     done("--set-password", *NAMES, env=PLAIN)
     add_hook(ANNA)
-
-
-def done(*arguments, env=None):
-    ended = mailvek(*arguments, env=env)
-    assert (ended.status, ended.out, ended.err) == (0, "", ""), ended
-
-
-def failed(*arguments, saying="", env=None):
-    ended = mailvek(*arguments, env=env)
-    assert ended.status == 1 and saying in ended.err, ended
-    return ended
 
 
 def maps():

@@ -3,7 +3,7 @@ import os
 
 import pytest
 
-from mailhost import MAILNAMES, described, mailvek, read, start, tree, write
+from mailhost import MAILNAMES, described, done, read, start, tree, write
 from panel import panel_domain, panel_mailname, quota_line
 
 CONFIGURATION = "/etc/orv/orv.conf"
@@ -11,11 +11,6 @@ ROOT = "/srv/mail"
 DOMAIN = "example.com"
 HOME = f"{ROOT}/{DOMAIN}/anna"
 NAMES = (f"--domain-name={DOMAIN}", "--mailname=anna")
-
-
-def done(*arguments, env=None, says=""):
-    ended = mailvek(*arguments, env=env)
-    assert (ended.status, ended.out, ended.err) == (0, says, ""), ended
 
 
 @pytest.fixture(autouse=True)
@@ -44,13 +39,13 @@ def test_a_mailbox_lives_and_goes_below_the_configured_root():
 
     write("/tmp/upload", "12345")
     done("--add-attachment", *NAMES, "--file-name=/tmp/upload", "--attachment-file-name=a")
-    done("--list-attachments", f"--domain-name={DOMAIN}", "--mail-all", "--fullname", says=f"{HOME}/@attachments/a\t5\n")
+    done("--list-attachments", f"--domain-name={DOMAIN}", "--mail-all", "--fullname", out=f"{HOME}/@attachments/a\t5\n")
     taken = os.lstat(f"{HOME}/@attachments").st_size + 5
     done("--set-mailbox-disk-quota", *NAMES, "--disk-quota=50000")
     assert read(f"{HOME}/Maildir/maildirsize").startswith(f"{50000 - taken}S,0C\n")
     done("--set-domain-disk-quota", f"--domain-name={DOMAIN}", "--disk-quota=60000")
     assert read(f"{HOME}/Maildir/maildirsize").startswith(f"{60000 - taken}S,0C\n")
-    done("--get-mailbox-size", *NAMES, says=str(taken))
+    done("--get-mailbox-size", *NAMES, out=str(taken))
 
     done("--rename-mailname", f"--domain-name={DOMAIN}", "--old-mailname=anna", "--new-mailname=carla")
     assert os.listdir(f"{ROOT}/{DOMAIN}") == ["carla"]

@@ -5,12 +5,12 @@ import os
 import pytest
 
 from mailhost import (
-    ACCOUNTS, MAILNAMES, MAPS, Rule, auth_domains, auth_rows, calls, described, mailvek,
+    ACCOUNTS, MAILNAMES, MAPS, Rule, auth_domains, auth_rows, calls, described, done, failed, mailvek,
     nothing_changes, postmap, read, read_only, spy, stop, system_calls, tree, undo, write,
 )
 from mailnames import (
     ALIAS, ALL_ACCOUNTS, ANNA, DOMAIN, HOME, NAMES, PLAIN, POSTMAP, addresses,
-    domain_without_mailnames, done, failed, mailname_with_a_mailbox,
+    domain_without_mailnames, mailname_with_a_mailbox,
 )
 from panel import panel_domain, panel_mailname, quota_line, waits_for_the_accounts, without_accounts
 

@@ -2,7 +2,7 @@
 order of the records within a run."""
 import pytest
 
-from mailhost import MAPS, calls, mailvek, spy, start
+from mailhost import calls, done, mailvek, map_file, spy, start
 from panel import LOCAL, STANDARD, panel_domain, panel_mailname
 
 POSTMAP = "/usr/sbin/postmap"
@@ -22,30 +22,21 @@ def panel():
     panel_mailname(f"bertha@{DOMAIN}")
 
 
-def prepared(*arguments, env=None):
-    ended = mailvek(*arguments, env=env)
-    assert (ended.status, ended.out, ended.err) == (0, "", ""), ended
-
-
-def of(name):
-    return f"hash:{MAPS}/{name}"
-
-
 def added(name, *records):
     """One run that adds records, each a key and its value."""
-    return ["-r", "-i", of(name)], "".join(f"{key} {value}\n" for key, value in records)
+    return ["-r", "-i", map_file(name)], "".join(f"{key} {value}\n" for key, value in records)
 
 
 def removed(name, key):
-    return ["-d", key, of(name)], None
+    return ["-d", key, map_file(name)], None
 
 
 def removed_together(name, *keys):
-    return ["-d", "-", of(name)], "".join(f"{key}\n" for key in keys)
+    return ["-d", "-", map_file(name)], "".join(f"{key}\n" for key in keys)
 
 
 def rewritten(name):
-    return [(["-s", of(name)], None), ([of(name)], "")]
+    return [(["-s", map_file(name)], None), ([map_file(name)], "")]
 
 
 def standard(domain):
@@ -55,7 +46,7 @@ def standard(domain):
 def runs(*arguments, env=None):
     """What postmap is started with, and what it is given to read."""
     spy(POSTMAP)
-    prepared(*arguments, env=env)
+    done(*arguments, env=env)
     return [(call.argv[1:], call.stdin) for call in calls(POSTMAP)]
 
 
@@ -78,7 +69,7 @@ def test_a_domain_that_is_turned_on_has_its_record_before_its_addresses():
 
 
 def test_a_removed_domain_leaves_the_maps_of_domains_addresses_and_mailboxes_in_this_order():
-    prepared("--add-domain", AT)
+    done("--add-domain", AT)
     assert runs("--remove-domain", AT) == [
         removed("virtual_domains", DOMAIN), *rewritten("virtual"), *rewritten("vmailbox")]
 
@@ -139,7 +130,7 @@ def test_a_mailname_has_its_mailbox_and_then_its_addresses_in_one_run():
 
 
 def test_a_removed_mailname_leaves_its_mailbox_the_alias_domains_and_the_domain_in_this_order():
-    prepared("--add-mailname", *NAMES, "--disk-quota=100000")
+    done("--add-mailname", *NAMES, "--disk-quota=100000")
     assert runs("--remove-mailname", *NAMES) == [
         removed("vmailbox", ANNA),
         *(removed("virtual", f"anna@{domain}") for domain in (ALIAS, OTHER, DOMAIN))]
@@ -147,8 +138,8 @@ def test_a_removed_mailname_leaves_its_mailbox_the_alias_domains_and_the_domain_
 
 def test_a_renamed_mailname_is_rewritten_under_the_domain_and_then_under_each_alias_domain():
     env = {"ORV_PASSWORD": "secret"}
-    prepared("--add-mailname", *NAMES, "--disk-quota=100000")
-    prepared("--set-password", *NAMES, env=env)
+    done("--add-mailname", *NAMES, "--disk-quota=100000")
+    done("--set-password", *NAMES, env=env)
     rename = ("--rename-mailname", AT, "--old-mailname=anna", "--new-mailname=anita")
     assert runs(*rename, env=env) == [*rewritten("vmailbox"), *rewritten("virtual") * 3]
 
@@ -171,7 +162,7 @@ def test_a_removed_mail_alias_leaves_the_domain_before_the_alias_domains():
     ("--reset-autoresponder", *NAMES)], ids=lambda arguments: arguments[0])
 def test_what_is_no_record_starts_no_postmap(arguments):
     for name in ("anna", "bertha"):
-        prepared("--add-mailname", AT, f"--mailname={name}", "--disk-quota=100000")
+        done("--add-mailname", AT, f"--mailname={name}", "--disk-quota=100000")
     spy(POSTMAP)
     assert mailvek(*arguments, env={"ORV_PASSWORD": "secret"}).status == 0
     assert calls(POSTMAP) == []

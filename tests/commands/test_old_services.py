@@ -4,7 +4,7 @@ import pathlib
 import pytest
 
 from mailhost import (
-    Rule, calls, mailvek, nothing_changes, read, read_only, runs, slept, spy, start, wait_until, write,
+    Rule, calls, done, mailvek, nothing_changes, read, read_only, runs, slept, spy, start, wait_until, write,
 )
 from services import (
     COURIER, FILTER, MASTER_CF, PARKED, POSTFIX, SMTPS, SUBMISSION, actions, entries, listens, postfix_is_up, unusable,
@@ -17,11 +17,6 @@ PID_FILE = "/var/spool/postfix/pid/master.pid"
 @pytest.fixture(autouse=True)
 def services():
     without_postlog()
-
-
-def done(command, *more, out="", **how):
-    ended = mailvek(command, *more, **how)
-    assert (ended.status, ended.out, ended.err) == (0, out, ""), ended
 
 
 def inet_services():

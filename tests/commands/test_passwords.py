@@ -1,7 +1,10 @@
 """What the options and the environment make of a password, and the accounts of a mail alias."""
+import functools
+
 import pytest
 
-from mailhost import auth_domains, auth_rows, mailvek, start
+import mailhost
+from mailhost import auth_domains, auth_rows, start
 from panel import panel_domain, panel_domain_alias, panel_mailname
 
 DOMAIN, ALIAS = "example.com", "alias.test"
@@ -9,6 +12,8 @@ AT = f"--domain-name={DOMAIN}"
 NAMES = (AT, "--mailname=anna")
 PLAIN = {"ORV_PASSWORD": "secret"}
 ON, OFF = 0, 1
+
+done = functools.partial(mailhost.done, env=PLAIN)
 
 
 @pytest.fixture(autouse=True)
@@ -18,11 +23,6 @@ def panel():
     panel_mailname(f"anna@{DOMAIN}")
     done("--add-domain", AT)
     done("--add-mailname", *NAMES, "--disk-quota=100000")
-
-
-def done(*arguments, env=PLAIN):
-    ended = mailvek(*arguments, env=env)
-    assert (ended.status, ended.out, ended.err) == (0, "", ""), ended
 
 
 @pytest.mark.parametrize("command", ["--add-mailbox", "--set-password"])

@@ -5,8 +5,8 @@ import os
 import pytest
 
 from mailhost import (
-    ACCOUNTS, MAILNAMES, MAPS, Rule, auth_rows, auth_sql, described, mailvek, nothing_changes, postmap,
-    read, read_only, spy, start, stop,
+    ACCOUNTS, MAILNAMES, Rule, auth_rows, auth_sql, described, done, mailvek, nothing_changes, postmap, read,
+    read_only, spy, start, stop,
 )
 from panel import add_hook, damage_hooks, hooks, panel_domain, panel_mailname, standard_addresses, without_accounts
 
@@ -25,11 +25,6 @@ def panel():
     panel_mailname(ANNA)
     done("--add-domain", f"--domain-name={DOMAIN}")
     done("--add-mailname", *NAMES, "--disk-quota=100000")
-
-
-def done(*arguments, env=None):
-    ended = mailvek(*arguments, env=env)
-    assert (ended.status, ended.out, ended.err) == (0, "", ""), ended
 
 
 def addresses():

@@ -5,12 +5,12 @@ import os
 import pytest
 
 from mailhost import (
-    MAILNAMES, MAPS, Rule, auth_rows, auth_sql, calls, mailvek, nothing_changes, postmap,
+    MAILNAMES, MAPS, Rule, auth_rows, auth_sql, calls, done, failed, mailvek, nothing_changes, postmap,
     read_only, spy, stop, undo, wait_until,
 )
 from mailnames import (
     ALIAS, ANNA, DOMAIN, HOME, NAMES, OTHER, PLAIN, POSTMAP, addresses, domain_without_mailnames,
-    done, failed, mailname_with_a_mailbox,
+    mailname_with_a_mailbox,
 )
 from panel import (
     add_hook, damage_hooks, hooks, panel_domain_alias, panel_mail_alias, panel_mailname,

@@ -6,7 +6,7 @@ import pytest
 
 from clients import HOST, OUTSIDE, addresses, name_server, offers, recipient, session
 from mailhost import (
-    add_records, letters, mailvek, make_mailbox, postconf, send, set_postconf, start, system_log, wait_until,
+    add_records, done, letters, make_mailbox, postconf, send, set_postconf, start, system_log, wait_until,
     write,
 )
 
@@ -34,11 +34,6 @@ def a_running_server():
 def next_second():
     """The server sees that a map has changed by its time in whole seconds."""
     time.sleep(1.02 - time.time() % 1)
-
-
-def done(*arguments):
-    ended = mailvek(*arguments)
-    assert ended.status == 0 and ended.err == "", ended
 
 
 def until(condition):
