@@ -514,8 +514,8 @@ def undo(path):
 
 @contextlib.contextmanager
 def flock_held(path):
-    """Holds an exclusive flock on a file, which is made when missing."""
-    descriptor = os.open(path, os.O_RDWR | os.O_CREAT, 0o644)
+    """Holds an exclusive flock on a directory or on a file, which is made when missing."""
+    descriptor = os.open(path, os.O_RDONLY if os.path.isdir(path) else os.O_RDWR | os.O_CREAT, 0o644)
     try:
         fcntl.flock(descriptor, fcntl.LOCK_EX | fcntl.LOCK_NB)
         yield

@@ -6,7 +6,7 @@ import os
 import pytest
 
 from mailhost import (
-    MAILNAMES, MAPS, Rule, add_records, auth_domains, auth_rows, auth_sql, calls, done, failed, mailvek,
+    MAILNAMES, MAPS, Rule, add_records, auth_domains, auth_rows, auth_sql, done, failed, flock_held, mailvek,
     panel_sql, postmap, read, read_only, spy, start, stop, undo, wait_until,
 )
 from panel import (
@@ -166,13 +166,12 @@ def test_accounts_of_a_mailname_that_stay_keep_all_else():
 
 def test_mail_aliases_that_cannot_be_listed_are_a_failure_behind_the_removal_and_its_hooks():
     add_hook(f"ann@{DOMAIN}")
-    spy(POSTMAP, Rule(delay=1, times=1))
     with concurrent.futures.ThreadPoolExecutor() as pool:
-        removal = pool.submit(mailvek, "--remove-mailname", *NAMES)
-        wait_until(lambda: calls(POSTMAP))  # the accounts are gone, the maps are next
-        panel_sql("RENAME TABLE mail_aliases TO mail_aliases_away")
+        with flock_held(MAPS):
+            removal = pool.submit(mailvek, "--remove-mailname", *NAMES)
+            wait_until(lambda: not auth_rows())  # the maps are next
+            panel_sql("RENAME TABLE mail_aliases TO mail_aliases_away")
         ended = removal.result()
-    panel_sql("RENAME TABLE mail_aliases_away TO mail_aliases")
     report = f"ERROR: unable get mail aliases for mailname {ANNA}\n"
     assert ended.status == 1 and ended.err.endswith(report) and ended.out.endswith(report), ended
     assert auth_rows() == {} and postmap("vmailbox") == {} and not os.path.exists(HOME)
