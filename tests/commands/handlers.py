@@ -83,13 +83,20 @@ def store(**shown):
     return found
 
 
-def stuck(name, value=ONE):
-    """Puts a directory in the place of a marker, which so cannot be removed."""
-    marker = f"{STORE}/before-local/recipient/{value}/{name}"
-    os.remove(marker)
-    os.mkdir(marker)
-    return (f"Unable to remove hook '{name}' from directory "
-            f"'{STORE}/before-local/recipient/{value}': Is a directory")
+def marker(name, place=f"recipient/{ONE}"):
+    return f"{STORE}/before-local/{place}/{name}"
+
+
+def stuck(name, place=f"recipient/{ONE}"):
+    """Puts a directory in the place of a marker, which so cannot be removed; the report of that."""
+    os.remove(marker(name, place))
+    os.mkdir(marker(name, place))
+    return f"Unable to remove hook '{name}' from directory '{STORE}/before-local/{place}': Is a directory"
+
+
+def not_made(name, place=f"recipient/{ONE}"):
+    """The reports of a marker that cannot be made, as a directory is in its place."""
+    return f"Unable to truncate or create file {marker(name, place)}: Is a directory", "System error 21: Is a directory"
 
 
 def damaged(name="10-spam-broken", without="hook"):

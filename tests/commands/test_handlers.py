@@ -5,8 +5,8 @@ import pathlib
 import pytest
 
 from handlers import (
-    INFO, ONE, REFRESHER, STORE, THREE, TWO, active, add, by_value, command, damaged, fatal, names,
-    options, parameter, says, silent, skipped, store, stuck, update, whole,
+    INFO, ONE, REFRESHER, STORE, THREE, TWO, active, add, by_value, command, damaged, fatal, marker,
+    names, not_made, options, parameter, says, silent, skipped, store, stuck, update, whole,
 )
 from mailhost import TOOL, calls, mailvek, nothing_changes, read, Rule, run, spy, undo, write
 
@@ -162,32 +162,25 @@ def test_disable_goes_on_behind_a_name_that_fails_and_ends_with_1():
 def test_disable_fails_for_a_global_handler_that_cannot_be_disabled():
     silent(add(kind="global"))
     (name,) = names()
-    os.remove(f"{STORE}/before-local/global/{name}")
-    os.mkdir(f"{STORE}/before-local/global/{name}")
-    says(command("--disable-handler", kind="global"), 1,
-         f"Unable to remove hook '{name}' from directory '{STORE}/before-local/global': Is a directory")
+    report = stuck(name, "global")
+    says(command("--disable-handler", kind="global"), 1, report)
 
 
 def test_enable_goes_on_behind_a_name_that_fails_and_ends_with_1():
     silent(add(f"{ONE},{TWO}"))
     silent(command("--disable-handler", f"{ONE},{TWO}"))
-    marker = f"{STORE}/before-local/recipient/{ONE}/{by_value()[ONE]}"
-    os.makedirs(f"{marker}/in the way")
-    says(command("--enable-handler", f"{ONE},{TWO}"), 1,
-         f"Unable to truncate or create file {marker}: Is a directory", "System error 21: Is a directory")
+    name = by_value()[ONE]
+    os.makedirs(marker(name))
+    says(command("--enable-handler", f"{ONE},{TWO}"), 1, *not_made(name))
     assert os.listdir(f"{STORE}/before-local/recipient/{TWO}") == [by_value()[TWO]]
 
 
 def test_remove_and_enable_fail_for_a_global_handler_whose_marker_cannot_be_changed():
     silent(add(kind="global"))
     (name,) = names()
-    marker = f"{STORE}/before-local/global/{name}"
-    os.remove(marker)
-    os.mkdir(marker)
-    says(command("--remove-handler", kind="global"), 1,
-         f"Unable to remove hook '{name}' from directory '{STORE}/before-local/global': Is a directory")
-    says(command("--enable-handler", kind="global"), 1,
-         f"Unable to truncate or create file {marker}: Is a directory", "System error 21: Is a directory")
+    report = stuck(name, "global")
+    says(command("--remove-handler", kind="global"), 1, report)
+    says(command("--enable-handler", kind="global"), 1, *not_made(name, "global"))
     assert names() == [name]
 
 
