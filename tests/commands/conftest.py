@@ -6,9 +6,12 @@ import pytest
 import mailhost
 
 
+@pytest.hookimpl(tryfirst=True)
 def pytest_configure(config):
     if os.environ.get("MAILVEK_HOST") != "1":
         raise pytest.UsageError("these tests run in a throw-away mail host only; see ./dev test")
+    # Where a reset, which empties /tmp, leaves the directories of tmp_path to pytest.
+    config.option.basetemp = config.option.basetemp or "/run/mailvek/pytest"
 
 
 @pytest.fixture(autouse=True)
