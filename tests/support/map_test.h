@@ -6,10 +6,9 @@
 #ifndef MAILVEK_TESTS_SUPPORT_MAP_TEST_H
 #define MAILVEK_TESTS_SUPPORT_MAP_TEST_H
 
-#include "lib/op_locks.h"
-#include "lib/owned.h"
 #include "support/fd_census.h"
 #include "support/host_test.h"
+#include "support/lock_file.h"
 #include "support/stand_in.h"
 #include "support/temp_dir.h"
 
@@ -77,12 +76,6 @@ protected:
     }
 
     void standIn(std::string const& script) { postmap.run(script); }
-
-    // The lock file that stands for a path.
-    static std::string lockFileOf(std::string const& locked)
-    {
-        return CString(mk_flock_path(locked.c_str())).get();
-    }
 
     std::string journal() const { return postmap.journal(); }
 

@@ -1,12 +1,11 @@
 #include "lib/copy_file.h"
 
-#include "lib/op_locks.h"
-#include "lib/owned.h"
 #include "lib/product_log.h"
 #include "support/call_faults.h"
 #include "support/child_run.h"
 #include "support/fd_census.h"
 #include "support/host_test.h"
+#include "support/lock_file.h"
 #include "support/memory_faults.h"
 #include "support/other_process.h"
 #include "support/report.h"
@@ -258,13 +257,12 @@ TEST_F(CopyFileOnHost, ReportsATargetAndASourceThatCannotBeClosed)
 TEST_F(CopyFileOnHost, ReportsALockThatCannotBeReleasedAndDoesNotFail)
 {
     writeFile(src, content);
-    CString const lock(mk_flock_path(dst.c_str()));
     auto const run = inChild([&] {
         CallFailure const failing("close", EIO, 3);
         return copy();
     });
     EXPECT_EQ(run.status, 0);
-    EXPECT_EQ(run.err, withErrno("An error occured during closing '" + std::string(lock.get()) +
+    EXPECT_EQ(run.err, withErrno("An error occured during closing '" + lockFileOf(dst) +
                                      "' file: Input/output error\n",
                                  EIO) +
                            withErrno("Error occurred while unlocking the file " + dst + "\n", EIO));

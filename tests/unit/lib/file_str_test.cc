@@ -1,11 +1,11 @@
 #include "lib/file_str.h"
 
 #include "lib/op_locks.h"
-#include "lib/owned.h"
 #include "support/call_faults.h"
 #include "support/child_run.h"
 #include "support/fd_census.h"
 #include "support/host_test.h"
+#include "support/lock_file.h"
 #include "support/memory_faults.h"
 #include "support/other_process.h"
 #include "support/report.h"
@@ -169,7 +169,6 @@ TEST_F(FileStrOnHost, ReportsALockThatCannotBeTaken)
 
 TEST_F(FileStrOnHost, ReportsALockFileThatCannotBeOpenedAndDoesNothing)
 {
-    CString const lock(mk_flock_path(path.c_str()));
     auto const run = inChild([&] {
         CallFailure const failing("open", EACCES);
         return edit("a", FILE_ADD);
@@ -177,8 +176,7 @@ TEST_F(FileStrOnHost, ReportsALockFileThatCannotBeOpenedAndDoesNothing)
     EXPECT_EQ(run.status, 1);
     EXPECT_EQ(
         run.err,
-        withErrno("Unable to open file \"" + std::string(lock.get()) + "\": Permission denied.",
-                  EACCES) +
+        withErrno("Unable to open file \"" + lockFileOf(path) + "\": Permission denied.", EACCES) +
             withErrno("Error occurred while locking the file " + path + ": Permission denied\n",
                       EACCES));
     EXPECT_EQ(run.out, run.err);
@@ -200,13 +198,12 @@ TEST_F(FileStrOnHost, ReportsThatThereIsNoMemoryForALock)
 
 TEST_F(FileStrOnHost, ReportsALockThatCannotBeReleased)
 {
-    CString const lock(mk_flock_path(path.c_str()));
     auto const run = inChild([&] {
         CallFailure const failing("close", EIO);
         return edit("a", FILE_ADD);
     });
     EXPECT_EQ(run.status, 1);
-    EXPECT_EQ(run.err, withErrno("An error occured during closing '" + std::string(lock.get()) +
+    EXPECT_EQ(run.err, withErrno("An error occured during closing '" + lockFileOf(path) +
                                      "' file: Input/output error\n",
                                  EIO) +
                            withErrno("Error occurred while unlocking the file " + path +

@@ -1,5 +1,6 @@
 #include "postfix/main_cf_manager.h"
 
+#include "support/lock_file.h"
 #include "support/main_cf_test.h"
 
 #include <gtest/gtest.h>
@@ -12,18 +13,6 @@
 using orvek::mail::postfix::MainCfManager;
 
 using MainCfManagerOnHost = MainCfTest;
-
-namespace {
-
-// For the shell: where the lock of a path is.
-std::string lockFileOf(std::string const& path)
-{
-    return "/var/lock/files/$(printf %s " + path + " | md5sum | cut -c-32)";
-}
-
-std::string const lock_file = lockFileOf("/etc/postfix/main.cf");
-
-} // namespace
 
 TEST_F(MainCfManagerOnHost, ReadsAValueByOneRun)
 {
@@ -145,7 +134,7 @@ TEST_F(MainCfManagerOnHost, RaisesWhatKeepsPostconfFromWritingAndLetsTheLockGo)
                   try {
                       manager.replaceStringValue(parameter, "x");
                   } catch (orvek::SystemError const&) {
-                      EXPECT_EQ(system(("flock -n " + lock_file + " true").c_str()), 0);
+                      EXPECT_FALSE(isLocked(main_cf));
                       throw;
                   }
               }),
@@ -217,11 +206,11 @@ TEST_F(MainCfManagerOnHost, RaisesWhatPostconfSaysWhenAWriteFails)
 
 TEST_F(MainCfManagerOnHost, HoldsTheLockWhileItWritesAndNotWhileItReads)
 {
-    postconf.run("flock -n " + lock_file +
+    postconf.run("flock -n " + lockFileOf(main_cf) +
                  " true; printf '%s %s\\n' $1 $? >> $dir/lock; exec $real \"$@\"");
     EXPECT_EQ(append(parameter, "permit"), "");
     EXPECT_EQ(readFile(postconf.dir / "lock"), "-h 0\n-h 0\n-e 1\n");
-    EXPECT_EQ(system(("flock -n " + lock_file + " true").c_str()), 0) << "the lock is still held";
+    EXPECT_FALSE(isLocked(main_cf));
 }
 
 TEST_F(MainCfManagerOnHost, TakesTheLockOfTheDirectoryThatPostconfNames)
@@ -236,19 +225,17 @@ TEST_F(MainCfManagerOnHost, TakesTheLockOfTheDirectoryThatPostconfNames)
 TEST_F(MainCfManagerOnHost, LetsTheLockGoAfterAWriteThatFailed)
 {
     postconf.run("[ $1 = -h ] && exec $real \"$@\"\nexit 1");
-    EXPECT_EQ(outcomeOf([] {
+    EXPECT_EQ(outcomeOf([this] {
                   MainCfManager const& manager = MainCfManager::getInstance();
                   EXPECT_ANY_THROW(manager.replaceStringValue(parameter, "x"));
-                  std::cout << system(("flock -n " + lock_file + " true").c_str());
+                  std::cout << isLocked(main_cf);
               }),
               "0");
 }
 
 TEST_F(MainCfManagerOnHost, WaitsForTheLock)
 {
-    shellRun("flock " + lock_file + " sh -c 'touch " + postconf.dir / "held" +
-             "; sleep 0.5; date +%s%N > " + postconf.dir / "free" + "' & while ! [ -e " +
-             postconf.dir / "held" + " ]; do sleep 0.01; done");
+    lockBriefly(main_cf, "date +%s%N > " + postconf.dir / "free");
     postconf.run("[ $1 = -e ] && date +%s%N > $dir/begin; exec $real \"$@\"");
     EXPECT_EQ(replace(parameter, "permit"), "");
     EXPECT_LT(std::stoull(readFile(postconf.dir / "free")),

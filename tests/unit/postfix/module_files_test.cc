@@ -1,5 +1,6 @@
 #include "support/call_faults.h"
 #include "support/fd_census.h"
+#include "support/lock_file.h"
 #include "support/module_test.h"
 #include "support/syscall_faults.h"
 
@@ -176,32 +177,26 @@ TEST_F(ModuleFilesOnHost, GivesTheFileModeWhateverTheOldOneHad)
 
 TEST_F(ModuleFilesOnHost, HoldsTheLockOfTheFileWhileItStores)
 {
-    std::string const lock = "/var/lock/files/$(printf %s " + master_cf + " | md5sum | cut -c-32)";
-    shellRun("flock " + lock + " sh -c 'touch " + postconf.dir / "held" + "; sleep 0.5; touch " +
-             postconf.dir / "free" + "' & while ! [ -e " + postconf.dir / "held" +
-             " ]; do sleep 0.01; done");
+    lockBriefly(master_cf, "touch " + postconf.dir / "free");
     EXPECT_EQ(loaded([&](ModuleManager& manager) {
                   std::cout << std::filesystem::exists(postconf.dir / "free");
                   manager.storeModules(true);
                   std::cout << std::filesystem::exists(postconf.dir / "free");
               }),
               "01");
-    EXPECT_EQ(system(("flock -n " + lock + " true").c_str()), 0) << "the lock is still held";
+    EXPECT_FALSE(isLocked(master_cf));
 }
 
 TEST_F(ModuleFilesOnHost, HoldsTheLockUntilTheFileHasBeenReplaced)
 {
     for (int const number : {1, 2}) {
         std::string const path = number == 1 ? master_cf : parking;
-        std::string const lock = "/var/lock/files/$(printf %s " + path + " | md5sum | cut -c-32)";
         EXPECT_EQ(loaded([&](ModuleManager& manager) {
                       manager.addModule(submission(), false);
-                      BeforeCall const look("rename", number, [&] {
-                          std::cout << system(("flock -n " + lock + " true").c_str());
-                      });
+                      BeforeCall const look("rename", number, [&] { std::cout << isLocked(path); });
                       manager.storeModules(true);
                   }),
-                  "256");
+                  "1");
     }
 }
 

@@ -1,0 +1,36 @@
+// lock_file - the lock file that stands for a path, and whether somebody holds its lock
+//
+// isLocked asks by a process of its own, so that a lock of the test's counts as well. lockBriefly
+// returns when another process holds the lock, which it does for half a second and then runs a
+// command of the shell before it lets the lock go.
+
+#ifndef MAILVEK_TESTS_SUPPORT_LOCK_FILE_H
+#define MAILVEK_TESTS_SUPPORT_LOCK_FILE_H
+
+#include "lib/op_locks.h"
+#include "lib/owned.h"
+#include "support/stand_in.h"
+#include "support/temp_dir.h"
+
+#include <cstdlib>
+#include <string>
+
+inline std::string lockFileOf(std::string const& path)
+{
+    return CString(mk_flock_path(path.c_str())).get();
+}
+
+inline bool isLocked(std::string const& path)
+{
+    return system(("flock -n " + lockFileOf(path) + " true").c_str()) != 0;
+}
+
+inline void lockBriefly(std::string const& path, std::string const& command)
+{
+    TempDir const dir;
+    std::string const held = dir / "held";
+    shellRun("flock " + lockFileOf(path) + " sh -c 'touch " + held + "; sleep 0.5; " + command +
+             "' & for i in $(seq 1000); do [ -e " + held + " ] && exit; sleep 0.01; done; exit 1");
+}
+
+#endif
