@@ -29,6 +29,12 @@ protected:
         return "nothing was raised";
     }
 
+    // Each run of postmap tells its first word, and by 1 that somebody holds the lock.
+    void noteLockOfTheDirectory()
+    {
+        standIn("flock -n " + dir.path() + " true; echo $1 $? >> $dir/lock; exec $real \"$@\"");
+    }
+
     Records const two{{"b", "2"}, {"a", "1, one"}};
     std::list<std::string> const keys{"a", "nowhere", "b"};
     std::function<void()> const operations[5] = {
@@ -218,7 +224,7 @@ TEST_F(DatabaseHelperOnHost, RaisesThatPostmapIsMissing)
     EXPECT_EQ(content(), "old\t1\n");
 }
 
-TEST_F(DatabaseHelperOnHost, TakesNoLockToChangeRecords)
+TEST_F(DatabaseHelperOnHost, TakesNoLockOfTheMapToChangeRecords)
 {
     standIn("flock -n " + lockFileOf(path) + " true; echo $? >> $dir/lock");
     DatabaseHelper::addRecord(map, "a", "1");
@@ -229,7 +235,7 @@ TEST_F(DatabaseHelperOnHost, TakesNoLockToChangeRecords)
 
 TEST_F(DatabaseHelperOnHost, LetsOneChangeOfTheMapsHappenAtATime)
 {
-    standIn("flock -n " + dir.path() + " true; echo $1 $? >> $dir/lock; exec $real \"$@\"");
+    noteLockOfTheDirectory();
     for (auto const& operation : operations)
         operation();
     EXPECT_EQ(readFile(tools / "lock"), "-r 1\n-d 1\n-d 1\n-r 1\n-s 1\n" + map + " 1\n");
@@ -238,7 +244,7 @@ TEST_F(DatabaseHelperOnHost, LetsOneChangeOfTheMapsHappenAtATime)
 TEST_F(DatabaseHelperOnHost, LetsNoOtherChangeComeBetweenTheLookAtARecordAndItsRemoval)
 {
     fill("a 1\n");
-    standIn("flock -n " + dir.path() + " true; echo $1 $? >> $dir/lock; exec $real \"$@\"");
+    noteLockOfTheDirectory();
     DatabaseHelper::removeRecord(map, std::pair<std::string, std::string>("a", "1"));
     EXPECT_EQ(readFile(tools / "lock"), "-q 1\n-d 1\n");
     EXPECT_EQ(content(), "");

@@ -1,6 +1,7 @@
 #include "postfix/database_helper.h"
 
 #include "support/map_test.h"
+#include "support/other_process.h"
 #include "util/errors.h"
 #include "util/mk_lock.h"
 
@@ -20,16 +21,6 @@ namespace {
 class MapRewriteFrameOnHost : public MapTest
 {
 protected:
-    static pid_t startChild(std::function<void()> const& code)
-    {
-        pid_t const child = fork();
-        if (child != 0)
-            return child;
-        alarm(30);
-        code();
-        _exit(0);
-    }
-
     Records const one{{"a", "1"}};
     std::function<void()> const rewrites[2] = {
         [this] { DatabaseHelper::replaceRecords(map, one.begin(), one.end()); },
@@ -44,17 +35,16 @@ TEST_F(MapRewriteFrameOnHost, WaitsForTheLockBeforeItTouchesTheTextSource)
     for (auto const& rewrite : rewrites) {
         writeFile(path, "of whoever holds the lock");
         std::optional<orvek::MKLock> lock(path);
-        pid_t const child = startChild([&] {
+        OtherProcess other([&] {
+            alarm(30);
             lock.reset(); // the copy of the descriptor, which would keep the lock
             rewrite();
+            return true;
         });
-        usleep(200'000);
-        EXPECT_EQ(waitpid(child, nullptr, WNOHANG), 0);
+        EXPECT_FALSE(other.hasEndedWithin(200));
         EXPECT_EQ(readFile(path), "of whoever holds the lock");
         lock.reset();
-        int status = -1;
-        EXPECT_EQ(waitpid(child, &status, 0), child);
-        EXPECT_EQ(status, 0);
+        EXPECT_EQ(other.status(), 0);
         EXPECT_EQ(content(), "a\t1\n");
     }
 }
