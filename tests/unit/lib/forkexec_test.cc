@@ -237,7 +237,9 @@ TEST(ForkExecv, WaitsOnForAChildThatIsStoppedForAWhile)
 {
     auto const run = tidyRun([] {
         printResult(fork_execv(shell, "sh", "-c",
-                               "(sleep 0.2; kill -CONT $$) & kill -STOP $$; kill -TERM $$",
+                               "for i in $(seq 1000); do"
+                               " grep -q '^State:.T' /proc/$$/status && break; sleep 0.01; "
+                               "done && kill -CONT $$ & kill -STOP $$; kill -TERM $$",
                                nullptr));
     });
     EXPECT_EQ(run.out, "[1]");
