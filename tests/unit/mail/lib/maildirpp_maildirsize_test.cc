@@ -148,6 +148,7 @@ TEST_F(MaildirppMaildirsize, DoesNotMindAFolderThatGoesMeanwhile)
     setTimes(start - 5000);
     BeforeCall const removal("rename", 1, [] { fs::remove_all(".Sent"); });
     written(1, 0);
+    EXPECT_FALSE(fs::exists("Maildir/.Sent"));
     EXPECT_GE(timeOf("Maildir/maildirsize"), start - 1);
 }
 
@@ -293,6 +294,7 @@ TEST_F(MaildirppMaildirsize, EmptiesAFileThatComesAfterTheFirstLook)
         });
         EXPECT_EQ(written(1, 0), "1S,0C\n           0           0\n");
     }
+    EXPECT_EQ(std::distance(fs::directory_iterator("Maildir/tmp"), {}), 29) << "one is in use";
     EXPECT_TRUE(pauses.empty());
 }
 

@@ -139,9 +139,9 @@ TEST_F(MailnameDeliveryOnHost, ResetsAnyFileToOneLine)
 TEST_F(MailnameDeliveryOnHost, ResetsToAFileThatNobodyElseReadsEvenIfItsRightsCannotBeSet)
 {
     CallFailure const failing("chown", EPERM);
-    static_cast<void>(failureOf([&] { return reset(); }));
-    EXPECT_EQ(std::filesystem::status(file).permissions(),
-              std::filesystem::perms::owner_read | std::filesystem::perms::owner_write);
+    EXPECT_EQ(failureOf([&] { return reset(); }),
+              withErrno("ERROR: unable to chown " + file + ": Operation not permitted\n", EPERM));
+    EXPECT_EQ(rightsOf(file), "-rw------- root:root");
 }
 
 TEST_F(MailnameDeliveryOnHost, SaysThatAFileCannotBeOpenedForAReset)
@@ -158,6 +158,13 @@ TEST_F(MailnameDeliveryOnHost, RemovesAFileThatCannotBeWrittenTo)
     EXPECT_EQ(failureOf([&] { return reset(); }),
               withErrno("Unable to write to " + file + ": No space left on device", ENOSPC));
     EXPECT_EQ(rightsOf(file), "missing");
+    EXPECT_EQ(system(("umount " + home).c_str()), 0);
+}
+
+TEST_F(MailnameDeliveryOnHost, TellsWhyAFileCannotBeWrittenThoughItCannotBeRemovedEither)
+{
+    ASSERT_EQ(system(("mount -t tmpfs -o size=4096 tmpfs " + home).c_str()), 0);
+    writeFile(home + "/full", std::string(4096, 'x'));
     EXPECT_EQ(failureOf([&] {
                   failSystemCall(SYS_unlink, EPERM);
                   return reset();
