@@ -18,7 +18,7 @@ namespace po = boost::program_options;
 
 namespace {
 
-// A command with these options; without the alias it has no option for its name.
+// What a command is given by these words. Without an alias it declares no option for its name.
 ProgramOptionsHelper parsed(std::initializer_list<std::string> words, bool withAlias = true)
 {
     ProgramOptionsHelper helper("add a domain alias", "--add-domain-alias");

@@ -6,7 +6,6 @@
 #include <gtest/gtest.h>
 
 #include <cerrno>
-#include <fstream>
 #include <set>
 #include <string>
 
@@ -18,7 +17,7 @@ protected:
     NextEntry()
     {
         for (auto const* const name : {"one", "two", "..three"})
-            std::ofstream(directory.path() + "/" + name);
+            writeFile(directory / name, "");
         stream = OpenDir(opendir(directory.path().c_str()));
     }
 

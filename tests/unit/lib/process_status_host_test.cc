@@ -206,7 +206,7 @@ TEST_F(ProcessStatusOnHost, FindsTheFirstOfThoseThatRunTheProgram)
     }
     pid_t first = -1;
     iterateProcesses(
-        4,
+        process_exe,
         [](OrvekProcessInfo const* ppi, void* data) {
             *static_cast<pid_t*>(data) = ppi->pid;
             return 0;

@@ -157,7 +157,7 @@ TEST_F(AttachmentsChangesOnHost, RemoveNothingOutsideTheStore)
     EXPECT_EQ(readFile(domain + "/info/.qmail"), "kept");
 }
 
-TEST_F(AttachmentsChangesOnHost, AreMadeBelowTheConfiguredRoot)
+TEST_F(AttachmentsChangesOnHost, AreAddedAndRemovedBelowTheConfiguredRoot)
 {
     writeFile(upload, "text");
     writeFile(store + "/a", "kept");

@@ -19,7 +19,7 @@
 
 #include <sys/syscall.h>
 
-// Each on the streams of a child: what a call prints, which must have this result.
+// What a call prints on the streams of a child. It must have this result.
 inline ChildRun callOf(int result, std::function<int()> const& call)
 {
     auto run = inChild([&] { return call() == result ? 0 : 99; });
