@@ -9,7 +9,6 @@
 #include <filesystem>
 #include <map>
 #include <string>
-#include <vector>
 
 #include <sys/mount.h>
 
