@@ -10,13 +10,14 @@ import time
 
 import pytest
 
+from mailboxes import imap_letters, letters, login_works, make_mailbox, pop3_letters, send
 from mailhost import (
-    ACCOUNTS, HOST, MAILNAMES, MAPS, NOSLEEP_JOURNAL, Rule, accounts_locked, add_records, auth_domains,
-    auth_rows, auth_sql, calls, described, flock_held, full_disk, imap_letters, letters,
-    login_works, make_mailbox, nothing_changes, panel_sql, pop3_letters, postconf, postmap, postmap_query, read,
-    read_only, reset, run, runs, send, set_postconf, slept, spy, start, stop, system_log,
-    text, tree, undo, wait_until, write,
+    ACCOUNTS, HOST, MAILNAMES, MAPS, NOSLEEP_JOURNAL, accounts_locked, add_records, auth_domains, auth_rows,
+    auth_sql, described, flock_held, full_disk, nothing_changes, panel_sql, postconf, postmap, postmap_query,
+    read, read_only, reset, run, runs, set_postconf, slept, start, stop, system_log, text, tree, undo,
+    wait_until, write,
 )
+from spies import Rule, calls, spy
 
 SANITIZED_TOO = False  # the tool is not what is tested
 
