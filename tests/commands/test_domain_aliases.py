@@ -5,13 +5,13 @@ import os
 import pytest
 
 from mailhost import (
-    ACCOUNTS, MAPS, Rule, auth_domains, auth_rows, calls, described, mailvek, nothing_changes, panel_sql,
-    postmap, read, read_only, spy, start, stop, undo, write,
+    ACCOUNTS, MAPS, auth_domains, auth_rows, described, mailvek, postmap, read, read_only, start, stop, write,
 )
 from panel import (
     LOCAL, add_hook, damage_hooks, hooks, panel_domain, panel_domain_alias, panel_mailname,
     standard_addresses, without_accounts,
 )
+from spies import Rule, spy
 
 POSTMAP = "/usr/sbin/postmap"
 DOMAIN, ALIAS, NEW = "example.com", "alias.test", "new.test"
