@@ -91,6 +91,9 @@ set(MAILVEK_WRAPPED_layer_mail_lib
 )
 
 set(MAILVEK_WRAPPED_layer_util
+  ${call_faults}
+  mmap
+  posix_fallocate
   idna_to_ascii_8z
   idna_to_unicode_8z8z)
 
@@ -120,6 +123,7 @@ set(MAILVEK_WRAPPED_layer_maildir
 set(MAILVEK_WRAPPED_layer_postfix
   ${call_faults}
   copy_file_range
+  mmap
   sendfile
   sleep)
 

@@ -9,6 +9,7 @@
 #include "process/pipe.h"
 #include "util/autoclean_ofstream.h"
 #include "util/errors.h"
+#include "util/mapped_output.h"
 #include "util/mk_lock.h"
 
 #include <exception>
@@ -63,14 +64,38 @@ void removeKey(std::string const& map, std::string const& key)
     requireRemoval(pipe.run(), diagnostics);
 }
 
-// The text source of a map, which raises when it cannot be written.
+// The text source of a map, which raises when it cannot be written. A record at a time goes into
+// it, so it is written as memory where that can be done and through the stream's own buffer
+// elsewhere.
 class TextFile : public AutocleanOFStream
 {
 public:
-    explicit TextFile(std::string const& path) : AutocleanOFStream(path)
+    explicit TextFile(std::string const& path) : AutocleanOFStream(path), mapped(path)
     {
         exceptions(failbit | badbit);
+        if (mapped.is_open())
+            std::ios::rdbuf(&mapped);
+        else
+            emptyAgain();
     }
+
+    // To be called at the end of the writing, for a failure to be seen.
+    void finish()
+    {
+        if (mapped.is_open() && !mapped.finish())
+            setstate(failbit);
+        close();
+    }
+
+private:
+    // A mapping that failed may have made the file longer.
+    void emptyAgain()
+    {
+        close();
+        open(path());
+    }
+
+    MappedOutput mapped;
 };
 
 // Keeps the first exception of a receiver until the run is over: a pipe that is left by one
@@ -184,7 +209,7 @@ void DatabaseHelper::rewrite(std::string const& map, TextSource const& records)
         more = records(line);
         out.write(line.data(), static_cast<std::streamsize>(line.size()));
     }
-    out.close();
+    out.finish();
     IndexedFileCopy copy(indexedFileOf(map));
     rebuild({"-r", map}, copy);
 }
@@ -195,7 +220,7 @@ void DatabaseHelper::rewriteFiltered(std::string const& map, RecordFilter const&
     ChangeLock const changes(map);
     TextFile out(mapPath(map));
     dump(map, filter, out);
-    out.close();
+    out.finish();
     IndexedFileCopy copy(indexedFileOf(map));
     rebuild({map}, copy);
 }

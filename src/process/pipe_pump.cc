@@ -8,7 +8,6 @@
 #include <cerrno>
 #include <stdexcept>
 
-#include <sched.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -30,14 +29,19 @@ enum PolledSlot : size_t
 constexpr short readable = POLLIN | POLLHUP | POLLERR;
 constexpr short writable = POLLOUT | POLLERR;
 
-// How often is looked before the tool sleeps, some 50 microseconds in all. A program that prints
-// as fast as it is read has more by then, and to sleep and be woken for each of its pieces takes
-// both longer than that.
-constexpr int looks = 100;
-
 int look(std::vector<pollfd>& polled, int timeout)
 {
     return retryOnSignal([&] { return poll(polled.data(), nfds_t(polled.size()), timeout); });
+}
+
+// Lets the pipes fill, or empty, for a while that is too short for them to do so wholly, or until
+// a stage has ended. A program that prints as fast as it is read is spared a wake-up for each of
+// its pieces.
+void pauseUntil(pollfd stage_end)
+{
+    ErrnoKeeper const keeper;
+    constexpr timespec longest = {0, 200'000};
+    ppoll(&stage_end, 1, &longest, nullptr);
 }
 
 // A stopped stage goes on.
@@ -121,12 +125,10 @@ bool PipePump::wait()
         polled.push_back({channel.source->fd, POLLIN, 0});
     polled.push_back({catcher.controlPipe.readEnd.fd, POLLIN, 0});
     int count = look(polled, 0);
-    for (int looked = 1; count == 0 && looked < looks; ++looked) {
-        sched_yield(); // to a program that waits for this very processor
-        count = look(polled, 0);
-    }
-    if (count == 0)
+    if (count == 0) {
+        pauseUntil(polled.back());
         count = look(polled, -1);
+    }
     if (count == -1)
         throw SystemError("select", errno);
     for (pollfd const& entry : polled)

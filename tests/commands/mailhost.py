@@ -10,14 +10,10 @@ import fcntl
 import functools
 import grp
 import hashlib
-import imaplib
-import json
 import os
 import pathlib
-import poplib
 import pwd
 import shlex
-import smtplib
 import sqlite3
 import stat
 import subprocess
@@ -34,7 +30,6 @@ TOOL = "/usr/local/orv/admin/sbin/mailvek"
 MAPS = "/var/spool/postfix/orvek"
 ACCOUNTS = f"{MAPS}/passwd.db"
 MAILNAMES = "/var/qmail/mailnames"
-SPIES = pathlib.Path("/run/mailvek/spies")
 BIN = pathlib.Path("/run/mailvek/bin")
 REAL = pathlib.Path("/run/mailvek/real")
 NOSLEEP_JOURNAL = "/run/mailvek/nosleep"
@@ -238,71 +233,6 @@ def wait_until(condition, seconds=10):
     return value
 
 
-# ----------------------------------------------------------------------------------- mail
-
-
-def make_mailbox(address, password):
-    """A mailbox as the tool would make one, made by hand."""
-    mailname, domain = address.split("@")
-    home = pathlib.Path(MAILNAMES, domain, mailname)
-    for directory in (home.parent, home, *(home / "Maildir" / name for name in ("", "tmp", "new", "cur"))):
-        directory.mkdir(0o700, exist_ok=True)
-        os.chown(directory, pwd.getpwnam("popuser").pw_uid, grp.getgrnam("popuser").gr_gid)
-    add_records("virtual_domains", {domain: f"{domain}/"})
-    add_records("virtual", {address: address})
-    add_records("vmailbox", {address: f"{domain}/{mailname}/Maildir/"})
-    auth_sql("INSERT OR IGNORE INTO domains (name) VALUES (?)", domain)
-    auth_sql(
-        "INSERT INTO users (dom_id, name, userPassword) SELECT id, ?, ? FROM domains WHERE name = ?",
-        mailname, password, domain,
-    )
-
-
-def send(sender, recipient, body="Hello", login=None):
-    """Sends a letter by SMTP, as (user, password) when given; raises what smtplib raises."""
-    with smtplib.SMTP("127.0.0.1", 25, local_hostname="client.example.test", timeout=20) as smtp:
-        if login:
-            smtp.login(*login)
-        smtp.sendmail(sender, recipient, f"From: {sender}\r\nTo: {recipient}\r\nSubject: A letter\r\n\r\n{body}\r\n")
-
-
-def letters(address):
-    """The letters in a mailbox's Maildir, new ones and seen ones."""
-    mailname, domain = address.split("@")
-    maildir = pathlib.Path(MAILNAMES, domain, mailname, "Maildir")
-    return [file.read_text() for name in ("new", "cur") for file in sorted((maildir / name).iterdir())]
-
-
-def login_works(address, password):
-    """Whether Courier's account daemon lets the account in. Its servers ask the same daemon,
-    but take five seconds to refuse."""
-    return run("authtest", address, password).status == 0
-
-
-def imap_letters(address, password):
-    """Logs in by IMAP and counts the inbox; None when the login is refused."""
-    with imaplib.IMAP4("127.0.0.1", timeout=20) as imap:
-        try:
-            imap.login(address, password)
-        except imaplib.IMAP4.error:
-            return None
-        return int(imap.select()[1][0])
-
-
-def pop3_letters(address, password):
-    """Logs in by POP3 and counts the inbox; None when the login is refused."""
-    pop = poplib.POP3("127.0.0.1", timeout=20)
-    try:
-        pop.user(address)
-        pop.pass_(password)
-        return pop.stat()[0]
-    except poplib.error_proto:
-        return None
-    finally:
-        with contextlib.suppress(poplib.error_proto, OSError):
-            pop.quit()
-
-
 # ----------------------------------------------------------------------------------- files
 
 
@@ -377,101 +307,6 @@ def nothing_changes():
     after = disk()
     different = sorted(path for path in before.keys() | after.keys() if before.get(path) != after.get(path))
     assert not different, f"changed on disk: {different}"
-
-
-# ---------------------------------------------------------------------- spies and stand-ins
-
-
-@dataclasses.dataclass
-class Rule:
-    """What a spy does with the calls that fit. Plain Rule() runs the real program."""
-
-    exit: int | None = None  # end with this status instead of running the real program
-    signal: int | None = None  # or die by this signal
-    out: str = ""  # write this on standard output first
-    err: str = ""  # and this on standard error
-    spew: int = 0  # write so many bytes on each of both streams first, in turns
-    input: str = "record"  # record | ignore (never read it) | close
-    delay: float = 0  # wait so many seconds first
-    times: int | None = None  # serve so many calls, then leave it to the next rule
-    having: str | None = None  # serve only calls that have this argument
-
-    def line(self):
-        words = [f"input={self.input}"]
-        if self.exit is not None:
-            words.append(f"exit={self.exit}")
-        if self.signal is not None:
-            words.append(f"signal={int(self.signal)}")
-        if self.times is not None:
-            words.append(f"times={self.times}")
-        if self.having is not None:
-            words.append(f"having={os.fsencode(self.having).hex()}")
-        words += [f"stdout={os.fsencode(self.out).hex()}", f"stderr={os.fsencode(self.err).hex()}"]
-        words += [f"spew={self.spew}", f"delay={int(self.delay * 1000)}"]
-        return " ".join(words) + "\n"
-
-
-@dataclasses.dataclass
-class Call:
-    """One call of a program that a spy stands in for."""
-
-    program: str
-    argv: list
-    env: dict
-    cwd: str
-    fds: dict  # descriptor number -> what it is open on
-    uid: int
-    gid: int
-    umask: int
-    blocked: int  # signal masks, bit 0 is signal 1
-    ignored: int
-    stdin: str | None = None  # None when it was not read
-
-
-def _latin(value):
-    return text(value.encode("latin-1"))
-
-
-def spy(program, *rules):
-    """Puts a spy in a program's place. The first rule that fits a call and is not used up
-    serves it; without one the real program runs. A program that does not exist yet is made,
-    and a second spy() on a program replaces its rules. reset() takes all spies away."""
-    place = os.path.realpath(program)
-    folder = SPIES / place.replace("/", "%")
-    folder.mkdir(0o777, parents=True, exist_ok=True)
-    for directory in (SPIES, folder):
-        directory.chmod(0o777)
-    (folder / "rules").write_text("".join(rule.line() for rule in rules))
-    (folder / "used").unlink(missing_ok=True)
-    if not os.path.lexists(place):
-        pathlib.Path(place).parent.mkdir(parents=True, exist_ok=True)
-        pathlib.Path(place).touch(0o755)
-    if not os.path.samefile(place, BIN / "spy"):
-        subprocess.run(["mount", "--bind", BIN / "spy", place], check=True)
-
-
-def calls(program=None):
-    """The calls that spies have seen, of one program or of all, in their order."""
-    seen, open_calls = [], {}
-    with contextlib.suppress(FileNotFoundError):
-        for line in (SPIES / "journal").read_text().splitlines():
-            entry = json.loads(line)
-            if entry["event"] == "input":
-                open_calls[entry["pid"]].stdin = _latin(entry["data"])
-                continue
-            call = Call(
-                program=_latin(entry["program"]),
-                argv=[_latin(word) for word in entry["argv"]],
-                env=dict(_latin(word).split("=", 1) for word in entry["env"]),
-                cwd=_latin(entry["cwd"]),
-                fds={int(number): _latin(target) for number, target in entry["fds"].items()},
-                uid=entry["uid"], gid=entry["gid"], umask=entry["umask"],
-                blocked=int(entry["blocked"], 16), ignored=int(entry["ignored"], 16),
-            )
-            open_calls[entry["pid"]] = call
-            seen.append(call)
-    place = program and os.path.realpath(program)
-    return [call for call in seen if place in (None, call.program)]
 
 
 # ---------------------------------------------------------------------------------- faults

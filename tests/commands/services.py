@@ -5,6 +5,7 @@ import os
 import socket
 
 import mailhost
+import spies
 
 START, STOP, RESTART, RELOAD, STATUS = (f"--{verb}-service" for verb in ("start", "stop", "restart", "reload", "status"))
 POSTFIX = "/etc/init.d/postfix"
@@ -52,8 +53,8 @@ def postfix_is_up():
 def actions(script=None):
     """What the spies' scripts were asked to do: (script, action) in order, or one's actions."""
     if script:
-        return [call.argv[1] for call in mailhost.calls(script)]
-    return [(call.program, call.argv[1]) for call in mailhost.calls()]
+        return [call.argv[1] for call in spies.calls(script)]
+    return [(call.program, call.argv[1]) for call in spies.calls()]
 
 
 @contextlib.contextmanager

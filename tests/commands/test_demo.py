@@ -1,7 +1,8 @@
 """The demo: it runs whole, and tells when a step does not hold."""
 import re
 
-from mailhost import HOST, PATH, Rule, run, spy
+from mailhost import HOST, PATH, run
+from spies import Rule, spy
 
 LAST_LINE = re.compile(r"^(\d+) of (\d+) steps held$")
 

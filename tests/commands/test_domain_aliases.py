@@ -5,13 +5,14 @@ import os
 import pytest
 
 from mailhost import (
-    ACCOUNTS, MAPS, Rule, auth_domains, auth_rows, described, done, failed, mailvek, postmap, read, read_only,
-    spy, start, stop, write,
+    ACCOUNTS, MAPS, auth_domains, auth_rows, described, done, failed, mailvek, postmap, read, read_only, start,
+    stop, write,
 )
 from panel import (
     LOCAL, add_hook, damage_hooks, hooks, panel_domain, panel_domain_alias, panel_mailname,
     standard_addresses, without_accounts,
 )
+from spies import Rule, spy
 
 POSTMAP = "/usr/sbin/postmap"
 DOMAIN, ALIAS, NEW = "example.com", "alias.test", "new.test"

@@ -4,13 +4,14 @@ import os
 import pytest
 
 from mailhost import (
-    ACCOUNTS, MAILNAMES, MAPS, Rule, auth_domains, auth_rows, auth_sql, calls, described, done, failed, mailvek,
-    nothing_changes, panel_sql, postmap, read, read_only, spy, start, stop, undo,
+    ACCOUNTS, MAILNAMES, MAPS, auth_domains, auth_rows, auth_sql, described, done, failed, mailvek,
+    nothing_changes, panel_sql, postmap, read, read_only, start, stop, undo,
 )
 from panel import (
     add_hook, damage_hooks, hooks, panel_domain, panel_mailname, quota_line, standard_addresses,
     waits_for_the_accounts,
 )
+from spies import Rule, calls, spy
 
 POSTMAP = "/usr/sbin/postmap"
 DOMAIN, ALIAS, SECOND = "example.com", "alias.test", "second.test"

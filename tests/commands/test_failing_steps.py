@@ -6,13 +6,14 @@ import os
 import pytest
 
 from mailhost import (
-    MAILNAMES, MAPS, Rule, add_records, auth_domains, auth_rows, auth_sql, done, failed, flock_held, mailvek,
-    panel_sql, postmap, read, read_only, spy, start, stop, undo, wait_until,
+    MAILNAMES, MAPS, add_records, auth_domains, auth_rows, auth_sql, done, failed, flock_held, mailvek,
+    panel_sql, postmap, read, read_only, start, stop, undo, wait_until,
 )
 from panel import (
     LOCAL, add_hook, hooks, panel_domain, panel_domain_alias, panel_mailname, standard_addresses,
     waits_for_the_accounts,
 )
+from spies import Rule, spy
 
 POSTMAP = "/usr/sbin/postmap"
 DOMAIN, ALIAS, NEW = "example.com", "alias.test", "new.test"

@@ -8,7 +8,8 @@ from handlers import (
     INFO, ONE, REFRESHER, STORE, THREE, TWO, active, add, by_value, command, damaged, fatal, marker,
     names, not_made, options, parameter, says, silent, skipped, store, stuck, update, whole,
 )
-from mailhost import TOOL, calls, mailvek, nothing_changes, read, Rule, run, spy, undo, write
+from mailhost import TOOL, mailvek, nothing_changes, read, run, undo, write
+from spies import Rule, calls, spy
 
 
 # --------------------------------------------------------------------------------- remove

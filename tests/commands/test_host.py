@@ -1,22 +1,21 @@
-"""The mail host itself is true: its services are real and linked, its reset brings everything
-back, its spies and faults do what they say. What the other tests show rests on this."""
+"""The mail host itself is true: it is as an installer leaves it, its services are real and linked,
+its reset brings everything back. What the other tests show rests on this."""
 import os
 import pathlib
 import signal
 import smtplib
 import socket
 import subprocess
-import time
 
 import pytest
 
+from mailboxes import imap_letters, letters, login_works, make_mailbox, pop3_letters, send
 from mailhost import (
-    ACCOUNTS, HOST, MAILNAMES, MAPS, NOSLEEP_JOURNAL, Rule, accounts_locked, add_records, auth_domains,
-    auth_rows, auth_sql, calls, described, flock_held, full_disk, imap_letters, letters,
-    login_works, make_mailbox, nothing_changes, panel_sql, pop3_letters, postconf, postmap, postmap_query, read,
-    read_only, reset, run, runs, send, set_postconf, slept, spy, start, stop, system_log,
-    text, tree, undo, wait_until, write,
+    ACCOUNTS, HOST, MAILNAMES, MAPS, add_records, auth_domains, auth_sql, described, full_disk, panel_sql,
+    postconf, postmap, postmap_query, read, read_only, reset, run, runs, set_postconf, start, system_log,
+    tree, wait_until, write,
 )
+from spies import Rule, calls, spy
 
 SANITIZED_TOO = False  # the tool is not what is tested
 
@@ -148,6 +147,10 @@ def test_the_init_scripts_drive_the_services():
                 wait_until(lambda: runs(name))
         assert run(f"/etc/init.d/{script}", "status").status != 0
     assert run("/etc/init.d/courier-imap", "dance").status == 2
+
+
+def test_a_service_that_is_no_service_is_refused():
+    assert run(HOST / "service", "start", "sendmail", env={**os.environ}).status == 2
 
 
 def test_the_panel_lets_its_admin_in_with_the_shadow_password_only():
@@ -283,165 +286,3 @@ def test_the_system_log_survives_a_reset():
     assert system_log() == []
     run("logger", "second")
     wait_until(lambda: any("second" in line for line in system_log()))
-
-
-# ------------------------------------------------------------------------------------ spies
-
-
-def test_a_spy_notes_the_call_and_runs_the_real_program():
-    spy(POSTMAP)
-    with open("/dev/null") as null:
-        ended = run(POSTMAP, "-i", f"hash:{MAPS}/virtual", stdin="a 1\nb 2\n",
-                    env={"LANG": "C", "ODD": b"a=\xff"}, cwd=MAPS, pass_fds=[null.fileno()])
-        assert ended.status == 0, ended
-        assert postmap("virtual") == {"a": "1", "b": "2"}
-        [call] = calls()
-        assert call.program == POSTMAP
-        assert call.argv == [POSTMAP, "-i", f"hash:{MAPS}/virtual"]
-        assert call.env == {"LANG": "C", "ODD": text(b"a=\xff")}
-        assert call.cwd == MAPS
-        assert call.stdin == "a 1\nb 2\n"
-        assert sorted(call.fds) == [0, 1, 2, null.fileno()]
-        assert call.fds[null.fileno()] == "/dev/null"
-        assert (call.uid, call.gid) == (0, 0)
-
-
-def test_spies_note_the_order_among_programs():
-    spy(POSTMAP)
-    spy("/usr/sbin/postconf")
-    for command in ((POSTMAP, "-q", "x", f"hash:{MAPS}/virtual"), ("/usr/sbin/postconf", "-h", "mynetworks"),
-                    (POSTMAP, "-d", "x", f"hash:{MAPS}/virtual")):
-        run(*command)
-    assert [(call.program, call.argv[1]) for call in calls()] == [
-        (POSTMAP, "-q"), ("/usr/sbin/postconf", "-h"), (POSTMAP, "-d")]
-    assert [call.argv[1] for call in calls(POSTMAP)] == ["-q", "-d"]
-
-
-def test_a_spy_exits_dies_and_speaks_as_told():
-    spy("/bin/ps", Rule(exit=7, out="to out\n", err="to err\n", times=1), Rule(signal=signal.SIGKILL, times=1),
-        Rule(signal=signal.SIGSEGV, times=1))
-    ended = run("/bin/ps", "ax")
-    assert (ended.status, ended.out, ended.err) == (7, "to out\n", "to err\n")
-    assert run("/bin/ps").status == -signal.SIGKILL
-    assert run("/bin/ps").status == -signal.SIGSEGV
-    assert "PID" in run("/bin/ps").out  # used up: the real one
-
-
-def test_a_spy_picks_calls_by_argument():
-    spy(POSTMAP, Rule(exit=3, having="-s"))
-    assert run(POSTMAP, "-s", f"hash:{MAPS}/virtual").status == 3
-    assert run(POSTMAP, "-q", "x", f"hash:{MAPS}/virtual").status == 1
-    assert len(calls()) == 2
-
-
-def test_a_spy_spews_on_both_streams():
-    spy("/bin/ps", Rule(exit=0, spew=300000))
-    ended = run("/bin/ps")
-    assert (len(ended.out), len(ended.err)) == (300000, 300000)
-
-
-def test_a_spy_that_ignores_or_closes_its_input_breaks_the_writers_pipe():
-    for how in ("ignore", "close"):
-        spy("/usr/bin/deliverquota", Rule(exit=0, input=how))
-        child = subprocess.Popen(["/usr/bin/deliverquota", "Maildir"], stdin=subprocess.PIPE)
-        with pytest.raises(BrokenPipeError):
-            for _ in range(100):
-                child.stdin.write(bytes(65536))
-        assert child.wait(timeout=10) == 0
-        child.stdin = None
-        assert calls()[-1].stdin is None
-
-
-def test_a_spy_waits_as_told():
-    spy("/bin/ps", Rule(exit=0, delay=0.3))
-    started = time.monotonic()
-    run("/bin/ps")
-    assert time.monotonic() - started >= 0.3
-
-
-def test_a_spy_stands_in_for_a_program_that_is_not_there():
-    spy("/usr/lib64/orvek-9.0/handlers-tmpfs", Rule(exit=0))
-    assert run("/usr/lib64/orvek-9.0/handlers-tmpfs", "refresh").status == 0
-    assert calls()[0].argv[1:] == ["refresh"]
-    reset()
-    assert not os.path.exists("/usr/lib64/orvek-9.0/handlers-tmpfs")
-
-
-def test_a_spy_in_an_init_scripts_place_runs_it():
-    spy("/etc/init.d/postfix")
-    assert run("/etc/init.d/postfix", "start", env={"LANG": "C"}).status == 0
-    wait_until(lambda: runs("postfix"))
-    assert calls()[0].env == {"LANG": "C"}
-
-
-# ----------------------------------------------------------------------------------- faults
-
-
-def test_a_full_disk_refuses_content_and_keeps_what_is_there():
-    make_mailbox(ANNA, "secret")
-    before = tree(MAILNAMES)
-    full_disk(MAILNAMES, more_files=1)
-    assert {path: kind for path, kind in tree(MAILNAMES).items() if path != ".full"} == before
-    assert described(MAILNAMES) == "d 0755 popuser:popuser"
-    with pytest.raises(OSError, match="No space left"):
-        write(f"{MAILNAMES}/one", "x" * 5000)
-    with pytest.raises(OSError, match="No space left"):
-        write(f"{MAILNAMES}/two", "")
-    undo(MAILNAMES)
-    assert tree(MAILNAMES) == before
-
-
-def test_a_read_only_directory_and_file():
-    read_only(MAPS)
-    read_only("/etc/postfix/main.cf")
-    for path in (f"{MAPS}/x", "/etc/postfix/main.cf"):
-        with pytest.raises(OSError, match="Read-only"):
-            write(path, "x")
-    undo(MAPS)
-    write(f"{MAPS}/x", "x")
-
-
-def test_a_held_lock_blocks_another_process():
-    path = f"{MAPS}/virtual.lock"
-    with flock_held(path):
-        assert run("flock", "-n", path, "true").status == 1
-    assert run("flock", "-n", path, "true").status == 0
-
-
-def test_a_locked_account_database_is_busy():
-    with accounts_locked():
-        ended = run("sqlite3", ACCOUNTS, "INSERT INTO domains (name) VALUES ('x')")
-        assert ended.status != 0 and "locked" in ended.err
-    assert auth_rows() == {}
-
-
-def test_a_stopped_database_refuses_the_client():
-    start("mariadb")
-    stop("mariadb")
-    assert not runs("mariadb")
-    assert "connect" in run("mariadb", "-e", "SELECT 1").err
-
-
-def test_without_nosleep_time_passes_and_with_it_it_does_not():
-    command = ["/usr/bin/perl", "-e", "print sleep(30), '|'; select(undef, undef, undef, 0); print $ENV{LD_PRELOAD} // 'none'"]
-    started = time.monotonic()
-    ended = run(*command, env={"LD_PRELOAD": "/run/mailvek/bin/nosleep.so", "NOSLEEP_JOURNAL": NOSLEEP_JOURNAL})
-    assert time.monotonic() - started < 5
-    assert slept() == [("sleep", 30.0)]
-    assert ended.out.endswith("|none"), "the children of the preloaded program would not sleep either"
-
-
-def test_nothing_changes_notices_a_change():
-    with pytest.raises(AssertionError, match="/etc/orv/orv.conf"):
-        with nothing_changes():
-            write("/etc/orv/orv.conf", read("/etc/orv/orv.conf"))
-    with pytest.raises(AssertionError, match="/etc/orv"):
-        with nothing_changes():
-            write("/etc/orv/new", "")
-            os.unlink("/etc/orv/new")
-    with nothing_changes():
-        read("/etc/orv/orv.conf")
-
-
-def test_a_service_that_is_no_service_is_refused():
-    assert run(HOST / "service", "start", "sendmail", env={**os.environ}).status == 2

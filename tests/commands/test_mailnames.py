@@ -5,14 +5,15 @@ import os
 import pytest
 
 from mailhost import (
-    ACCOUNTS, MAILNAMES, MAPS, Rule, auth_domains, auth_rows, calls, described, done, failed, mailvek,
-    nothing_changes, postmap, read, read_only, spy, stop, system_calls, tree, undo, write,
+    ACCOUNTS, MAILNAMES, MAPS, auth_domains, auth_rows, described, done, failed, mailvek, nothing_changes,
+    postmap, read, read_only, stop, system_calls, tree, undo, write,
 )
 from mailnames import (
     ALIAS, ALL_ACCOUNTS, ANNA, DOMAIN, HOME, NAMES, PLAIN, POSTMAP, addresses,
     domain_without_mailnames, mailname_with_a_mailbox,
 )
 from panel import panel_domain, panel_mailname, quota_line, waits_for_the_accounts, without_accounts
+from spies import Rule, spy
 
 DELIVERY = "| true\n| /usr/bin/deliverquota ./Maildir\n"
 

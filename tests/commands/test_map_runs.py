@@ -2,8 +2,9 @@
 order of the records within a run."""
 import pytest
 
-from mailhost import calls, done, mailvek, map_file, spy, start
+from mailhost import done, mailvek, map_file, start
 from panel import LOCAL, STANDARD, panel_domain, panel_mailname
+from spies import calls, spy
 
 POSTMAP = "/usr/sbin/postmap"
 DOMAIN, ALIAS, OTHER, NEW = "example.com", "alias.test", "other.test", "new.test"

@@ -3,13 +3,12 @@ import pathlib
 
 import pytest
 
-from mailhost import (
-    Rule, calls, done, mailvek, nothing_changes, read, read_only, runs, slept, spy, start, wait_until, write,
-)
+from mailhost import done, mailvek, nothing_changes, read, read_only, runs, slept, start, wait_until, write
 from services import (
     COURIER, FILTER, MASTER_CF, PARKED, POSTFIX, SMTPS, SUBMISSION, actions, entries, listens, postfix_is_up, unusable,
     without_postlog,
 )
+from spies import Rule, calls, spy
 
 PID_FILE = "/var/spool/postfix/pid/master.pid"
 

@@ -4,10 +4,8 @@ import os
 
 import pytest
 
-from mailhost import (
-    MAPS, Rule, add_records, calls, disk, done, mailvek, nothing_changes, postconf, postmap, run, set_postconf,
-    spy,
-)
+from mailhost import MAPS, add_records, disk, done, mailvek, nothing_changes, postconf, postmap, run, set_postconf
+from spies import Rule, calls, spy
 
 POSTCONF, POSTMAP, POSTFIX = "/usr/sbin/postconf", "/usr/sbin/postmap", "/etc/init.d/postfix"
 NETWORKS = "127.0.0.0/8, 192.0.2.0/24, 198.51.100.0/24, 203.0.113.0/24"

@@ -5,10 +5,11 @@ import os
 import pytest
 
 from mailhost import (
-    ACCOUNTS, MAILNAMES, Rule, auth_rows, auth_sql, described, done, mailvek, nothing_changes, postmap, read,
-    read_only, spy, start, stop,
+    ACCOUNTS, MAILNAMES, auth_rows, auth_sql, described, done, mailvek, nothing_changes, postmap, read,
+    read_only, start, stop,
 )
 from panel import add_hook, damage_hooks, hooks, panel_domain, panel_mailname, standard_addresses, without_accounts
+from spies import Rule, spy
 
 POSTMAP = "/usr/sbin/postmap"
 DOMAIN, ALIAS, OTHER = "example.com", "alias.test", "other.test"

@@ -5,8 +5,8 @@ import os
 import pytest
 
 from mailhost import (
-    MAILNAMES, MAPS, Rule, auth_rows, auth_sql, done, failed, flock_held, mailvek, nothing_changes, postmap,
-    read_only, spy, stop, tree, undo, wait_until,
+    MAILNAMES, MAPS, auth_rows, auth_sql, done, failed, flock_held, mailvek, nothing_changes, postmap,
+    read_only, stop, tree, undo, wait_until,
 )
 from mailnames import (
     ALIAS, ANNA, DOMAIN, HOME, NAMES, OTHER, PLAIN, POSTMAP, addresses, domain_without_mailnames,
@@ -16,6 +16,7 @@ from panel import (
     add_hook, damage_hooks, hooks, panel_domain_alias, panel_mail_alias, panel_mailname,
     without_accounts,
 )
+from spies import Rule, spy
 
 
 @pytest.fixture(autouse=True)

@@ -1,6 +1,7 @@
 """--status-service."""
-from mailhost import Rule, calls, mailvek, nothing_changes, slept, spy, start
+from mailhost import mailvek, nothing_changes, slept, start
 from services import COURIER, POSTFIX, STATUS, components, done, status, unusable
+from spies import Rule, calls, spy
 
 
 def test_status_has_a_line_for_each_component_in_an_order_of_its_own():

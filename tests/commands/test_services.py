@@ -4,13 +4,13 @@ import pathlib
 import pytest
 
 from mailhost import (
-    Rule, calls, mailvek, nothing_changes, panel_sql, read, read_only, runs, slept, spy, start, stop,
-    wait_until, write,
+    mailvek, nothing_changes, panel_sql, read, read_only, runs, slept, start, stop, wait_until, write,
 )
 from services import (
     COURIER, MASTER_CF, PARKED, POSTFIX, RELOAD, RESTART, SMTPS, START, STOP, SUBMISSION, actions, components,
     done, entries, listens, panel_has_submission, postfix_is_up, status, unusable, without_postlog,
 )
+from spies import Rule, calls, spy
 
 
 @pytest.fixture(autouse=True)

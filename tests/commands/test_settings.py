@@ -5,10 +5,8 @@ import time
 
 import pytest
 
-from mailhost import (
-    MAPS, Rule, calls, disk, done, mailvek, nothing_changes, postconf, read, read_only, set_postconf, spy, undo,
-    write,
-)
+from mailhost import MAPS, disk, done, mailvek, nothing_changes, postconf, read, read_only, set_postconf, undo, write
+from spies import Rule, calls, spy
 
 POSTCONF, POSTFIX, COURIER = "/usr/sbin/postconf", "/etc/init.d/postfix", "/etc/init.d/courier-imap"
 COURIER_FILES = [f"/etc/courier-imap/{name}" for name in ("imapd", "imapd-ssl", "pop3d", "pop3d-ssl")]

@@ -5,10 +5,8 @@ import time
 import pytest
 
 from clients import HOST, OUTSIDE, addresses, name_server, offers, recipient, session
-from mailhost import (
-    add_records, done, letters, make_mailbox, postconf, send, set_postconf, start, system_log, wait_until,
-    write,
-)
+from mailboxes import letters, make_mailbox, send
+from mailhost import add_records, done, postconf, set_postconf, start, system_log, wait_until, write
 
 ANNA, ELSEWHERE = "anna@example.com", "bertha@elsewhere.test"
 LOGIN = (ANNA, "secret")

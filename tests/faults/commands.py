@@ -4,7 +4,8 @@ import os
 
 import mailhost
 import panel
-from mailhost import Rule, spy, write
+from mailhost import write
+from spies import Rule, spy
 
 DOMAIN, ALIAS, NEW = "example.com", "alias.test", "new.test"
 AT = f"--domain-name={DOMAIN}"

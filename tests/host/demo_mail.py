@@ -9,6 +9,7 @@ import time
 
 import clients
 import demo_settings
+import mailboxes
 import mailhost
 import panel
 
@@ -66,25 +67,25 @@ class Sequence:
         """A letter by SMTP, which must land in the mailboxes named."""
         self.number += 1
         body = f"Letter number {self.number}."
-        mailhost.send(sender, recipient, body=body)
+        mailboxes.send(sender, recipient, body=body)
         landed = []
         for address in into:
-            mailhost.wait_until(lambda: any(body in letter for letter in mailhost.letters(address)))
+            mailhost.wait_until(lambda: any(body in letter for letter in mailboxes.letters(address)))
             landed.append(address)
         self.demo.step(f"a letter by SMTP to {recipient}", f"in the Maildir of {', '.join(landed)}", landed == into)
 
     def logins(self, address, password):
-        imap, pop3 = mailhost.imap_letters(address, password), mailhost.pop3_letters(address, password)
+        imap, pop3 = mailboxes.imap_letters(address, password), mailboxes.pop3_letters(address, password)
         self.demo.step(f"{address} logs in by IMAP and POP3", f"letters: {imap} by IMAP, {pop3} by POP3",
                        imap is not None and imap == pop3 and imap > 0)
 
     def login(self, address, password, works):
-        said = mailhost.login_works(address, password)
+        said = mailboxes.login_works(address, password)
         self.demo.step(f"login of {address}", "accepted" if said else "refused", said == works)
 
     def smtp_auth(self, address, password, works):
         try:
-            mailhost.send(address, ANNA, body="With SMTP AUTH.", login=(address, password))
+            mailboxes.send(address, ANNA, body="With SMTP AUTH.", login=(address, password))
             said = "accepted"
         except smtplib.SMTPAuthenticationError as error:
             said = f"refused: {error.smtp_code}"
@@ -93,7 +94,7 @@ class Sequence:
 
     def refused(self, recipient):
         try:
-            mailhost.send("clara@localhost.localdomain", recipient)
+            mailboxes.send("clara@localhost.localdomain", recipient)
             said = "accepted"
         except smtplib.SMTPRecipientsRefused as error:
             said = "refused: " + " ".join(map(str, *error.recipients.values()))
@@ -101,11 +102,11 @@ class Sequence:
 
     def returned(self, recipient, sender, saying):
         """A letter that comes back to its sender with this text."""
-        before = len(mailhost.letters(sender))
-        mailhost.send(sender, recipient)
-        mailhost.wait_until(lambda: len(mailhost.letters(sender)) > before)
-        text = mailhost.letters(sender)[-1] if len(mailhost.letters(sender)) else ""
-        found = [letter for letter in mailhost.letters(sender) if saying in letter.replace("\n    ", " ")]
+        before = len(mailboxes.letters(sender))
+        mailboxes.send(sender, recipient)
+        mailhost.wait_until(lambda: len(mailboxes.letters(sender)) > before)
+        text = mailboxes.letters(sender)[-1] if len(mailboxes.letters(sender)) else ""
+        found = [letter for letter in mailboxes.letters(sender) if saying in letter.replace("\n    ", " ")]
         self.demo.step(f"a letter to {recipient} comes back", f'to {sender}, saying "{saying}"' if found else text,
                        bool(found))
 

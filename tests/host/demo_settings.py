@@ -6,6 +6,7 @@ demo.py runs it while the domain of demo_mail.py is at its height.
 import smtplib
 
 import clients
+import mailboxes
 import mailhost
 
 ELSEWHERE = "dora@elsewhere.test"
@@ -48,7 +49,7 @@ def who_may_relay(run, login):
 
 def a_long_letter(run, to, taken):
     try:
-        mailhost.send("clara@localhost.localdomain", to, body="long " * 1000)
+        mailboxes.send("clara@localhost.localdomain", to, body="long " * 1000)
         said = "accepted"
     except smtplib.SMTPSenderRefused as error:
         said = f"{error.smtp_code} {error.smtp_error.decode()}"
