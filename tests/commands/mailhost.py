@@ -299,13 +299,18 @@ def disk():
     return found
 
 
+def changed_since(before):
+    """The paths at which disk() gives something else now."""
+    after = disk()
+    return sorted(path for path in before.keys() | after.keys() if before.get(path) != after.get(path))
+
+
 @contextlib.contextmanager
 def nothing_changes():
     """Fails when the block changes anything on the disk."""
     before = disk()
     yield
-    after = disk()
-    different = sorted(path for path in before.keys() | after.keys() if before.get(path) != after.get(path))
+    different = changed_since(before)
     assert not different, f"changed on disk: {different}"
 
 
