@@ -73,6 +73,7 @@ def the_tool_answers(demo):
 def bad_usage_is_told(demo):
     demo.heading("bad usage: told on standard error, status 1, nothing changed on disk")
     short_usage = mailhost.mailvek("-h").out
+    mailhost.stop("postfix", "courier", "mariadb")  # which write when they like
     before = mailhost.disk()
     demo.tool(status=1, out="", err="Error: no command specified\n" + short_usage)
     demo.tool("foo", status=1, out="", err="Error: invalid command foo\n" + short_usage)
