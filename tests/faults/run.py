@@ -90,11 +90,11 @@ class Bench:
             self.restore_after(broken)
             return None
         seen = self.look()
-        whole = seen == self.new
-        broken += promises.of_ending(ended, fault, os.path.getsize(SYSLOG) > logged, whole)
+        lacking = differences(seen, self.new)
+        broken += promises.of_ending(ended, fault, os.path.getsize(SYSLOG) > logged, lacking)
         broken += promises.of_files(seen, self.good, fault.error == "KILL")
         broken += promises.of_locks()
-        if self.now != self.found and not whole:
+        if self.now != self.found and lacking:
             broken += self.repeat(seen)
         return self.restore_after(broken)
 
