@@ -23,7 +23,7 @@ import calls  # noqa: E402
 import mailhost  # noqa: E402
 import promises  # noqa: E402
 import state  # noqa: E402
-from commands import COMMANDS, done, inhabited  # noqa: E402
+from commands import COMMANDS, inhabited  # noqa: E402
 from exceptions import reason_for  # noqa: E402
 
 SECONDS = 10  # a run that takes longer hangs
@@ -36,7 +36,7 @@ class Bench:
     def __init__(self, name):
         self.name, self.command = name, COMMANDS[name]
         for before in self.command.before:
-            done(*before)
+            mailhost.done(*before)
         self.env = mailhost.tool_environment(self.command.env, leaks=False)
         self.processes = promises.processes()
         self.found = self.now = state.picture()
