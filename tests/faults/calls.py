@@ -53,8 +53,8 @@ OF_CHILDREN = ("execve", "dup2")
 
 @dataclasses.dataclass(frozen=True)
 class Fault:
-    """One call of the tool, the number-th of its kind, that fails once with error; with KILL
-    the process dies at its beginning, and behind is the call before it."""
+    """One call of the tool, the number-th of its kind, that fails once with error, and how strace
+    shows it; with KILL the process dies at its beginning, and shown is the call before it."""
 
     call: str
     number: int
@@ -181,7 +181,7 @@ def faults(found, of_children):
 
 
 def may_fail(name, line, written):
-    """Whether there are faults of this call; written are the files written to and not closed.
+    """Whether there are faults of this call; written are the files written to so far.
 
     strace does not make the call that it lets fail. A descriptor is gone after a close that
     fails, so only those fail whose staying open means nothing: of files that were written.

@@ -4,7 +4,7 @@ import os
 
 import mailhost
 import panel
-from mailhost import write
+from mailhost import done, write
 from spies import Rule, spy
 
 DOMAIN, ALIAS, NEW = "example.com", "alias.test", "new.test"
@@ -62,11 +62,6 @@ COMMANDS = {
                                before=(("--start-service", "--mail-component=submission"),)),
     "update-spf": Command(("--update-spf", "--spf-behavior=2", "--spf-rules=v=spf1", "--spf-exp=why")),
 }
-
-
-def done(*arguments, env=None):
-    ended = mailhost.mailvek(*arguments, env=env)
-    assert ended.status == 0, ended
 
 
 def inhabited():

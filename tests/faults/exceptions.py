@@ -1,48 +1,142 @@
-"""Faults after which a promise does not hold, each with the reason why that is as it should be."""
+"""Faults after which a promise does not hold, each with the reason why that is as it should be.
+
+Each is told as narrowly as it is known: by the error, the call and the path of the fault, and by what
+was seen behind it. A fault that does the same elsewhere, or does more, is a broken promise.
+"""
 import re
 
-HOOKS = ("add-alias|add-domain-alias|rename-domain-alias|rename-mailname|rename-mailname-password|"
-         "remove-mailname|remove-domain|remove-alias|turn-off-domain")
+# Where faults are, and what they leave.
+HANDLERS = "/usr/local/orv/handlers"
+NAME = r"\d+-(check|spam|autoresponder)"
+PART = r"(context|executable|handler-type|hook|recipient)"
+DESCRIPTOR = rf"{HANDLERS}/info/{NAME}-\w{{6}}"
+HALF = rf"{HANDLERS}/info/{NAME}-\*(/{PART})?"
+MARKERS = rf"{HANDLERS}/before-local/recipient/[\w.@]+"
+MAP = r"/var/spool/postfix/orvek/(virtual|vmailbox|virtual_domains|aliases|blacklists)"
+ACCOUNTS = r"/var/spool/postfix/orvek/passwd\.db"
+LOCK = r"/(var|run)/lock/files/\w{32}"
+DELIVERY = r"/var/qmail/mailnames/example\.com/(anna|ben)/\.qmail"
+UPLOADED = r"/var/qmail/mailnames/example\.com/anna/@attachments/b\.txt"
+QUOTA = r"/var/qmail/mailnames/example\.com/(anna|carl)/Maildir/maildirsize"
+KEY = r"/etc/domainkeys/example\.com/default is .*"
+
+# Faults, by what the tool was about.
+LOOK_AT_HANDLERS = rf"E\w+ (getdents64|newfstatat|openat|read)\(.*{HANDLERS}/info.*"
+FIND_PROGRAM = r'E\w+ (readlink|newfstatat)\(.*"/(bin|usr)\b.*'
+MAKE_DESCRIPTOR = (rf"E\w+ (chmod|chown|close|mkdir|newfstatat|openat|write)\(.*{DESCRIPTOR}.*|"
+                   rf'E\w+ symlink\("[\w/]+", "{DESCRIPTOR}/executable"\)|E\w+ (flock|openat)\(.*{LOCK}.*')
+HANG_UP = rf"E\w+ (mkdir|openat)\(.*{MARKERS}.*"
+DIED_MAKING = (rf"KILL (chmod|chown|close|write)\(.*{DESCRIPTOR}.*|KILL symlink\(.*{DESCRIPTOR}/executable\"\)|"
+               rf"KILL close\(\d+<{LOCK}>\)|KILL (chown|mkdir)\(\"{MARKERS}\".*")
+TAKE_DOWN = rf'E\w+ unlink\("{MARKERS}/{NAME}-\w{{6}}"\)'
+REMOVE_DESCRIPTOR = (rf'E\w+ (getdents64|newfstatat|openat|fchdir|rmdir)\(.*{DESCRIPTOR}.*|E\w+ unlink\("{PART}"\)|'
+                     r"E\w+ fchdir\(\d+</>\)")
+CLEAR_MAP = rf'E\w+ unlink\("(?P<file>{MAP}(\.db\.saved)?)"\)'
+EDIT_LINES = rf"E\w+ (close|read|rename|write)\(.*{DELIVERY}.*"
+LOOK_AT_PANEL = r"E\w+ (openat|read)\(.*/etc/orv/\.orv\.shadow.*|E\w+ (socket|connect)\(.*|E\w+ sendto\(\d+<socket:.*"
+LOOK_AT_ACCOUNTS = rf"E\w+ (fcntl|newfstatat|pread64)\(.*{ACCOUNTS}.*"
+LOOK_AT_USERS = r"E\w+ (newfstatat|openat|read)\(.*/etc/(nsswitch\.conf|passwd).*"
+LOOK_AT_ATTACHMENTS = (r"E\w+ newfstatat\(AT_FDCWD</var/qmail/mailnames/example\.com/(anna|carl)"
+                       r'(>, "@attachments"|/@attachments>, "a\.txt").*')
+
+# A success without the whole result. What is missing is told with handlers last: where they come
+# first, nothing else is.
+LACKING = "0 without the whole result: "
+LACKING_HANDLERS = rf"{LACKING}{HANDLERS}/(before-local|info)/.*; said: .*"
+OF_ALIAS_DOMAIN = rf"{MAP}\.db \S*alias\.test: [^,;]*"
+
+REWRITES = "add-domain|remove-domain|rename-.*"
+CLONES = "add-alias|add-domain-alias|rename-.*"
+
+SAVED_MAP = "What is to be removed behind a rewrite cannot be: the map itself is whole, the next rewrite takes it away."
 HALF_MADE = ("A handler is a directory of several files and a marker. One that could not be finished or removed "
              "stays, for no step cleans up; once it has a hook, a type and a value it is found and not made again.")
+HOOKS_LAST = "Hooks come last. Those that cannot follow are reported and do not change the status."
+LINE_IGNORED = "The removal of a delivery line that may not be there is tried and its result ignored."
+NO_USER = "An unknown user has root's group. The uploaded key is removed behind a success, so there is no repeat."
+UNSEEN_ATTACHMENT = "An attachment that cannot be looked at does not count."
 
-# Command, promise, what the fault and what was seen look like, reason.
+# Commands, promise, fault, what was seen, reason. What was seen may refer to groups of the fault.
 EXCEPTIONS = (
-    (".*", "left over|status", r"^E\w+ from #\d+ unlink\(\"/var/spool/postfix/orvek/",
-     "What is to be removed behind a rewrite cannot be: the map itself is whole, the next rewrite takes it away."),
-    (".*", "left over", r"handlers/info/", HALF_MADE),
-    (".*", "status|left over|repeat", r"^E\w+ from #\d+ rmdir\(\"/usr/local/orv/handlers/[^i]",
+    (REWRITES, "left over", CLEAR_MAP, "(?P=file)", SAVED_MAP),
+    (REWRITES, "status", CLEAR_MAP, LACKING + "(?P=file) is there; said: ", SAVED_MAP),
+
+    (f"{CLONES}|add-handler|set-autoresponder", "left over", MAKE_DESCRIPTOR, HALF, HALF_MADE),
+    ("remove-domain|remove-handler|remove-mailname|rename-.*", "left over", REMOVE_DESCRIPTOR, HALF, HALF_MADE),
+    ("add-alias|(add|rename)-domain-alias|add-handler|set-autoresponder", "repeat",
+     f"{LOOK_AT_HANDLERS}|{MAKE_DESCRIPTOR}|{HANG_UP}|{DIED_MAKING}",
+     rf"{HANDLERS}/before-local/[^;]* is missing(; {HANDLERS}/(before-local|info)/[^;]* is missing)*"
+     r"( and \d+ more)?; said \S+/mailvek --.* -> 0\n.*", HALF_MADE),
+
+    (CLONES, "status", f"{LOOK_AT_HANDLERS}|{FIND_PROGRAM}|{MAKE_DESCRIPTOR}|{HANG_UP}|{TAKE_DOWN}",
+     rf"{LACKING_HANDLERS}WARNING: unable to (set all|clone all|re-assign some of|properly re-assign) mail handlers .*",
+     HOOKS_LAST),
+    ("remove-domain|remove-mailname", "status", f"{LOOK_AT_HANDLERS}|{TAKE_DOWN}",
+     rf"{LACKING_HANDLERS}(WARNING|ERROR): unable to (properly )?remove (all |some of )?mail handlers? .*", HOOKS_LAST),
+    ("turn-off-domain", "status", f"{LOOK_AT_HANDLERS}|{TAKE_DOWN}",
+     rf"{LACKING_HANDLERS}(Some errors was occured in mass hook operation|Unable to (open|read) directory {HANDLERS}/info).*",
+     HOOKS_LAST),
+    ("turn-off-domain", "status", rf'E\w+ rmdir\("(?P<directory>{MARKERS})"\)',
+     LACKING + "(?P=directory) is there; said: ",
      "A hook's directory goes when it is empty; one that cannot be removed does not matter."),
-    (".*", "left over", r"\.qmail\.tmp\b", "A line edit that fails leaves its temporary file, and the next one uses it."),
-    ("remove-domain", "left over", r"\.OrvekSaved\.", "A domain is moved aside first; what cannot be removed then stays there."),
-    (HOOKS, "status", r"mail handler|mass hook operation|Unable to (open|read) directory /usr/local/orv/handlers/info",
-     "Hooks come last. Those that cannot follow are reported and do not change the status."),
-    (HOOKS + "|add-handler|set-autoresponder", "repeat", r"\): /usr/local/orv/handlers/", HALF_MADE),
-    ("remove-handler", "status", r"does not exist in queue", "A handler that cannot be read counts as none, behind a report."),
-    ("rename-mailname.*", "repeat", r"filesystem::rename: No such file",
+    ("remove-handler", "status", LOOK_AT_HANDLERS,
+     rf"{LACKING_HANDLERS}Handler spam for recipient anna@example\.com does not exist in queue before-local\n",
+     "A handler that cannot be read counts as none, behind a report."),
+
+    ("rename-mailname(-password)?", "repeat", r"(E\w+|KILL) .*",
+     rf"({ACCOUNTS}|{MAP}\.db) .* -> 1\nFatal error: boost::filesystem::filesystem_error\(boost::filesystem::rename: "
+     r'No such file or directory: "/var/qmail/mailnames/example\.com/anna", "/var/qmail/mailnames/example\.com/anita"\).*',
      "The home goes last and only once: a rename that has moved it fails when it is repeated, and takes its records back."),
-    (".*", "status", r"Unable to get domain aliases from database",
+    ("remove-domain", "left over",
+     r"E\w+ (getdents64|newfstatat|openat|rmdir|unlink|unlinkat)\(.*/var/qmail/mailnames/example\.com\.OrvekSaved\.\d+.*",
+     r"/var/qmail/mailnames/example\.com\.OrvekSaved\.\*(/.*)?",
+     "A domain is moved aside first; what cannot be removed then stays there."),
+
+    ("add-alias|add-mailname|remove-alias|remove-mailname|set-bounce|set-catchall", "status", LOOK_AT_PANEL,
+     rf"{LACKING}{OF_ALIAS_DOMAIN}(; {OF_ALIAS_DOMAIN})?; said: .*"
+     r"Unable to get domain aliases from database for: example\.com\n",
      "Without the panel's database the addresses of the domain itself are changed and the failure is reported."),
-    (".*", "status", r"Unable to (execute the domain selection query|prepare SQL statement for query 'SELECT id FROM domains)",
+    ("remove-alias|remove-mailbox|remove-mailname|rename-mailname", "status", LOOK_AT_ACCOUNTS,
+     rf"{LACKING}{ACCOUNTS} account [\w@.]+: [^;]* instead of None; said: "
+     r"Unable to (execute the domain selection query|prepare SQL statement for query 'SELECT id FROM domains).*",
      "A domain that cannot be looked up among the accounts counts as one that is not there, behind a report."),
-    ("add-redirect|add-mailbox|remove-mailbox", "status", r"(?s)^(?!.*Unable to add string).*(/\.qmail\b|/lock/files/)",
-     "The removal of a delivery line that may not be there is tried and its result ignored."),
-    ("set-domain-key", "status|repeat", r"Unable to getpwnam for user popuser|No source file",
-     "An unknown user has root's group. The uploaded key is removed behind a success, so there is no repeat."),
-    ("set-mail-params", "status", r"Unable to open //etc/courier-imap/", "A file of Courier's that cannot be read is passed over."),
-    ("set-domain-key", "status", r"from #\d+ unlink\(\"/tmp/key\"", "The key is installed; that the upload cannot be removed is not looked at."),
-    ("add-mailname", "torn", r"^KILL .*/\.qmail: b''$",
+
+    ("add-mailbox|add-redirect|remove-mailbox", "left over", EDIT_LINES, rf"{DELIVERY}\.tmp",
+     "A line edit that fails leaves its temporary file, and the next one uses it."),
+    ("add-mailbox|add-redirect", "status", EDIT_LINES,
+     rf"{LACKING}{DELIVERY}\.tmp is there; said: Unable to \w+ file {DELIVERY}.*", LINE_IGNORED),
+    ("remove-mailbox", "status",
+     rf"E\w+ (close|newfstatat|openat|read|rename|write)\(.*{DELIVERY}.*|E\w+ (flock|openat)\(.*{LOCK}.*",
+     rf"{LACKING}{DELIVERY} is [^;]*deliverquota \./Maildir[^;]* instead of [^;]*(; {DELIVERY}\.tmp is there)?; "
+     rf"said: .*file {DELIVERY}.*", LINE_IGNORED),
+    ("add-mailname", "torn", r"KILL openat\(.*/example\.com/carl/\.qmail\".*",
+     r"/var/qmail/mailnames/example\.com/carl/\.qmail: b''",
      "The delivery file of a new mailname is written in its place: nobody has mail there yet, and a repeat writes it anew."),
-    ("add-attachment", "torn", r"@attachments/", "An attachment is copied to its place; a copy that fails is reported and made anew by a repeat."),
-    ("update-spf", "torn", r"/etc/orv-spf/", "A parameter is one value, written in its place and written anew by a repeat."),
-    ("set-mailbox-disk-quota|add-mailname", "status|torn", r"@attachments",
-     "An attachment that cannot be looked at does not count."),
+
+    ("set-domain-key", "status", LOOK_AT_USERS,
+     rf"{LACKING}{KEY}; said: Unable to getpwnam for user popuser.*", NO_USER),
+    ("set-domain-key", "repeat", LOOK_AT_USERS, rf"{KEY}; said .* -> 1\n(No source file '/tmp/key': .*)+", NO_USER),
+    ("set-domain-key", "status", r'E\w+ unlink\("/tmp/key"\)', LACKING + "/tmp/key is there; said: ",
+     "The key is installed; that the upload cannot be removed is not looked at."),
+    ("set-mail-params", "status", r'E\w+ openat\(.*"//etc/courier-imap/(?P<file>(imapd|pop3d)(-ssl)?)".*',
+     LACKING + "/etc/courier/(?P=file) is .*; said: Unable to open //etc/courier-imap/(?P=file): .*",
+     "A file of Courier's that cannot be read is passed over."),
+    ("add-attachment", "torn",
+     rf'E\w+ read\(\d+</tmp/upload>.*|(E\w+|KILL) (openat|write)\(.*{UPLOADED}\b.*', rf"{UPLOADED}: .*",
+     "An attachment is copied to its place; a copy that fails is reported and made anew by a repeat."),
+    ("update-spf", "torn", rf"(E\w+ write|KILL openat)\(.*(?P<file>/etc/orv-spf/spf\w+).*", "(?P=file): b''",
+     "A parameter is one value, written in its place and written anew by a repeat."),
+    ("add-mailname|set-mailbox-disk-quota", "torn", LOOK_AT_ATTACHMENTS,
+     rf"{QUOTA}: b'\d+S,0C\\n[ 0]+\\n'", UNSEEN_ATTACHMENT),
+    ("add-mailname|set-mailbox-disk-quota", "status", LOOK_AT_ATTACHMENTS,
+     rf"{LACKING}{QUOTA} is [^;]*; said: ", UNSEEN_ATTACHMENT),
 )
 
 
 def reason_for(command, fault, promise, said):
     """Why this broken promise is none, or None."""
-    for name, what, pattern, reason in EXCEPTIONS:
-        if re.fullmatch(name, command) and re.fullmatch(what, promise) and re.search(pattern, f"{fault}: {said}"):
+    for names, what, call, seen, reason in EXCEPTIONS:
+        if re.fullmatch(names, command) and what == promise and re.fullmatch(
+                f"(?:{call}) => (?:{seen})", f"{fault.error} {fault.shown} => {said}", re.S):
             return reason
     return None

@@ -85,8 +85,8 @@ def of_locks():
                 yield "locked", path
 
 
-def of_ending(ended, fault, logged, whole):
-    """How the tool said that it ended, when a good run's result is there or is not."""
+def of_ending(ended, fault, logged, lacking):
+    """How the tool said that it ended. lacking is what differs from a good run's result, if anything."""
     if ended is None:
         yield "hang", "did not come back"
         return
@@ -96,8 +96,8 @@ def of_ending(ended, fault, logged, whole):
         if (ended.status, fault.error) != (-9, "KILL"):
             yield "crash", f"signal {-ended.status}"
     elif ended.status == 0:
-        if not whole:
-            yield "status", f"0 without the whole result; said: {ended.err}"
+        if lacking:
+            yield "status", f"0 without the whole result: {lacking}; said: {ended.err}"
     elif not (ended.err or logged or reports(fault)):
         yield "silent", f"status {ended.status}"
 

@@ -23,7 +23,7 @@ import calls  # noqa: E402
 import mailhost  # noqa: E402
 import promises  # noqa: E402
 import state  # noqa: E402
-from commands import COMMANDS, done, inhabited  # noqa: E402
+from commands import COMMANDS, inhabited  # noqa: E402
 from exceptions import reason_for  # noqa: E402
 
 SECONDS = 10  # a run that takes longer hangs
@@ -36,7 +36,7 @@ class Bench:
     def __init__(self, name):
         self.name, self.command = name, COMMANDS[name]
         for before in self.command.before:
-            done(*before)
+            mailhost.done(*before)
         self.env = mailhost.tool_environment(self.command.env, leaks=False)
         self.processes = promises.processes()
         self.found = self.now = state.picture()
@@ -90,11 +90,11 @@ class Bench:
             self.restore_after(broken)
             return None
         seen = self.look()
-        whole = seen == self.new
-        broken += promises.of_ending(ended, fault, os.path.getsize(SYSLOG) > logged, whole)
+        lacking = differences(seen, self.new)
+        broken += promises.of_ending(ended, fault, os.path.getsize(SYSLOG) > logged, lacking)
         broken += promises.of_files(seen, self.good, fault.error == "KILL")
         broken += promises.of_locks()
-        if self.now != self.found and not whole:
+        if self.now != self.found and lacking:
             broken += self.repeat(seen)
         return self.restore_after(broken)
 

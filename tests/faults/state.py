@@ -77,13 +77,24 @@ def put_back(wanted, present):
     The result is a picture of it."""
     for path in sorted(present.keys() - wanted.keys(), reverse=True):
         remove(path, present[path])
+    emptied = set(files_beside_what_is_gone(wanted, present))
+    for path in emptied:
+        remove(path, present[path])
     for path in sorted(wanted):
-        there = present.get(path)
+        there = None if path in emptied else present.get(path)
         if there is None or not wanted[path].same(there):
             if there is not None and there.kind() != wanted[path].kind():
                 remove(path, there)
             make(path, wanted[path])
     return picture(present)
+
+
+def files_beside_what_is_gone(wanted, present):
+    """They are made anew together, for a directory to list them in the same order each time."""
+    directories = {os.path.dirname(path) for path in wanted.keys() - present.keys()}
+    for path in present.keys() & wanted.keys():
+        if os.path.dirname(path) in directories and not stat.S_ISDIR(present[path].mode):
+            yield path
 
 
 def remove(path, entry):
