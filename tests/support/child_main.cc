@@ -142,8 +142,8 @@ void reportDescriptors()
     std::vector<int> open;
     DIR* const dir = opendir("/proc/self/fd");
     while (dirent const* const entry = readdir(dir))
-        if (entry->d_name[0] != '.' && atoi(entry->d_name) != dirfd(dir))
-            open.push_back(atoi(entry->d_name));
+        if (entry->d_name[0] != '.' && std::stoi(entry->d_name) != dirfd(dir))
+            open.push_back(std::stoi(entry->d_name));
     closedir(dir);
     std::sort(open.begin(), open.end());
     printf("fds:");

@@ -22,6 +22,7 @@ constexpr sizequota_t no_quota = -1;
 sizequota_t number(char const* text, sizequota_t otherwise)
 {
     sizequota_t value = 0;
+    // What does not fit is as large as can be: NOLINTNEXTLINE(cert-err34-c)
     return text && sscanf(text, "%lld", &value) == 1 ? value : otherwise;
 }
 

@@ -172,6 +172,7 @@ TEST(GetEnvCryptedPassword, DrawsTheSaltFromTheTime)
         std::string const crypted = get_env_crypted_password();
         for (time_t seed = begin; seed <= time(nullptr); ++seed) {
             char salt[9] = {};
+            // NOLINTNEXTLINE(cert-msc32-c,cert-msc51-cpp): that it is the time is what is tested
             srand(static_cast<unsigned int>(seed));
             to64(salt, 8);
             if (crypted.compare(3, 8, salt) == 0)

@@ -41,7 +41,7 @@ ssize_t readPiece(void*, char* block, size_t size)
         return 0;
     std::string const piece = pieces.front().substr(0, size);
     pieces.pop_front();
-    memcpy(block, piece.data(), piece.size());
+    piece.copy(block, piece.size());
     errno = EIO;
     return piece.empty() ? -1 : static_cast<ssize_t>(piece.size());
 }

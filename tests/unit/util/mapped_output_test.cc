@@ -184,7 +184,7 @@ TEST_F(MappedOutputTest, IsNotOpenWhereNothingCanBeMapped)
 
 TEST_F(MappedOutputTest, RefusesWhatTheDiskHasNoRoomForAndSaysWhy)
 {
-    std::string const written = writtenUpTo(300 * 1024);
+    std::string const written = writtenUpTo(rlim_t(300) * 1024);
     EXPECT_EQ(written.size(), 300U * 1024);
     EXPECT_EQ(written.substr(0, 10), "0123456012");
     EXPECT_EQ(written.find('\0'), std::string::npos);

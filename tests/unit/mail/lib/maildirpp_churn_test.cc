@@ -6,7 +6,8 @@
 #include "support/maildir_test.h"
 #include "support/worker.h"
 
-#include <cstdio>
+#include <sstream>
+#include <string>
 
 #include <sys/prctl.h>
 
@@ -69,9 +70,10 @@ TEST_F(MaildirppChurn, NeverFailsAWriteAndDatesTheFileAsItMust)
         }
         long long size = -1;
         unsigned long long count = 0;
-        ASSERT_EQ(
-            sscanf(readFile("Maildir/maildirsize").c_str(), "5000S,0C\n%lld %llu", &size, &count),
-            2);
+        std::string quota;
+        std::istringstream text(readFile("Maildir/maildirsize"));
+        ASSERT_TRUE(text >> quota >> size >> count);
+        EXPECT_EQ(quota, "5000S,0C");
         EXPECT_LE(count, 200U);
     }
     EXPECT_GT(dated_back, 0);

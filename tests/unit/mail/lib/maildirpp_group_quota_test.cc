@@ -10,8 +10,6 @@ using ::testing::Contains;
 using ::testing::EndsWith;
 using ::testing::StartsWith;
 
-namespace fs = std::filesystem;
-
 namespace {
 
 constexpr char domain_name[] = "example.com";

@@ -117,7 +117,7 @@ TEST_F(MaildirppMaildirsize, NamesTheNewFileAfterTimeProcessAndHost)
     }
     EXPECT_EQ(name.substr(name.find('.')),
               "." + std::to_string(getpid()) + "." + host + "-maildirsize");
-    EXPECT_NEAR(atof(name.c_str()), static_cast<double>(time(nullptr)), 5);
+    EXPECT_NEAR(std::stod(name), static_cast<double>(time(nullptr)), 5);
 }
 
 TEST_F(MaildirppMaildirsize, LeavesTheFileOfAQuietMailboxAsItIs)
