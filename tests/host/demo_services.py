@@ -2,8 +2,6 @@
 
 demo.py runs it on a host where everything runs.
 """
-import contextlib
-
 import mailhost
 import services
 
@@ -11,10 +9,8 @@ import services
 def status(demo, component, expected):
     """What a component is, in the end: behind a start or a reload Postfix takes a moment to start the
     queue manager, without which it counts as stopped."""
-    words, out = ("--status-service", f"--mail-component={component}"), f"{component} is {expected}\n"
-    with contextlib.suppress(AssertionError):
-        mailhost.wait_until(lambda: mailhost.mailvek(*words).out == out)
-    demo.tool(*words, status=0, out=out, err="")
+    demo.tool("--status-service", f"--mail-component={component}", within=10,
+              status=0, out=f"{component} is {expected}\n", err="")
 
 
 def listening(demo, port, expected):
