@@ -125,7 +125,12 @@ private:
     std::exception_ptr raised;
 };
 
-void dump(std::string const& map, RecordFilter const& filter, std::ostream& out)
+// How much of a dump, in chunks as the pump gives them, goes with a piece of the copy. A pipe holds
+// twice as much, so postmap is not kept waiting.
+constexpr int chunks_per_piece = 32;
+
+void dump(std::string const& map, RecordFilter const& filter, std::ostream& out,
+          IndexedFileCopy& copy)
 {
     std::string diagnostics;
     Pipe pipe = postmap({"-s", map}, diagnostics);
@@ -133,8 +138,13 @@ void dump(std::string const& map, RecordFilter const& filter, std::ostream& out)
     pipe.stdoutMode = process::Capture;
     database::DataStreamFilter<RecordFilter> lines(filter, out);
     Postponed failure;
+    int chunks = 0;
     pipe.stdoutReceiver = [&](std::vector<char> const& chunk) {
-        failure.attempt([&] { lines.filterChunk(chunk); });
+        failure.attempt([&] {
+            lines.filterChunk(chunk);
+            if (++chunks % chunks_per_piece == 0)
+                copy.proceed();
+        });
     };
     int const status = pipe.run();
     failure.raise();
@@ -144,6 +154,7 @@ void dump(std::string const& map, RecordFilter const& filter, std::ostream& out)
 
 void rebuild(std::vector<std::string> const& arguments, IndexedFileCopy& copy)
 {
+    copy.complete();
     std::string diagnostics;
     requireSuccess(postmap(arguments, diagnostics).run(), diagnostics);
     copy.dismiss();
@@ -219,9 +230,9 @@ void DatabaseHelper::rewriteFiltered(std::string const& map, RecordFilter const&
     MKLock const lock(mapPath(map));
     ChangeLock const changes(map);
     TextFile out(mapPath(map));
-    dump(map, filter, out);
-    out.finish();
     IndexedFileCopy copy(indexedFileOf(map));
+    dump(map, filter, out, copy);
+    out.finish();
     rebuild({map}, copy);
 }
 

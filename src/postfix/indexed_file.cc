@@ -5,6 +5,7 @@
 #include "util/errors.h"
 #include "util/retry_on_signal.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
@@ -19,8 +20,9 @@ namespace orvek::mail::postfix {
 
 namespace {
 
-// What the kernel moves at most in one call.
-constexpr size_t copy_block = 0x7ffff000;
+// What the kernel moves at most in one call, and what it moves while a pipe fills.
+constexpr size_t largest_block = 0x7ffff000;
+constexpr size_t small_block = size_t(256) * 1024;
 
 [[noreturn]] void raise(std::string const& path)
 {
@@ -38,9 +40,11 @@ int openIndexed(std::string const& path)
 {
     if (path.empty())
         return -1;
+    int const before = errno;
     int const fd = open(path.c_str(), O_RDONLY);
     if (fd < 0 && errno != ENOENT)
         raise(path);
+    errno = before;
     return fd;
 }
 
@@ -53,57 +57,23 @@ struct stat statOf(int fd, std::string const& path)
 }
 
 // The file system may let both files share the blocks; the one that cannot is made to copy.
-ssize_t copyBlock(int from, int to)
+ssize_t copyBlock(int from, int to, size_t size)
 {
-    ssize_t const shared = copy_file_range(from, nullptr, to, nullptr, copy_block, 0);
-    return shared > 0 ? shared : sendfile(to, from, nullptr, copy_block);
+    ssize_t const shared = copy_file_range(from, nullptr, to, nullptr, size, 0);
+    return shared > 0 ? shared : sendfile(to, from, nullptr, size);
 }
 
-void copyContent(int from, int to, off_t size, std::string const& path)
+// The directory is not root's alone: a name that somebody has put there is never followed.
+int makeCopyFile(std::string const& path)
 {
-    for (off_t left = size; left > 0;) {
-        ssize_t const moved = retryOnSignal([=] { return copyBlock(from, to); });
-        if (moved < 0)
-            raise(path);
-        if (moved == 0)
-            return;
-        left -= moved;
-    }
-}
-
-// Removes a file that was not completed.
-class PartFile
-{
-public:
-    explicit PartFile(std::string const& path_) : path(path_) {}
-    ~PartFile()
     {
         ErrnoKeeper const keeper;
-        if (!complete)
-            unlink(path.c_str());
+        unlink(path.c_str());
     }
-    PartFile(PartFile const&) = delete;
-    PartFile& operator=(PartFile const&) = delete;
-
-    bool complete = false;
-
-private:
-    std::string const& path;
-};
-
-void makeCopy(int from, struct stat const& info, std::string const& path)
-{
-    // The directory is not root's alone: a name that somebody has put there is never followed.
-    unlink(path.c_str());
-    OpenDescriptor to(open(path.c_str(), O_WRONLY | O_CREAT | O_EXCL, 0600));
-    if (to.get() < 0)
+    int const fd = open(path.c_str(), O_WRONLY | O_CREAT | O_EXCL, 0600);
+    if (fd < 0)
         raise(path);
-    PartFile part(path);
-    copyContent(from, to.get(), info.st_size, path);
-    if (fchown(to.get(), info.st_uid, info.st_gid) != 0 ||
-        fchmod(to.get(), info.st_mode & 07777) != 0 || fsync(to.get()) != 0 || to.close_now() != 0)
-        raise(path);
-    part.complete = true;
+    return fd;
 }
 
 } // namespace
@@ -115,15 +85,95 @@ std::string indexedFileOf(std::string const& map)
     return type == "hash" || type == "btree" ? mapPath(map) + ".db" : std::string();
 }
 
+// A copy in the making, which is removed unless it is completed.
+class IndexedFileCopy::Part
+{
+public:
+    // Takes the descriptor of the file, to which info belongs.
+    Part(int file, struct stat const& info_, std::string const& path_)
+        : from(file), info(info_), path(path_), to(makeCopyFile(path))
+    {
+    }
+    ~Part()
+    {
+        ErrnoKeeper const keeper;
+        if (!complete)
+            unlink(path.c_str());
+    }
+    Part(Part const&) = delete;
+    Part& operator=(Part const&) = delete;
+
+    // Whether there is more.
+    bool copy(size_t most)
+    {
+        if (left == 0)
+            return false;
+        size_t const size = std::min(most, left);
+        ssize_t const moved = retryOnSignal([&] { return copyBlock(from.get(), to.get(), size); });
+        if (moved < 0)
+            raise(path);
+        left = moved == 0 ? 0 : left - size_t(moved); // it may have become shorter
+        return left > 0;
+    }
+
+    void finish()
+    {
+        if (fchown(to.get(), info.st_uid, info.st_gid) != 0 ||
+            fchmod(to.get(), info.st_mode & 07777) != 0 || fsync(to.get()) != 0 ||
+            to.close_now() != 0)
+            raise(path);
+        complete = true;
+    }
+
+private:
+    OpenDescriptor const from;
+    struct stat const info;
+    std::string const& path;
+    OpenDescriptor to;
+    size_t left = size_t(info.st_size);
+    bool complete = false;
+};
+
 IndexedFileCopy::IndexedFileCopy(std::string const& path_)
     : path(path_), copy_path(path_ + ".saved")
 {
-    OpenDescriptor const file(openIndexed(path));
+    begin();
+}
+
+void IndexedFileCopy::begin()
+{
+    part.reset();
+    OpenDescriptor file(openIndexed(path));
     if (file.get() < 0)
         return;
     struct stat const info = statOf(file.get(), path);
-    makeCopy(file.get(), info, copy_path);
     original = identityOf(info);
+    part = std::make_unique<Part>(file.release(), info, copy_path);
+}
+
+void IndexedFileCopy::proceed()
+{
+    if (part)
+        part->copy(small_block);
+}
+
+void IndexedFileCopy::copyRest()
+{
+    while (part && part->copy(largest_block)) {
+    }
+}
+
+void IndexedFileCopy::complete()
+{
+    copyRest();
+    if (!isUnchanged()) {
+        begin();
+        copyRest();
+    }
+    if (!part)
+        return;
+    part->finish();
+    part.reset();
     armed = true;
 }
 
@@ -141,6 +191,7 @@ IndexedFileCopy::~IndexedFileCopy()
 
 bool IndexedFileCopy::isUnchanged() const
 {
+    ErrnoKeeper const keeper;
     struct stat info = {};
     return stat(path.c_str(), &info) == 0 && identityOf(info) == original;
 }

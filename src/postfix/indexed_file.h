@@ -4,7 +4,9 @@
 // that a rebuild which fails half way leaves a broken map. Other types make a new file, and
 // there is nothing to guard.
 //
-// IndexedFileCopy makes a synced copy beside the file, with its owner and mode. At its end the
+// IndexedFileCopy makes a synced copy beside the file, with its owner and mode: a piece by each
+// proceed(), while there is something to wait for, and the rest by complete(), which is to be
+// called before the rebuild. A file that has changed by then is copied anew. At its end a complete
 // copy replaces the file, unless the file is as it was; after dismiss() the file stays and the
 // copy goes. When the tool itself is killed meanwhile the copy stays on the disk, under the
 // file's name and ".saved", until the next rewrite of the map.
@@ -15,6 +17,7 @@
 #ifndef MAILVEK_POSTFIX_INDEXED_FILE_H
 #define MAILVEK_POSTFIX_INDEXED_FILE_H
 
+#include <memory>
 #include <string>
 
 #include <sys/types.h>
@@ -45,14 +48,21 @@ public:
     IndexedFileCopy(IndexedFileCopy const&) = delete;
     IndexedFileCopy& operator=(IndexedFileCopy const&) = delete;
 
+    void proceed();
+    void complete();
     void dismiss();
 
 private:
+    class Part;
+
+    void begin();
+    void copyRest();
     bool isUnchanged() const;
 
     std::string const path;
     std::string const copy_path;
     FileIdentity original;
+    std::unique_ptr<Part> part; // what is not complete
     bool armed = false;
 };
 

@@ -9,6 +9,7 @@
 
 #include <cerrno>
 #include <filesystem>
+#include <functional>
 #include <set>
 #include <string>
 
@@ -54,6 +55,12 @@ protected:
     std::string const saved = path + ".saved";
 };
 
+class CompleteCopy : public IndexedFileCopy
+{
+public:
+    explicit CompleteCopy(std::string const& path) : IndexedFileCopy(path) { complete(); }
+};
+
 } // namespace
 
 extern "C" {
@@ -83,7 +90,7 @@ TEST_F(IndexedFile, IsBesideTheTextSourceForTypesThatAreRebuiltInPlace)
 
 TEST_F(IndexedFile, IsCopiedWithItsModeAndTheCopyGoesOnceDismissed)
 {
-    IndexedFileCopy copy(path);
+    CompleteCopy copy(path);
     EXPECT_EQ(readFile(saved), "content");
     EXPECT_EQ(modeOf(saved), 0640U);
     writeFile(path, "new");
@@ -95,7 +102,7 @@ TEST_F(IndexedFile, IsCopiedWithItsModeAndTheCopyGoesOnceDismissed)
 TEST_F(IndexedFile, IsPutBackWhenItHasChangedAndErrnoIsKept)
 {
     {
-        IndexedFileCopy const copy(path);
+        CompleteCopy const copy(path);
         writeFile(path, "");
         errno = EPROTO;
     }
@@ -108,7 +115,7 @@ TEST_F(IndexedFile, IsPutBackWhenItHasChangedAndErrnoIsKept)
 TEST_F(IndexedFile, IsPutBackWhenItIsGone)
 {
     {
-        IndexedFileCopy const copy(path);
+        CompleteCopy const copy(path);
         unlink(path.c_str());
     }
     EXPECT_EQ(readFile(path), "content");
@@ -120,7 +127,7 @@ TEST_F(IndexedFile, StaysWhenItHasNotChanged)
     struct stat after = {};
     ASSERT_EQ(stat(path.c_str(), &before), 0);
     {
-        IndexedFileCopy const copy(path);
+        CompleteCopy const copy(path);
     }
     ASSERT_EQ(stat(path.c_str(), &after), 0);
     EXPECT_EQ(after.st_ino, before.st_ino);
@@ -130,7 +137,7 @@ TEST_F(IndexedFile, StaysWhenItHasNotChanged)
 TEST_F(IndexedFile, StaysWithTheCopyWhenItCannotBePutBack)
 {
     auto const run = printedBy([&] {
-        IndexedFileCopy const copy(path);
+        CompleteCopy const copy(path);
         unlink(path.c_str());
         mkdir(path.c_str(), 0700);
     });
@@ -142,10 +149,10 @@ TEST_F(IndexedFile, MayBeMissing)
 {
     unlink(path.c_str());
     {
-        IndexedFileCopy const nothing("");
+        CompleteCopy const nothing("");
     }
     {
-        IndexedFileCopy copy(path);
+        CompleteCopy const copy(path);
         EXPECT_FALSE(exists(saved));
         writeFile(path, "new");
     }
@@ -170,7 +177,7 @@ TEST_F(IndexedFile, IsCopiedWithItsBlocksSharedOrByTheKernelAlone)
     for (auto const [sharing, sending] : refusals) {
         sharing_refused = sharing;
         sendfile_refused = sending;
-        IndexedFileCopy copy(path);
+        CompleteCopy const copy(path);
         EXPECT_EQ(readFile(saved), "content");
     }
 }
@@ -180,11 +187,86 @@ TEST_F(IndexedFile, LeavesNoHalfCopyWhenItCannotBeCopied)
     sharing_refused = EXDEV;
     sendfile_refused = ENOSPC;
     try {
-        IndexedFileCopy const copy(path);
+        CompleteCopy const copy(path);
         ADD_FAILURE() << "nothing was raised";
     } catch (orvek::SystemError const& e) {
         EXPECT_EQ(e.what(), path + ".saved: No space left on device");
     }
     EXPECT_FALSE(exists(saved));
     EXPECT_EQ(readFile(path), "content");
+}
+
+TEST_F(IndexedFile, IsCopiedPieceByPieceAndTheRestAtTheEnd)
+{
+    std::string const large(1'000'000, 'x');
+    writeFile(path, large);
+    IndexedFileCopy copy(path);
+    EXPECT_EQ(readFile(saved), "");
+    copy.proceed();
+    EXPECT_EQ(readFile(saved), large.substr(0, 256 * 1024));
+    copy.proceed();
+    EXPECT_EQ(readFile(saved), large.substr(0, 512 * 1024));
+    copy.complete();
+    EXPECT_EQ(readFile(saved), large);
+}
+
+TEST_F(IndexedFile, MayBeCopiedInMorePiecesThanItHas)
+{
+    IndexedFileCopy copy(path);
+    for (int i = 0; i < 3; ++i)
+        copy.proceed();
+    EXPECT_EQ(readFile(saved), "content");
+    copy.complete();
+    EXPECT_EQ(readFile(saved), "content");
+    EXPECT_EQ(modeOf(saved), 0640U);
+}
+
+TEST_F(IndexedFile, IsNeverPutBackFromACopyThatIsNotComplete)
+{
+    {
+        IndexedFileCopy copy(path);
+        copy.proceed();
+        writeFile(path, "of somebody else");
+    }
+    EXPECT_EQ(readFile(path), "of somebody else");
+    EXPECT_FALSE(exists(saved));
+}
+
+TEST_F(IndexedFile, IsCopiedAnewWhenItHasChangedMeanwhile)
+{
+    std::function<void()> const changes[] = {
+        [&] { writeFile(path, "short"); },
+        [&] { writeFile(path, std::string(1'000'000, 'y')); },
+        [&] {
+            writeFile(path + ".new", "another file");
+            rename((path + ".new").c_str(), path.c_str());
+        },
+    };
+    for (auto const& change : changes) {
+        IndexedFileCopy copy(path);
+        copy.proceed();
+        change();
+        copy.complete();
+        EXPECT_EQ(readFile(saved), readFile(path));
+        unlink(path.c_str());
+        writeFile(path, "content of which more is copied");
+        copy.dismiss();
+    }
+}
+
+TEST_F(IndexedFile, MayBeRemovedMeanwhile)
+{
+    IndexedFileCopy copy(path);
+    copy.proceed();
+    unlink(path.c_str());
+    copy.complete();
+    EXPECT_FALSE(exists(saved));
+}
+
+TEST_F(IndexedFile, LeavesErrnoAloneWhileItIsCopied)
+{
+    errno = EPROTO;
+    CompleteCopy const copy(path);
+    CompleteCopy const missing(path + ".no");
+    EXPECT_EQ(errno, EPROTO);
 }

@@ -8,6 +8,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <cstdint>
 #include <ios>
 #include <iostream>
 #include <stdexcept>
@@ -57,6 +58,19 @@ protected:
             EXPECT_FALSE(std::filesystem::exists(path + ".db.saved"));
         }
     }
+
+    // The content of the map behind it.
+    std::string fillWithALot()
+    {
+        std::string text;
+        for (int i = 10000; i < 20000; ++i)
+            text += "user" + std::to_string(i) + "@d.test\t" + std::string(100, 'x') + "\n";
+        fill(text);
+        return text;
+    }
+
+    std::uintmax_t indexedSize() const { return std::filesystem::file_size(path + ".db"); }
+    void limitDiskTo(std::uintmax_t size) { limitDisk(std::to_string(size / 1024) + "k"); }
 
     Records const two{{"b", "2"}, {"a", "1, one"}};
 };
@@ -281,20 +295,27 @@ TEST_F(MapRewriteOnHost, RaisesTheStreamsErrorWhenTheTextSourceCannotBeOpened)
 
 TEST_F(MapRewriteOnHost, KeepsTheMapWhenTheDiskIsFullUnderTheTextSource)
 {
-    std::string old;
-    for (int i = 10000; i < 20000; ++i)
-        old += "user" + std::to_string(i) + "@d.test\t" + std::string(100, 'x') + "\n";
-    fill(old);
+    std::string const old = fillWithALot();
     Records many;
     for (int i = 0; i < 10000; ++i)
         many.emplace_back(std::to_string(i), std::string(100, 'y'));
-    auto const size = std::filesystem::file_size(path + ".db");
-    limitDisk(std::to_string((size + 200'000) / 1024) + "k");
+    limitDiskTo(indexedSize() + 200'000);
     EXPECT_THROW(DatabaseHelper::replaceRecords(map, many.begin(), many.end()),
                  std::ios_base::failure);
-    EXPECT_THROW(filter(map), std::ios_base::failure);
     EXPECT_EQ(content(), old);
-    EXPECT_FALSE(std::filesystem::exists(path));
+}
+
+TEST_F(MapRewriteOnHost, KeepsTheMapWhenTheDiskIsFullUnderWhatIsFiltered)
+{
+    std::string const old = fillWithALot();
+    limitDiskTo(2 * indexedSize() + 200'000);
+    EXPECT_THROW(DatabaseHelper::filterRecords(map,
+                                               [](std::string& line) {
+                                                   line.append(1000, 'z');
+                                                   return true;
+                                               }),
+                 std::ios_base::failure);
+    EXPECT_EQ(content(), old);
 }
 
 TEST_F(MapRewriteOnHost, RaisesTheStreamsErrorWhenTheTextIsRefusedOnlyAtItsClosing)
@@ -311,15 +332,13 @@ TEST_F(MapRewriteOnHost, RaisesTheStreamsErrorWhenTheTextIsRefusedOnlyAtItsClosi
 
 TEST_F(MapRewriteOnHost, StartsNoRebuildWithoutRoomForACopy)
 {
-    std::string old;
-    for (int i = 10000; i < 20000; ++i)
-        old += "user" + std::to_string(i) + "@d.test\t" + std::string(100, 'x') + "\n";
-    fill(old);
-    auto const size = std::filesystem::file_size(path + ".db");
-    limitDisk(std::to_string((size + 200'000) / 1024) + "k");
+    std::string const old = fillWithALot();
+    limitDiskTo(indexedSize() + 200'000);
     EXPECT_THROW(replace(map), orvek::SystemError);
+    EXPECT_THROW(filter(map), orvek::SystemError);
     EXPECT_EQ(content(), old);
     EXPECT_FALSE(std::filesystem::exists(path + ".db.saved"));
+    EXPECT_FALSE(std::filesystem::exists(path));
 }
 
 TEST_F(MapRewriteOnHost, LetsTheDumpEndWhenTheFilterRaises)

@@ -6,6 +6,8 @@
 
 #include <gtest/gtest.h>
 
+#include <cstdint>
+#include <filesystem>
 #include <functional>
 #include <ios>
 #include <string>
@@ -53,6 +55,19 @@ TEST_F(MapTextSourceOnHost, HoldsARecordBeforeTheNextIsFiltered)
         return true;
     });
     EXPECT_EQ(seen.size(), 3U);
+}
+
+TEST_F(MapTextSourceOnHost, IsFilledWhileTheIndexedFileIsCopied)
+{
+    rewrites[0]();
+    auto const size = std::filesystem::file_size(path + ".db");
+    std::uintmax_t copied = 0;
+    DatabaseHelper::filterRecords(map, [&](std::string&) {
+        copied = std::filesystem::file_size(path + ".db.saved");
+        return true;
+    });
+    EXPECT_GT(copied, size / 2);
+    EXPECT_EQ(content(), contentWith(many));
 }
 
 TEST_F(MapTextSourceOnHost, GoesToTheRebuildWithNothingBehindItsLastRecord)
