@@ -85,19 +85,20 @@ std::string indexedFileOf(std::string const& map)
     return type == "hash" || type == "btree" ? mapPath(map) + ".db" : std::string();
 }
 
-// A copy in the making, which is removed unless it is completed.
+// A copy in the making, under a name of its own, which is removed unless it is finished.
 class IndexedFileCopy::Part
 {
 public:
     // Takes the descriptor of the file, to which info belongs.
-    Part(int file, struct stat const& info_, std::string const& path_)
-        : from(file), info(info_), path(path_), to(makeCopyFile(path))
+    Part(int file, struct stat const& info_, std::string const& copy_path_)
+        : from(file), info(info_), copy_path(copy_path_), path(copy_path + ".tmp"),
+          to(makeCopyFile(path))
     {
     }
     ~Part()
     {
         ErrnoKeeper const keeper;
-        if (!complete)
+        if (!finished)
             unlink(path.c_str());
     }
     Part(Part const&) = delete;
@@ -120,18 +121,19 @@ public:
     {
         if (fchown(to.get(), info.st_uid, info.st_gid) != 0 ||
             fchmod(to.get(), info.st_mode & 07777) != 0 || fsync(to.get()) != 0 ||
-            to.close_now() != 0)
+            to.close_now() != 0 || rename(path.c_str(), copy_path.c_str()) != 0)
             raise(path);
-        complete = true;
+        finished = true;
     }
 
 private:
     OpenDescriptor const from;
     struct stat const info;
-    std::string const& path;
+    std::string const& copy_path;
+    std::string const path;
     OpenDescriptor to;
     size_t left = size_t(info.st_size);
-    bool complete = false;
+    bool finished = false;
 };
 
 IndexedFileCopy::IndexedFileCopy(std::string const& path_)

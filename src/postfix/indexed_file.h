@@ -8,8 +8,9 @@
 // proceed(), while there is something to wait for, and the rest by complete(), which is to be
 // called before the rebuild. A file that has changed by then is copied anew. At its end a complete
 // copy replaces the file, unless the file is as it was; after dismiss() the file stays and the
-// copy goes. When the tool itself is killed meanwhile the copy stays on the disk, under the
-// file's name and ".saved", until the next rewrite of the map.
+// copy goes. When the tool itself is killed meanwhile the copy stays on the disk until the next
+// rewrite of the map, under the file's name and ".saved" when it is complete, and with ".tmp"
+// behind that before.
 //
 // Failures: a system error that names the file, and then there is no copy. The destructor says
 // on standard error when it cannot put the file back, and leaves the copy.

@@ -91,7 +91,7 @@ def maps():
 
 
 def no_work_files_are_left():
-    left = {f"{name}{end}" for name in MAP_NAMES for end in ("", ".db.saved")} & set(os.listdir(MAPS))
+    left = {f"{name}{end}" for name in MAP_NAMES for end in ("", ".db.saved", ".db.saved.tmp")} & set(os.listdir(MAPS))
     assert not left
 
 

@@ -31,7 +31,7 @@ DIED_MAKING = (rf"KILL (chmod|chown|close|write)\(.*{DESCRIPTOR}.*|KILL symlink\
 TAKE_DOWN = rf'E\w+ unlink\("{MARKERS}/{NAME}-\w{{6}}"\)'
 REMOVE_DESCRIPTOR = (rf'E\w+ (getdents64|newfstatat|openat|fchdir|rmdir)\(.*{DESCRIPTOR}.*|E\w+ unlink\("{PART}"\)|'
                      r"E\w+ fchdir\(\d+</>\)")
-CLEAR_MAP = rf'E\w+ unlink\("(?P<file>{MAP}(\.db\.saved)?)"\)'
+CLEAR_MAP = rf'E\w+ unlink\("(?P<file>{MAP}(\.db\.saved(\.tmp)?)?)"\)'
 EDIT_LINES = rf"E\w+ (close|read|rename|write)\(.*{DELIVERY}.*"
 LOOK_AT_PANEL = r"E\w+ (openat|read)\(.*/etc/orv/\.orv\.shadow.*|E\w+ (socket|connect)\(.*|E\w+ sendto\(\d+<socket:.*"
 LOOK_AT_ACCOUNTS = rf"E\w+ (fcntl|newfstatat|pread64)\(.*{ACCOUNTS}.*"

@@ -53,6 +53,7 @@ protected:
     TempDir const dir;
     std::string const path = dir / "map.db";
     std::string const saved = path + ".saved";
+    std::string const part = saved + ".tmp"; // while it is not complete
 };
 
 class CompleteCopy : public IndexedFileCopy
@@ -166,9 +167,13 @@ TEST_F(IndexedFile, RaisesWhatKeepsItFromBeingRead)
 
 TEST_F(IndexedFile, RaisesWhatKeepsItFromBeingCopied)
 {
-    mkdir(saved.c_str(), 0700);
-    EXPECT_THROW(IndexedFileCopy copy(path), orvek::SystemError);
-    EXPECT_EQ(readFile(path), "content");
+    for (std::string const& name : {saved, part}) {
+        mkdir(name.c_str(), 0700);
+        EXPECT_THROW(CompleteCopy copy(path), orvek::SystemError) << name;
+        rmdir(name.c_str());
+        EXPECT_EQ(readFile(path), "content");
+    }
+    EXPECT_FALSE(exists(part));
 }
 
 TEST_F(IndexedFile, IsCopiedWithItsBlocksSharedOrByTheKernelAlone)
@@ -190,9 +195,10 @@ TEST_F(IndexedFile, LeavesNoHalfCopyWhenItCannotBeCopied)
         CompleteCopy const copy(path);
         ADD_FAILURE() << "nothing was raised";
     } catch (orvek::SystemError const& e) {
-        EXPECT_EQ(e.what(), path + ".saved: No space left on device");
+        EXPECT_EQ(e.what(), part + ": No space left on device");
     }
     EXPECT_FALSE(exists(saved));
+    EXPECT_FALSE(exists(part));
     EXPECT_EQ(readFile(path), "content");
 }
 
@@ -201,13 +207,14 @@ TEST_F(IndexedFile, IsCopiedPieceByPieceAndTheRestAtTheEnd)
     std::string const large(1'000'000, 'x');
     writeFile(path, large);
     IndexedFileCopy copy(path);
-    EXPECT_EQ(readFile(saved), "");
+    EXPECT_EQ(readFile(part), "");
     copy.proceed();
-    EXPECT_EQ(readFile(saved), large.substr(0, 256 * 1024));
+    EXPECT_EQ(readFile(part), large.substr(0, 256 * 1024));
     copy.proceed();
-    EXPECT_EQ(readFile(saved), large.substr(0, 512 * 1024));
+    EXPECT_EQ(readFile(part), large.substr(0, 512 * 1024));
     copy.complete();
     EXPECT_EQ(readFile(saved), large);
+    EXPECT_FALSE(exists(part));
 }
 
 TEST_F(IndexedFile, MayBeCopiedInMorePiecesThanItHas)
@@ -215,7 +222,8 @@ TEST_F(IndexedFile, MayBeCopiedInMorePiecesThanItHas)
     IndexedFileCopy copy(path);
     for (int i = 0; i < 3; ++i)
         copy.proceed();
-    EXPECT_EQ(readFile(saved), "content");
+    EXPECT_EQ(readFile(part), "content");
+    EXPECT_FALSE(exists(saved));
     copy.complete();
     EXPECT_EQ(readFile(saved), "content");
     EXPECT_EQ(modeOf(saved), 0640U);
@@ -230,6 +238,7 @@ TEST_F(IndexedFile, IsNeverPutBackFromACopyThatIsNotComplete)
     }
     EXPECT_EQ(readFile(path), "of somebody else");
     EXPECT_FALSE(exists(saved));
+    EXPECT_FALSE(exists(part));
 }
 
 TEST_F(IndexedFile, IsCopiedAnewWhenItHasChangedMeanwhile)
@@ -261,6 +270,7 @@ TEST_F(IndexedFile, MayBeRemovedMeanwhile)
     unlink(path.c_str());
     copy.complete();
     EXPECT_FALSE(exists(saved));
+    EXPECT_FALSE(exists(part));
 }
 
 TEST_F(IndexedFile, LeavesErrnoAloneWhileItIsCopied)

@@ -63,7 +63,7 @@ TEST_F(MapTextSourceOnHost, IsFilledWhileTheIndexedFileIsCopied)
     auto const size = std::filesystem::file_size(path + ".db");
     std::uintmax_t copied = 0;
     DatabaseHelper::filterRecords(map, [&](std::string&) {
-        copied = std::filesystem::file_size(path + ".db.saved");
+        copied = std::filesystem::file_size(path + ".db.saved.tmp");
         return true;
     });
     EXPECT_GT(copied, size / 2);
