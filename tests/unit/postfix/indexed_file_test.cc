@@ -209,9 +209,9 @@ TEST_F(IndexedFile, IsCopiedPieceByPieceAndTheRestAtTheEnd)
     IndexedFileCopy copy(path);
     EXPECT_EQ(readFile(part), "");
     copy.proceed();
-    EXPECT_EQ(readFile(part), large.substr(0, 256 * 1024));
+    EXPECT_EQ(readFile(part), large.substr(0, 256UL * 1024));
     copy.proceed();
-    EXPECT_EQ(readFile(part), large.substr(0, 512 * 1024));
+    EXPECT_EQ(readFile(part), large.substr(0, 512UL * 1024));
     copy.complete();
     EXPECT_EQ(readFile(saved), large);
     EXPECT_FALSE(exists(part));
