@@ -89,9 +89,9 @@ std::string indexedFileOf(std::string const& map)
 class IndexedFileCopy::Part
 {
 public:
-    // Takes the descriptor of the file, to which info belongs.
-    Part(int file, struct stat const& info_, std::string const& copy_path_)
-        : from(file), info(info_), copy_path(copy_path_), path(copy_path + ".tmp"),
+    // Takes the descriptor out of file, to which info belongs.
+    Part(OpenDescriptor& file, struct stat const& info_, std::string const& copy_path_)
+        : from(file.release()), info(info_), copy_path(copy_path_), path(copy_path + ".tmp"),
           to(makeCopyFile(path))
     {
     }
@@ -150,7 +150,7 @@ void IndexedFileCopy::begin()
         return;
     struct stat const info = statOf(file.get(), path);
     original = identityOf(info);
-    part = std::make_unique<Part>(file.release(), info, copy_path);
+    part = std::make_unique<Part>(file, info, copy_path);
 }
 
 void IndexedFileCopy::proceed()
