@@ -1,9 +1,9 @@
 # One static library a row of src/layers.txt, linked to the layers its row names and to
-# nothing else of the project. Every .cc below a layer's directory belongs to the layer.
+# nothing else of the project. Every .cc in a layer's directory belongs to the layer.
 
 option(MAILVEK_HEADERS_ALONE "compile every header by itself" OFF)
 
-# The CMake target of a layer: lib -> layer_lib, mail/lib -> layer_mail_lib.
+# The CMake target of a layer: util -> layer_util, mail/lib/home -> layer_mail_lib_home.
 function(mailvek_layer_target layer result)
   string(REPLACE "/" "_" stem ${layer})
   set(${result} layer_${stem} PARENT_SCOPE)
@@ -61,7 +61,7 @@ function(mailvek_add_layers table)
   file(STRINGS ${table} rows REGEX "^[^#]")
   set(layers)
   foreach(row ${rows})
-    string(REGEX MATCH "^([a-z/]+) *:(.*)$" matched "${row}")
+    string(REGEX MATCH "^([a-z_/]+) *:(.*)$" matched "${row}")
     if(NOT matched)
       message(FATAL_ERROR "${table}: not a layer row: ${row}")
     endif()

@@ -39,8 +39,11 @@ set_target_properties(MariaDB::Archive PROPERTIES
   INTERFACE_INCLUDE_DIRECTORIES "${MARIADB_INCLUDE_DIRS}"
   INTERFACE_LINK_LIBRARIES "${ZLIB_ARCHIVE};OpenSSL::SSL;OpenSSL::Crypto;dl;m")
 
-set(MAILVEK_THIRD_PARTY_layer_lib ${libidn} MariaDB::Archive OpenSSL::Crypto crypt)
-set(MAILVEK_THIRD_PARTY_layer_mail_lib SQLite3::Archive)
+set(MAILVEK_THIRD_PARTY_layer_lib_names ${libidn})
+set(MAILVEK_THIRD_PARTY_layer_lib_host crypt)
+set(MAILVEK_THIRD_PARTY_layer_lib_panel MariaDB::Archive)
+set(MAILVEK_THIRD_PARTY_layer_lib_files OpenSSL::Crypto)
+set(MAILVEK_THIRD_PARTY_layer_mail_lib_accounts SQLite3::Archive)
 set(MAILVEK_THIRD_PARTY_layer_util Boost::filesystem)
 set(MAILVEK_THIRD_PARTY_layer_mysql MariaDB::Archive)
 set(MAILVEK_THIRD_PARTY_layer_commands Boost::program_options)

@@ -1,4 +1,4 @@
-# What tests of a layer answer for the system: the linker turns the program's calls of f into
+# What tests of a room answer for the system: the linker turns the program's calls of f into
 # calls of the tests' __wrap_f, from where the true one is __real_f. A function of the tool
 # stands here by the name that it has for the linker. One word a line, so that branches meet.
 
@@ -41,40 +41,7 @@ set(call_faults
   fsync
   gethostname)
 
-set(MAILVEK_WRAPPED_layer_lib
-  sleep
-  ${mysql_spy}
-  ${call_faults}
-  malloc
-  calloc
-  realloc
-  strdup
-  strndup
-  asprintf
-  fcntl
-  fopen
-  crypt
-  regcomp
-  regexec
-  ioctl
-  openlog
-  closelog
-  EVP_DigestInit_ex
-  idna_to_ascii_8z
-  idna_to_unicode_8z8z)
-
-set(MAILVEK_WRAPPED_layer_mail_lib
-  ${mysql_spy}
-  ${call_faults}
-  calloc
-  realloc
-  strdup
-  strndup
-  asprintf
-  nanosleep
-  sleep
-  dirname
-  getpwnam
+set(sqlite_spy
   sqlite3_open
   sqlite3_open_v2
   sqlite3_close
@@ -84,18 +51,106 @@ set(MAILVEK_WRAPPED_layer_mail_lib
   sqlite3_step
   sqlite3_reset
   sqlite3_finalize
-  sqlite3_exec
+  sqlite3_exec)
+
+set(memory_faults
+  calloc
+  realloc
+  strdup
+  strndup
+  asprintf)
+
+set(MAILVEK_WRAPPED_layer_lib_report
+  ${memory_faults}
+  closelog
+  malloc
+  openlog)
+
+set(MAILVEK_WRAPPED_layer_lib_text
+  ${memory_faults}
+  malloc)
+
+set(MAILVEK_WRAPPED_layer_lib_names
+  ${memory_faults}
+  idna_to_ascii_8z
+  idna_to_unicode_8z8z
+  malloc
+  regcomp
+  regexec)
+
+set(MAILVEK_WRAPPED_layer_lib_host
+  ${call_faults}
+  ${memory_faults}
+  crypt
+  ioctl
+  malloc)
+
+set(MAILVEK_WRAPPED_layer_lib_conf
+  ${memory_faults}
+  fopen
+  malloc)
+
+set(MAILVEK_WRAPPED_layer_lib_panel
+  ${mysql_spy})
+
+set(MAILVEK_WRAPPED_layer_lib_files
+  ${call_faults}
+  ${memory_faults}
+  EVP_DigestInit_ex
+  fcntl
+  malloc)
+
+set(MAILVEK_WRAPPED_layer_lib_programs
+  ${mysql_spy}
+  ${call_faults}
+  ${memory_faults}
+  malloc
+  sleep)
+
+set(MAILVEK_WRAPPED_layer_mail_lib_accounts
+  ${sqlite_spy}
+  ${memory_faults}
+  dirname
+  getpwnam
+  nanosleep)
+
+set(MAILVEK_WRAPPED_layer_mail_lib_aliases
+  ${mysql_spy}
+  ${sqlite_spy}
+  ${memory_faults}
+  nanosleep
   _Z13asprintf_safePKcz # asprintf_safe
-  _Z9form_pathRA4096_cPKcz # form_path
-  _Z12make_dir_recPcjjj # make_dir_rec
 )
+
+set(MAILVEK_WRAPPED_layer_mail_lib_handlers
+  ${call_faults}
+  ${memory_faults}
+  _Z12make_dir_recPcjjj # make_dir_rec
+  _Z9form_pathRA4096_cPKcz # form_path
+)
+
+set(MAILVEK_WRAPPED_layer_mail_lib_quota
+  ${mysql_spy}
+  ${call_faults}
+  sleep
+  _Z9form_pathRA4096_cPKcz # form_path
+)
+
+set(MAILVEK_WRAPPED_layer_mail_lib_home
+  ${call_faults}
+  ${memory_faults})
+
+set(MAILVEK_WRAPPED_layer_mail_lib_server
+  ${call_faults}
+  ${memory_faults}
+  sleep)
 
 set(MAILVEK_WRAPPED_layer_util
   ${call_faults}
-  mmap
-  posix_fallocate
   idna_to_ascii_8z
-  idna_to_unicode_8z8z)
+  idna_to_unicode_8z8z
+  mmap
+  posix_fallocate)
 
 set(MAILVEK_WRAPPED_layer_process
   close
@@ -114,17 +169,25 @@ set(MAILVEK_WRAPPED_layer_mysql
   _Znam # new of an array
 )
 
-set(MAILVEK_WRAPPED_layer_maildir
-  chown
-  chmod
-  stat
-  getpwnam)
+set(MAILVEK_WRAPPED_layer_restore
+  ${mysql_spy})
 
-set(MAILVEK_WRAPPED_layer_postfix
+set(MAILVEK_WRAPPED_layer_maildir
+  chmod
+  chown
+  getpwnam
+  stat)
+
+set(MAILVEK_WRAPPED_layer_postfix_maps
   ${call_faults}
   copy_file_range
   mmap
-  sendfile
+  sendfile)
+
+set(MAILVEK_WRAPPED_layer_postfix_master_cf
+  ${call_faults})
+
+set(MAILVEK_WRAPPED_layer_postfix_server
   sleep)
 
 set(MAILVEK_WRAPPED_layer_commands

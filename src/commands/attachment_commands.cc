@@ -1,6 +1,6 @@
 #include "commands/command_values.h"
 #include "commands/handlers.h"
-#include "mail/lib/attachments.h"
+#include "mail/lib/home/attachments.h"
 #include "util/uerr.h"
 
 #include <ostream>

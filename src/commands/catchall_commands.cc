@@ -1,6 +1,6 @@
 #include "commands/command_values.h"
 #include "commands/handlers.h"
-#include "postfix/domain_manager.h"
+#include "postfix/domains/domain_manager.h"
 
 namespace orvek::mail::postfix::mailvek_commands {
 

@@ -1,7 +1,7 @@
 #include "commands/command_values.h"
 
 #include "commands/command_texts.h"
-#include "postfix/mailname_validators.h"
+#include "postfix/domains/mailname_validators.h"
 #include "util/idn.h"
 
 namespace orvek::mail::postfix::mailvek_commands {

@@ -1,7 +1,7 @@
 #include "commands/do_main.h"
 
 #include "commands/usage.h"
-#include "mail/lib/mail_auth_style.h"
+#include "mail/lib/accounts/mail_auth_style.h"
 
 namespace orvek::mail::postfix::mailvek_commands {
 

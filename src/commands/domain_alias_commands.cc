@@ -1,10 +1,10 @@
 #include "commands/command_values.h"
 #include "commands/handlers.h"
 #include "commands/nonexistent_mail.h"
-#include "mail/lib/domain_keys.h"
-#include "mail/lib/handler_mass_control.h"
-#include "mail/lib/mail_database.h"
-#include "postfix/domain_manager.h"
+#include "mail/lib/aliases/mail_database.h"
+#include "mail/lib/handlers/handler_mass_control.h"
+#include "mail/lib/server/domain_keys.h"
+#include "postfix/domains/domain_manager.h"
 #include "util/uerr.h"
 
 namespace orvek::mail::postfix::mailvek_commands {

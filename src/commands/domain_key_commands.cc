@@ -1,6 +1,6 @@
 #include "commands/command_values.h"
 #include "commands/handlers.h"
-#include "mail/lib/domain_keys.h"
+#include "mail/lib/server/domain_keys.h"
 
 #include <unistd.h>
 

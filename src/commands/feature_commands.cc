@@ -1,6 +1,6 @@
 #include "commands/handlers.h"
 
-#include "lib/features.h"
+#include "lib/conf/features.h"
 
 #include <iterator>
 

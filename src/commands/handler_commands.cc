@@ -2,11 +2,11 @@
 
 #include "commands/command_texts.h"
 #include "commands/program_options_helper.h"
-#include "lib/owned.h"
-#include "lib/product_log.h"
-#include "mail/lib/handler_lookup.h"
-#include "mail/lib/handler_mass_control.h"
-#include "mail/lib/mail_handlers.h"
+#include "lib/report/owned.h"
+#include "lib/report/product_log.h"
+#include "mail/lib/handlers/handler_lookup.h"
+#include "mail/lib/handlers/handler_mass_control.h"
+#include "mail/lib/handlers/mail_handlers.h"
 
 #include <boost/algorithm/string/classification.hpp>
 #include <boost/algorithm/string/split.hpp>

@@ -1,11 +1,11 @@
 #include "commands/command_values.h"
 #include "commands/handlers.h"
-#include "lib/enviroment.h"
-#include "mail/lib/handler_mass_control.h"
-#include "mail/lib/mail_authenticate.h"
-#include "mail/lib/mail_database.h"
-#include "postfix/mailname_manager.h"
-#include "postfix/name_lists.h"
+#include "lib/host/enviroment.h"
+#include "mail/lib/accounts/mail_authenticate.h"
+#include "mail/lib/aliases/mail_database.h"
+#include "mail/lib/handlers/handler_mass_control.h"
+#include "postfix/domains/mailname_manager.h"
+#include "postfix/domains/name_lists.h"
 #include "util/uerr.h"
 
 #include <vector>

@@ -1,9 +1,9 @@
 #include "commands/nonexistent_mail.h"
 
 #include "commands/command_values.h"
-#include "lib/product_log.h"
-#include "postfix/address_records.h"
-#include "postfix/domain_manager.h"
+#include "lib/report/product_log.h"
+#include "postfix/domains/address_records.h"
+#include "postfix/domains/domain_manager.h"
 #include "util/idn.h"
 
 #include <syslog.h>

@@ -2,7 +2,7 @@
 
 #include "commands/option_types.h"
 #include "mysql/misc_params.h"
-#include "postfix/service_manager.h"
+#include "postfix/server/service_manager.h"
 
 namespace orvek::mail::postfix::mailvek_commands {
 

@@ -1,10 +1,10 @@
 #include "commands/command_values.h"
 #include "commands/handlers.h"
 #include "commands/option_types.h"
-#include "postfix/main_cf_manager.h"
-#include "postfix/parameter_lists.h"
-#include "postfix/service_manager.h"
-#include "postfix/settings_manager.h"
+#include "postfix/main_cf/main_cf_manager.h"
+#include "postfix/main_cf/parameter_lists.h"
+#include "postfix/server/service_manager.h"
+#include "postfix/server/settings_manager.h"
 
 #include <algorithm>
 #include <iterator>

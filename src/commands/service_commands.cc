@@ -2,8 +2,8 @@
 #include "commands/handlers.h"
 #include "commands/option_types.h"
 #include "commands/postfix_modules.h"
-#include "lib/rst_serv.h"
-#include "postfix/service_manager.h"
+#include "lib/programs/rst_serv.h"
+#include "postfix/server/service_manager.h"
 #include "util/report_exception.h"
 
 #include <cstdio>

@@ -1,11 +1,11 @@
 #include "commands/command_values.h"
 #include "commands/handlers.h"
 #include "commands/option_types.h"
-#include "mail/lib/courier_configure.h"
-#include "mail/lib/spf_control.h"
-#include "postfix/main_cf_manager.h"
-#include "postfix/service_manager.h"
-#include "postfix/settings_manager.h"
+#include "mail/lib/server/courier_configure.h"
+#include "mail/lib/server/spf_control.h"
+#include "postfix/main_cf/main_cf_manager.h"
+#include "postfix/server/service_manager.h"
+#include "postfix/server/settings_manager.h"
 #include "util/errors.h"
 
 #include <boost/lexical_cast.hpp>

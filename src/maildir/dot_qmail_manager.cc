@@ -1,7 +1,7 @@
 #include "maildir/dot_qmail_manager.h"
 
-#include "mail/lib/mailname_delivery.h"
-#include "mail/lib/mailname_forward.h"
+#include "mail/lib/home/mailname_delivery.h"
+#include "mail/lib/home/mailname_forward.h"
 #include "util/errors.h"
 
 #include <cerrno>

@@ -1,9 +1,9 @@
 #include "maildir/maildir_manager.h"
 
-#include "lib/autoprepend.h"
-#include "lib/file_name.h"
-#include "lib/owned.h"
-#include "lib/umask_guard.h"
+#include "lib/conf/autoprepend.h"
+#include "lib/files/file_name.h"
+#include "lib/files/umask_guard.h"
+#include "lib/report/owned.h"
 #include "maildir/maildirpp_manager.h"
 #include "util/errors.h"
 #include "util/retry_on_signal.h"

@@ -1,10 +1,10 @@
 #include "maildir/maildirpp_manager.h"
 
-#include "lib/autoprepend.h"
-#include "lib/saved_directory.h"
-#include "mail/lib/get_dir_size.h"
-#include "mail/lib/maildirpp_group_quota.h"
-#include "mail/lib/maildirpp_maildirsize.h"
+#include "lib/conf/autoprepend.h"
+#include "lib/files/saved_directory.h"
+#include "mail/lib/quota/get_dir_size.h"
+#include "mail/lib/quota/maildirpp_group_quota.h"
+#include "mail/lib/quota/maildirpp_maildirsize.h"
 #include "util/errors.h"
 
 #include <boost/system/error_code.hpp>

@@ -8,7 +8,7 @@
 #ifndef MAILVEK_MAILDIR_MAILDIRPP_MANAGER_H
 #define MAILVEK_MAILDIR_MAILDIRPP_MANAGER_H
 
-#include "mail/lib/maildirpp_types.h"
+#include "mail/lib/quota/maildirpp_types.h"
 #include "maildir/maildir_manager.h"
 
 #include <string>

@@ -17,7 +17,7 @@
 #ifndef MAILVEK_MYSQL_CONNECTION_H
 #define MAILVEK_MYSQL_CONNECTION_H
 
-#include "lib/dbconnect.h"
+#include "lib/panel/dbconnect.h"
 #include "mysql/result.h"
 
 #include <cstddef>

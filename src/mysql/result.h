@@ -6,7 +6,7 @@
 #ifndef MAILVEK_MYSQL_RESULT_H
 #define MAILVEK_MYSQL_RESULT_H
 
-#include "lib/dbconnect.h"
+#include "lib/panel/dbconnect.h"
 #include "mysql/field.h"
 
 #include <mysql.h>

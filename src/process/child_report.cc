@@ -1,6 +1,6 @@
 #include "process/child_report.h"
 
-#include "lib/owned.h"
+#include "lib/report/owned.h"
 #include "util/errors.h"
 #include "util/retry_on_signal.h"
 

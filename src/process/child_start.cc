@@ -1,6 +1,6 @@
 #include "process/child_start.h"
 
-#include "lib/close_descriptors.h"
+#include "lib/programs/close_descriptors.h"
 #include "process/child_report.h"
 #include "process/process_launch.h"
 #include "util/errors.h"

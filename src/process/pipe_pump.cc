@@ -1,6 +1,6 @@
 #include "process/pipe_pump.h"
 
-#include "lib/owned.h"
+#include "lib/report/owned.h"
 #include "process/nonblock_write.h"
 #include "util/errors.h"
 #include "util/retry_on_signal.h"

@@ -1,6 +1,6 @@
 #include "process/process_launch.h"
 
-#include "lib/owned.h"
+#include "lib/report/owned.h"
 #include "process/child_report.h"
 #include "process/child_start.h"
 #include "util/errors.h"

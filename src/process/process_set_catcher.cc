@@ -1,6 +1,6 @@
 #include "process/process_set_catcher.h"
 
-#include "lib/owned.h"
+#include "lib/report/owned.h"
 #include "process/sig_blocker.h"
 #include "util/errors.h"
 #include "util/retry_on_signal.h"

@@ -1,6 +1,6 @@
 #include "util/autoclean_ofstream.h"
 
-#include "lib/owned.h"
+#include "lib/report/owned.h"
 
 #include <unistd.h>
 

@@ -1,7 +1,7 @@
 #include "util/idn.h"
 
-#include "lib/idn_error.h"
-#include "lib/owned.h"
+#include "lib/names/idn_error.h"
+#include "lib/report/owned.h"
 
 #include <idna.h>
 

@@ -17,7 +17,7 @@
 #ifndef MAILVEK_UTIL_MAPPED_OUTPUT_H
 #define MAILVEK_UTIL_MAPPED_OUTPUT_H
 
-#include "lib/owned.h"
+#include "lib/report/owned.h"
 
 #include <streambuf>
 #include <string>

@@ -11,7 +11,7 @@
 #ifndef MAILVEK_UTIL_MK_LOCK_H
 #define MAILVEK_UTIL_MK_LOCK_H
 
-#include "lib/op_locks.h"
+#include "lib/files/op_locks.h"
 
 #include <memory>
 #include <string>

@@ -1,6 +1,6 @@
 #include "util/report_exception.h"
 
-#include "lib/owned.h"
+#include "lib/report/owned.h"
 #include "util/uerr.h"
 
 #include <cxxabi.h>

@@ -1,6 +1,6 @@
 #include "util/sh_quote.h"
 
-#include "lib/libsafe.h"
+#include "lib/text/libsafe.h"
 
 #include <stdexcept>
 

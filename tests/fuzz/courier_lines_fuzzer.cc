@@ -5,7 +5,7 @@
 // room for. The rest is the file.
 
 #include "fuzz_target.h"
-#include "mail/lib/courier_lines.h"
+#include "mail/lib/server/courier_lines.h"
 
 #include <sstream>
 #include <string>

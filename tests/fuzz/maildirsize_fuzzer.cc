@@ -3,7 +3,7 @@
 // In a Maildir with one message, whose size nobody else gives.
 
 #include "fuzz_target.h"
-#include "mail/lib/maildirpp_usage.h"
+#include "mail/lib/quota/maildirpp_usage.h"
 
 #include <algorithm>
 #include <climits>

@@ -4,7 +4,7 @@
 
 #include "fuzz_target.h"
 #include "master_cf_reference.h"
-#include "postfix/master_cf_parser.h"
+#include "postfix/master_cf/master_cf_parser.h"
 
 #include <algorithm>
 #include <cstdint>

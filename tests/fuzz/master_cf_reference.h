@@ -7,7 +7,7 @@
 #ifndef MAILVEK_TESTS_FUZZ_MASTER_CF_REFERENCE_H
 #define MAILVEK_TESTS_FUZZ_MASTER_CF_REFERENCE_H
 
-#include "postfix/module_info.h"
+#include "postfix/master_cf/module_info.h"
 
 #include <boost/spirit/include/classic.hpp>
 

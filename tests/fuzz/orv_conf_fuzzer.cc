@@ -1,7 +1,7 @@
 // orv_conf_fuzzer - holds the reader of the product configuration against a reference
 
 #include "fuzz_target.h"
-#include "lib/read_configuration.h"
+#include "lib/conf/read_configuration.h"
 
 #include <cstring>
 #include <map>

@@ -7,8 +7,8 @@
 #ifndef MAILVEK_TESTS_SUPPORT_AUTH_DATABASE_TEST_H
 #define MAILVEK_TESTS_SUPPORT_AUTH_DATABASE_TEST_H
 
-#include "mail/lib/mail_auth_schema.h"
-#include "mail/lib/mail_auth_style.h"
+#include "mail/lib/accounts/mail_auth_schema.h"
+#include "mail/lib/accounts/mail_auth_style.h"
 #include "support/log_recorder.h"
 #include "support/memory_faults.h" // the program is linked for it
 #include "support/sqlite_spy.h"

@@ -3,8 +3,8 @@
 #ifndef MAILVEK_TESTS_SUPPORT_AUTH_USER_DATA_H
 #define MAILVEK_TESTS_SUPPORT_AUTH_USER_DATA_H
 
-#include "lib/owned.h"
-#include "mail/lib/mail_auth_users.h"
+#include "lib/report/owned.h"
+#include "mail/lib/accounts/mail_auth_users.h"
 
 #include <gtest/gtest.h>
 

@@ -6,11 +6,11 @@
 #ifndef MAILVEK_TESTS_SUPPORT_HANDLER_STORE_TEST_H
 #define MAILVEK_TESTS_SUPPORT_HANDLER_STORE_TEST_H
 
-#include "lib/owned.h"
-#include "mail/lib/handler_control.h"
-#include "mail/lib/handler_lookup.h"
-#include "mail/lib/handler_parameters.h"
-#include "mail/lib/mail_handlers.h"
+#include "lib/report/owned.h"
+#include "mail/lib/handlers/handler_control.h"
+#include "mail/lib/handlers/handler_lookup.h"
+#include "mail/lib/handlers/handler_parameters.h"
+#include "mail/lib/handlers/mail_handlers.h"
 #include "support/child_run.h"
 #include "support/host_test.h"
 #include "support/log_recorder.h"

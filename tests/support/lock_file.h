@@ -7,8 +7,8 @@
 #ifndef MAILVEK_TESTS_SUPPORT_LOCK_FILE_H
 #define MAILVEK_TESTS_SUPPORT_LOCK_FILE_H
 
-#include "lib/op_locks.h"
-#include "lib/owned.h"
+#include "lib/files/op_locks.h"
+#include "lib/report/owned.h"
 #include "support/stand_in.h"
 #include "support/temp_dir.h"
 

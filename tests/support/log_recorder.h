@@ -5,7 +5,7 @@
 #ifndef MAILVEK_TESTS_SUPPORT_LOG_RECORDER_H
 #define MAILVEK_TESTS_SUPPORT_LOG_RECORDER_H
 
-#include "lib/product_log.h"
+#include "lib/report/product_log.h"
 
 #include <cstdarg>
 #include <cstdio>

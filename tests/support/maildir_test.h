@@ -6,7 +6,7 @@
 #ifndef MAILVEK_TESTS_SUPPORT_MAILDIR_TEST_H
 #define MAILVEK_TESTS_SUPPORT_MAILDIR_TEST_H
 
-#include "mail/lib/maildirpp_types.h"
+#include "mail/lib/quota/maildirpp_types.h"
 #include "support/pauses.h"
 #include "support/temp_dir.h"
 

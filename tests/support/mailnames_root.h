@@ -6,8 +6,8 @@
 #ifndef MAILVEK_TESTS_SUPPORT_MAILNAMES_ROOT_H
 #define MAILVEK_TESTS_SUPPORT_MAILNAMES_ROOT_H
 
-#include "lib/autoprepend.h"
-#include "lib/read_configuration.h"
+#include "lib/conf/autoprepend.h"
+#include "lib/conf/read_configuration.h"
 
 #include <gtest/gtest.h>
 

@@ -3,7 +3,7 @@
 #ifndef MAILVEK_TESTS_SUPPORT_MAIN_CF_TEST_H
 #define MAILVEK_TESTS_SUPPORT_MAIN_CF_TEST_H
 
-#include "postfix/main_cf_manager.h"
+#include "postfix/main_cf/main_cf_manager.h"
 #include "support/config_test.h"
 
 #include <iostream>

@@ -6,8 +6,8 @@
 #ifndef MAILVEK_TESTS_SUPPORT_MANAGERS_TEST_H
 #define MAILVEK_TESTS_SUPPORT_MANAGERS_TEST_H
 
-#include "postfix/database_helper.h"
-#include "postfix/map_names.h"
+#include "postfix/maps/database_helper.h"
+#include "postfix/maps/map_names.h"
 #include "support/fd_census.h"
 #include "support/host_test.h"
 

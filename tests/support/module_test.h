@@ -5,7 +5,7 @@
 #ifndef MAILVEK_TESTS_SUPPORT_MODULE_TEST_H
 #define MAILVEK_TESTS_SUPPORT_MODULE_TEST_H
 
-#include "postfix/module_manager.h"
+#include "postfix/master_cf/module_manager.h"
 #include "support/config_test.h"
 
 #include <iostream>

@@ -8,7 +8,7 @@
 #ifndef MAILVEK_TESTS_SUPPORT_PATH_FAULTS_H
 #define MAILVEK_TESTS_SUPPORT_PATH_FAULTS_H
 
-#include "lib/form_path.h"
+#include "lib/report/form_path.h"
 
 #include <cstdarg>
 #include <cstdio>

@@ -3,7 +3,7 @@
 #ifndef MAILVEK_TESTS_SUPPORT_STRINGS_OF_H
 #define MAILVEK_TESTS_SUPPORT_STRINGS_OF_H
 
-#include "lib/string.h"
+#include "lib/text/string.h"
 
 #include <string>
 #include <vector>

@@ -5,7 +5,7 @@
 #ifndef MAILVEK_TESTS_SUPPORT_WORKER_H
 #define MAILVEK_TESTS_SUPPORT_WORKER_H
 
-#include "lib/product_log.h"
+#include "lib/report/product_log.h"
 #include "support/temp_dir.h"
 
 #include <array>

@@ -1,7 +1,7 @@
 #include "commands/do_main.h"
 
 #include "command_line.h"
-#include "mail/lib/mail_auth_style.h"
+#include "mail/lib/accounts/mail_auth_style.h"
 #include "support/child_run.h"
 
 #include <gtest/gtest.h>

@@ -1,0 +1,22 @@
+// features - lines of PHP that tell the panel what the mail back end can do
+//
+// Each call prints one assignment into the array $features on standard output, and returns 0,
+// or -1 when it could not be printed. Keys and values are printed as they are: they must not
+// hold quotes. Standard output is not flushed.
+
+#ifndef MAILVEK_LIB_CONF_FEATURES_H
+#define MAILVEK_LIB_CONF_FEATURES_H
+
+struct keyval
+{
+    char const* key;
+    char const* value;
+};
+
+// A PHP boolean for the values "true" and "false", a PHP string for any other.
+int print_feature(char const* key, char const* value);
+
+// A PHP array of the count pairs at values.
+int print_feature_array(char const* key, int count, keyval const* values);
+
+#endif

@@ -1,0 +1,11 @@
+// file_name - words that name one entry of a directory
+//
+// is_file_name is true for a word that, as a part of a path, stays in the directory before it:
+// one that is neither empty nor "." nor ".." and that holds no "/".
+
+#ifndef MAILVEK_LIB_FILES_FILE_NAME_H
+#define MAILVEK_LIB_FILES_FILE_NAME_H
+
+[[nodiscard]] bool is_file_name(char const* word);
+
+#endif

@@ -1,0 +1,35 @@
+// libfile - single files and directories
+//
+// Result: 0 or -1 unless stated. Failures are reported through messlog2.
+
+#ifndef MAILVEK_LIB_FILES_LIBFILE_H
+#define MAILVEK_LIB_FILES_LIBFILE_H
+
+#include <cstddef>
+#include <cstdio>
+
+#include <sys/types.h>
+
+// Empties the file, or creates it, with mode 0644; create_file only creates it.
+int create_empty_file(char const* file);
+int create_file(char const* file);
+
+// Nothing is done when oDir is missing. nDir must not exist.
+int rename_dir(char const* oDir, char const* nDir);
+
+// A missing file gives 0.
+int file_set_perms(char const* file_name, uid_t file_uid, gid_t file_gid, mode_t file_mode);
+// The same for the owner and the group of a user; here a missing file is a failure.
+int file_set_user_mode(char const* file, char const* user, mode_t mode);
+
+int p_fclose(FILE* stream);
+
+// Sets *target to the first of the null-terminated paths that exists, and returns 1; to null,
+// and returns 0, when none does.
+int find_file(char const** target, char const* const* paths);
+
+// Copies the first line, without white space at its ends, into buff, which has room for buflen
+// bytes. A line that does not fit with its NUL is a failure; an empty file gives 0 and zeroes.
+int get_string_from_file(char* buff, std::size_t buflen, char const* file);
+
+#endif

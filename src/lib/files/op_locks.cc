@@ -1,0 +1,115 @@
+#include "lib/files/op_locks.h"
+
+#include "lib/files/libcrypt.h"
+#include "lib/report/liblog.h"
+#include "lib/report/owned.h"
+
+#include <cerrno>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+
+#include <fcntl.h>
+#include <sys/file.h>
+#include <unistd.h>
+
+namespace {
+
+constexpr char lock_directory[] = "/var/lock/files";
+constexpr int lock_file_flags = O_RDWR | O_CREAT | O_TRUNC;
+constexpr mode_t lock_file_mode = 0644;
+
+struct FreeLock
+{
+    void operator()(lock_struct_t* lock) const { free_lock(lock); }
+};
+
+using LockRecord = std::unique_ptr<lock_struct_t, FreeLock>;
+
+LockRecord new_record(char const* path, int opt)
+{
+    LockRecord record(static_cast<lock_struct_t*>(calloc(1, sizeof(lock_struct_t))));
+    if (!record)
+        return record;
+    record->fd = -1;
+    record->path = opt ? mk_flock_path(path) : strdup(path);
+    if (!record->path)
+        record.reset();
+    return record;
+}
+
+// A descriptor above 0, for 0 means a lock that another process holds. A process that was
+// started without standard input would be given 0.
+int open_above_zero(char const* path, int flags)
+{
+    OpenDescriptor opened(open(path, flags, lock_file_mode));
+    return opened.get() == 0 ? fcntl(opened.get(), F_DUPFD, 1) : opened.release();
+}
+
+} // namespace
+
+char* mk_flock_path(char const* path)
+{
+    char sum[33];
+    char* lock_path = nullptr;
+    if (asprintf(&lock_path, "%s/%s", lock_directory, get_md5sum(nullptr, path, sum)) < 0)
+        return nullptr;
+    return lock_path;
+}
+
+lock_struct_t* mk_lock_(char const* path, int flags, int flock_flags, int opt)
+{
+    LockRecord lock = new_record(path, opt);
+    if (!lock)
+        return nullptr;
+    OpenDescriptor opened(open_above_zero(lock->path, flags));
+    if (opened.get() < 0) {
+        messlog2(0, 0, "Unable to open file \"%s\": %s.", lock->path, strerror(errno));
+        return lock.release();
+    }
+    if (flock(opened.get(), flock_flags) == 0)
+        lock->fd = opened.release();
+    else
+        lock->fd = errno == EAGAIN ? 0 : -1;
+    return lock.release();
+}
+
+lock_struct_t* mk_lock(char const* path, int opt)
+{
+    return mk_lock_(path, lock_file_flags, LOCK_EX, opt);
+}
+
+lock_struct_t* mk_nonblock_lock(char const* path, int opt)
+{
+    return mk_lock_(path, lock_file_flags, LOCK_EX | LOCK_NB, opt);
+}
+
+bool is_locked(lock_struct_t const* lock)
+{
+    return lock && lock->fd > 0;
+}
+
+bool is_already_locked(lock_struct_t const* lock)
+{
+    return !lock || lock->fd == 0;
+}
+
+int rm_lock(lock_struct_t* lock)
+{
+    if (!lock)
+        return -1;
+    int result = 0;
+    if (is_locked(lock) && close(lock->fd) != 0) {
+        messlog2(0, 0, "An error occured during closing '%s' file: %s\n", lock->path,
+                 strerror(errno));
+        result = -1;
+    }
+    free(lock->path);
+    free(lock);
+    return result;
+}
+
+int free_lock(lock_struct_t* lock)
+{
+    return rm_lock(lock);
+}

@@ -1,0 +1,43 @@
+// op_locks - locks between processes, by flock
+//
+// mk_lock waits for the lock, mk_nonblock_lock gives up at once. The lock file is the path
+// itself, which is created or emptied, or, with opt non-zero, /var/lock/files/<md5 of the
+// path>, so that locking a configuration file never opens it. The directory must exist.
+//
+// Result: a record for rm_lock. Its fd is above 0 for a lock that is held, 0 when another
+// process holds it, below 0 after a failure; its path is the lock file. Only a lock file that
+// cannot be opened is reported, through messlog2. errno is then that of the failed call. The
+// result is null without memory.
+//
+// The lock file stays on the disk. A child inherits the lock unless it closes the descriptor.
+
+#ifndef MAILVEK_LIB_FILES_OP_LOCKS_H
+#define MAILVEK_LIB_FILES_OP_LOCKS_H
+
+struct lock_struct_t
+{
+    int fd;
+    char* path; // owned
+};
+
+[[nodiscard]] lock_struct_t* mk_lock(char const* path, int opt);
+[[nodiscard]] lock_struct_t* mk_nonblock_lock(char const* path, int opt);
+
+// Both of the above: flags are those of open, flock_flags those of flock.
+[[nodiscard]] lock_struct_t* mk_lock_(char const* path, int flags, int flock_flags, int opt);
+
+// The name of the lock file that stands for path, which the caller frees; null without memory.
+[[nodiscard]] char* mk_flock_path(char const* path);
+
+// Whether this process holds the lock.
+bool is_locked(lock_struct_t const* lock);
+// Whether another process holds it, or there is no record.
+bool is_already_locked(lock_struct_t const* lock);
+
+// Releases the lock if it is held, and frees the record. 0; -1 for null and for a lock file
+// that cannot be closed, which is reported through messlog2.
+int rm_lock(lock_struct_t* lock);
+// The same.
+int free_lock(lock_struct_t* lock);
+
+#endif

@@ -1,0 +1,88 @@
+#include "lib/host/enviroment.h"
+
+#include "lib/host/to64.h"
+
+#include <cstddef>
+#include <cstdio>
+#include <cstdlib>
+#include <ctime>
+
+#include <crypt.h>
+
+namespace {
+
+constexpr char plain_variable[] = "ORV_PASSWORD";
+constexpr char crypted_variable[] = "ORV_CRYPTED_PASSWORD";
+constexpr size_t buffer_size = 4096;
+
+// The variable's value, or null when it is unset or empty.
+char const* value_of(char const* variable)
+{
+    char const* const value = getenv(variable);
+    return value && *value ? value : nullptr;
+}
+
+bool take(char const* variable, char const** password)
+{
+    char const* const value = value_of(variable);
+    if (!value)
+        return false;
+    *password = value;
+    // The string that value points at is not released by this.
+    unsetenv(variable);
+    return true;
+}
+
+// What crypt returns with a new salt, in its own static storage.
+char const* encrypted(char const* password)
+{
+    constexpr int drawn = 8;
+    char salt[] = "$1$........";
+    to64(salt + sizeof salt - 1 - drawn, drawn);
+    char const* const result = crypt(password, salt);
+    return result ? result : "*0";
+}
+
+} // namespace
+
+int get_env_password(char const** password, int* isEncrypted)
+{
+    // Deliberate: a plain password that is found leaves the encrypted one where it is.
+    if (take(plain_variable, password)) {
+        *isEncrypted = 0;
+        return 0;
+    }
+    if (take(crypted_variable, password)) {
+        *isEncrypted = 1;
+        return 0;
+    }
+    return -1;
+}
+
+char* get_env_noncrypted_password()
+{
+    static char buffer[buffer_size];
+    if (*buffer)
+        return buffer;
+    char const* const password = value_of(plain_variable);
+    snprintf(buffer, sizeof buffer, "%s", password ? password : "");
+    unsetenv(plain_variable);
+    return buffer;
+}
+
+char* get_env_crypted_password()
+{
+    static char buffer[buffer_size];
+    if (*buffer)
+        return buffer;
+
+    // NOLINTNEXTLINE(cert-msc32-c,cert-msc51-cpp): a salt has to differ, not to be secret
+    srand(static_cast<unsigned int>(time(nullptr)));
+    char const* const plain = value_of(plain_variable);
+    char const* const crypted = value_of(crypted_variable);
+    char const* const result = plain ? encrypted(plain) : crypted ? crypted : encrypted("");
+    snprintf(buffer, sizeof buffer, "%s", result);
+    unsetenv(plain_variable);
+    unsetenv(crypted_variable);
+    return buffer;
+}

@@ -1,0 +1,14 @@
+// to64 - random characters for the salt of a password
+//
+// Writes n characters of itoa64, drawn by rand, to s, and no NUL behind them. Whoever wants
+// other characters each time seeds rand first.
+
+#ifndef MAILVEK_LIB_HOST_TO64_H
+#define MAILVEK_LIB_HOST_TO64_H
+
+inline constexpr char itoa64[] = "./0123456789ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz";
+static_assert(sizeof itoa64 == 64 + 1);
+
+void to64(char* s, int n);
+
+#endif

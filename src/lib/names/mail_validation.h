@@ -1,0 +1,16 @@
+// mail_validation - checks on parts of mail addresses
+//
+// mail_validate gives 1 for a str that is valid as what type says, 0 for one that is not. A
+// type that is unknown gives 0 and is reported through orvek_log as information.
+
+#ifndef MAILVEK_LIB_NAMES_MAIL_VALIDATION_H
+#define MAILVEK_LIB_NAMES_MAIL_VALIDATION_H
+
+enum mail_validation_t : int
+{
+    VALIDATE_EMAIL_LOCAL_PART = 0, // valid unless it holds ".."
+};
+
+int mail_validate(char const* str, mail_validation_t type);
+
+#endif

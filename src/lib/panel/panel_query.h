@@ -1,0 +1,48 @@
+// panel_query - one statement after the other on a connection to the panel's database
+//
+// The connection is the caller's or, when that is null, one of db_connect's that lives as long as
+// this object. A statement replaces the result of the one before. Nothing is reported here but
+// what db_connect reports. errno stays as the failing call left it.
+
+#ifndef MAILVEK_LIB_PANEL_PANEL_QUERY_H
+#define MAILVEK_LIB_PANEL_PANEL_QUERY_H
+
+#include "lib/panel/dbconnect.h"
+
+#include <cstddef>
+
+// What the results of single values fit in, with their NUL.
+constexpr std::size_t panel_value_size = 4096;
+
+class PanelQuery
+{
+public:
+    explicit PanelQuery(MYSQL* my);
+
+    bool connected() const { return my != nullptr; }
+    MYSQL* connection() const { return my; }
+
+    // Runs the statement and stores its result; false when it fails or has none.
+    [[nodiscard]] bool run(char const* query);
+    [[nodiscard]] bool run_format(char const* fmt, ...) __attribute__((format(printf, 2, 3)));
+
+    // The text of the connection's pending error.
+    char const* error() const;
+
+    // The first row's value, which lives as long as its result; null for no row, for NULL and for
+    // a column that there is not.
+    char const* first_value(unsigned int column = 0);
+    // The same, copied and cut to the buffer, or null.
+    char const* copy_first(char (&value)[panel_value_size], unsigned int column = 0);
+    bool has_row();
+
+private:
+    OpenMysql own;
+    MYSQL* my;
+    MysqlResult result;
+};
+
+// Reports through messlog2, which does not end the process then, and gives null. errno is kept.
+[[nodiscard]] char const* no_value(char const* fmt, ...) __attribute__((format(printf, 1, 2)));
+
+#endif

@@ -1,0 +1,27 @@
+// argument_vector - argument vectors from null-terminated lists
+//
+// Both take an optional program, which becomes element 0, and the rest of a list up to its
+// null, and give a null-terminated vector of the same strings, which are not copied.
+//
+// fixed_vector has room for 100 entries, the program included: a longer list is cut there.
+// allocated_vector takes all, and is null, with errno set, when there is no memory.
+
+#ifndef MAILVEK_LIB_PROGRAMS_ARGUMENT_VECTOR_H
+#define MAILVEK_LIB_PROGRAMS_ARGUMENT_VECTOR_H
+
+#include "lib/report/owned.h"
+
+#include <array>
+#include <cstdarg>
+#include <cstddef>
+#include <memory>
+
+constexpr size_t fixed_vector_size = 100;
+
+using FixedVector = std::array<char const*, fixed_vector_size + 1>;
+using AllocatedVector = std::unique_ptr<char const*[], FreeMemory>;
+
+FixedVector fixed_vector(char const* program, va_list list);
+AllocatedVector allocated_vector(char const* program, va_list list);
+
+#endif

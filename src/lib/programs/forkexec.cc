@@ -1,0 +1,91 @@
+#include "lib/programs/forkexec.h"
+
+#include "lib/programs/argument_vector.h"
+#include "lib/programs/close_descriptors.h"
+#include "lib/programs/forkexec_child.h"
+#include "lib/report/liblog.h"
+
+#include <cerrno>
+#include <cstdarg>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+
+#include <fcntl.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+namespace {
+
+// Makes a descriptor, or /dev/null for -1, one of the standard ones.
+[[nodiscard]] bool attach(int descriptor, int standard)
+{
+    if (descriptor == standard)
+        return true;
+    int const taken = descriptor == -1 ? open("/dev/null", O_RDWR) : descriptor;
+    if (taken == standard) // where the caller has the stream closed, open gives its number
+        return true;
+    return taken >= 0 && dup2(taken, standard) >= 0 && close(taken) == 0;
+}
+
+// The child's way from fork to exec. There is one thread, so that nobody can have held a lock
+// of the C library at the fork: stdio, malloc and exit are sound here.
+[[noreturn]] void run_connected(int in, int out, int err, char const* path, char const* const* args)
+{
+    if (!attach(in, STDIN_FILENO) || !attach(out, STDOUT_FILENO) || !attach(err, STDERR_FILENO)) {
+        fprintf(stderr, "fork_execv: dup() failed: %s\n", strerror(errno));
+        exit(-1);
+    }
+    close_descriptors();
+    errno = 0;
+    replace_program(path, args);
+    fprintf(stderr, "fork_execv: execv(\"%s\") failed: %s\n", path, strerror(errno));
+    exit(-1);
+}
+
+} // namespace
+
+pid_t fork_execv_pipes(int in, int out, int err, char const* path, char const* const* args)
+{
+    pid_t const child = fork_written_out();
+    if (child < 0)
+        messlog2(1, 0, "fork_execv_pipes: fork() failed");
+    if (child == 0)
+        run_connected(in, out, err, path, args);
+    return child;
+}
+
+pid_t fork_execl_pipes(int in, int out, int err, char const* path, ...)
+{
+    va_list list;
+    va_start(list, path);
+    FixedVector const args = fixed_vector(nullptr, list);
+    va_end(list);
+    return fork_execv_pipes(in, out, err, path, args.data());
+}
+
+int fork_execv(char const* path, ...)
+{
+    va_list list;
+    va_start(list, path);
+    FixedVector const args = fixed_vector(nullptr, list);
+    va_end(list);
+    fork_execv_pipes(-1, -1, -1, path, args.data());
+    int status = 0;
+    // Deliberate: whichever child ends first, not the one just started.
+    wait(&status);
+    return WIFSIGNALED(status) ? 1 : 0;
+}
+
+int do_exec(char const* program, char const* const* argv)
+{
+    pid_t const child = fork_written_out();
+    if (child < 0)
+        messlog2(1, 0, "Cannot fork():\n%s", strerror(errno));
+    if (child == 0) {
+        replace_program(program, argv);
+        exit(-1);
+    }
+    int status = 0;
+    return waitpid(child, &status, 0) == child ? status : -1;
+}

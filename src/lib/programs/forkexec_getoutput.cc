@@ -1,0 +1,163 @@
+#include "lib/programs/forkexec.h"
+
+#include "lib/programs/argument_vector.h"
+#include "lib/programs/forkexec_child.h"
+#include "lib/report/liblog.h"
+#include "lib/report/owned.h"
+#include "lib/text/growing_text.h"
+
+#include <cerrno>
+#include <cstdarg>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+
+#include <poll.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+namespace {
+
+constexpr int one_second = 1000;
+constexpr int not_started = 255;
+
+// Reports why there is no output to give, and gives the result.
+[[nodiscard]] __attribute__((format(printf, 2, 3))) int failure(int result, char const* fmt, ...)
+{
+    va_list args;
+    va_start(args, fmt);
+    vmesslog2(0, 0, fmt, args);
+    va_end(args);
+    return result;
+}
+
+void out_of_memory()
+{
+    messlog2(1, 0, "Cannot allocate buffer:\n%s", strerror(errno));
+}
+
+// The child's way from fork to exec. There is one thread, so that stdio and exit are sound.
+[[noreturn]] void run_mixed(int const (&ends)[2], char const* path, char const* const* args)
+{
+    if (dup2(ends[1], STDOUT_FILENO) < 0 || dup2(ends[1], STDERR_FILENO) < 0)
+        exit(-1);
+    for (int const end : ends)
+        if (end != STDOUT_FILENO && end != STDERR_FILENO)
+            close(end);
+    replace_program(path, args);
+    printf("Cannot exec %s:\n%s", path, strerror(errno));
+    exit(-1);
+}
+
+// Starts the child, and gives its pid and the end of the pipe where its output is read.
+pid_t start(int& output_end, char const* path, char const* const* args)
+{
+    int ends[2] = {-1, -1};
+    pid_t const child = pipe(ends) == 0 ? fork_written_out() : -1;
+    if (child < 0)
+        messlog2(1, 0, "Cannot fork():\n%s", strerror(errno));
+    if (child == 0)
+        run_mixed(ends, path, args);
+    close(ends[1]);
+    output_end = ends[0];
+    return child;
+}
+
+bool has_input(int fd, int milliseconds)
+{
+    ErrnoKeeper const keeper;
+    pollfd polled = {fd, POLLIN, 0};
+    return poll(&polled, 1, milliseconds) > 0;
+}
+
+// Reads once. False when there is nothing more to come.
+bool read_some(int fd, GrowingText& text)
+{
+    if (!text.make_room())
+        out_of_memory();
+    ssize_t const got = read(fd, text.end(), text.room());
+    if (got > 0)
+        text.added(static_cast<size_t>(got));
+    else if (got < 0 && errno != EINTR)
+        messlog2(0, 0, "Cannot read child output:\n%s", strerror(errno));
+    return got > 0 || (got < 0 && errno == EINTR);
+}
+
+// Reads until the output has ended, which gives 0, or the child has, which gives the result of
+// waitpid for it.
+pid_t read_output(pid_t child, int fd, GrowingText& text, int& status)
+{
+    for (;;) {
+        if (has_input(fd, one_second)) {
+            if (!read_some(fd, text))
+                return 0;
+            continue;
+        }
+        pid_t const ended = waitpid(child, &status, WNOHANG);
+        if (ended == 0)
+            continue;
+        // What the child printed between the look at the pipe and its end is still in it.
+        while (has_input(fd, 0) && read_some(fd, text)) {
+        }
+        return ended;
+    }
+}
+
+// The wait status of the child, once it has ended; false, reported, when there is none.
+bool collect(pid_t child, int output_end, GrowingText& text, int& status)
+{
+    OpenDescriptor const end(output_end);
+    if (!text.make_room())
+        out_of_memory();
+    // Each read follows a poll, so that nothing is lost where this should fail.
+    static_cast<void>(set_nonblocking(end.get()));
+    pid_t ended = read_output(child, end.get(), text, status);
+    if (ended == 0)
+        ended = waitpid(child, &status, WUNTRACED);
+    if (ended < 0)
+        report_failed_wait(child);
+    text.terminate();
+    return ended == child;
+}
+
+int judge(char const* path, int status, char const* printed)
+{
+    if (WIFSIGNALED(status))
+        return failure(-1, "utility %s killed (signal %d):\n%s", path, WTERMSIG(status), printed);
+    if (!WIFEXITED(status))
+        return failure(-1, "utility %s crashed (status %d):\n%s", path, status, printed);
+    int const result = WEXITSTATUS(status);
+    if (result == not_started)
+        return failure(result, "error:\n%s", printed);
+    if (result != 0)
+        return failure(result, "utility %s failed (result=%d):\n%s", path, result, printed);
+    return 0;
+}
+
+} // namespace
+
+int fork_execvv_getoutput(char** output, char const* path, char const* const* args)
+{
+    *output = nullptr;
+    int output_end = -1;
+    pid_t const child = start(output_end, path, args);
+    GrowingText text;
+    int status = 0;
+    if (!collect(child, output_end, text, status))
+        return -1;
+    int const result = judge(path, status, text.get());
+    if (result == 0)
+        *output = text.release();
+    return result;
+}
+
+int fork_execv_getoutput(char** output, char const* path, ...)
+{
+    va_list list;
+    va_start(list, path);
+    AllocatedVector const args = allocated_vector(path, list);
+    va_end(list);
+    if (!args)
+        out_of_memory();
+    return fork_execvv_getoutput(output, path, args.get());
+}

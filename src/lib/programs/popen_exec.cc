@@ -1,0 +1,76 @@
+#include "lib/programs/popen_exec.h"
+
+#include "lib/programs/forkexec_child.h"
+#include "lib/report/liblog.h"
+#include "lib/text/growing_text.h"
+
+#include <cstdio>
+#include <memory>
+
+namespace {
+
+struct CloseCommand
+{
+    void operator()(FILE* stream) const
+    {
+        ErrnoKeeper const keeper;
+        pclose(stream);
+    }
+};
+
+using OpenCommand = std::unique_ptr<FILE, CloseCommand>;
+
+// Reads to the end of the output even when there is no memory to keep all of it, for the
+// command would be killed by a pipe that nobody reads.
+void read_output(FILE* stream, GrowingText& text)
+{
+    bool cut = false;
+    for (int c = getc(stream); c != EOF; c = getc(stream)) {
+        if (!cut && !text.make_room()) {
+            fputs("popen_exec: warning: failed to allocate memory for command output buffer\n",
+                  stderr);
+            cut = true;
+        }
+        if (cut)
+            continue;
+        *text.end() = static_cast<char>(c);
+        text.added(1);
+    }
+}
+
+} // namespace
+
+int popen_exec_getoutput(char** dest, char const* cmd)
+{
+    *dest = nullptr;
+    OpenCommand command(popen(cmd, "r"));
+    if (!command) {
+        fputs("popen_exec: failed to execute command: fork or pipe calls failed, or cannon "
+              "allocate memory\n",
+              stderr);
+        return -1;
+    }
+    GrowingText text;
+    if (!text.make_room()) {
+        fputs("popen_exec: failed to allocate memory\n", stderr);
+        return -1;
+    }
+    read_output(command.get(), text);
+    text.terminate();
+    int const status = pclose(command.release());
+    *dest = text.release();
+    return status == -1 ? -1 : exit_status(status);
+}
+
+int popen_exec(char const* cmd)
+{
+    char* collected = nullptr;
+    int const result = popen_exec_getoutput(&collected, cmd);
+    CString const output(collected);
+    if (result == -1)
+        messlog2(0, 0, "popen_exec: failed to execute command: %s\n", cmd);
+    else if (result != 0)
+        messlog2(0, 0, "popen_exec: command failed code: %d , %s\n", result,
+                 output && *output ? output.get() : "error: none");
+    return result;
+}

@@ -1,0 +1,25 @@
+// libsafe - checks of paths and of what goes into a shell
+//
+// Nothing here reports.
+
+#ifndef MAILVEK_LIB_TEXT_LIBSAFE_H
+#define MAILVEK_LIB_TEXT_LIBSAFE_H
+
+#include <array>
+
+// What a byte means to a shell: '-' nothing, '*' something, 'n' for the newline. Bytes of 128
+// and above have an entry but are unsafe all the same; check_shell_arg_nothrow knows.
+extern std::array<char, 256> const shell_escape_chars;
+
+// Whether both are directories, neither a symbolic link itself, and SubDir's real path lies
+// below Dir's: it begins with Dir's and a slash. So a directory is not below itself, and none
+// is below the root directory. Enters both and restores the working directory.
+bool issubdir(char const* SubDir, char const* Dir);
+
+// True for null or "".
+bool isempty(char const* Checkable);
+
+// 1 for null, for "" and for a string of safe bytes alone; else 0.
+int check_shell_arg_nothrow(char const* cmd);
+
+#endif

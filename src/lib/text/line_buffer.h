@@ -1,0 +1,22 @@
+// line_buffer - the line that getdelim and getline read into and let grow
+//
+// Give them the addresses of both members. The text is freed at the end.
+
+#ifndef MAILVEK_LIB_TEXT_LINE_BUFFER_H
+#define MAILVEK_LIB_TEXT_LINE_BUFFER_H
+
+#include <cstddef>
+#include <cstdlib>
+
+struct LineBuffer
+{
+    char* text = nullptr;
+    std::size_t capacity = 0;
+
+    LineBuffer() = default;
+    ~LineBuffer() { free(text); }
+    LineBuffer(LineBuffer const&) = delete;
+    LineBuffer& operator=(LineBuffer const&) = delete;
+};
+
+#endif

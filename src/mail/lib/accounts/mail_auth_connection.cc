@@ -1,0 +1,206 @@
+#include "mail/lib/accounts/mail_auth_connection.h"
+
+#include "lib/report/owned.h"
+#include "lib/report/product_log.h"
+#include "mail/lib/accounts/mail_auth_style.h"
+
+#include <ctime>
+#include <utility>
+
+#include <syslog.h>
+
+namespace {
+
+constexpr long wait_growth = 10000; // nanoseconds
+constexpr int write_timeout = 50;   // milliseconds
+// No result of SQLite: those are not negative.
+constexpr int refused_wait = -1;
+
+// The wait between two tries of one call.
+class BusyWait
+{
+public:
+    // Deliberate: the wait also follows a repeated call that succeeded, and a signal that cuts
+    // it short is a refusal. Nothing ends the growth but nanosleep itself, at a second.
+    [[nodiscard]] bool pause()
+    {
+        if (wait.tv_nsec > 0 && nanosleep(&wait, nullptr) != 0)
+            return false;
+        wait.tv_nsec += wait_growth;
+        return true;
+    }
+
+private:
+    timespec wait = {};
+};
+
+bool is_busy(int result)
+{
+    return result == SQLITE_BUSY;
+}
+
+bool is_busy_or_locked(int result)
+{
+    return result == SQLITE_BUSY || result == SQLITE_LOCKED;
+}
+
+} // namespace
+
+MailAuthConnection::MailAuthConnection(sqlite3* db, sqlite3_stmt* statement)
+    : db(db), statement(statement)
+{
+}
+
+MailAuthConnection::~MailAuthConnection()
+{
+    finalize();
+    if (db)
+        sqlite3_close(db);
+}
+
+template<class Call, class Again>
+int MailAuthConnection::repeated(Call call, Again again)
+{
+    BusyWait wait;
+    int result = SQLITE_OK;
+    do {
+        result = call();
+        if (!wait.pause()) {
+            db = nullptr;
+            statement = nullptr;
+            abandoned = true;
+            return refused_wait;
+        }
+    } while (again(result));
+    return result;
+}
+
+int MailAuthConnection::openForWriting()
+{
+    if (sqlite3_open(mailAuthDB, &db) != SQLITE_OK)
+        return failure("Unable to open database %s: %s", mailAuthDB, message());
+    sqlite3_busy_timeout(db, write_timeout);
+    return 0;
+}
+
+int MailAuthConnection::openForReading()
+{
+    if (sqlite3_open_v2(mailAuthDB, &db, SQLITE_OPEN_READONLY, nullptr) != SQLITE_OK)
+        return failure("Unable to open database(readonly) %s: %s", mailAuthDB, message());
+    return 0;
+}
+
+int MailAuthConnection::prepare(char const* query)
+{
+    int const result =
+        repeated([&] { return sqlite3_prepare_v2(db, query, -1, &statement, nullptr); }, is_busy);
+    if (result != SQLITE_OK)
+        return failure("Unable to prepare SQL statement for query '%s': %s", query, message());
+    return 0;
+}
+
+bool MailAuthConnection::bind(int place, char const* text)
+{
+    return bind(place, text, -1);
+}
+
+bool MailAuthConnection::bind(int place, char const* text, int length)
+{
+    return sqlite3_bind_text(statement, place, text, length, SQLITE_STATIC) == SQLITE_OK;
+}
+
+bool MailAuthConnection::bind(int place, long long number)
+{
+    return sqlite3_bind_int64(statement, place, number) == SQLITE_OK;
+}
+
+int MailAuthConnection::step()
+{
+    bool stepped = false;
+    auto const next = [&] {
+        if (std::exchange(stepped, true))
+            sqlite3_reset(statement);
+        return sqlite3_step(statement);
+    };
+    return repeated(next, is_busy_or_locked);
+}
+
+int MailAuthConnection::execute(char const* script, char** error)
+{
+    *error = nullptr;
+    auto const run = [&] {
+        sqlite3_free(std::exchange(*error, nullptr));
+        return sqlite3_exec(db, script, nullptr, nullptr, error);
+    };
+    return repeated(run, is_busy_or_locked);
+}
+
+char const* MailAuthConnection::text(int column) const
+{
+    return reinterpret_cast<char const*>(sqlite3_column_text(statement, column));
+}
+
+long long MailAuthConnection::number(int column) const
+{
+    return sqlite3_column_int64(statement, column);
+}
+
+long long MailAuthConnection::lastInserted() const
+{
+    return sqlite3_last_insert_rowid(db);
+}
+
+char const* MailAuthConnection::message() const
+{
+    // Deliberate: the misspelt text stands.
+    return db ? sqlite3_errmsg(db) : "general DB errror";
+}
+
+void MailAuthConnection::finalize()
+{
+    sqlite3_finalize(std::exchange(statement, nullptr));
+}
+
+int MailAuthConnection::finish()
+{
+    if (db) {
+        finalize();
+        repeated([&] { return sqlite3_close(db); }, is_busy);
+        db = nullptr;
+    }
+    return abandoned ? -1 : 0;
+}
+
+void MailAuthConnection::report(char const* fmt, va_list args) const
+{
+    if (!abandoned)
+        orvek_logv(LOG_ERR, fmt, args);
+}
+
+int MailAuthConnection::failure(char const* fmt, ...)
+{
+    ErrnoKeeper const keeper;
+    va_list args;
+    va_start(args, fmt);
+    report(fmt, args);
+    va_end(args);
+    finish();
+    return -1;
+}
+
+int MailAuthConnection::stepFailure(char const* fmt, ...)
+{
+    ErrnoKeeper const keeper;
+    va_list args;
+    va_start(args, fmt);
+    report(fmt, args);
+    va_end(args);
+    finalize();
+    return -1;
+}
+
+void MailAuthConnection::release(sqlite3** pdb, sqlite3_stmt** pPStmt)
+{
+    *pdb = std::exchange(db, nullptr);
+    *pPStmt = std::exchange(statement, nullptr);
+}

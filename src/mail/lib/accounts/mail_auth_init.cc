@@ -1,0 +1,145 @@
+#include "mail/lib/accounts/mail_auth_init.h"
+
+#include "lib/files/libdir.h"
+#include "lib/report/owned.h"
+#include "lib/report/product_log.h"
+#include "mail/lib/accounts/mail_auth_connection.h"
+#include "mail/lib/accounts/mail_auth_schema.h"
+
+#include <cerrno>
+#include <cstdarg>
+#include <cstring>
+#include <memory>
+
+#include <libgen.h>
+#include <pwd.h>
+#include <sys/stat.h>
+#include <syslog.h>
+#include <unistd.h>
+
+namespace {
+
+constexpr char postfix_user[] = "postfix";
+
+__attribute__((format(printf, 1, 2))) int critical(char const* fmt, ...)
+{
+    ErrnoKeeper const keeper;
+    va_list args;
+    va_start(args, fmt);
+    orvek_logv(LOG_CRIT, fmt, args);
+    va_end(args);
+    return -1;
+}
+
+// The directory of a path, with the copy that it lies in. get() is null, reported, when there
+// is none.
+class Directory
+{
+public:
+    explicit Directory(char const* path) : copy(strdup(path))
+    {
+        if (!copy) {
+            errno = ENOMEM;
+            critical("Memory allocation error");
+            return;
+        }
+        name = dirname(copy.get());
+        if (!name)
+            critical("dirname(%s) failed: %s", path, strerror(errno));
+    }
+    char const* get() const { return name; }
+
+private:
+    CString copy;
+    char const* name = nullptr;
+};
+
+bool is_below_root(char const* directory)
+{
+    return directory[0] == '/' && directory[strspn(directory, "/")];
+}
+
+// reported_mode is what a failing chmod is said to have tried.
+int set_rights(char const* path, uid_t uid, gid_t gid, mode_t mode, mode_t reported_mode)
+{
+    if (chown(path, uid, gid) != 0)
+        return critical("chown(\"%s\", %d, %d) failed: %s", path, static_cast<int>(uid),
+                        static_cast<int>(gid), strerror(errno));
+    if (chmod(path, mode) != 0)
+        return critical("chmod(\"%s\", %04o) failed: %s", path, reported_mode, strerror(errno));
+    return 0;
+}
+
+int create_schema()
+{
+    MailAuthConnection db;
+    if (db.openForWriting() != 0)
+        return -1;
+    char* error = nullptr;
+    if (db.execute(mail_auth_schema, &error) == SQLITE_OK)
+        return db.finish();
+    std::unique_ptr<char, decltype(&sqlite3_free)> const text(error, sqlite3_free);
+    if (!text)
+        return db.failure("Unable to re-create Mail Authentication Database");
+    return db.failure("Unable to re-create Mail Authentication Database: %s", text.get());
+}
+
+int init_postfix_style()
+{
+    errno = 0;
+    passwd const* const postfix = getpwnam(postfix_user);
+    if (!postfix)
+        return critical("Unable to get user id for \"%s\": %s", postfix_user, strerror(errno));
+    uid_t const owner = postfix->pw_uid;
+    if (mailAuthDBInit() != 0)
+        return -1;
+    // Deliberate: the owner may only read the file, and the group may also write.
+    return mailAuthDBSetAccess(owner, 0, 0770, 0460);
+}
+
+int init_qmail_style()
+{
+    if (mailAuthDBInit() != 0)
+        return -1;
+    return mailAuthDBSetAccess(0, 0, 0750, 0600);
+}
+
+} // namespace
+
+int mailAuthDBInit()
+{
+    Directory const directory(mailAuthDB);
+    if (!directory.get())
+        return -1;
+    if (createNestedDirectory(directory.get()) != 1)
+        return critical("recursive mkdir(%s) failed: %s", directory.get(), strerror(errno));
+    unlink(mailAuthDB);
+    return create_schema();
+}
+
+int mailAuthDBSetAccess(uid_t uid, gid_t gid, mode_t dirMode, mode_t dbMode)
+{
+    Directory const directory(mailAuthDB);
+    if (!directory.get())
+        return -1;
+    if (!is_below_root(directory.get()))
+        return critical("Invalid mail authentication DB path %s", mailAuthDB);
+    if (set_rights(directory.get(), uid, gid, dirMode, dirMode) != 0)
+        return -1;
+    // Deliberate: a failing chmod of the file is reported with the directory's mode.
+    return set_rights(mailAuthDB, uid, gid, dbMode, dirMode);
+}
+
+int mailAuthDBInitStyle(MailAuthDBStyle style)
+{
+    mailAuthDBSelectStyle(style);
+    switch (style) {
+    case MAIL_AUTH_DB_QMAIL_STYLE:
+        return init_qmail_style();
+    case MAIL_AUTH_DB_POSTFIX_STYLE:
+        return init_postfix_style();
+    case MAIL_AUTH_DB_INVALID_STYLE:
+        break;
+    }
+    return -1;
+}

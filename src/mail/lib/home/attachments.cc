@@ -1,0 +1,174 @@
+#include "mail/lib/home/attachments.h"
+
+#include "lib/conf/autoprepend.h"
+#include "lib/files/copy_file.h"
+#include "lib/files/dot_entry.h"
+#include "lib/files/file_name.h"
+#include "lib/names/idn.h"
+#include "lib/names/idn_error.h"
+#include "lib/report/form_path.h"
+#include "lib/report/liblog.h"
+#include "lib/report/owned.h"
+
+#include <cerrno>
+#include <cstdarg>
+#include <cstdio>
+#include <cstring>
+
+#include <dirent.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+namespace {
+
+constexpr mode_t attachment_mode = 0644;
+constexpr long long block_size = 512;
+
+[[nodiscard]] __attribute__((format(printf, 1, 2))) int store_failure(char const* fmt, ...)
+{
+    va_list args;
+    va_start(args, fmt);
+    vmesslog2(0, 1, fmt, args);
+    va_end(args);
+    return -1;
+}
+
+// Ends the process when there is none.
+CString ascii_domain(char const* DomainName)
+{
+    CString domain(idn_toascii(DomainName));
+    if (!domain)
+        messlog2(1, 1, "idn_toascii() failed: %s", idn_strerror(idn_errno));
+    return domain;
+}
+
+// Deliberate: a path that does not fit is cut, here and below.
+void form_store(char (&path)[path_size], char const* domain, char const* MailName)
+{
+    static_cast<void>(form_path(path, "%s/%s/%s/@attachments",
+                                orvConfGetDefaultByIndex(_ORVEK_MAILNAMES_D_INDEX), domain,
+                                MailName));
+}
+
+void form_entry(char (&path)[path_size], char const* directory, char const* name)
+{
+    static_cast<void>(form_path(path, "%s/%s", directory, name));
+}
+
+void form_attachment(char (&path)[path_size], char const* MailName, char const* DomainName,
+                     char const* AttachmentFileName)
+{
+    CString const domain = ascii_domain(DomainName);
+    static_cast<void>(form_path(path, "%s/%s/%s/@attachments/%s",
+                                orvConfGetDefaultByIndex(_ORVEK_MAILNAMES_D_INDEX), domain.get(),
+                                MailName, AttachmentFileName));
+}
+
+// Names come from outside, and files are written and removed by them as root.
+bool is_name(char const* name)
+{
+    if (is_file_name(name))
+        return true;
+    errno = EINVAL;
+    return false;
+}
+
+// Calls visit with the name of each entry, for as long as it gives 0.
+template<typename Visit>
+int visit_entries(char const* directory, OpenDir dir, Visit visit)
+{
+    if (!dir)
+        return store_failure("Unable to open dir %s: %s\n", directory, strerror(errno));
+    for (;;) {
+        errno = 0;
+        dirent const* const entry = readdir(dir.get());
+        if (!entry)
+            break;
+        if (visit(entry->d_name) != 0)
+            return -1;
+    }
+    if (errno != 0)
+        return store_failure("Unable to read dir %s: %s\n", directory, strerror(errno));
+    if (closedir(dir.release()) != 0)
+        return store_failure("Unable to close dir: %s\n", strerror(errno));
+    return 0;
+}
+
+int list_entry(char const* store, char const* name, bool in_blocks, bool fullname)
+{
+    char path[path_size];
+    form_entry(path, store, name);
+    struct stat info = {};
+    if (stat(path, &info) != 0)
+        return store_failure("stat %s failed: %s", path, strerror(errno));
+    if (S_ISDIR(info.st_mode))
+        return 0;
+    long long const size = in_blocks ? info.st_blocks * block_size : info.st_size;
+    printf("%s\t%lld\n", fullname ? path : name, size);
+    return 0;
+}
+
+bool is_home(char const* domain_root, char const* name)
+{
+    if (is_dot_entry(name))
+        return false;
+    char path[path_size];
+    form_entry(path, domain_root, name);
+    struct stat info = {};
+    return stat(path, &info) == 0 && S_ISDIR(info.st_mode);
+}
+
+} // namespace
+
+int list_attachments(char const* MailName, char const* DomainName, short in_blocks, short fullname)
+{
+    CString const domain = ascii_domain(DomainName);
+    if (!MailName || *MailName == '\0')
+        messlog2(1, 1, "MailName empty for domain '%s'", DomainName);
+    char store[path_size];
+    form_store(store, domain.get(), MailName);
+    return visit_entries(
+        store, OpenDir(is_name(MailName) ? opendir(store) : nullptr),
+        [&](char const* name) { return list_entry(store, name, in_blocks != 0, fullname != 0); });
+}
+
+int list_all_attachments(char const* DomainName, short in_blocks, short fullname)
+{
+    CString const domain = ascii_domain(DomainName);
+    char root[path_size];
+    form_entry(root, orvConfGetDefaultByIndex(_ORVEK_MAILNAMES_D_INDEX), domain.get());
+    return visit_entries(root, OpenDir(opendir(root)), [&](char const* name) {
+        // Whatever comes of one list, the others follow.
+        if (is_home(root, name))
+            static_cast<void>(list_attachments(name, DomainName, in_blocks, fullname));
+        return 0;
+    });
+}
+
+int add_attachment(char const* MailName, char const* DomainName, char const* FileName,
+                   char const* AttachmentFileName)
+{
+    char path[path_size];
+    form_attachment(path, MailName, DomainName, AttachmentFileName);
+    int const result =
+        is_name(MailName) && is_name(AttachmentFileName) ? copy_file(FileName, path) : 1;
+    if (result != 0) {
+        static_cast<void>(
+            store_failure("Unable to copy the attachment file %s to %s\n", FileName, path));
+        return -result;
+    }
+    ErrnoKeeper const keeper;
+    chmod(path, attachment_mode);
+    return 0;
+}
+
+int remove_attachment(char const* MailName, char const* DomainName, char const* AttachmentFileName)
+{
+    char path[path_size];
+    form_attachment(path, MailName, DomainName, AttachmentFileName);
+    if (is_name(MailName) && is_name(AttachmentFileName) && unlink(path) == 0)
+        return 0;
+    if (errno == ENOENT)
+        return 0;
+    return store_failure("Unable to delete the attachment file %s: %s\n", path, strerror(errno));
+}

@@ -1,0 +1,112 @@
+#include "mail/lib/quota/maildirpp_quota.h"
+
+#include "lib/conf/autoprepend.h"
+#include "lib/files/saved_directory.h"
+#include "lib/host/orvek_ugid.h"
+#include "lib/names/idn.h"
+#include "lib/names/idn_error.h"
+#include "lib/report/failure.h"
+#include "lib/report/form_path.h"
+#include "lib/report/liblog.h"
+#include "lib/report/owned.h"
+#include "mail/lib/quota/get_dir_size.h"
+#include "mail/lib/quota/maildirpp_maildirsize.h"
+
+#include <cerrno>
+#include <cstdarg>
+#include <cstring>
+
+#include <sys/stat.h>
+#include <unistd.h>
+
+namespace {
+
+constexpr char mail_user[] = "popuser";
+constexpr char attachments[] = "@attachments";
+
+// For what is reported as output 1.
+[[nodiscard, gnu::format(printf, 1, 2)]] bool refused(char const* fmt, ...)
+{
+    va_list args;
+    va_start(args, fmt);
+    vmesslog2(0, 1, fmt, args);
+    va_end(args);
+    return false;
+}
+
+bool form_home(char (&home)[path_size], char const* MailDomain, char const* MailName)
+{
+    CString const domain(idn_toascii(MailDomain));
+    if (!domain) {
+        bool const made =
+            refused("idn_toascii(%s) failed: %s", MailDomain, idn_strerror(idn_errno));
+        errno = EINVAL;
+        return made;
+    }
+    if (form_path(home, "%s/%s/%s", orvConfGetDefaultByIndex(_ORVEK_MAILNAMES_D_INDEX),
+                  domain.get(), MailName))
+        return true;
+    bool const fits = refused("domain and/or user name too long to be stored on the filesystem");
+    errno = ENAMETOOLONG;
+    return fits;
+}
+
+bool enter(char const* home, SavedDirectory* before)
+{
+    if (!before->save())
+        return refused("unable to get current working directory");
+    if (chdir(home) != 0)
+        return refused("unable to change to mbox folder %s: %s", home, strerror(errno));
+    return true;
+}
+
+// Deliberate: whatever the name is of, a link too.
+bool has_attachments()
+{
+    ErrnoKeeper const keeper;
+    struct stat info = {};
+    return lstat(attachments, &info) == 0;
+}
+
+bool deduct_attachments(sizequota_t* quota)
+{
+    sizequota_t const size = get_dir_size(attachments, 0);
+    if (size < 0)
+        return failure(false, "unable to count attachments folder size");
+    *quota -= size;
+    if (*quota < 0) {
+        errno = 0;
+        messlog2(0, 0, "WARNING: @attachments directory is big enough to disable delivery!");
+        *quota = 0;
+    }
+    return true;
+}
+
+sizequota_t stored_quota(sizequota_t quota)
+{
+    if (quota < 0)
+        return 0;
+    return quota == 0 ? 1 : quota;
+}
+
+} // namespace
+
+int store_maildirpp_quota_raw(char const* maildir, sizequota_t quota)
+{
+    return write_maildirpp_maildirsize(maildir, orvek_ugid(mail_user, 0), orvek_ugid(mail_user, 1),
+                                       stored_quota(quota), 0);
+}
+
+int store_mbox_quota(char const* MailDomain, char const* MailName, sizequota_t quota)
+{
+    char home[path_size];
+    SavedDirectory before;
+    if (!form_home(home, MailDomain, MailName) || !enter(home, &before))
+        return 0;
+    // Deliberate: the process stays in the mailbox then.
+    if (quota >= 0 && has_attachments() && !deduct_attachments(&quota))
+        return 0;
+    int const result = store_maildirpp_quota_raw("./Maildir", quota);
+    before.restore();
+    return result;
+}

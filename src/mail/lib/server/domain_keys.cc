@@ -1,0 +1,157 @@
+#include "mail/lib/server/domain_keys.h"
+
+#include "lib/files/copy_file.h"
+#include "lib/files/libdir.h"
+#include "lib/files/libtree.h"
+#include "lib/files/umask_guard.h"
+#include "lib/host/orvek_ugid.h"
+#include "lib/report/failure.h"
+#include "lib/report/form_path.h"
+#include "lib/report/liblog.h"
+#include "lib/report/owned.h"
+#include "lib/text/string.h"
+
+#include <cerrno>
+#include <cstring>
+#include <string_view>
+
+#include <sys/stat.h>
+
+namespace {
+
+constexpr char keys_directory[] = "/etc/domainkeys";
+constexpr char key_name[] = "default";
+constexpr char key_reader[] = "popuser";
+constexpr mode_t directory_mode = 0755;
+constexpr mode_t key_mode = 0440;
+
+// Null, reported, without memory.
+CString in_lower_case(char const* domain)
+{
+    CString lower(strtolower_dynamic(domain));
+    if (!lower)
+        messlog2(0, 0, "cannot convert %s to lower case", domain);
+    return lower;
+}
+
+// A domain that is not leads to the store itself or out of it, where a removal takes the keys of
+// all domains, and more.
+bool is_below_store(char const* domain)
+{
+    bool below = false;
+    for (domain += strspn(domain, "/"); *domain; domain += strspn(domain, "/")) {
+        std::string_view const component(domain, strcspn(domain, "/"));
+        if (component == "." || component == "..")
+            return false;
+        below = true;
+        domain += component.size();
+    }
+    return below;
+}
+
+// 0, or -1 reported. The domain is in lower case, here and below.
+int form_directory(char (&path)[path_size], char const* domain)
+{
+    if (!form_path(path, "%s/%s", keys_directory, domain))
+        return failure(-1, "Domain name '%s' is too long to be stored in %s", domain,
+                       keys_directory);
+    if (!is_below_store(domain))
+        return failure(-1, "Domain name '%s' cannot be stored in %s", domain, keys_directory);
+    return 0;
+}
+
+int form_key_path(char (&path)[path_size], char const* domain)
+{
+    if (!form_path(path, "%s/%s/%s", keys_directory, domain, key_name))
+        return failure(-1, "File name '%s' is too long to be stored in %s/%s", key_name,
+                       keys_directory, domain);
+    return 0;
+}
+
+// Calls action, which gives 0 or -1, with each domain and its directory.
+template<class Action>
+int for_each_domain(char const* DomainNameListAmixed, Action action)
+{
+    StringArray const domains(string_split(DomainNameListAmixed, ","));
+    if (!domains)
+        return failure(-1, "cannot split domains list '%s'\n", DomainNameListAmixed);
+    int result = 0;
+    for (char const* const* domain = domains.get(); *domain; ++domain) {
+        // Not to be taken for a domain, as its directory is the store.
+        if (**domain == '\0')
+            continue;
+        CString const lower = in_lower_case(*domain);
+        char directory[path_size];
+        if (!lower || form_directory(directory, lower.get()) != 0 ||
+            action(lower.get(), directory) != 0)
+            result = -1;
+    }
+    return result;
+}
+
+void make_key_directory(char const* directory)
+{
+    UmaskGuard const everybody_may_look(022);
+    make_dir_p(directory, 0, 0, directory_mode);
+}
+
+} // namespace
+
+char* get_domainkeys_file(char const* Domain)
+{
+    if (!Domain)
+        return nullptr;
+    CString const lower = in_lower_case(Domain);
+    char path[path_size];
+    if (!lower || form_key_path(path, lower.get()) != 0)
+        return nullptr;
+    return strdup(path);
+}
+
+int domainkeys_enabled(char const* Object)
+{
+    CString const path(get_domainkeys_file(Object));
+    if (!path)
+        return 0;
+    ErrnoKeeper const keeper;
+    struct stat info = {};
+    return stat(path.get(), &info) == 0 && S_ISREG(info.st_mode) ? 1 : 0;
+}
+
+int set_domain_key(char const* DomainNameListAmixed, char const* FileName)
+{
+    struct stat info = {};
+    if (stat(FileName, &info) != 0) {
+        messlog2(0, 1, "No source file '%s': %s", FileName, strerror(errno));
+        return -1;
+    }
+    gid_t const group = orvek_ugid(key_reader, 1);
+    return for_each_domain(DomainNameListAmixed, [&](char const* domain, char const* directory) {
+        make_key_directory(directory);
+        char path[path_size];
+        if (form_key_path(path, domain) != 0)
+            return -1;
+        copy_file_atomic(FileName, path, 0, group, key_mode);
+        return 0;
+    });
+}
+
+int clone_domain_key(char const* Source, char const* Destination)
+{
+    if (!domainkeys_enabled(Source))
+        return 0;
+    CString const file(get_domainkeys_file(Source));
+    if (!file) {
+        messlog2(0, 1, "Cannot get domainkeys key file for %s", Source);
+        return -1;
+    }
+    return set_domain_key(Destination, file.get());
+}
+
+int remove_domain_key(char const* DomainNameListAmixed)
+{
+    return for_each_domain(DomainNameListAmixed, [](char const*, char const* directory) {
+        rm_tree(directory, 1);
+        return 0;
+    });
+}

@@ -1,0 +1,19 @@
+// mailname_validators - the check of names given on the command line
+//
+// mailValidateExc raises std::invalid_argument, with the name itself as its text, for a name
+// that mail_validate refuses.
+
+#ifndef MAILVEK_POSTFIX_DOMAINS_MAILNAME_VALIDATORS_H
+#define MAILVEK_POSTFIX_DOMAINS_MAILNAME_VALIDATORS_H
+
+#include "lib/names/mail_validation.h"
+
+#include <string>
+
+namespace orvek::mail::postfix::mailname_validators {
+
+void mailValidateExc(std::string const& name, mail_validation_t type);
+
+} // namespace orvek::mail::postfix::mailname_validators
+
+#endif

@@ -1,0 +1,121 @@
+// record_filters - rewrite the records of a map while its dump arrives
+//
+// An element filter is a small value object. bool operator()(std::string& element) const changes
+// the element in place and returns false to drop it. A record filter has the same call for one
+// line of a dump, which carries no newline: key, blanks or tabs, value.
+//
+// KeyValueFilter applies one filter to the key and one to the whole value. ValueListFilter, in
+// the place of the latter, applies an element filter to each element of the value, and refuses a
+// value of which no element is left. ElementsFilter does so with one filter for the key and for
+// the elements. A key or value that is refused drops the record.
+//
+// A line that is kept comes out as the key, one space and the value without blanks and tabs
+// around it, and a list with ", " between its elements, even where no filter changed anything.
+// Bytes are compared exactly: Postfix folds keys to lower case and leaves values as they were
+// written, and a record is rewritten only where its bytes match.
+//
+// A line without a blank or tab is dropped with a note on std::clog, and the run goes on. A line
+// without a value is dropped in silence.
+//
+// Filters do not own what their pointers name; it must outlive the run.
+
+#ifndef MAILVEK_POSTFIX_MAPS_RECORD_FILTERS_H
+#define MAILVEK_POSTFIX_MAPS_RECORD_FILTERS_H
+
+#include <algorithm>
+#include <cctype>
+#include <cstddef>
+#include <string>
+#include <string_view>
+
+namespace orvek::mail::postfix::database {
+
+// Where the key of the line ends, or npos with the note for a line without a blank or tab.
+std::size_t findKeyEnd(std::string const& line);
+
+// The value behind the key that ends at keyEnd; empty for a line without a value.
+std::string_view valueBehind(std::string_view line, std::size_t keyEnd);
+
+// "," and all that isspace is true for. Bytes above 127 separate nothing in the C locale.
+inline bool isListSeparator(char byte)
+{
+    // What is visible in ASCII is no space in any locale; a call for each would cost more than
+    // all else that is done to a value.
+    if (byte > ' ' && byte <= '~')
+        return byte == ',';
+    return std::isspace(static_cast<unsigned char>(byte)) != 0;
+}
+
+// Replaces an element that is equal to from as a whole. A value of which from is only the
+// beginning stays as it is, be it only for a "/" at its end.
+struct ReplaceElementFilterRef
+{
+    std::string const* from;
+    std::string const* to;
+
+    bool operator()(std::string& element) const;
+};
+
+template<class KeyFilter, class ValueFilter>
+struct KeyValueFilter
+{
+    KeyFilter keyFilter;
+    ValueFilter valueFilter;
+
+    bool operator()(std::string& line) const
+    {
+        std::size_t const keyEnd = findKeyEnd(line);
+        if (keyEnd == std::string::npos)
+            return false;
+        std::string key(line, 0, keyEnd);
+        std::string value(valueBehind(line, keyEnd));
+        if (!keyFilter(key) || value.empty() || !valueFilter(value))
+            return false;
+        line.assign(key).append(1, ' ').append(value);
+        return true;
+    }
+};
+
+// Deliberate: quotes mean nothing here. A quoted element with a blank in it is two elements.
+template<class ElementFilter>
+struct ValueListFilter
+{
+    ElementFilter elementFilter;
+
+    static bool isListSep(char byte) { return isListSeparator(byte); }
+
+    bool operator()(std::string& value) const
+    {
+        std::string list;
+        list.reserve(value.size());
+        std::string element;
+        bool kept = false;
+        auto const end = value.cend();
+        auto first = std::find_if_not(value.cbegin(), end, isListSep);
+        while (first != end) {
+            auto const last = std::find_if(first, end, isListSep);
+            element.assign(first, last);
+            if (elementFilter(element)) {
+                list.append(kept ? ", " : "").append(element);
+                kept = true;
+            }
+            first = std::find_if_not(last, end, isListSep);
+        }
+        value.swap(list);
+        return kept;
+    }
+};
+
+template<class ElementFilter>
+struct ElementsFilter : KeyValueFilter<ElementFilter, ValueListFilter<ElementFilter>>
+{
+    explicit ElementsFilter(ElementFilter const& filter)
+    {
+        this->keyFilter = filter;
+        this->valueFilter.elementFilter = filter;
+    }
+};
+
+} // namespace orvek::mail::postfix::database
+
+#endif

@@ -1,0 +1,50 @@
+#include "postfix/master_cf/module_info.h"
+
+#include <iterator>
+
+namespace orvek::mail::postfix {
+
+namespace {
+
+constexpr std::string_view type_texts[] = {"inet", "unix", "fifo"};
+static_assert(std::size(type_texts) == std::size(module_types));
+
+char const* columnOf(boost::tribool value)
+{
+    if (boost::indeterminate(value))
+        return "-";
+    return value ? "y" : "n";
+}
+
+std::string columnOf(std::int32_t number)
+{
+    return number == -1 ? "-" : std::to_string(number);
+}
+
+std::string wakeupColumn(ModuleInfo const& info)
+{
+    // Without a time there is no mark, whatever wakeupIfUsed says.
+    bool const marked = info.wakeupTime != -1 && info.wakeupIfUsed;
+    return columnOf(info.wakeupTime) + (marked ? "?" : "");
+}
+
+} // namespace
+
+std::string_view typeText(ModuleType type)
+{
+    return type_texts[static_cast<size_t>(type)];
+}
+
+std::string entryText(ModuleInfo const& info)
+{
+    std::string text = info.name;
+    text.append(" ").append(typeText(info.type));
+    for (boost::tribool const value : {info.privateService, info.unprivileged, info.chroot})
+        text.append(" ").append(columnOf(value));
+    text.append(" ").append(wakeupColumn(info)).append(" ").append(columnOf(info.maxProcesses));
+    for (std::string const& element : info.command)
+        text.append(" ").append(element);
+    return text;
+}
+
+} // namespace orvek::mail::postfix

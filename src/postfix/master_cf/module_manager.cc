@@ -1,0 +1,239 @@
+#include "postfix/master_cf/module_manager.h"
+
+#include "lib/report/owned.h"
+#include "postfix/main_cf/main_cf_manager.h"
+#include "postfix/master_cf/master_cf_parser.h"
+#include "util/errors.h"
+#include "util/mk_lock.h"
+#include "util/retry_on_signal.h"
+#include "util/tmp_file.h"
+
+#include <boost/filesystem/operations.hpp>
+
+#include <cerrno>
+#include <stdexcept>
+
+#include <fcntl.h>
+#include <sys/mman.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+namespace orvek::mail::postfix {
+
+namespace {
+
+// A regular file, mapped into memory; nothing when it cannot be opened or mapped, which an empty
+// file cannot. One that is cut short meanwhile ends the process, with nothing stored: half a
+// file must not be written over a whole one.
+class MappedFile
+{
+public:
+    explicit MappedFile(std::string const& path)
+    {
+        // Opening must not wait for whoever is to write into a pipe.
+        OpenDescriptor const file(
+            retryOnSignal([&] { return open(path.c_str(), O_RDONLY | O_NONBLOCK); }));
+        struct stat info = {};
+        if (file.get() < 0 || fstat(file.get(), &info) != 0 || !S_ISREG(info.st_mode))
+            return;
+        size = static_cast<size_t>(info.st_size);
+        memory = mmap(nullptr, size, PROT_READ, MAP_PRIVATE, file.get(), 0);
+    }
+    ~MappedFile()
+    {
+        if (*this)
+            munmap(memory, size);
+    }
+    MappedFile(MappedFile const&) = delete;
+    MappedFile& operator=(MappedFile const&) = delete;
+
+    explicit operator bool() const { return memory != MAP_FAILED; }
+    char const* begin() const { return static_cast<char const*>(memory); }
+    char const* end() const { return begin() + size; }
+
+private:
+    void* memory = MAP_FAILED;
+    size_t size = 0;
+};
+
+boost::system::error_code errorOf(int code)
+{
+    return {code, boost::system::system_category()};
+}
+
+bool mayBe(boost::tribool value, bool answer)
+{
+    return boost::indeterminate(value) || bool(value == answer);
+}
+
+// Writes the content beside the path and returns the name of that file, which the caller owns.
+std::string writeBeside(std::string const& path, MasterCfContent const& content)
+{
+    TmpFile out(path, true);
+    out.exceptions(std::ios_base::badbit | std::ios_base::failbit);
+    for (std::string const& line : content.lines)
+        out << line << std::endl;
+    std::string written = out.path();
+    if (chmod(written.c_str(), 0644) != 0) {
+        int const code = errno;
+        throw FSError("chmod", written, errorOf(code));
+    }
+    out.autoclean = false;
+    return written;
+}
+
+} // namespace
+
+ModuleManager& ModuleManager::getInstance()
+{
+    static ModuleManager instance;
+    return instance;
+}
+
+ModuleManager::ModuleManager()
+{
+    std::string const directory =
+        MainCfManager::getInstance().getStringValue("config_directory", false);
+    if (directory.empty())
+        throw PostfixConfigurationError("unable to determine Postfix config_directory parameter");
+    masterCfPath = directory + "/master.cf";
+}
+
+void ModuleManager::requireLoaded() const
+{
+    if (!masterCf)
+        throw std::logic_error("modules configuration isn't loaded yet");
+}
+
+MasterCfContent& ModuleManager::parking()
+{
+    if (!disabledCf)
+        disabledCf = std::make_unique<MasterCfContent>();
+    return *disabledCf;
+}
+
+void ModuleManager::loadModules(bool force)
+{
+    if (masterCf && !force)
+        return;
+    auto content = std::make_unique<MasterCfContent>();
+    loadMasterCf(masterCfPath, *content);
+    masterCf = std::move(content);
+    if (boost::filesystem::exists(parking_file)) {
+        content = std::make_unique<MasterCfContent>();
+        loadMasterCf(parking_file, *content);
+        disabledCf = std::move(content);
+    }
+    masterCfChanged = disabledCfChanged = false;
+}
+
+bool ModuleManager::storeModules(bool force)
+{
+    requireLoaded();
+    bool stored = false;
+    if (masterCfChanged || force) {
+        storeMasterCf(masterCfPath, *masterCf);
+        masterCfChanged = false;
+        stored = true;
+    }
+    if (disabledCf && (disabledCfChanged || force)) {
+        storeMasterCf(parking_file, *disabledCf);
+        disabledCfChanged = false;
+    }
+    return stored;
+}
+
+MasterCfContent const* ModuleManager::find(std::string const& name, ModuleType type,
+                                           boost::tribool enabled) const
+{
+    requireLoaded();
+    if (mayBe(enabled, true) && masterCf->hasModule(name, type))
+        return masterCf.get();
+    if (mayBe(enabled, false) && disabledCf && disabledCf->hasModule(name, type))
+        return disabledCf.get();
+    return nullptr;
+}
+
+bool ModuleManager::hasModule(std::string const& name, ModuleType type,
+                              boost::tribool enabled) const
+{
+    return find(name, type, enabled) != nullptr;
+}
+
+std::pair<ModuleInfo const&, std::string const&>
+ModuleManager::getModule(std::string const& name, ModuleType type, boost::tribool enabled) const
+{
+    MasterCfContent const* const content = find(name, type, enabled);
+    if (!content)
+        throw std::out_of_range("no such module " + name);
+    return content->getModule(name, type);
+}
+
+void ModuleManager::addModule(ModuleInfo const& info, bool enabled)
+{
+    requireLoaded();
+    if (enabled) {
+        masterCf->addModule(info, entryText(info));
+        masterCfChanged = true;
+        if (disabledCf && disabledCf->removeModule(info.name, info.type))
+            disabledCfChanged = true;
+    } else {
+        parking().addModule(info, entryText(info));
+        disabledCfChanged = true;
+        if (masterCf->removeModule(info.name, info.type))
+            masterCfChanged = true;
+    }
+}
+
+void ModuleManager::removeModule(std::string const& name, ModuleType type)
+{
+    requireLoaded();
+    // NOLINTNEXTLINE(performance-unnecessary-copy-initialization): it may be a record's, which goes
+    std::string const kept = name;
+    if (masterCf->removeModule(kept, type))
+        masterCfChanged = true;
+    if (disabledCf && disabledCf->removeModule(kept, type))
+        disabledCfChanged = true;
+}
+
+void ModuleManager::disableModule(std::string const& name, ModuleType type)
+{
+    if (!hasModule(name, type, true))
+        return;
+    auto const& [info, text] = masterCf->getModule(name, type);
+    parking().addModule(info, text);
+    masterCf->removeModule(name, type);
+    masterCfChanged = disabledCfChanged = true;
+}
+
+void ModuleManager::enableModule(std::string const& name, ModuleType type)
+{
+    if (hasModule(name, type, true))
+        return;
+    auto const& [info, text] = getModule(name, type, false);
+    masterCf->addModule(info, text);
+    disabledCf->removeModule(name, type);
+    masterCfChanged = disabledCfChanged = true;
+}
+
+void ModuleManager::loadMasterCf(std::string const& path, MasterCfContent& content)
+{
+    MappedFile const file(path);
+    if (!file)
+        throw PostfixConfigurationError("unable to open " + path);
+    if (!MasterCfParser(content).parse(file.begin(), file.end()))
+        throw PostfixConfigurationError("unable to parse " + path);
+}
+
+void ModuleManager::storeMasterCf(std::string const& path, MasterCfContent const& content)
+{
+    MKLock const lock(path);
+    std::string const written = writeBeside(path, content);
+    if (rename(written.c_str(), path.c_str()) == 0)
+        return;
+    int const code = errno;
+    unlink(written.c_str());
+    throw FSError("rename", written, path, errorOf(code));
+}
+
+} // namespace orvek::mail::postfix

@@ -1,0 +1,94 @@
+#include "postfix/server/settings_manager.h"
+
+#include "postfix/main_cf/main_cf_manager.h"
+#include "postfix/maps/batch_database_helper.h"
+#include "postfix/maps/map_names.h"
+
+#include <boost/lexical_cast.hpp>
+
+namespace orvek::mail::postfix {
+
+namespace {
+
+constexpr char restrictions[] = "smtpd_recipient_restrictions";
+constexpr char networks[] = "mynetworks";
+constexpr char poplock_map[] = "hash:/var/spool/postfix/orvek/poplock";
+constexpr char refused[] = "REJECT";
+
+struct RelayMode
+{
+    char const* first;
+    char const* closing;
+};
+
+// Deliberate: the open mode has elements behind "permit" that are never reached.
+constexpr RelayMode open_relay = {"permit", "reject"};
+constexpr RelayMode closed_relay = {"permit_mynetworks", "reject_unauth_destination"};
+constexpr RelayMode users_relay = {"permit_mynetworks",
+                                   "permit_sasl_authenticated, reject_unauth_destination"};
+
+// The closing of a mode may be two elements; it is appended as one text.
+void rebuildRestrictions(RelayMode const& mode)
+{
+    MainCfManager const& main_cf = MainCfManager::getInstance();
+    main_cf.replaceStringValue(restrictions, mode.first);
+    main_cf.appendCompoundStringValue(restrictions, "check_client_access",
+                                      "pcre:/var/spool/postfix/orvek/no_relay.re");
+    main_cf.appendStringValue(restrictions, mode.closing);
+}
+
+void setSmtpAuth(bool enabled)
+{
+    MainCfManager::getInstance().replaceStringValue("smtpd_sasl_auth_enable",
+                                                    enabled ? "yes" : "no");
+    rebuildRestrictions(enabled ? users_relay : closed_relay);
+}
+
+} // namespace
+
+void SettingsManager::setOpenRelay()
+{
+    rebuildRestrictions(open_relay);
+}
+
+void SettingsManager::setClosedRelay()
+{
+    rebuildRestrictions(closed_relay);
+}
+
+void SettingsManager::setAuthRelay(boost::logic::tribool smtpAuth,
+                                   boost::logic::tribool popBeforeSmtp)
+{
+    if (!boost::logic::indeterminate(smtpAuth))
+        setSmtpAuth(static_cast<bool>(smtpAuth));
+    MainCfManager const& main_cf = MainCfManager::getInstance();
+    if (popBeforeSmtp)
+        main_cf.appendStringValue(networks, poplock_map);
+    else
+        main_cf.removeListElement(networks, poplock_map);
+}
+
+std::int64_t SettingsManager::getMailboxSizeLimit()
+{
+    return boost::lexical_cast<std::int64_t>(
+        MainCfManager::getInstance().getStringValue("mailbox_size_limit", false));
+}
+
+void SettingsManager::addBlackDomain(std::string const& domain)
+{
+    BatchDatabaseHelper batch(true, true);
+    addBlackDomain(batch, domain);
+}
+
+void SettingsManager::addBlackDomain(BatchDatabaseHelper& batch, std::string const& domain)
+{
+    batch.addChange(blacklists_map, domain, refused);
+}
+
+void SettingsManager::removeBlackDomain(std::string const& domain)
+{
+    DatabaseHelper::removeRecord(blacklists_map,
+                                 std::pair<std::string, std::string>(domain, refused));
+}
+
+} // namespace orvek::mail::postfix

@@ -1,0 +1,19 @@
+// tool_result - how a run of one of the mail server's tools ended
+//
+// hasFailed judges a raw wait status: anything but an exit with 0 is a failure. requireSuccess
+// raises PostfixConfigurationError for one, with what the tool said on its standard error as it
+// stands, or "unknown error" when it said nothing.
+
+#ifndef MAILVEK_POSTFIX_TOOLS_TOOL_RESULT_H
+#define MAILVEK_POSTFIX_TOOLS_TOOL_RESULT_H
+
+#include <string>
+
+namespace orvek::mail::postfix {
+
+bool hasFailed(int status);
+void requireSuccess(int status, std::string const& diagnostics);
+
+} // namespace orvek::mail::postfix
+
+#endif

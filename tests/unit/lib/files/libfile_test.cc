@@ -1,0 +1,342 @@
+#include "lib/files/libfile.h"
+
+#include "support/call_faults.h"
+#include "support/child_run.h"
+#include "support/fd_census.h"
+#include "support/host_test.h"
+#include "support/report.h"
+#include "support/temp_dir.h"
+
+#include <gtest/gtest.h>
+
+#include <filesystem>
+
+#include <pwd.h>
+#include <unistd.h>
+
+namespace {
+
+class Libfile : public ::testing::Test
+{
+protected:
+    TempDir dir;
+    std::string const path = dir / "file";
+};
+
+class RenameDir : public ::testing::Test
+{
+protected:
+    int rename() { return rename_dir(from.c_str(), to.c_str()); }
+
+    TempDir dir;
+    std::string const from = dir / "from";
+    std::string const to = dir / "to";
+};
+
+class GetStringFromFile : public ::testing::Test
+{
+protected:
+    static constexpr size_t size = 311;
+
+    // What the file's text gives in a buffer of size bytes.
+    std::string got(std::string const& text)
+    {
+        writeFile(path, text);
+        char buff[size];
+        memset(buff, '?', sizeof buff);
+        EXPECT_EQ(get_string_from_file(buff, sizeof buff, path.c_str()), 0);
+        return buff;
+    }
+
+    int get()
+    {
+        char buff[size];
+        return get_string_from_file(buff, sizeof buff, path.c_str());
+    }
+
+    TempDir dir;
+    std::string const path = dir / "file";
+};
+
+class FileSetPermsOnHost : public HostTest
+{
+};
+
+std::string missing(std::string const& text)
+{
+    return withErrno(text + ": No such file or directory", ENOENT);
+}
+
+void expectOwner(std::string const& path, uid_t uid, gid_t gid)
+{
+    struct stat info = {};
+    ASSERT_EQ(stat(path.c_str(), &info), 0);
+    EXPECT_EQ(info.st_uid, uid);
+    EXPECT_EQ(info.st_gid, gid);
+}
+
+} // namespace
+
+TEST_F(Libfile, CreatesAFileWithMode0644)
+{
+    mode_t const mask = umask(0);
+    for (auto* const create : {create_empty_file, create_file}) {
+        EXPECT_EQ(create(path.c_str()), 0);
+        EXPECT_EQ(modeOf(path), 0644U);
+        std::filesystem::remove(path);
+    }
+    umask(mask);
+}
+
+TEST_F(Libfile, EmptiesAFileOrLeavesItsContent)
+{
+    writeFile(path, "text");
+    EXPECT_EQ(create_file(path.c_str()), 0);
+    EXPECT_EQ(readFile(path), "text");
+    EXPECT_EQ(create_empty_file(path.c_str()), 0);
+    EXPECT_EQ(readFile(path), "");
+}
+
+TEST_F(Libfile, ClosesTheFileThatItCreates)
+{
+    auto const before = openDescriptors();
+    EXPECT_EQ(create_empty_file(path.c_str()), 0);
+    EXPECT_EQ(create_file(path.c_str()), 0);
+    EXPECT_EQ(openDescriptors(), before);
+}
+
+TEST_F(Libfile, ReportsAFileThatCannotBeCreated)
+{
+    std::string const name = dir / "none/file";
+    auto const emptied = inChild([&] { return create_empty_file(name.c_str()) == -1 ? 0 : 1; });
+    EXPECT_EQ(emptied.status, 0);
+    EXPECT_EQ(emptied.err, missing("Unable to truncate or create file " + name));
+    auto const created = inChild([&] { return create_file(name.c_str()) == -1 ? 0 : 1; });
+    EXPECT_EQ(created.status, 0);
+    EXPECT_EQ(created.err, missing("Unable to create file " + name));
+    EXPECT_EQ(created.out, created.err);
+}
+
+TEST_F(RenameDir, RenamesADirectory)
+{
+    std::filesystem::create_directories(from + "/sub");
+    errno = 0;
+    EXPECT_EQ(rename(), 0);
+    EXPECT_EQ(errno, 0);
+    EXPECT_TRUE(std::filesystem::is_directory(to + "/sub"));
+    EXPECT_FALSE(std::filesystem::exists(from));
+}
+
+TEST_F(RenameDir, DoesNothingWithoutTheSource)
+{
+    std::filesystem::create_directory(to);
+    auto const run = inChild([&] { return rename() == 0 && errno == 0 ? 0 : 1; });
+    EXPECT_EQ(run.status, 0);
+    EXPECT_EQ(run.err, "");
+}
+
+TEST_F(RenameDir, RefusesATargetThatExists)
+{
+    std::filesystem::create_directory(from);
+    std::filesystem::create_directory(to);
+    auto const run = inChild([&] { return rename() == -1 ? 0 : 1; });
+    EXPECT_EQ(run.status, 0);
+    EXPECT_EQ(run.err, "Directory rename error: target directory " + to + " already exists.\n");
+    EXPECT_TRUE(std::filesystem::exists(from));
+}
+
+TEST_F(RenameDir, TakesALinkThatLeadsNowhereForOneThatExists)
+{
+    std::filesystem::create_symlink(dir / "none", from);
+    EXPECT_EQ(rename(), 0);
+    EXPECT_TRUE(std::filesystem::is_symlink(to));
+    std::filesystem::create_directory(from);
+    auto const run = inChild([&] { return rename() == -1 ? 0 : 1; });
+    EXPECT_EQ(run.status, 0);
+    EXPECT_EQ(run.err, "Directory rename error: target directory " + to + " already exists.\n");
+}
+
+TEST_F(RenameDir, ReportsAFailedRename)
+{
+    std::filesystem::create_directory(from);
+    std::string const below = from + "/to";
+    auto const run = inChild([&] { return rename_dir(from.c_str(), below.c_str()) == -1 ? 0 : 1; });
+    EXPECT_EQ(run.status, 0);
+    EXPECT_EQ(run.err,
+              withErrno("Remaming " + from + " to " + below + " failed: " + strerror(EINVAL) + "\n",
+                        EINVAL));
+}
+
+TEST_F(Libfile, SetsTheModeOfAFile)
+{
+    writeFile(path, "");
+    EXPECT_EQ(file_set_perms(path.c_str(), getuid(), getgid(), 0600), 0);
+    EXPECT_EQ(modeOf(path), 0600U);
+    EXPECT_EQ(file_set_perms(path.c_str(), getuid(), getgid(), 02640), 0);
+    EXPECT_EQ(modeOf(path), 02640U);
+}
+
+TEST_F(Libfile, AcceptsThatAFileForPermissionsIsMissing)
+{
+    auto const run = inChild([&] {
+        return file_set_perms(path.c_str(), getuid(), getgid(), 0600) == 0 && errno == 0 ? 0 : 1;
+    });
+    EXPECT_EQ(run.status, 0);
+    EXPECT_EQ(run.err, "");
+    std::filesystem::create_symlink(dir / "none", path);
+    EXPECT_EQ(file_set_perms(path.c_str(), getuid(), getgid(), 0600), 0);
+}
+
+TEST_F(Libfile, ReportsAnOwnerOrAModeThatCannotBeSet)
+{
+    writeFile(path, "");
+    for (auto const* const call : {"chown", "chmod"}) {
+        auto const run = inChild([&] {
+            CallFailure const failing(call, EROFS);
+            return file_set_perms(path.c_str(), getuid(), getgid(), 0600) == -1 ? 0 : 1;
+        });
+        EXPECT_EQ(run.status, 0);
+        EXPECT_EQ(run.err, withErrno("ERROR: unable to " + std::string(call) + " " + path + ": " +
+                                         strerror(EROFS) + "\n",
+                                     EROFS));
+    }
+}
+
+TEST_F(Libfile, SetsTheModeOfAUsersFile)
+{
+    passwd const* const self = getpwuid(getuid());
+    ASSERT_NE(self, nullptr);
+    writeFile(path, "");
+    errno = EXDEV;
+    EXPECT_EQ(file_set_user_mode(path.c_str(), self->pw_name, 0600), 0);
+    EXPECT_EQ(errno, EXDEV);
+    EXPECT_EQ(modeOf(path), 0600U);
+    expectOwner(path, self->pw_uid, self->pw_gid);
+}
+
+TEST_F(Libfile, ReportsAUserWhoIsUnknown)
+{
+    writeFile(path, "");
+    ASSERT_EQ(chmod(path.c_str(), 0640), 0);
+    auto const run = inChild(
+        [&] { return file_set_user_mode(path.c_str(), "no-such-user", 0600) == -1 ? 0 : 1; });
+    EXPECT_EQ(run.status, 0);
+    EXPECT_EQ(run.err.substr(0, run.err.find('\n')), "user no-such-user not found");
+    EXPECT_EQ(modeOf(path), 0640U);
+}
+
+TEST_F(Libfile, ReportsThatAUsersFileIsMissing)
+{
+    passwd const* const self = getpwuid(getuid());
+    auto const run = inChild(
+        [&] { return file_set_user_mode(path.c_str(), self->pw_name, 0600) == -1 ? 0 : 1; });
+    EXPECT_EQ(run.status, 0);
+    EXPECT_EQ(run.err, withErrno("ERROR: unable to chown " + path + ": No such file or directory\n",
+                                 ENOENT));
+}
+
+TEST_F(FileSetPermsOnHost, SetsTheOwner)
+{
+    passwd const* const daemon = getpwnam("daemon");
+    TempDir const dir;
+    std::string const path = dir / "file";
+    writeFile(path, "");
+    EXPECT_EQ(file_set_perms(path.c_str(), 4711, 4712, 0640), 0);
+    expectOwner(path, 4711, 4712);
+    EXPECT_EQ(file_set_user_mode(path.c_str(), "daemon", 0640), 0);
+    expectOwner(path, daemon->pw_uid, daemon->pw_gid);
+}
+
+TEST_F(Libfile, ClosesAStream)
+{
+    auto const before = openDescriptors();
+    EXPECT_EQ(p_fclose(fopen(path.c_str(), "w")), 0);
+    EXPECT_EQ(openDescriptors(), before);
+}
+
+TEST_F(Libfile, ReportsAStreamThatCannotBeClosed)
+{
+    auto const run = inChild([] {
+        FILE* const full = fopen("/dev/full", "w");
+        fputs("text", full);
+        return p_fclose(full) == -1 ? 0 : 1;
+    });
+    EXPECT_EQ(run.status, 0);
+    EXPECT_EQ(run.err, withErrno("Unable to close the file: No space left on device\n", ENOSPC));
+}
+
+TEST_F(Libfile, FindsTheFirstPathThatExists)
+{
+    std::string const second = dir / "second";
+    writeFile(path, "");
+    writeFile(second, "");
+    std::string const none = dir / "none";
+    char const* const paths[] = {none.c_str(), path.c_str(), second.c_str(), nullptr};
+    char const* target = nullptr;
+    errno = 0;
+    EXPECT_EQ(find_file(&target, paths), 1);
+    EXPECT_EQ(target, paths[1]);
+    EXPECT_EQ(errno, 0);
+}
+
+TEST_F(Libfile, GivesNullWhenNoPathExists)
+{
+    char const* const paths[] = {path.c_str(), nullptr};
+    char const* target = "before";
+    EXPECT_EQ(find_file(&target, paths), 0);
+    EXPECT_EQ(target, nullptr);
+    target = "before";
+    EXPECT_EQ(find_file(&target, paths + 1), 0);
+    EXPECT_EQ(target, nullptr);
+}
+
+TEST_F(GetStringFromFile, ReadsTheFirstLine)
+{
+    EXPECT_EQ(got("first\nsecond\n"), "first");
+    EXPECT_EQ(got("only"), "only");
+}
+
+TEST_F(GetStringFromFile, TrimsTheLine)
+{
+    EXPECT_EQ(got(" \t a b \r\n"), "a b");
+    EXPECT_EQ(got("  \nsecond\n"), "");
+}
+
+TEST_F(GetStringFromFile, ZeroesTheBufferForAnEmptyFile)
+{
+    writeFile(path, "");
+    std::string buff(8, '?');
+    EXPECT_EQ(get_string_from_file(buff.data(), buff.size(), path.c_str()), 0);
+    EXPECT_EQ(buff, std::string(8, '\0'));
+}
+
+TEST_F(GetStringFromFile, Accepts310CharactersInABufferOf311Bytes)
+{
+    std::string const longest(310, 'a');
+    EXPECT_EQ(got("  " + longest + "  \n"), longest);
+}
+
+TEST_F(GetStringFromFile, Refuses311CharactersInABufferOf311Bytes)
+{
+    writeFile(path, std::string(311, 'a') + "\n");
+    auto const run = inChild([&] { return get() == -1 ? 0 : 1; });
+    EXPECT_EQ(run.status, 0);
+    EXPECT_EQ(run.err, "The buffer too short\n");
+    EXPECT_EQ(run.out, run.err);
+}
+
+TEST_F(GetStringFromFile, ReportsAFileThatCannotBeOpened)
+{
+    auto const run = inChild([&] { return get() == -1 ? 0 : 1; });
+    EXPECT_EQ(run.status, 0);
+    EXPECT_EQ(run.err,
+              withErrno("Unable to open file " + path + ": No such file or directory\n", ENOENT));
+}
+
+TEST_F(GetStringFromFile, ReportsAFileThatCannotBeRead)
+{
+    std::filesystem::create_directory(path);
+    auto const run = inChild([&] { return get() == -1 ? 0 : 1; });
+    EXPECT_EQ(run.status, 0);
+    EXPECT_EQ(run.err, withErrno("Unable to read line from file: Is a directory\n", EISDIR));
+}

@@ -1,0 +1,174 @@
+#include "mail/lib/quota/maildirpp_folders.h"
+
+#include "support/call_faults.h"
+#include "support/child_run.h"
+#include "support/maildir_test.h"
+#include "support/path_faults.h"
+#include "support/report.h"
+
+namespace fs = std::filesystem;
+
+namespace {
+
+class MaildirppFolders : public MaildirTest
+{
+protected:
+    void SetUp() override
+    {
+        MaildirTest::SetUp();
+        fs::current_path("Maildir");
+        for (char const* const name : {".", ".Sent"}) {
+            makeMaildir(name);
+            for (char const* const subdir : {"/new", "/cur"})
+                setTime(name + std::string(subdir), 1000);
+        }
+    }
+
+    // What is printed on each stream by a look that gives this result.
+    static std::string report(int result, int (*look)(time_t*))
+    {
+        auto const run = inChild([&] {
+            time_t mtime = 0;
+            return look(&mtime) == result ? 0 : 1;
+        });
+        EXPECT_EQ(run.status, 0);
+        EXPECT_EQ(run.out, run.err);
+        return run.err;
+    }
+
+    time_t latest()
+    {
+        time_t mtime = 0;
+        EXPECT_EQ(get_maildirpp_latest_mtime(&mtime), 1);
+        EXPECT_EQ(errno, 0);
+        return mtime;
+    }
+};
+
+} // namespace
+
+TEST_F(MaildirppFolders, AFolderIsADotAndAnythingButADotBehindIt)
+{
+    for (char const* const name : {".Sent", ".x", ".a.b", ".Trash.old", ".trash", ".TRASH", ". "})
+        EXPECT_TRUE(is_maildirpp_subfolder(name)) << name;
+    for (char const* const name : {"", ".", "..", "..x", "Sent", "Trash", ".Trash", "x.y"})
+        EXPECT_FALSE(is_maildirpp_subfolder(name)) << name;
+}
+
+TEST_F(MaildirppFolders, TheTimeOfAFolderIsTheLaterOfItsTwo)
+{
+    time_t mtime = 0;
+    EXPECT_EQ(get_maildirpp_folder_mtime(".Sent", &mtime), 1);
+    EXPECT_EQ(mtime, 1000);
+    setTime(".Sent/new", 3000);
+    EXPECT_EQ(get_maildirpp_folder_mtime(".Sent", &mtime), 1);
+    EXPECT_EQ(mtime, 3000);
+    setTime(".Sent/cur", 4000);
+    EXPECT_EQ(get_maildirpp_folder_mtime(".Sent", &mtime), 1);
+    EXPECT_EQ(mtime, 4000);
+    mtime = 5000;
+    EXPECT_EQ(get_maildirpp_folder_mtime(".Sent", &mtime), 1);
+    EXPECT_EQ(mtime, 5000);
+}
+
+TEST_F(MaildirppFolders, SaysWhatOfAFolderCannotBeLookedAt)
+{
+    auto const look = [](time_t* mtime) { return get_maildirpp_folder_mtime(".Sent", mtime); };
+    fs::remove(".Sent/new");
+    EXPECT_EQ(report(0, look), withErrno("Maildir subfolder 'new' stat failed", EIO));
+    fs::remove(".Sent/cur");
+    EXPECT_EQ(report(0, look), withErrno("Maildir subfolder 'cur' stat failed", EIO));
+    time_t mtime = 0;
+    EXPECT_EQ(inChild([&] {
+                  return get_maildirpp_folder_mtime(".Sent", &mtime) == 0 && errno == EIO ? 0 : 1;
+              }).status,
+              0);
+}
+
+TEST_F(MaildirppFolders, SaysWhichPathIsTooLong)
+{
+    EXPECT_EQ(
+        report(
+            0,
+            [](time_t* mtime) { return get_maildirpp_folder_mtime(pathTooLong().c_str(), mtime); }),
+        withErrno("Maildir subfolder 'cur' name too long to fit the allowed buffer", ENAMETOOLONG));
+    EXPECT_EQ(
+        report(0,
+               [](time_t* mtime) {
+                   PathOverflow const overflow(2);
+                   return get_maildirpp_folder_mtime(".Sent", mtime);
+               }),
+        withErrno("Maildir subfolder 'new' name too long to fit the allowed buffer", ENAMETOOLONG));
+}
+
+TEST_F(MaildirppFolders, TheLatestTimeIsThatOfTheRootOrOfAnyFolderThatCounts)
+{
+    EXPECT_EQ(latest(), 1000);
+    makeMaildir(".Trash");
+    EXPECT_EQ(latest(), 1000);
+    char const* const names[] = {"cur", "new", ".Sent/cur", ".Sent/new"};
+    for (time_t i = 0; i < 4; ++i) {
+        setTime(names[i], 2000 + i);
+        EXPECT_EQ(latest(), 2000 + i);
+    }
+}
+
+TEST_F(MaildirppFolders, ReportsAnEntryThatIsNoFolderAndGoesOn)
+{
+    writeFile(".file", "");
+    EXPECT_EQ(report(1, get_maildirpp_latest_mtime),
+              "Bad/unrecognized entry .file within Maildir folder .\n");
+    fs::remove(".file");
+    fs::create_directory_symlink(".Sent", ".link");
+    EXPECT_EQ(report(1, get_maildirpp_latest_mtime),
+              "Bad/unrecognized entry .link within Maildir folder .\n");
+}
+
+TEST_F(MaildirppFolders, LooksAtAnEntryWhoseTypeIsUnknown)
+{
+    auto const look = [](time_t* mtime) {
+        UnknownTypes const unknown;
+        int const result = get_maildirpp_latest_mtime(mtime);
+        return *mtime == 2000 ? result : -1;
+    };
+    setTime(".Sent/cur", 2000);
+    fs::rename(".Sent", "elsewhere");
+    fs::create_directory_symlink("elsewhere", ".Sent");
+    EXPECT_EQ(report(1, look), "");
+    writeFile(".file", "");
+    EXPECT_EQ(report(1, look), "Bad/unrecognized entry .file within Maildir folder .\n");
+    fs::remove(".file");
+    fs::create_symlink("nowhere", ".broken");
+    EXPECT_EQ(report(1, look),
+              withErrno("Bad/unrecognized entry .broken within Maildir folder .\n", ENOENT));
+}
+
+TEST_F(MaildirppFolders, ReportsAMaildirThatCannotBeOpened)
+{
+    EXPECT_EQ(report(0,
+                     [](time_t* mtime) {
+                         CallFailure const failing("opendir", ENOENT);
+                         return get_maildirpp_latest_mtime(mtime);
+                     }),
+              withErrno("Unable to open Maildir folder. Has it just been removed?", ENOENT));
+}
+
+TEST_F(MaildirppFolders, FailsWithoutAReportWhenTheMaildirCannotBeReadToItsEnd)
+{
+    EXPECT_EQ(report(0,
+                     [](time_t* mtime) {
+                         CallFailure const failing("readdir", EIO);
+                         return get_maildirpp_latest_mtime(mtime) == 0 && errno == EIO ? 0 : 1;
+                     }),
+              "");
+}
+
+TEST_F(MaildirppFolders, FailsForAFolderThatIsRenamedMeanwhile)
+{
+    EXPECT_EQ(report(0,
+                     [](time_t* mtime) {
+                         BeforeCall const renaming("stat", 3, [] { fs::rename(".Sent", ".Old"); });
+                         return get_maildirpp_latest_mtime(mtime);
+                     }),
+              withErrno("Maildir subfolder 'cur' stat failed", EIO));
+}
