@@ -18,11 +18,11 @@ namespace {
 
 constexpr sizequota_t no_quota = -1;
 
-// text may be null, and otherwise when it is no number.
+// Gives otherwise when text is null or not a number.
 sizequota_t number(char const* text, sizequota_t otherwise)
 {
     sizequota_t value = 0;
-    // What does not fit is as large as can be: NOLINTNEXTLINE(cert-err34-c)
+    // A number that does not fit becomes the largest: NOLINTNEXTLINE(cert-err34-c)
     return text && sscanf(text, "%lld", &value) == 1 ? value : otherwise;
 }
 
@@ -36,14 +36,24 @@ CString connect_and_escape(OpenMysql* my, char const* domain)
     return CString(mysql_escape_mail_entity(my->get(), domain));
 }
 
+// The client library leaves an errno that has no meaning, so both set one of their own.
 bool run(MYSQL* my, char const* query)
 {
-    return mysql_real_query(my, query, strlen(query)) == 0;
+    bool const done = mysql_real_query(my, query, strlen(query)) == 0;
+    errno = done ? 0 : EIO;
+    return done;
+}
+
+MysqlResult stored_result(MYSQL* my)
+{
+    MysqlResult result(mysql_store_result(my));
+    errno = result ? 0 : EIO;
+    return result;
 }
 
 MysqlResult query_mailnames(MYSQL* my, char const* query)
 {
-    MysqlResult result(run(my, query) ? mysql_store_result(my) : nullptr);
+    MysqlResult result = run(my, query) ? stored_result(my) : nullptr;
     if (!result)
         static_cast<void>(failure(0, "Unable to query mailnames: %s", mysql_error(my)));
     return result;
@@ -54,7 +64,7 @@ int query_domain_id(MYSQL* my, char const* escaped, MysqlResult* result)
     CString const query(asprintf_safe("SELECT id FROM domains WHERE name='%s'", escaped));
     if (!run(my, query.get()))
         return failure(0, "Unable to query domain ID: %s", mysql_error(my));
-    result->reset(mysql_store_result(my));
+    *result = stored_result(my);
     if (!*result)
         return failure(0, "Unable to get domain ID query result: %s", mysql_error(my));
     return 1;
@@ -84,8 +94,10 @@ int rm_mbox_quota(char const* MailDomain, char const* MailName)
     if (!escaped || query_domain_id(my.get(), escaped.get(), &result) == 0)
         return 0;
     char const* const* const row = mysql_fetch_row(result.get());
-    if (!row)
+    if (!row) {
+        errno = ENODATA;
         return failure(0, "No such domain %s", MailDomain);
+    }
     sizequota_t const limit = number(get_dom_Limit(row[0], "mbox_quota", my.get()), no_quota);
     return store_mbox_quota(MailDomain, MailName, limit);
 }

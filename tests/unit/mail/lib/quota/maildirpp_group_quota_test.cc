@@ -107,8 +107,8 @@ TEST_F(MaildirppGroupQuotaOnHost, ReportsAFailedConnection)
 TEST_F(MaildirppGroupQuotaOnHost, ReportsAFailedQuery)
 {
     WithoutTable const mail(panel, "mail");
-    EXPECT_THAT(reportOf(0, [] { return store_default_mbox_quota(domain_name, 1); }),
-                StartsWith("Unable to query mailnames: Table 'orv.mail' doesn't exist\n"));
+    EXPECT_EQ(reportOf(0, [] { return store_default_mbox_quota(domain_name, 1); }),
+              withErrno("Unable to query mailnames: Table 'orv.mail' doesn't exist", EIO));
 }
 
 TEST_F(MaildirppGroupQuotaOnHost, ReportsMailnamesThatCannotBeHad)
@@ -125,8 +125,8 @@ TEST_F(MaildirppGroupQuotaOnHost, ReportsMailnamesThatCannotBeHad)
 TEST_F(MaildirppGroupQuotaOnHost, ReportsAFailedQueryForTheDomain)
 {
     WithoutTable const domains(panel, "domains");
-    EXPECT_THAT(reportOf(0, [] { return rm_mbox_quota(domain_name, "info"); }),
-                StartsWith("Unable to query domain ID: Table 'orv.domains' doesn't exist\n"));
+    EXPECT_EQ(reportOf(0, [] { return rm_mbox_quota(domain_name, "info"); }),
+              withErrno("Unable to query domain ID: Table 'orv.domains' doesn't exist", EIO));
 }
 
 TEST_F(MaildirppGroupQuotaOnHost, ReportsAResultThatCannotBeHad)
@@ -165,8 +165,8 @@ TEST_F(MaildirppGroupQuotaOnHost, AMailboxOfADomainWithoutALimitHasNone)
 
 TEST_F(MaildirppGroupQuotaOnHost, ReportsADomainThatThereIsNot)
 {
-    EXPECT_THAT(reportOf(0, [] { return rm_mbox_quota("m\xc3\xbcller.example", "info"); }),
-                StartsWith("No such domain m\xc3\xbcller.example\n"));
+    EXPECT_EQ(reportOf(0, [] { return rm_mbox_quota("m\xc3\xbcller.example", "info"); }),
+              withErrno("No such domain m\xc3\xbcller.example", ENODATA));
     EXPECT_EQ(quotas(), "  ");
 }
 
