@@ -25,6 +25,13 @@ CString ascii_address(char const* Email)
     return address;
 }
 
+// "&", the address and the end; null with errno set when there is no memory.
+CString forward_line(char const* address, char const* end)
+{
+    char* line = nullptr;
+    return CString(asprintf(&line, "&%s%s", address, end) < 0 ? nullptr : line);
+}
+
 bool is_one_line(char const* address)
 {
     if (!strchr(address, '\n'))
@@ -40,13 +47,12 @@ int dotqmail_add_forward(char const* file, char const* Email)
     CString const address = ascii_address(Email);
     if (!address)
         return -1;
-    char* line = nullptr;
-    if (asprintf(&line, "&%s", address.get()) < 0)
+    CString const line = forward_line(address.get(), "");
+    if (!line)
         return failure(-1, "asprintf(\"&%%s\", %s) failed: %s", address.get(), strerror(errno));
-    CString const owned(line);
     if (!is_one_line(address.get()))
         return failure(-1, "Unable to add string to %s file.", file);
-    if (dotqmail_put_line(file, line) != 0)
+    if (dotqmail_put_line(file, line.get()) != 0)
         return -1;
     return dotqmail_set_rights(file);
 }
@@ -56,11 +62,10 @@ int dotqmail_remove_forward(char const* file, char const* Email)
     CString const address = ascii_address(Email);
     if (!address)
         return -1;
-    char* line = nullptr;
-    if (asprintf(&line, "&%s\n", address.get()) < 0)
+    CString const line = forward_line(address.get(), "\n");
+    if (!line)
         return failure(-1, "asprintf(\"&%%s\", %s): %s", address.get(), strerror(errno));
-    CString const owned(line);
-    if (!is_one_line(address.get()) || file_str(file, line, FILE_REMOVE, FILE_BEGIN) != 0)
+    if (!is_one_line(address.get()) || file_str(file, line.get(), FILE_REMOVE, FILE_BEGIN) != 0)
         return failure(-1, "Unable to remove string from %s file.", file);
     return dotqmail_set_rights(file);
 }
