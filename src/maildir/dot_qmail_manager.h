@@ -1,8 +1,8 @@
 // dot_qmail_manager - a mailname's delivery file, with failures raised
 //
-// What the operations do is said at mailname_delivery and mailname_forward, which report where
-// they fail. Such a failure is raised as SystemError "unable to modify " and the path, with the
-// errno that it left.
+// mailname_delivery and mailname_forward do the work and report where they fail. This class
+// raises such a failure as SystemError: "unable to modify ", the path, and the errno that it
+// left.
 
 #ifndef MAILVEK_MAILDIR_DOT_QMAIL_MANAGER_H
 #define MAILVEK_MAILDIR_DOT_QMAIL_MANAGER_H
@@ -14,7 +14,7 @@ namespace orvek::mail {
 class DotQMailManager
 {
 public:
-    // Where a redirect is wanted. Deliberate: wherever that is, it lands at the end.
+    // Where the caller wants a redirect. Deliberate: it always lands at the end.
     enum Position
     {
         atBegin = 0,

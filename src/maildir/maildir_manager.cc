@@ -41,8 +41,8 @@ boost::system::error_code systemError(int code)
     return {code, boost::system::system_category()};
 }
 
-// As a directory's name, for the paths made here are renamed and removed as root: an empty
-// domain would stand for the root of all of them.
+// Root renames and removes the paths that are made here, and an empty domain would be the root
+// of all domains.
 path directoryName(std::string const& name)
 {
     if (!is_file_name(name.c_str()))
@@ -60,14 +60,13 @@ path domainRoot(std::string const& domain)
     return mailRoot() / MaildirManager::getDomainRelativeRoot(domain);
 }
 
-// By the standard library, which opens each directory beneath its parent and follows no link.
-// Boost's function goes by whole paths, where the mail user might put a link in the place of a
-// directory on the way.
+// The standard library opens each directory beneath its parent and follows no link. Boost's
+// function walks whole paths, in which the mail user could swap a directory for a link.
 void removeTree(path const& tree)
 {
     std::error_code error;
     std::filesystem::remove_all(tree.native(), error);
-    // Where a file stands in the way there is no tree.
+    // A file in the way means that there is no tree.
     if (error && error != std::errc::not_a_directory)
         throw boost::filesystem::filesystem_error("boost::filesystem::remove_all", tree,
                                                   systemError(error.value()));
@@ -110,7 +109,7 @@ void MaildirManager::init()
 {
     errno = 0;
     passwd const* const user = getpwnam("popuser");
-    // Deliberate: no blank between the words.
+    // Deliberate: the words have no blank between them.
     if (!user)
         throw SystemError("user popusernot found", errno);
     uid = static_cast<int>(user->pw_uid);
@@ -170,7 +169,7 @@ void MaildirManager::createMailnameHome(std::string const& domain,
     try {
         fillHome(home);
     } catch (...) {
-        // Deliberate: also a home that was there before. No half of a home stays.
+        // Deliberate: an old home goes too. Half a home never stays.
         ErrnoKeeper const keeper;
         std::error_code ignored;
         std::filesystem::remove_all(home.native(), ignored);

@@ -1,17 +1,17 @@
 // maildir_manager - the directories of domains and mailboxes
 //
 //   <root>/<domain>              the root of a domain, mode 0750
-//   <root>/<domain>/<mailname>   the home of a mailname, mode 0700, with its Maildir, the
-//                                folder .Spam in it, and @attachments
+//   <root>/<domain>/<mailname>   the home of a mailname, mode 0700; holds its Maildir with the
+//                                folder .Spam, and @attachments
 //
 // <root> is ORVEK_MAILNAMES_D of the product configuration. Everything belongs to the user
-// popuser and that user's primary group. Whether a mode comes out as said does not depend on
-// the umask, and the umask is the caller's again on every way out.
+// popuser and that user's primary group. Modes ignore the umask, and the umask is restored
+// whether a call succeeds or fails.
 //
-// Failures are raised: FSError for owner, mode and a directory that cannot be looked at, and
-// for a domain or mailname that is no name of a directory, such as an empty one or "..", which
-// is refused before anything is touched; the error of the file system library for what that
-// library does. Removing follows no symbolic link.
+// Failures are raised. FSError: owner, mode, a directory that cannot be looked at, and a domain
+// or mailname that is not a directory's name ("" or "..", for example), which is refused before
+// anything is touched. The file system library's own error: making, renaming and removing.
+// Removing follows no symbolic link.
 
 #ifndef MAILVEK_MAILDIR_MAILDIR_MANAGER_H
 #define MAILVEK_MAILDIR_MAILDIR_MANAGER_H
@@ -27,8 +27,8 @@ namespace orvek::mail {
 class MaildirManager
 {
 public:
-    // The one instance, which is that of MaildirPPManager. Each call looks popuser up, and
-    // raises SystemError when there is no such user.
+    // The only instance; MaildirPPManager's is the same. Each call looks popuser up and raises
+    // SystemError when there is no such user.
     static MaildirManager& getInstance();
 
     MaildirManager(MaildirManager const&) = delete;
@@ -41,22 +41,22 @@ public:
     static boost::filesystem::path getMailnameHome(std::string const& domain,
                                                    std::string const& mailname);
 
-    // What exists gets its owner and mode again.
+    // An existing directory gets its owner and mode again.
     void createDomainRoot(std::string const& domain) const;
-    // A home in which a directory cannot be made is removed, whatever it held.
+    // When a directory in the home cannot be made, the whole home is removed, even an old one.
     void createMailnameHome(std::string const& domain, std::string const& mailname) const;
 
-    // A target with anything in it is an error, and nothing is merged.
+    // Nothing is merged: a target that is not empty is an error.
     void renameDomainRoot(std::string const& oldDomain, std::string const& newDomain) const;
     void renameMailnameHome(std::string const& domain, std::string const& oldMailname,
                             std::string const& newMailname) const;
 
-    // By backupRename. What does not exist needs no backup.
+    // By backupRename. A missing directory is no failure.
     void backupDomainRoot(std::string const& domain) const;
     void backupMailnameHome(std::string const& domain, std::string const& mailname) const;
 
-    // A root goes out of the way, as a backup does, before its tree is removed; a removal that
-    // fails leaves the rest under that name. What does not exist needs no removal.
+    // removeDomainRoot renames the root aside, as a backup does, and removes it there; when that
+    // fails, the rest keeps the new name. A missing directory is no failure.
     void removeDomainRoot(std::string const& domain) const;
     void removeMailnameHome(std::string const& domain, std::string const& mailname) const;
 
@@ -67,7 +67,7 @@ protected:
     // Looks popuser up. Raises SystemError when there is no such user.
     void init();
 
-    // Of popuser.
+    // The ids of popuser.
     int uid = 0;
     int gid = 0;
 
@@ -76,9 +76,9 @@ private:
     void fillHome(boost::filesystem::path const& home) const;
 };
 
-// Renames source to <source>.OrvekSaved.<inode number>, which target is set to. True, with an
-// empty target, when there is no source; false, with errno set and target as it was, when the
-// source cannot be looked at. A failing rename is raised.
+// Renames source to <source>.OrvekSaved.<inode number> and stores that path in target. A missing
+// source gives true and an empty target. A source that cannot be looked at gives false, with
+// errno set and target unchanged. A failing rename is raised.
 bool backupRename(boost::filesystem::path const& source, boost::filesystem::path& target);
 
 } // namespace orvek::mail

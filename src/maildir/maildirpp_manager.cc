@@ -23,7 +23,7 @@ namespace {
 
 constexpr char attachments[] = "@attachments";
 
-// For results of system calls and of the function library alike, as whether the step was done.
+// Raises a step that was not done, by a system call or by the function library.
 void check(bool done, char const* step, path const& where)
 {
     int const code = errno;
@@ -37,7 +37,7 @@ path domainRoot(std::string const& domain)
            MaildirManager::getDomainRelativeRoot(domain);
 }
 
-// Goes into a directory for as long as it lives.
+// The working directory while this object lives.
 class Visit
 {
 public:
@@ -60,7 +60,7 @@ bool hasAttachments()
     return stat(attachments, &info) == 0 && S_ISDIR(info.st_mode);
 }
 
-// What goes into the file, where 0 would be no quota.
+// The value for the file, in which 0 would mean no quota.
 sizequota_t storedQuota(sizequota_t quota, path const& home)
 {
     if (quota < 0)

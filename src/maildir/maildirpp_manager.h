@@ -1,9 +1,8 @@
 // maildirpp_manager - the directories of mailboxes, and their Maildir++ quotas
 //
-// Quotas are in bytes; a negative one is no quota, and one of 0 stops delivery. What the plain
-// functions do, and report where they fail, is said at maildirpp_quota and
-// maildirpp_group_quota; such a failure is raised here as FSError, with the errno that it left.
-// Domains are in their ASCII form.
+// Quotas are in bytes: a negative one is no quota, and 0 stops delivery. Domains are in their
+// ASCII form. maildirpp_quota and maildirpp_group_quota do the work and report where they fail.
+// This class raises such a failure as FSError, with the errno that it left.
 
 #ifndef MAILVEK_MAILDIR_MAILDIRPP_MANAGER_H
 #define MAILVEK_MAILDIR_MAILDIRPP_MANAGER_H
@@ -18,18 +17,18 @@ namespace orvek::mail {
 class MaildirPPManager : public MaildirManager
 {
 public:
-    // The one instance, made at the first call. Each call looks popuser up, and raises
+    // The only instance, made at the first call. Each call looks popuser up and raises
     // SystemError when there is no such user.
     static MaildirPPManager& getInstance();
 
-    // What the directory @attachments takes is deducted. A quota below that stops delivery, and a
-    // warning on the standard error says so. The working directory is the same again at the end.
+    // Deducts the size of the directory @attachments. A quota below that size stops delivery, with
+    // a warning on the standard error. The working directory is restored.
     void setMailboxQuota(std::string const& mailname, std::string const& domain,
                          sizequota_t size) const;
-    // Back to the domain's limit.
+    // Sets the domain's limit again.
     void removeMailboxQuota(std::string const& mailname, std::string const& domain) const;
 
-    // For all mailboxes of the domain that have no quota of their own. The two pairs do the same.
+    // All mailboxes of the domain that have no quota of their own. Both pairs do the same.
     void setDomainQuota(std::string const& domain, sizequota_t size) const;
     void removeDomainQuota(std::string const& domain) const;
     void setDefaultMailboxQuota(std::string const& domain, sizequota_t size) const;

@@ -42,7 +42,7 @@ CString ascii_domain(char const* DomainName)
     return domain;
 }
 
-// Deliberate: a path that does not fit is cut, here and below.
+// Deliberate: a path that does not fit is cut, also in the next two.
 void form_store(char (&path)[path_size], char const* domain, char const* MailName)
 {
     static_cast<void>(form_path(path, "%s/%s/%s/@attachments",
@@ -64,7 +64,7 @@ void form_attachment(char (&path)[path_size], char const* MailName, char const* 
                                 MailName, AttachmentFileName));
 }
 
-// Names come from outside, and files are written and removed by them as root.
+// Names come from outside, and root writes and removes files by them.
 bool is_name(char const* name)
 {
     if (is_file_name(name))
@@ -73,7 +73,7 @@ bool is_name(char const* name)
     return false;
 }
 
-// Calls visit with the name of each entry, for as long as it gives 0.
+// Calls visit with the name of each entry while it returns 0.
 template<typename Visit>
 int visit_entries(char const* directory, OpenDir dir, Visit visit)
 {
@@ -138,7 +138,7 @@ int list_all_attachments(char const* DomainName, short in_blocks, short fullname
     char root[path_size];
     form_entry(root, orvConfGetDefaultByIndex(_ORVEK_MAILNAMES_D_INDEX), domain.get());
     return visit_entries(root, OpenDir(opendir(root)), [&](char const* name) {
-        // Whatever comes of one list, the others follow.
+        // A list that fails does not stop the others.
         if (is_home(root, name))
             static_cast<void>(list_attachments(name, DomainName, in_blocks, fullname));
         return 0;

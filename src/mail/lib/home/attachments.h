@@ -1,30 +1,29 @@
 // attachments - the files that the panel keeps for a mailname's autoresponder
 //
-// They are the plain files in @attachments in the mailname's home, <root>/<domain>/<mailname>
-// with the domain in its ASCII form; what they take counts against the mailbox's quota.
+// Attachments are the plain files in @attachments in the mailname's home, <root>/<domain>/
+// <mailname> with the domain in its ASCII form. Their size counts against the mailbox's quota.
 //
-// The lists print a line for each file on standard output, in the order of the directory: its
-// name, or with fullname its whole path; a tab; its size in bytes, or with in_blocks that of
-// the blocks that it takes. The numbers in_blocks and fullname are read as booleans. A name is
-// printed as it stands, even one that holds a tab or a line break. Directories are passed over.
+// The lists print one line a file on standard output, in the order of the directory: the name,
+// or with fullname the whole path; a tab; the size in bytes, or with in_blocks the size of the
+// blocks that the file takes. in_blocks and fullname are numbers read as booleans. Names are
+// printed as they stand, also with a tab or a line break. Directories are passed over.
 //
 // Result: 0, or -1 after a report through messlog2. A domain without an ASCII form ends the
 // process with status 1. Paths are cut at 4095 characters, without a report. A mailname or an
-// attachment's name that would lead out of its directory, one with a "/" perhaps, is refused
-// as an invalid argument.
+// attachment's name that is not a file name, such as one with a "/", is an invalid argument.
 
 #ifndef MAILVEK_MAIL_LIB_HOME_ATTACHMENTS_H
 #define MAILVEK_MAIL_LIB_HOME_ATTACHMENTS_H
 
-// A MailName that is null or empty ends the process with status 1. A file that cannot be looked
-// at ends the list.
+// A null or empty MailName ends the process with status 1. The list ends at a file that cannot
+// be looked at.
 [[nodiscard]] int list_attachments(char const* MailName, char const* DomainName, short in_blocks,
                                    short fullname);
 
-// The list of each mailname of the domain. Lists that fail are reported and do not count.
+// Lists every mailname of the domain. A list that fails is reported and does not count.
 [[nodiscard]] int list_all_attachments(char const* DomainName, short in_blocks, short fullname);
 
-// Copies FileName, over an attachment that there may be. The copy has mode 0644.
+// Copies FileName and replaces an attachment of that name. The copy has mode 0644.
 [[nodiscard]] int add_attachment(char const* MailName, char const* DomainName, char const* FileName,
                                  char const* AttachmentFileName);
 

@@ -1,12 +1,11 @@
 // mail_utilities - paths of a mailname's home and of its delivery file
 //
-// get_mailhome_path forms <root>/<domain>/<mailname>, get_dotqmail_path that path with /.qmail
-// behind it; <root> is ORVEK_MAILNAMES_D of the product configuration, the domain is in its
-// ASCII form.
+// get_mailhome_path forms <root>/<domain>/<mailname>; get_dotqmail_path appends /.qmail. <root>
+// is ORVEK_MAILNAMES_D of the product configuration, and the domain is put in its ASCII form.
 //
-// Result: 0, or -1 after a report through messlog2: for a mailname that begins with anything
-// but a letter, a digit, "_" or "-", for a domain without an ASCII form, and for a path that
-// does not fit in size bytes.
+// Result: 0, or -1 after a report through messlog2. These fail: a mailname that begins with
+// anything but a letter, a digit, "_" or "-"; a domain without an ASCII form; a path that does
+// not fit in size bytes.
 
 #ifndef MAILVEK_MAIL_LIB_HOME_MAIL_UTILITIES_H
 #define MAILVEK_MAIL_LIB_HOME_MAIL_UTILITIES_H

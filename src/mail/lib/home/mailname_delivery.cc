@@ -20,7 +20,7 @@ constexpr char reset_line[] = "| true\n";
 constexpr char delivery_line[] = "| /usr/bin/deliverquota ./Maildir";
 constexpr char older_delivery_line[] = "./Maildir/";
 
-// A new file is nobody else's to read from the beginning, should its rights not be set.
+// Nobody else may ever read a new file, even if its rights cannot be set later.
 FILE* open_for_reset(char const* file)
 {
     UmaskGuard const own(077);

@@ -1,17 +1,17 @@
 // mailname_delivery - delivery to the mailbox, in a mailname's delivery file
 //
-// The delivery file is .qmail in the mailname's home: a text file with one instruction a line.
+// The delivery file is .qmail in the mailname's home: a text file, one instruction a line.
 //
-//   | true                              neither mailbox nor forward; what a reset leaves
-//   | /usr/bin/deliverquota ./Maildir   delivery to the mailbox, within its quota
-//   ./Maildir/                          its older form, which is removed wherever it is found
-//   &<address>                          forward to an address, see mailname_forward
+//   | true                              neither mailbox nor forward; dotqmail_reset leaves it
+//   | /usr/bin/deliverquota ./Maildir   delivers to the mailbox, within its quota
+//   ./Maildir/                          the older form; every change of delivery removes it
+//   &<address>                          forwards to an address, see mailname_forward
 //
-// Other lines are left alone. New lines go to the end of the file; the line of a reset stays
-// when others are added. After a change the file belongs to popuser and has mode 0600.
+// Other lines are left alone. New lines go to the end of the file; "| true" stays when lines are
+// added. After a change the file belongs to popuser and has mode 0600.
 //
-// Result: 0, or -1 after a report through messlog2. Each line that is added or removed is
-// locked by itself, so that a line which moves to the end is missing for a moment.
+// Result: 0, or -1 after a report through messlog2. The lock covers one line at a time, so a
+// line that moves to the end is missing for a moment.
 
 #ifndef MAILVEK_MAIL_LIB_HOME_MAILNAME_DELIVERY_H
 #define MAILVEK_MAIL_LIB_HOME_MAILNAME_DELIVERY_H
@@ -20,10 +20,10 @@
 [[nodiscard]] int dotqmail_add_delivery(char const* file);
 // A missing file is a failure; a missing line is not.
 [[nodiscard]] int dotqmail_remove_delivery(char const* file);
-// Makes the file anew. One that cannot be written to is removed.
+// Writes the file anew, and removes it when that fails.
 [[nodiscard]] int dotqmail_reset(char const* file);
 
-// The same for the delivery file of a mailname.
+// The same for a mailname's delivery file.
 [[nodiscard]] int add_mailname_delivery(char const* MailName, char const* MailDomain);
 [[nodiscard]] int remove_mailname_delivery(char const* MailName, char const* MailDomain);
 

@@ -23,7 +23,7 @@ sizequota_t in_bytes(sizequota_t size, int in_blocks)
     return in_blocks != 0 ? size << block_shift : size;
 }
 
-// -1 when the directory cannot be entered or read, or when there is no way back.
+// -1 when the directory cannot be entered or read, or when the way back fails.
 sizequota_t count_dir(char const* path, int in_blocks)
 {
     CString const before(getcwd(nullptr, 0));
@@ -37,8 +37,8 @@ sizequota_t count_dir(char const* path, int in_blocks)
     return size;
 }
 
-// What an entry of the working directory takes, with all that is below it, in *size. false when
-// the way back from below failed.
+// Stores in *size what an entry of the working directory takes with everything below it. False
+// when the way back failed.
 bool count_entry(OpenDir const& stream, char const* name, int in_blocks, sizequota_t* size)
 {
     struct stat info = {};
@@ -85,8 +85,8 @@ sizequota_t count_cur_dir(int in_blocks)
         bool const is_back = count_entry(stream, name, in_blocks, &size);
         add_size(&sum, size);
         if (!is_back) {
-            // Deliberate: the directory stays open, for the working directory is lost and this is
-            // the last hold on it.
+            // Deliberate: the directory stays open. The working directory is lost, and this
+            // descriptor is the last hold on it.
             static_cast<void>(stream.release());
             break;
         }

@@ -1,9 +1,9 @@
-// mailbox_size - what a mailbox takes
+// mailbox_size - the size of a mailbox
 //
-// get_mbox_size is the size of a mailname's Maildir, by its maildirsize where that is sound, and
-// of its @attachments, none of which is a size of 0. DomainName is in UTF-8. With in_blocks not
-// zero the attachments are taken by the blocks that they occupy, and the Maildir still by what
-// its messages hold.
+// get_mbox_size adds the size of a mailname's Maildir, taken from its maildirsize when that is
+// sound, and the size of its @attachments, which is 0 when they are missing. DomainName is in
+// UTF-8. With in_blocks not zero, attachments count as the blocks that they take; the Maildir
+// always counts as the bytes that its messages hold.
 //
 // Failures are reported through messlog2 and end the process with status 1.
 

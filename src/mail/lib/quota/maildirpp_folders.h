@@ -1,23 +1,22 @@
-// maildirpp_folders - which entries of a Maildir are folders, and when folders have changed
+// maildirpp_folders - which entries of a Maildir are folders, and when folders last changed
 //
-// Result: 1, or 0 with errno set, after a report through messlog2, which does not end the
-// process. Paths are limited to 4095 characters.
+// Result: 1, or 0 with errno set after a report through messlog2, which does not end the
+// process. Paths have at most 4095 characters.
 
 #ifndef MAILVEK_MAIL_LIB_QUOTA_MAILDIRPP_FOLDERS_H
 #define MAILVEK_MAIL_LIB_QUOTA_MAILDIRPP_FOLDERS_H
 
 #include <ctime>
 
-// Whether an entry of this name is a folder that counts against the quota: the messages in .Trash
-// do not.
+// Whether an entry of this name is a folder that counts against the quota. .Trash does not.
 [[nodiscard]] bool is_maildirpp_subfolder(char const* name);
 
-// Raises *mtime to the later of the times of <dir>/cur and <dir>/new. Fails with errno
-// ENAMETOOLONG or, whatever the reason is that one of them cannot be looked at, EIO.
+// Raises *mtime to the later of the times of <dir>/cur and <dir>/new. Fails with ENAMETOOLONG,
+// or with EIO when one of them cannot be looked at for any reason.
 [[nodiscard]] int get_maildirpp_folder_mtime(char const* dir, time_t* mtime);
 
-// The same for the Maildir that is the working directory and all its folders that count. Entries
-// that have the name of a folder and are none are reported and passed over.
+// The same for the Maildir that is the working directory, with all its folders that count.
+// Entries that are named like a folder but are not directories are reported and passed over.
 [[nodiscard]] int get_maildirpp_latest_mtime(time_t* mtime);
 
 #endif

@@ -24,7 +24,7 @@ constexpr char maildirsize[] = "maildirsize";
 constexpr int max_attempts = 5;
 constexpr unsigned int pause_seconds = 2;
 
-// Past the 15 minutes after which mail servers count for themselves.
+// More than the 15 minutes after which mail servers count for themselves.
 constexpr time_t back_dating = 960;
 
 using HostName = char[65];
@@ -62,7 +62,7 @@ bool write_whole(int file, char const* text, std::size_t length)
     return true;
 }
 
-// The file that becomes maildirsize, removed at the end of its life unless it has become that.
+// The file that becomes maildirsize. The destructor removes it unless it has become that.
 class NewFile
 {
 public:
@@ -86,7 +86,7 @@ private:
     bool exists = false;
 };
 
-// A link that somebody has put in the place is not followed.
+// Follows no link that somebody has put there.
 bool NewFile::attempt()
 {
     struct stat info = {};
@@ -156,7 +156,7 @@ bool NewFile::put_in_place()
 }
 
 // Deliberate: a Maildir that has changed, or that cannot be looked at again, is no failure. Mail
-// servers count for themselves once the file is that old.
+// servers recount when the file is that old.
 void date_back_if_changed(time_t counted)
 {
     time_t latest = 0;
@@ -167,7 +167,7 @@ void date_back_if_changed(time_t counted)
     errno = 0;
 }
 
-// In the working directory.
+// Of the Maildir that is the working directory.
 int write_maildirsize(uid_t owner, gid_t group, Quota const& quota)
 {
     HostName host;

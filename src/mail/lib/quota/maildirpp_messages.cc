@@ -88,8 +88,8 @@ int process_maildir_subdir(char const* dir, sizequota_t* size, fcount_t* count, 
 int process_maildirpp_subfolder(char const* dir, sizequota_t* size, fcount_t* count, time_t* mtime)
 {
     char path[path_size];
-    // Deliberate: nobody looks at maildirfolder, but a folder that has no room for it is refused.
-    // The two shorter names fit then.
+    // Deliberate: maildirfolder is never read, but its path must fit. The two shorter names fit
+    // then.
     if (!form_path(path, "%s/maildirfolder", dir)) {
         errno = ENAMETOOLONG;
         return 0;

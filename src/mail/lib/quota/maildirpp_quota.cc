@@ -60,7 +60,7 @@ bool enter(char const* home, SavedDirectory* before)
     return true;
 }
 
-// Deliberate: whatever the name is of, a link too.
+// Deliberate: any kind of file counts, a link too.
 bool has_attachments()
 {
     ErrnoKeeper const keeper;
@@ -103,7 +103,7 @@ int store_mbox_quota(char const* MailDomain, char const* MailName, sizequota_t q
     SavedDirectory before;
     if (!form_home(home, MailDomain, MailName) || !enter(home, &before))
         return 0;
-    // Deliberate: the process stays in the mailbox then.
+    // Deliberate: after such a failure the process stays in the mailbox.
     if (quota >= 0 && has_attachments() && !deduct_attachments(&quota))
         return 0;
     int const result = store_maildirpp_quota_raw("./Maildir", quota);

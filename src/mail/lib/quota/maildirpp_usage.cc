@@ -19,7 +19,7 @@ namespace {
 
 constexpr std::size_t max_file_size = 5120;
 
-// One byte more than is taken, which shows a file that is too long.
+// Room for one byte too many, by which a file that is too long shows.
 struct Content
 {
     char text[max_file_size + 1];
@@ -45,7 +45,7 @@ bool take_size(char const** text, sizequota_t* size)
 {
     char* end = nullptr;
     *size = strtoll(*text, &end, 10);
-    // Deliberate: the ends of the range themselves are faults, in both numbers.
+    // Deliberate: both ends of the range are faults, in both numbers.
     if (end == *text || *size == LLONG_MIN || *size == LLONG_MAX)
         return malformed();
     *text = end;
@@ -62,7 +62,7 @@ bool take_count(char const** text, fcount_t* count)
     return true;
 }
 
-// The text ends at line_end, with a NUL.
+// line_end points to the NUL that ends the text.
 bool add_line(char const* line, char const* line_end, sizequota_t* size, fcount_t* count)
 {
     sizequota_t bytes = 0;
@@ -76,8 +76,8 @@ bool add_line(char const* line, char const* line_end, sizequota_t* size, fcount_
     if (line != line_end)
         return malformed();
     add_size(size, bytes);
-    // Deliberate: goes round at the end of its range, so that a negative count, which mail servers
-    // write when messages go, takes away.
+    // Deliberate: wraps around. Mail servers write a negative count when messages go, and it must
+    // subtract.
     *count += messages;
     return true;
 }
