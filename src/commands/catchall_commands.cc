@@ -4,15 +4,13 @@
 
 namespace orvek::mail::postfix::mailvek_commands {
 
-namespace po = boost::program_options;
-
 namespace {
 
 // Deliberate: to reject and not to reject mail for unknown addresses are the same here, a domain
 // without a catch-all.
-int dropCatchall(char const* command, int argc, char** argv)
+int dropCatchall(int argc, char** argv)
 {
-    DomainManager::removeCatchall(parseDomain(command, argc, argv));
+    DomainManager::removeCatchall(parseDomain(argc, argv));
     return 0;
 }
 
@@ -20,36 +18,30 @@ int dropCatchall(char const* command, int argc, char** argv)
 
 int setBounce(int argc, char** argv)
 {
-    ProgramOptionsHelper helper = commandOptions("--set-bounce");
-    declareDomain(helper);
-    helper.addOptions()("phrase", po::value<std::string>(), "phrase", false);
-    standardOptionsParse(helper, argc, argv);
-    std::string const phrase = isGiven(helper, "phrase") ? textOf(helper, "phrase") : "";
+    ProgramOptionsHelper const options = parsedOptions(argc, argv);
+    std::string const phrase = isGiven(options, "phrase") ? textOf(options, "phrase") : "";
 
-    DomainManager::setBounce(domainOf(helper), phrase);
+    DomainManager::setBounce(domainOf(options), phrase);
     return 0;
 }
 
 int setCatchAll(int argc, char** argv)
 {
-    ProgramOptionsHelper helper = commandOptions("--set-catchall");
-    declareDomain(helper);
-    declareText(helper, "email", "catchall e-mail address");
-    standardOptionsParse(helper, argc, argv);
-    std::string const domain = domainOf(helper);
+    ProgramOptionsHelper const options = parsedOptions(argc, argv);
+    std::string const domain = domainOf(options);
 
-    DomainManager::createCatchall(domain, emailOf(helper, "email"));
+    DomainManager::createCatchall(domain, emailOf(options, "email"));
     return 0;
 }
 
 int setReject(int argc, char** argv)
 {
-    return dropCatchall("--set-reject", argc, argv);
+    return dropCatchall(argc, argv);
 }
 
 int removeReject(int argc, char** argv)
 {
-    return dropCatchall("--unset-reject", argc, argv);
+    return dropCatchall(argc, argv);
 }
 
 } // namespace orvek::mail::postfix::mailvek_commands

@@ -1,48 +1,23 @@
 #include "commands/command_values.h"
 
-#include "commands/command_texts.h"
+#include "commands/command_table.h"
 #include "postfix/domains/mailname_validators.h"
 #include "util/idn.h"
 
 namespace orvek::mail::postfix::mailvek_commands {
 
-namespace po = boost::program_options;
-
-ProgramOptionsHelper commandOptions(char const* command)
+ProgramOptionsHelper parsedOptions(int argc, char** argv)
 {
-    CommandTexts const& texts = textsOf(command);
-    return {texts.summary, texts.usage_line};
-}
-
-void declareText(ProgramOptionsHelper& helper, char const* option, char const* description)
-{
-    helper.addOptions()(option, po::value<std::string>(), description, true);
-}
-
-void declareDomain(ProgramOptionsHelper& helper)
-{
-    declareText(helper, "domain-name", "domain name");
-}
-
-void declareMailname(ProgramOptionsHelper& helper)
-{
-    declareDomain(helper);
-    declareText(helper, "mailname", "mailname");
-}
-
-// Deliberate: the description says that it is unused, whatever a command does with it.
-void declareDisabledDomain(ProgramOptionsHelper& helper)
-{
-    helper.addOptions()("mail-domain-disabled,D", "the domain is disabled (currently unused)",
-                        false);
-}
-
-std::string parseDomain(char const* command, int argc, char** argv)
-{
-    ProgramOptionsHelper helper = commandOptions(command);
-    declareDomain(helper);
+    Command const& command = commandNamed(argc > 0 ? argv[0] : "");
+    ProgramOptionsHelper helper(command.summary, command.usage_line);
+    declareOptions(helper, command.options);
     standardOptionsParse(helper, argc, argv);
-    return domainOf(helper);
+    return helper;
+}
+
+std::string parseDomain(int argc, char** argv)
+{
+    return domainOf(parsedOptions(argc, argv));
 }
 
 bool isGiven(ProgramOptionsHelper const& helper, char const* option)

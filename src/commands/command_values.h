@@ -1,11 +1,11 @@
-// command_values - how the handlers declare and read their options
+// command_values - the options of a command line, parsed and read
 //
-// commandOptions makes the helper of a command out of its texts; declareName and its like add
-// the options that many commands share. The readers take the value of an option that was
-// given: domainOf and emailOf in ASCII form, localPartOf checked, textOf as it was typed.
+// parsedOptions parses a command line by the command's row in the command table. The readers
+// take the value of an option that was given: domainOf and emailOf in ASCII form, localPartOf
+// checked, textOf as it was typed.
 //
 // Failures of the readers: IdnaError, std::invalid_argument for a bad local part, and
-// boost::bad_any_cast for an option that was not given or not declared.
+// boost::bad_any_cast for an option that was not given or that the command does not have.
 
 #ifndef MAILVEK_COMMANDS_COMMAND_VALUES_H
 #define MAILVEK_COMMANDS_COMMAND_VALUES_H
@@ -16,18 +16,12 @@
 
 namespace orvek::mail::postfix::mailvek_commands {
 
-ProgramOptionsHelper commandOptions(char const* command);
+// Declares the options of the command named in argv[0] and parses argv. A bad command line is
+// reported and ends the process. Raises std::logic_error for a name that no command has.
+ProgramOptionsHelper parsedOptions(int argc, char** argv);
 
-// A mandatory text.
-void declareText(ProgramOptionsHelper& helper, char const* option, char const* description);
-// --domain-name, and --mailname behind it.
-void declareDomain(ProgramOptionsHelper& helper);
-void declareMailname(ProgramOptionsHelper& helper);
-// --mail-domain-disabled and its short form.
-void declareDisabledDomain(ProgramOptionsHelper& helper);
-
-// Declares and parses the one option of a command that only names a domain.
-std::string parseDomain(char const* command, int argc, char** argv);
+// The domain of a command that takes nothing else.
+std::string parseDomain(int argc, char** argv);
 
 bool isGiven(ProgramOptionsHelper const& helper, char const* option);
 std::string textOf(ProgramOptionsHelper const& helper, char const* option);

@@ -11,13 +11,9 @@ namespace orvek::mail::postfix::mailvek_commands {
 
 int addDomainAlias(int argc, char** argv)
 {
-    ProgramOptionsHelper helper = commandOptions("--add-domain-alias");
-    declareDomain(helper);
-    declareText(helper, "domain-alias-name", "domain alias name");
-    formNotexistingMailOptions(helper);
-    standardOptionsParse(helper, argc, argv);
-    std::string const domain = domainOf(helper);
-    std::string const alias = domainOf(helper, "domain-alias-name");
+    ProgramOptionsHelper const options = parsedOptions(argc, argv);
+    std::string const domain = domainOf(options);
+    std::string const alias = domainOf(options, "domain-alias-name");
 
     DomainManager::createDomainAlias(domain, alias);
     if (mass_control_handler_by_mailname(domain.c_str(), alias.c_str(), HOOK_CLONE) != 0)
@@ -26,17 +22,14 @@ int addDomainAlias(int argc, char** argv)
         uerr << "WARNING: cannot clone domain key for " << alias << std::endl;
     if (add_domain_auth_alias(domain.c_str(), alias.c_str()) == -1)
         return 1;
-    return processNotexistingMailnamesOptions(helper);
+    return processNotexistingMailnamesOptions(options);
 }
 
 // Deliberate: the domain is asked for and not used. An alias is known by its own name.
 int removeDomainAlias(int argc, char** argv)
 {
-    ProgramOptionsHelper helper = commandOptions("--del-domain-alias");
-    declareDomain(helper);
-    declareText(helper, "domain-alias-name", "domain alias name");
-    standardOptionsParse(helper, argc, argv);
-    std::string const alias = domainOf(helper, "domain-alias-name");
+    ProgramOptionsHelper const options = parsedOptions(argc, argv);
+    std::string const alias = domainOf(options, "domain-alias-name");
 
     DomainManager::removeDomainAlias(alias);
     if (mass_control_handler_by_mailname(alias.c_str(), nullptr, HOOK_DELETE) != 0)
@@ -47,15 +40,10 @@ int removeDomainAlias(int argc, char** argv)
 
 int renameDomainAlias(int argc, char** argv)
 {
-    ProgramOptionsHelper helper = commandOptions("--rename-domain-alias");
-    declareDomain(helper);
-    declareText(helper, "old-domain-alias-name", "old domain alias name");
-    declareText(helper, "new-domain-alias-name", "new domain alias name");
-    formNotexistingMailOptions(helper);
-    standardOptionsParse(helper, argc, argv);
-    std::string const domain = domainOf(helper);
-    std::string const oldName = domainOf(helper, "old-domain-alias-name");
-    std::string const newName = domainOf(helper, "new-domain-alias-name");
+    ProgramOptionsHelper const options = parsedOptions(argc, argv);
+    std::string const domain = domainOf(options);
+    std::string const oldName = domainOf(options, "old-domain-alias-name");
+    std::string const newName = domainOf(options, "new-domain-alias-name");
 
     DomainManager::renameDomainAlias(oldName, newName);
     if (mass_control_handler_by_mailname(oldName.c_str(), newName.c_str(), HOOK_MOVE) != 0)
@@ -68,7 +56,7 @@ int renameDomainAlias(int argc, char** argv)
         return 1;
     if (rm_domain_auth_alias(oldName.c_str()) == -1)
         return 1;
-    return processNotexistingMailnamesOptions(helper);
+    return processNotexistingMailnamesOptions(options);
 }
 
 } // namespace orvek::mail::postfix::mailvek_commands

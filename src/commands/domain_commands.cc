@@ -9,18 +9,13 @@
 
 namespace orvek::mail::postfix::mailvek_commands {
 
-namespace po = boost::program_options;
-
 int addDomain(int argc, char** argv)
 {
-    ProgramOptionsHelper helper = commandOptions("--add-domain");
-    declareDomain(helper);
-    helper.addOptions()("disk-quota", po::value<long>(), "disk quota", false);
-    standardOptionsParse(helper, argc, argv);
-    std::string const domain = domainOf(helper);
+    ProgramOptionsHelper const options = parsedOptions(argc, argv);
+    std::string const domain = domainOf(options);
 
-    if (isGiven(helper, "disk-quota"))
-        DomainManager::createDomain(domain, quotaOf(helper), false);
+    if (isGiven(options, "disk-quota"))
+        DomainManager::createDomain(domain, quotaOf(options), false);
     else
         DomainManager::createDomain(domain, false);
     return 0;
@@ -28,7 +23,7 @@ int addDomain(int argc, char** argv)
 
 int removeDomain(int argc, char** argv)
 {
-    std::string const domain = parseDomain("--remove-domain", argc, argv);
+    std::string const domain = parseDomain(argc, argv);
 
     if (domain_auth_action(domain.c_str(), mailAuthRemoveDomain, "remove auth record") == -1)
         return 1;
@@ -40,7 +35,7 @@ int removeDomain(int argc, char** argv)
 
 int enableDomain(int argc, char** argv)
 {
-    std::string const domain = parseDomain("--turn-on-domain", argc, argv);
+    std::string const domain = parseDomain(argc, argv);
 
     if (domain_auth_action(domain.c_str(), mailAuthEnableDomain, "enable auth records") == -1)
         return 1;
@@ -51,7 +46,7 @@ int enableDomain(int argc, char** argv)
 
 int disableDomain(int argc, char** argv)
 {
-    std::string const domain = parseDomain("--turn-off-domain", argc, argv);
+    std::string const domain = parseDomain(argc, argv);
 
     if (domain_auth_action(domain.c_str(), mailAuthDisableDomain, "disable auth records") == -1)
         return 1;
@@ -62,14 +57,11 @@ int disableDomain(int argc, char** argv)
 
 int setDomainDiskQuota(int argc, char** argv)
 {
-    ProgramOptionsHelper helper = commandOptions("--set-domain-disk-quota");
-    declareDomain(helper);
-    helper.addOptions()("disk-quota", po::value<long>(), "disk quota", true);
-    standardOptionsParse(helper, argc, argv);
+    ProgramOptionsHelper const options = parsedOptions(argc, argv);
 
     MaildirPPManager& manager = MaildirPPManager::getInstance();
-    std::string const domain = domainOf(helper);
-    manager.setDomainQuota(domain, quotaOf(helper));
+    std::string const domain = domainOf(options);
+    manager.setDomainQuota(domain, quotaOf(options));
     return 0;
 }
 

@@ -8,12 +8,9 @@ namespace orvek::mail::postfix::mailvek_commands {
 
 int setDomainKey(int argc, char** argv)
 {
-    ProgramOptionsHelper helper = commandOptions("--set-domain-key");
-    declareDomain(helper);
-    declareText(helper, "file-name", "full path to uploaded key");
-    standardOptionsParse(helper, argc, argv);
-    std::string const domains = domainOf(helper);
-    std::string const file = textOf(helper, "file-name");
+    ProgramOptionsHelper const options = parsedOptions(argc, argv);
+    std::string const domains = domainOf(options);
+    std::string const file = textOf(options, "file-name");
 
     int const set = set_domain_key(domains.c_str(), file.c_str());
     if (set == 0)
@@ -23,7 +20,7 @@ int setDomainKey(int argc, char** argv)
 
 int removeDomainKey(int argc, char** argv)
 {
-    std::string const domains = parseDomain("--remove-domain-key", argc, argv);
+    std::string const domains = parseDomain(argc, argv);
 
     return remove_domain_key(domains.c_str()) == -1 ? 1 : 0;
 }

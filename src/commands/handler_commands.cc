@@ -1,7 +1,6 @@
 #include "commands/handlers.h"
 
-#include "commands/command_texts.h"
-#include "commands/program_options_helper.h"
+#include "commands/command_values.h"
 #include "lib/report/owned.h"
 #include "lib/report/product_log.h"
 #include "mail/lib/handlers/handler_lookup.h"
@@ -10,8 +9,6 @@
 
 #include <boost/algorithm/string/classification.hpp>
 #include <boost/algorithm/string/split.hpp>
-#include <boost/program_options/value_semantic.hpp>
-#include <boost/program_options/variables_map.hpp>
 
 #include <string>
 #include <vector>
@@ -22,35 +19,11 @@ namespace orvek::mail::postfix::mailvek_commands {
 
 namespace {
 
-namespace po = boost::program_options;
-
-// The options of a command that says what a handler consists of, and of one that names it.
-enum class Options
-{
-    whole,
-    naming,
-};
-
 // The options of one command line.
 class HandlerOptions
 {
 public:
-    HandlerOptions(char const* command, Options wanted, int argc, char** argv)
-        : helper(textsOf(command).summary, textsOf(command).usage_line)
-    {
-        bool const whole = wanted == Options::whole;
-        auto options = helper.addOptions();
-        options("handler-name", text(), "handler name", true);
-        options("handler-type", text(),
-                "handler type (global|sender|recipient|sender-domain|recipient-domain)", true);
-        options("handler-type-name", text(), "handler type name", false);
-        if (whole)
-            options("executable", text(), "executable", true)("context", text(), "context", true);
-        options("hook", text(), "hook point (before-queue|before-local|before-remote)", true);
-        if (whole)
-            options("priority", text(), "handler priority", true);
-        standardOptionsParse(helper, argc, argv);
-    }
+    HandlerOptions(int argc, char** argv) : helper(parsedOptions(argc, argv)) {}
 
     char const* operator[](char const* option) const { return value(option).c_str(); }
 
@@ -92,8 +65,6 @@ public:
     }
 
 private:
-    static po::value_semantic const* text() { return po::value<std::string>(); }
-
     std::string const& value(char const* option) const
     {
         return helper.values()[option].as<std::string>();
@@ -119,23 +90,20 @@ int update(HandlerOptions const& options, char const* typeName)
 // A command that does one thing with handlers that are there.
 struct ControlCommand
 {
-    char const* name;
     int (*one)(char const* fullName);
     handler_control_t all;
     bool all_can_fail;
 };
 
-constexpr ControlCommand remove_command = {"--remove-handler", mail_handler_remove, HOOK_DELETE,
+constexpr ControlCommand remove_command = {mail_handler_remove, HOOK_DELETE,
                                            // Deliberate: a failure is only reported.
                                            false};
 
 constexpr ControlCommand disable_command = {
-    "--disable-handler",
     [](char const* fullName) { return control_handler_queue(fullName, nullptr, HOOK_DISABLE); },
     HOOK_DISABLE, true};
 
 constexpr ControlCommand enable_command = {
-    "--enable-handler",
     [](char const* fullName) { return control_handler_queue(fullName, nullptr, HOOK_ENABLE); },
     HOOK_ENABLE, true};
 
@@ -147,7 +115,7 @@ int controlAll(ControlCommand const& command, HandlerOptions const& options)
 
 int controlHandlers(ControlCommand const& command, int argc, char** argv)
 {
-    HandlerOptions const options(command.name, Options::naming, argc, argv);
+    HandlerOptions const options(argc, argv);
     if (options.isGlobal()) {
         CString const fullName = options.find(nullptr);
         return fullName && command.one(fullName.get()) != 0 ? 1 : 0;
@@ -169,7 +137,7 @@ int controlHandlers(ControlCommand const& command, int argc, char** argv)
 
 int addHandler(int argc, char** argv)
 {
-    HandlerOptions const options("--add-handler", Options::whole, argc, argv);
+    HandlerOptions const options(argc, argv);
     if (options.isGlobal())
         return add(options, nullptr) == 0 ? 0 : 1;
     int status = 0;
@@ -185,7 +153,7 @@ int addHandler(int argc, char** argv)
 
 int updateHandler(int argc, char** argv)
 {
-    HandlerOptions const options("--update-handler", Options::whole, argc, argv);
+    HandlerOptions const options(argc, argv);
     if (options.isGlobal())
         return update(options, nullptr) == 0 ? 0 : 1;
     int status = 0;
@@ -216,7 +184,7 @@ int enableHandler(int argc, char** argv)
 // Deliberate: 1 when there is such a handler, 0 when there is none. The panel relies on it.
 int checkHandler(int argc, char** argv)
 {
-    HandlerOptions const options("--check-handler", Options::naming, argc, argv);
+    HandlerOptions const options(argc, argv);
     // The name is one name here, never a list.
     bool const named = options.hasTypeName() || !options.isGlobal();
     return options.find(named ? options.typeName().c_str() : nullptr) ? 1 : 0;

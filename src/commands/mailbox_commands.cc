@@ -11,8 +11,6 @@
 
 namespace orvek::mail::postfix::mailvek_commands {
 
-namespace po = boost::program_options;
-
 namespace {
 
 // What the panel handed over in the environment; text is null when it handed over nothing.
@@ -22,14 +20,14 @@ struct Password
     MailAuthFlagsT flags = 0;
 };
 
-Password takePassword(ProgramOptionsHelper const& helper)
+Password takePassword(ProgramOptionsHelper const& options)
 {
     Password password;
     int isEncrypted = 0;
     get_env_password(&password.text, &isEncrypted);
     if (isEncrypted != 0)
         password.flags |= MAIL_AUTH_CRYPTED;
-    if (isGiven(helper, "mail-domain-disabled"))
+    if (isGiven(options, "mail-domain-disabled"))
         password.flags |= MAIL_DOMAIN_AUTH_DISABLED;
     return password;
 }
@@ -38,15 +36,12 @@ Password takePassword(ProgramOptionsHelper const& helper)
 
 int addMailbox(int argc, char** argv)
 {
-    ProgramOptionsHelper helper = commandOptions("--add-mailbox");
-    declareMailname(helper);
-    declareDisabledDomain(helper);
-    standardOptionsParse(helper, argc, argv);
-    std::string const domain = domainOf(helper);
-    std::string const mailname = localPartOf(helper);
+    ProgramOptionsHelper const options = parsedOptions(argc, argv);
+    std::string const domain = domainOf(options);
+    std::string const mailname = localPartOf(options);
 
     MailnameManager::enableDelivery(domain, mailname);
-    Password const password = takePassword(helper);
+    Password const password = takePassword(options);
     int const set =
         set_passwd_for_domains(mailname.c_str(), domain.c_str(), password.text, password.flags);
     return set == -1 ? 1 : 0;
@@ -54,11 +49,9 @@ int addMailbox(int argc, char** argv)
 
 int removeMailbox(int argc, char** argv)
 {
-    ProgramOptionsHelper helper = commandOptions("--remove-mailbox");
-    declareMailname(helper);
-    standardOptionsParse(helper, argc, argv);
-    std::string const domain = domainOf(helper);
-    std::string const mailname = localPartOf(helper);
+    ProgramOptionsHelper const options = parsedOptions(argc, argv);
+    std::string const domain = domainOf(options);
+    std::string const mailname = localPartOf(options);
 
     MailnameManager::disableDelivery(domain, mailname);
     return rm_mails_from_domains(mailname.c_str(), domain.c_str()) == -1 ? 1 : 0;
@@ -66,13 +59,10 @@ int removeMailbox(int argc, char** argv)
 
 int getMailboxSize(int argc, char** argv)
 {
-    ProgramOptionsHelper helper = commandOptions("--get-mailbox-size");
-    helper.addOptions()("in-blocks", "count result in blocks rather than bytes", false);
-    declareMailname(helper);
-    standardOptionsParse(helper, argc, argv);
-    bool const inBlocks = isGiven(helper, "in-blocks");
-    std::string const domain = domainOf(helper);
-    std::string const mailname = localPartOf(helper);
+    ProgramOptionsHelper const options = parsedOptions(argc, argv);
+    bool const inBlocks = isGiven(options, "in-blocks");
+    std::string const domain = domainOf(options);
+    std::string const mailname = localPartOf(options);
 
     auto const size = get_mbox_size(mailname.c_str(), domain.c_str(), inBlocks);
     if (size < 0)
@@ -83,13 +73,10 @@ int getMailboxSize(int argc, char** argv)
 
 int setPassword(int argc, char** argv)
 {
-    ProgramOptionsHelper helper = commandOptions("--set-password");
-    declareMailname(helper);
-    declareDisabledDomain(helper);
-    standardOptionsParse(helper, argc, argv);
-    Password const password = takePassword(helper);
-    std::string const domain = domainOf(helper);
-    std::string const mailname = localPartOf(helper);
+    ProgramOptionsHelper const options = parsedOptions(argc, argv);
+    Password const password = takePassword(options);
+    std::string const domain = domainOf(options);
+    std::string const mailname = localPartOf(options);
 
     int const set =
         set_mass_postbox_passwd(mailname.c_str(), domain.c_str(), password.text, password.flags);
@@ -98,15 +85,12 @@ int setPassword(int argc, char** argv)
 
 int setMailboxDiskQuota(int argc, char** argv)
 {
-    ProgramOptionsHelper helper = commandOptions("--set-mailbox-disk-quota");
-    declareMailname(helper);
-    helper.addOptions()("disk-quota", po::value<long>(), "disk quota", true);
-    standardOptionsParse(helper, argc, argv);
+    ProgramOptionsHelper const options = parsedOptions(argc, argv);
 
     MaildirPPManager& manager = MaildirPPManager::getInstance();
-    std::string const domain = domainOf(helper);
-    std::string const mailname = localPartOf(helper);
-    manager.setMailboxQuota(mailname, domain, quotaOf(helper));
+    std::string const domain = domainOf(options);
+    std::string const mailname = localPartOf(options);
+    manager.setMailboxQuota(mailname, domain, quotaOf(options));
     return 0;
 }
 

@@ -12,8 +12,6 @@
 
 namespace orvek::mail::postfix::mailvek_commands {
 
-namespace po = boost::program_options;
-
 namespace {
 
 // Empty, behind a report, when the panel's database cannot be read.
@@ -72,15 +70,12 @@ int renameAccounts(std::string const& domain, std::string const& oldName,
 
 int addMailname(int argc, char** argv)
 {
-    ProgramOptionsHelper helper = commandOptions("--add-mailname");
-    declareMailname(helper);
-    helper.addOptions()("disk-quota", po::value<long>(), "disk quota", false);
-    standardOptionsParse(helper, argc, argv);
-    std::string const domain = domainOf(helper);
-    std::string const mailname = localPartOf(helper);
+    ProgramOptionsHelper const options = parsedOptions(argc, argv);
+    std::string const domain = domainOf(options);
+    std::string const mailname = localPartOf(options);
 
-    if (isGiven(helper, "disk-quota"))
-        MailnameManager::createMailname(domain, mailname, quotaOf(helper));
+    if (isGiven(options, "disk-quota"))
+        MailnameManager::createMailname(domain, mailname, quotaOf(options));
     else
         MailnameManager::createMailname(domain, mailname);
     return 0;
@@ -88,11 +83,9 @@ int addMailname(int argc, char** argv)
 
 int removeMailname(int argc, char** argv)
 {
-    ProgramOptionsHelper helper = commandOptions("--remove-mailname");
-    declareMailname(helper);
-    standardOptionsParse(helper, argc, argv);
-    std::string const domain = domainOf(helper);
-    std::string const mailname = localPartOf(helper);
+    ProgramOptionsHelper const options = parsedOptions(argc, argv);
+    std::string const domain = domainOf(options);
+    std::string const mailname = localPartOf(options);
 
     if (rm_mails_from_domains(mailname.c_str(), domain.c_str()) == -1)
         return 1;
@@ -117,15 +110,10 @@ int removeMailname(int argc, char** argv)
 
 int renameMailname(int argc, char** argv)
 {
-    ProgramOptionsHelper helper = commandOptions("--rename-mailname");
-    declareDomain(helper);
-    declareText(helper, "old-mailname", "old mailname");
-    declareText(helper, "new-mailname", "new mailname");
-    declareDisabledDomain(helper);
-    standardOptionsParse(helper, argc, argv);
-    std::string const domain = domainOf(helper);
-    std::string const oldName = localPartOf(helper, "old-mailname");
-    std::string const newName = localPartOf(helper, "new-mailname");
+    ProgramOptionsHelper const options = parsedOptions(argc, argv);
+    std::string const domain = domainOf(options);
+    std::string const oldName = localPartOf(options, "old-mailname");
+    std::string const newName = localPartOf(options, "new-mailname");
 
     MailnameManager::renameMailname(domain, oldName, newName);
     char const* password = nullptr;

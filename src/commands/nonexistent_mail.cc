@@ -10,8 +10,6 @@
 
 namespace orvek::mail::postfix::mailvek_commands {
 
-namespace po = boost::program_options;
-
 namespace {
 
 std::string optionalText(ProgramOptionsHelper const& helper, char const* option)
@@ -39,17 +37,6 @@ int setAliasCatchall(ProgramOptionsHelper const& helper)
 }
 
 } // namespace
-
-// Deliberate: the description of --email is that of another option.
-void formNotexistingMailOptions(ProgramOptionsHelper& helper)
-{
-    helper.addOptions()                                                 //
-        ("set-catchall", "set a domain catchall address", false)        //
-        ("email", po::value<std::string>(), "domain alias name", false) //
-        ("set-bounce", "set a domain bounce", false)                    //
-        ("phrase", po::value<std::string>(), "phrase", false)           //
-        ("set-reject", "set domain reject flag", false);
-}
 
 int processNotexistingMailnamesOptions(ProgramOptionsHelper const& helper)
 {

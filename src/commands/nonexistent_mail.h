@@ -16,7 +16,6 @@
 
 namespace orvek::mail::postfix::mailvek_commands {
 
-void formNotexistingMailOptions(ProgramOptionsHelper& helper);
 int processNotexistingMailnamesOptions(ProgramOptionsHelper const& helper);
 
 } // namespace orvek::mail::postfix::mailvek_commands

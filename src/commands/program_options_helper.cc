@@ -1,7 +1,6 @@
 #include "commands/program_options_helper.h"
 
 #include "commands/option_error_text.h"
-#include "commands/option_types.h"
 #include "util/uerr.h"
 
 #include <boost/program_options/parsers.hpp>
@@ -79,12 +78,6 @@ void standardOptionsParse(ProgramOptionsHelper& helper, int argc, char** argv)
         uerr << optionErrorText(e) << std::endl;
         helper.usage(1, std::cout);
     }
-}
-
-void formWhitelistOptions(ProgramOptionsHelper& helper)
-{
-    helper.addOptions()("ip-address", po::value<std::string>(), "IPv4 address", true) //
-        ("netmask", po::value<IPv4Mask>(), "netmask", true);
 }
 
 } // namespace orvek::mail::postfix::mailvek_commands

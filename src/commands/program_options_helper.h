@@ -78,9 +78,6 @@ private:
 // Parses; on a bad command line reports, prints the usage and ends the process with 1.
 void standardOptionsParse(ProgramOptionsHelper& helper, int argc, char** argv);
 
-// Adds the address and the mask of the two whitelist commands.
-void formWhitelistOptions(ProgramOptionsHelper& helper);
-
 } // namespace orvek::mail::postfix::mailvek_commands
 
 #endif

@@ -13,8 +13,6 @@
 
 namespace orvek::mail::postfix::mailvek_commands {
 
-namespace po = boost::program_options;
-
 namespace {
 
 constexpr char networks[] = "mynetworks";
@@ -28,22 +26,20 @@ std::string IPNetworkStringAdaptor(Address const& address, Mask mask)
 }
 
 // The network that the options of a whitelist command name.
-std::string parseNetwork(char const* command, int argc, char** argv)
+std::string parseNetwork(int argc, char** argv)
 {
-    ProgramOptionsHelper helper = commandOptions(command);
-    formWhitelistOptions(helper);
-    standardOptionsParse(helper, argc, argv);
-    auto const mask = helper.values()["netmask"].as<IPv4Mask>().value;
-    return IPNetworkStringAdaptor(textOf(helper, "ip-address"), mask);
+    ProgramOptionsHelper const options = parsedOptions(argc, argv);
+    auto const mask = options.values()["netmask"].as<IPv4Mask>().value;
+    return IPNetworkStringAdaptor(textOf(options, "ip-address"), mask);
 }
 
 // The zones of all the options, in their order; none without an option.
-std::vector<std::string> zonesOf(ProgramOptionsHelper const& helper)
+std::vector<std::string> zonesOf(ProgramOptionsHelper const& options)
 {
     std::vector<std::string> zones;
-    if (!isGiven(helper, "maps-zones"))
+    if (!isGiven(options, "maps-zones"))
         return zones;
-    for (auto const& value : helper.values()["maps-zones"].as<std::vector<std::string>>())
+    for (auto const& value : options.values()["maps-zones"].as<std::vector<std::string>>())
         std::ranges::move(splitSimpleList(value), std::back_inserter(zones));
     std::erase(zones, "");
     return zones;
@@ -53,7 +49,7 @@ std::vector<std::string> zonesOf(ProgramOptionsHelper const& helper)
 
 int addWhiteList(int argc, char** argv)
 {
-    std::string const network = parseNetwork("--add-whitelist", argc, argv);
+    std::string const network = parseNetwork(argc, argv);
 
     MainCfManager::getInstance().appendStringValue(networks, network);
     ServiceManager::reloadServer();
@@ -62,7 +58,7 @@ int addWhiteList(int argc, char** argv)
 
 int removeWhiteList(int argc, char** argv)
 {
-    std::string const network = parseNetwork("--remove-whitelist", argc, argv);
+    std::string const network = parseNetwork(argc, argv);
 
     // The loopback network cannot leave the list.
     if (!network.starts_with("127."))
@@ -73,22 +69,20 @@ int removeWhiteList(int argc, char** argv)
 
 int addBadMailFrom(int argc, char** argv)
 {
-    SettingsManager::addBlackDomain(parseDomain("--add-badmailfrom", argc, argv));
+    SettingsManager::addBlackDomain(parseDomain(argc, argv));
     return 0;
 }
 
 int removeBadMailFrom(int argc, char** argv)
 {
-    SettingsManager::removeBlackDomain(parseDomain("--remove-badmailfrom", argc, argv));
+    SettingsManager::removeBlackDomain(parseDomain(argc, argv));
     return 0;
 }
 
 int setMapsProtection(int argc, char** argv)
 {
-    ProgramOptionsHelper helper = commandOptions("--set-maps-protection");
-    helper.addOptions()("maps-zones", po::value<std::vector<std::string>>(), "MAPS zones", false);
-    standardOptionsParse(helper, argc, argv);
-    std::vector<std::string> const zones = zonesOf(helper);
+    ProgramOptionsHelper const options = parsedOptions(argc, argv);
+    std::vector<std::string> const zones = zonesOf(options);
 
     MainCfManager const& main_cf = MainCfManager::getInstance();
     std::vector<std::string> clauses =

@@ -15,26 +15,21 @@ namespace {
 using ForwardChange = void (*)(std::string const& domain, std::string const& mailname,
                                std::string const& address);
 
-int changeRedirect(char const* command, ForwardChange change, int argc, char** argv)
+int changeRedirect(ForwardChange change, int argc, char** argv)
 {
-    ProgramOptionsHelper helper = commandOptions(command);
-    declareMailname(helper);
-    declareText(helper, "redirect-email", "redirect email");
-    standardOptionsParse(helper, argc, argv);
-    std::string const domain = domainOf(helper);
-    std::string const address = emailOf(helper, "redirect-email");
+    ProgramOptionsHelper const options = parsedOptions(argc, argv);
+    std::string const domain = domainOf(options);
+    std::string const address = emailOf(options, "redirect-email");
 
-    change(domain, textOf(helper, "mailname"), address);
+    change(domain, textOf(options, "mailname"), address);
     return 0;
 }
 
-int controlAutoresponder(char const* command, handler_control_t action, int argc, char** argv)
+int controlAutoresponder(handler_control_t action, int argc, char** argv)
 {
-    ProgramOptionsHelper helper = commandOptions(command);
-    declareMailname(helper);
-    standardOptionsParse(helper, argc, argv);
-    std::string const mailname = textOf(helper, "mailname");
-    std::string const domain = domainOf(helper);
+    ProgramOptionsHelper const options = parsedOptions(argc, argv);
+    std::string const mailname = textOf(options, "mailname");
+    std::string const domain = domainOf(options);
 
     return autoresponder_action(mailname.c_str(), domain.c_str(), action);
 }
@@ -46,13 +41,10 @@ struct MailAlias
     std::string alias;
 };
 
-MailAlias parseMailAlias(char const* command, int argc, char** argv)
+MailAlias parseMailAlias(int argc, char** argv)
 {
-    ProgramOptionsHelper helper = commandOptions(command);
-    declareMailname(helper);
-    declareText(helper, "alias", "alias email");
-    standardOptionsParse(helper, argc, argv);
-    return {domainOf(helper), textOf(helper, "mailname"), textOf(helper, "alias")};
+    ProgramOptionsHelper const options = parsedOptions(argc, argv);
+    return {domainOf(options), textOf(options, "mailname"), textOf(options, "alias")};
 }
 
 // The account of the mailname for the alias, and that of the alias for each alias domain.
@@ -72,27 +64,27 @@ bool cloneAccounts(MailAlias const& names, std::vector<std::string> const& alias
 
 int addRedirect(int argc, char** argv)
 {
-    return changeRedirect("--add-redirect", MailnameManager::addForward, argc, argv);
+    return changeRedirect(MailnameManager::addForward, argc, argv);
 }
 
 int removeRedirect(int argc, char** argv)
 {
-    return changeRedirect("--remove-redirect", MailnameManager::removeForward, argc, argv);
+    return changeRedirect(MailnameManager::removeForward, argc, argv);
 }
 
 int addAutoresponder(int argc, char** argv)
 {
-    return controlAutoresponder("--set-autoresponder", HOOK_ENABLE, argc, argv);
+    return controlAutoresponder(HOOK_ENABLE, argc, argv);
 }
 
 int removeAutoresponder(int argc, char** argv)
 {
-    return controlAutoresponder("--reset-autoresponder", HOOK_DISABLE, argc, argv);
+    return controlAutoresponder(HOOK_DISABLE, argc, argv);
 }
 
 int addAlias(int argc, char** argv)
 {
-    MailAlias const names = parseMailAlias("--add-alias", argc, argv);
+    MailAlias const names = parseMailAlias(argc, argv);
 
     MailnameManager::createMailAlias(names.domain, names.mailname, names.alias);
     std::string const mailname = addressOf(names.mailname, names.domain);
@@ -105,7 +97,7 @@ int addAlias(int argc, char** argv)
 
 int removeAlias(int argc, char** argv)
 {
-    MailAlias const names = parseMailAlias("--remove-alias", argc, argv);
+    MailAlias const names = parseMailAlias(argc, argv);
 
     MailnameManager::removeMailAlias(names.domain, names.mailname, names.alias);
     std::string const alias = addressOf(names.alias, names.domain);

@@ -11,8 +11,6 @@
 
 namespace orvek::mail::postfix::mailvek_commands {
 
-namespace po = boost::program_options;
-
 namespace {
 
 using Components = SelectedMailComponents;
@@ -24,17 +22,12 @@ constexpr char courier_service[] = "courier-imap";
 
 constexpr unsigned int smtp_modules = Components::smtp | Components::smtps;
 
-unsigned int selectedComponents(char const* command, int argc, char** argv)
+unsigned int selectedComponents(int argc, char** argv)
 {
-    ProgramOptionsHelper helper = commandOptions(command);
-    helper.addOptions()("mail-component", po::value<SelectedMailComponents>(),
-                        "mail component name "
-                        "(mta|smtp|smtps|submission|pop3|imap|pop3s|imaps|all) (default all)",
-                        false);
-    standardOptionsParse(helper, argc, argv);
+    ProgramOptionsHelper const options = parsedOptions(argc, argv);
     // What is given names one component at least.
-    return isGiven(helper, "mail-component")
-               ? helper.values()["mail-component"].as<SelectedMailComponents>().mask
+    return isGiven(options, "mail-component")
+               ? options.values()["mail-component"].as<SelectedMailComponents>().mask
                : Components::all;
 }
 
@@ -121,7 +114,7 @@ int reloadFor(bool reload)
 
 int startService(int argc, char** argv)
 {
-    unsigned int const mask = selectedComponents("--start-service", argc, argv);
+    unsigned int const mask = selectedComponents(argc, argv);
     bool const reload = checkEnablePostfixModules(mask);
     int const status = mask & Components::mta ? statusOf(ServiceManager::startServer) : 0;
     if (reload)
@@ -131,21 +124,21 @@ int startService(int argc, char** argv)
 
 int stopService(int argc, char** argv)
 {
-    unsigned int const mask = selectedComponents("--stop-service", argc, argv);
+    unsigned int const mask = selectedComponents(argc, argv);
     bool const reload = checkDisablePostfixModules(mask);
     return changeServices(mask, reload, ServiceManager::stopServer, "stop");
 }
 
 int restartService(int argc, char** argv)
 {
-    unsigned int const mask = selectedComponents("--restart-service", argc, argv);
+    unsigned int const mask = selectedComponents(argc, argv);
     bool const reload = checkEnablePostfixModules(mask);
     return changeServices(mask, reload, ServiceManager::restartServer, "restart");
 }
 
 int reloadService(int argc, char** argv)
 {
-    unsigned int const mask = selectedComponents("--reload-service", argc, argv);
+    unsigned int const mask = selectedComponents(argc, argv);
     int const status = mask & Components::mta ? statusOf(ServiceManager::reloadServer) : 0;
     return courierStatus(mask, "reload", status);
 }
@@ -153,7 +146,7 @@ int reloadService(int argc, char** argv)
 // Deliberate: a success whatever was found; the lines alone carry the answer.
 int statusService(int argc, char** argv)
 {
-    unsigned int const mask = selectedComponents("--status-service", argc, argv);
+    unsigned int const mask = selectedComponents(argc, argv);
     if (mask & Components::mta) {
         fputs("mta ", stdout);
         print_status(ServiceManager::statusServer(0));

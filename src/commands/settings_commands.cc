@@ -16,8 +16,6 @@
 
 namespace orvek::mail::postfix::mailvek_commands {
 
-namespace po = boost::program_options;
-
 namespace {
 
 // Deliberate: the refusal says twice that it is not supported.
@@ -31,10 +29,10 @@ namespace {
 class SpfValue
 {
 public:
-    SpfValue(ProgramOptionsHelper const& helper, char const* option)
+    SpfValue(ProgramOptionsHelper const& options, char const* option)
     {
-        if (isGiven(helper, option))
-            value = textOf(helper, option);
+        if (isGiven(options, option))
+            value = textOf(options, option);
         if (value == "-")
             value->clear();
     }
@@ -58,22 +56,13 @@ int printLimit(char const* parameter)
 
 int setMailParams(int argc, char** argv)
 {
-    ProgramOptionsHelper helper = commandOptions("--set-mail-params");
-    helper.addOptions()                                                                   //
-        ("relayclient", "whether to enable mail relaying (disabled by default)", false)   //
-        ("smtpauth", "whether to enable SMTP authorization (disabled by default)", false) //
-        ("popauth", "whether to enable POP3 before SMTP authorization (disabled by default)",
-         false) //
-        ("poplock-time", po::value<short>()->default_value(-1), "POP3 authorization validity time",
-         false) //
-        ("shortnames", "whether to enable short names (legacy, not supported)", false);
-    standardOptionsParse(helper, argc, argv);
-    bool const relayClient = isGiven(helper, "relayclient");
-    bool const smtpAuth = isGiven(helper, "smtpauth");
-    bool const popAuth = isGiven(helper, "popauth");
-    auto const poplockTime = helper.values()["poplock-time"].as<short>();
+    ProgramOptionsHelper const options = parsedOptions(argc, argv);
+    bool const relayClient = isGiven(options, "relayclient");
+    bool const smtpAuth = isGiven(options, "smtpauth");
+    bool const popAuth = isGiven(options, "popauth");
+    auto const poplockTime = options.values()["poplock-time"].as<short>();
 
-    if (isGiven(helper, "shortnames"))
+    if (isGiven(options, "shortnames"))
         refuseShortNames();
     if (set_courier_params(relayClient, popAuth, poplockTime, 0) != 0)
         return 1;
@@ -88,27 +77,19 @@ int setMailParams(int argc, char** argv)
 
 int updateSPF(int argc, char** argv)
 {
-    ProgramOptionsHelper helper = commandOptions("--update-spf");
-    helper.addOptions()                                                   //
-        ("spf-behavior", po::value<std::string>(), "SPF behavior", false) //
-        ("spf-rules", po::value<std::string>(), "SPF rules", false)       //
-        ("spf-guess", po::value<std::string>(), "SPF guess", false)       //
-        ("spf-exp", po::value<std::string>(), "SPF exp", false);
-    standardOptionsParse(helper, argc, argv);
-    SpfValue const behavior(helper, "spf-behavior");
-    SpfValue const rules(helper, "spf-rules");
-    SpfValue const guess(helper, "spf-guess");
-    SpfValue const exp(helper, "spf-exp");
+    ProgramOptionsHelper const options = parsedOptions(argc, argv);
+    SpfValue const behavior(options, "spf-behavior");
+    SpfValue const rules(options, "spf-rules");
+    SpfValue const guess(options, "spf-guess");
+    SpfValue const exp(options, "spf-exp");
 
     return update_spf(behavior.get(), rules.get(), guess.get(), exp.get()) != 0 ? 1 : 0;
 }
 
 int setMaxLetterSize(int argc, char** argv)
 {
-    ProgramOptionsHelper helper = commandOptions("--set-max-letter-size");
-    helper.addOptions()("size", po::value<long>(), "letter size", true);
-    standardOptionsParse(helper, argc, argv);
-    long size = helper.values()["size"].as<long>();
+    ProgramOptionsHelper const options = parsedOptions(argc, argv);
+    long size = options.values()["size"].as<long>();
 
     if (size == 0)
         size = SettingsManager::getMailboxSizeLimit();
@@ -129,12 +110,9 @@ int getMailboxLimit(int, char**)
 
 int setAccountsFormat(int argc, char** argv)
 {
-    ProgramOptionsHelper helper = commandOptions("--set-accounts-format");
-    helper.addOptions()("account-format", po::value<ShortnameFormat>(),
-                        "Accounts format (currently only compound supported)", true);
-    standardOptionsParse(helper, argc, argv);
+    ProgramOptionsHelper const options = parsedOptions(argc, argv);
 
-    if (helper.values()["account-format"].as<ShortnameFormat>().value)
+    if (options.values()["account-format"].as<ShortnameFormat>().value)
         refuseShortNames();
     // Deliberate: the result is the exit status as it stands, so that -1 becomes 255.
     return set_courier_shortnames_params(0);

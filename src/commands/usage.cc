@@ -1,6 +1,6 @@
 #include "commands/usage.h"
 
-#include "commands/command_texts.h"
+#include "commands/command_table.h"
 #include "commands/handlers.h"
 
 #include <algorithm>
@@ -15,7 +15,7 @@ namespace {
 size_t longestName()
 {
     size_t longest = 0;
-    for (auto const& row : commandTexts())
+    for (auto const& row : commandTable())
         longest = std::max(longest, row.name.size());
     return longest;
 }
@@ -35,7 +35,7 @@ void usageCommands(int exitCode, std::ostream& out)
 {
     auto const width = static_cast<int>(longestName() + 2);
     out << "Mailvek commands:\n" << std::left;
-    for (auto const& row : commandTexts())
+    for (auto const& row : commandTable())
         out << std::setw(width) << row.name << row.description << '\n';
     exit(exitCode);
 }
@@ -44,7 +44,7 @@ void usageLegacy(int exitCode, std::ostream& out)
 {
     // The blank at the end of the first line belongs to it.
     out << "Usage: mailvek [OPTIONS]... \n";
-    for (auto const& row : commandTexts())
+    for (auto const& row : commandTable())
         out << "  " << row.name << ' ' << row.arguments << "\n        " << row.description << '\n';
     exit(exitCode);
 }

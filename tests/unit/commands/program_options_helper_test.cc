@@ -59,23 +59,6 @@ void expectRefused(ChildRun const& run, std::string const& message)
     EXPECT_EQ(run.out, message + "\n" + domain_usage);
 }
 
-// The whitelist's options with this mask; 2 is for what the standard catch lets pass.
-ChildRun whitelist(std::string const& mask)
-{
-    return inChild([&] {
-        ProgramOptionsHelper helper("add a network to whitelist", "--add-whitelist");
-        formWhitelistOptions(helper);
-        CommandLine line({"--add-whitelist", "--ip-address=192.0.2.0", "--netmask", mask});
-        try {
-            standardOptionsParse(helper, line.argc(), line.argv());
-        } catch (std::exception const& e) {
-            orvek::reportException<std::exception>(e);
-            return 2;
-        }
-        return 0;
-    });
-}
-
 } // namespace
 
 TEST(MissingMandatoryOption, NamesTheOptionAndIsALibraryError)
@@ -272,65 +255,6 @@ TEST(OptionsParse, GivesAValueOfAnyBytesAndAnyLengthAsItStands)
     std::string const value = std::string(100000, '\xff') + "\n%n%s%value%";
     EXPECT_EQ(addDomain({"--add-domain", "--domain-name", value}).out, "[" + value + "]quiet");
     EXPECT_EQ(addDomain({"--add-domain", "--domain-name=" + value}).out, "[" + value + "]quiet");
-}
-
-TEST(WhitelistOptions, AreAnAddressAndAMaskBothMandatory)
-{
-    ProgramOptionsHelper helper("add a network to whitelist",
-                                "--add-whitelist --ip-address=<ip_address> --netmask=<netmask>");
-    formWhitelistOptions(helper);
-    CommandLine line({"--add-whitelist", "--ip-address=192.0.2.0", "--netmask=24"});
-    helper.parse(line.argc(), line.argv());
-    EXPECT_EQ(helper.values()["ip-address"].as<std::string>(), "192.0.2.0");
-    EXPECT_EQ(helper.values()["netmask"].as<IPv4Mask>().value, 24);
-}
-
-TEST(WhitelistOptions, ShowTheirDescriptionsInTheUsage)
-{
-    auto const run = inChild([]() -> int {
-        ProgramOptionsHelper helper("add a network to whitelist", "--add-whitelist");
-        formWhitelistOptions(helper);
-        CommandLine line({"--add-whitelist", "--help"});
-        standardOptionsParse(helper, line.argc(), line.argv());
-        return 1;
-    });
-    EXPECT_EQ(run.status, 0);
-    EXPECT_EQ(run.out, "add a network to whitelist\n"
-                       "Usage: --add-whitelist\n"
-                       "Allowed options to add a network to whitelist:\n"
-                       "  --ip-address arg      IPv4 address (mandatory)\n"
-                       "  --netmask arg         netmask (mandatory)\n"
-                       "  -h [ --help ]         displays this help message\n\n");
-}
-
-TEST(WhitelistOptions, NameTheMaskFirstWhenBothAreMissing)
-{
-    ProgramOptionsHelper helper("add a network to whitelist", "--add-whitelist");
-    formWhitelistOptions(helper);
-    CommandLine line({"--add-whitelist"});
-    try {
-        helper.parse(line.argc(), line.argv());
-        ADD_FAILURE() << "accepted";
-    } catch (MissingMandatoryOption const& e) {
-        EXPECT_STREQ(e.what(), "mandatory option \"--netmask\" is not specified");
-    }
-}
-
-TEST(WhitelistOptions, RefuseAPrefixThatIsTooLongLikeAnyBadOption)
-{
-    auto const run = whitelist("33");
-    EXPECT_EQ(run.status, 1);
-    EXPECT_EQ(run.err, "the argument ('33') for option '--netmask' is invalid\n");
-    EXPECT_EQ(run.out.find(run.err + "add a network to whitelist\nUsage: --add-whitelist\n"), 0U);
-}
-
-TEST(WhitelistOptions, LetAMaskThatIsNoNumberPassTheStandardCatchWithTheTypeThatBoostMade)
-{
-    auto const run = whitelist("x");
-    EXPECT_EQ(run.status, 2);
-    EXPECT_EQ(run.err, "Fatal error: boost::wrapexcept<boost::bad_lexical_cast>(bad lexical cast: "
-                       "source type value could not be interpreted as target)\n");
-    EXPECT_EQ(run.out, run.err);
 }
 
 TEST(OptionsValues, AreABadCastWhenTheyWereNotStored)
