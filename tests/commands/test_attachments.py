@@ -179,7 +179,7 @@ def test_a_domain_without_an_ascii_form_is_a_fatal_error(command):
     assert "IdnaError" in ended.err
 
 
-def test_the_domain_is_converted_before_anything_is_said_about_the_mailnames():
+def test_the_domain_is_converted_before_mailnames_are_reported():
     for words in (options(domain_name="x" * 64) + ["--mail-all"], options(domain_name="x" * 64, mailname=None)):
         report = "Fatal error: orvek::idn::IdnaError(Invalid length)\n"
         assert outcome(mailvek("--list-attachments", *words)) == (1, report, report)

@@ -65,7 +65,7 @@ def require_as_typed(phrases):
     assert wrong == {}
 
 
-def test_each_printable_byte_arrives_as_typed_at_the_start_in_the_middle_and_at_the_end():
+def test_each_printable_byte_arrives_as_typed_wherever_it_stands():
     require_as_typed([f"{byte} x{byte}y {byte}{byte}" for byte in PRINTABLE])
 
 
@@ -73,7 +73,7 @@ def test_each_printable_byte_arrives_as_typed_alone():
     require_as_typed([byte for byte in PRINTABLE])
 
 
-def test_phrases_with_everything_that_means_something_to_a_shell_arrive_as_typed():
+def test_phrases_full_of_shell_syntax_arrive_as_typed():
     require_as_typed(TEXTS)
 
 
@@ -85,7 +85,7 @@ def test_without_a_phrase_the_program_has_no_argument():
     assert arguments_for([""]) == [[]]
 
 
-def test_a_tab_arrives_as_a_blank_which_the_mail_server_makes_of_it():
+def test_the_mail_server_makes_a_tab_a_blank():
     assert arguments_for(["one\ttwo"]) == [["one two"]]
 
 

@@ -44,7 +44,7 @@ def changed(file, tmp_path, *replaced):
 # ------------------------------------------------------------------------ held by the help
 
 
-def test_the_manual_page_and_the_completion_say_what_the_help_says():
+def test_manual_page_and_completion_say_what_the_help_says():
     with nothing_changes():
         assert checked() == []
 
@@ -157,7 +157,7 @@ def test_files_are_offered(option, tmp_path):
     assert sorted(completed(command, option, "=", "a", cwd=tmp_path)) == ["a key", "another"]
 
 
-def test_nothing_is_offered_behind_a_command_without_options_or_an_unknown_one():
+def test_commands_without_options_and_unknown_ones_offer_nothing():
     for command in ("--stop-smtpd", "-o", "--features", "--help", "foo", ""):
         assert completed(command, "") == []
 

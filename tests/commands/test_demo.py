@@ -23,14 +23,14 @@ def held(lines):
     return tuple(int(number) for number in LAST_LINE.match(lines[-1]).groups())
 
 
-def test_every_step_of_the_demo_holds_and_its_last_line_says_so():
+def test_every_step_of_the_demo_holds():
     ended, lines = demo()
     good, steps = held(lines)
     assert ended.status == 0 and broken(lines) == [], ended
     assert good == steps == sum(line.startswith(" holds  ") for line in lines) > 50
 
 
-def test_steps_that_do_not_hold_are_told_and_counted_and_the_others_go_on():
+def test_failing_steps_are_told_and_counted_and_others_go_on():
     spy("/usr/sbin/authtest", Rule(exit=0))  # lets everybody in
     ended, lines = demo()
     good, steps = held(lines)
@@ -39,7 +39,7 @@ def test_steps_that_do_not_hold_are_told_and_counted_and_the_others_go_on():
     assert steps > 50
 
 
-def test_a_part_that_cannot_go_on_is_a_step_that_does_not_hold():
+def test_a_part_that_breaks_off_is_a_failing_step():
     spy("/usr/sbin/postmap", Rule(exit=1, err="postmap: fatal: no\n"))
     ended, lines = demo()
     good, steps = held(lines)

@@ -47,14 +47,14 @@ def aliased():
 # ------------------------------------------------------------------------------- alias domains
 
 
-def test_hooks_and_key_of_an_alias_domain_are_there_before_its_accounts_fail():
+def test_an_alias_domain_has_hooks_and_key_before_accounts_fail():
     without_accounts()
     failed(*ADD, "--set-catchall", f"--email={ANNA}", saying=f"Unable to clone auth record for {ANNA}\n")
     assert is_alias(ALIAS) and has_key(ALIAS) and f"recipient/anna@{ALIAS}" in hooks()
     assert f"@{ALIAS}" not in postmap("virtual")
 
 
-def test_hooks_and_key_of_an_alias_domain_are_gone_before_its_accounts_fail():
+def test_an_alias_domain_loses_hooks_and_key_before_accounts_fail():
     aliased()
     without_accounts()
     failed(*DELETE, saying=f"Unable to remove domain {ALIAS} from auth database\n")
@@ -62,7 +62,7 @@ def test_hooks_and_key_of_an_alias_domain_are_gone_before_its_accounts_fail():
     assert f"anna@{ALIAS}" in auth_rows()
 
 
-def test_hooks_and_key_of_an_alias_domain_have_their_new_name_before_its_accounts_fail():
+def test_hooks_and_key_are_renamed_before_an_alias_domains_accounts():
     aliased()
     before = auth_rows()
     without_accounts()
@@ -72,20 +72,20 @@ def test_hooks_and_key_of_an_alias_domain_have_their_new_name_before_its_account
     assert auth_rows() == before
 
 
-def test_a_key_that_cannot_be_removed_is_no_failure_of_the_removal():
+def test_a_removal_succeeds_though_the_key_stays():
     ended = mailvek("--del-domain-alias", AT, f"--domain-alias-name={KEYLESS}")
     assert ended.status == 0 and "WARNING" not in ended.err, ended
     assert ended.err.startswith(f"Domain name '{KEYLESS}' cannot be stored in /etc/domainkeys\n")
 
 
-def test_an_old_key_that_cannot_be_removed_is_no_failure_of_the_rename():
+def test_a_rename_succeeds_though_the_old_key_stays():
     ended = mailvek("--rename-domain-alias", AT, f"--old-domain-alias-name={KEYLESS}",
                     f"--new-domain-alias-name={NEW}", "--set-reject")
     assert ended.status == 0 and "WARNING" not in ended.err, ended
     assert f"anna@{NEW}" in auth_rows()
 
 
-def test_the_warnings_of_a_rename_are_on_both_streams_in_their_order():
+def test_a_renames_warnings_are_on_both_streams_in_order():
     aliased()
     damage_hooks()
     ended = mailvek("--rename-domain-alias", AT, f"--old-domain-alias-name={ALIAS}",
@@ -97,7 +97,7 @@ def test_the_warnings_of_a_rename_are_on_both_streams_in_their_order():
     assert ended.status == 0 and not has_key(ALIAS)
 
 
-def test_an_empty_address_of_a_catch_all_is_a_missing_option_behind_the_alias():
+def test_an_empty_catch_all_address_fails_after_the_alias():
     text = ("Fatal error: orvek::mail::postfix::mailvek_commands::MissingMandatoryOption"
             '(mandatory option "--email" is not specified)\n')
     ended = failed(*ADD, "--set-catchall", "--email", "")
@@ -110,7 +110,7 @@ def test_a_word_behind_a_flag_is_no_phrase():
     assert postmap("aliases") == {f"_orvek_bounce_{ALIAS}": '"|/usr/lib64/orvek-9.0/bouncemessage"'}
 
 
-def test_a_rename_fails_by_the_name_of_the_alias_before_it_misses_an_address():
+def test_a_rename_misses_the_alias_before_the_address():
     aliased()
     ended = failed(*RENAME, "--set-catchall", saying="bad_any_cast")
     assert "--email" not in ended.err
@@ -120,7 +120,7 @@ def test_a_rename_fails_by_the_name_of_the_alias_before_it_misses_an_address():
 # ------------------------------------------------------------------------------- lists of keys
 
 
-def test_a_list_with_one_bad_domain_installs_the_others_keeps_the_upload_and_fails():
+def test_one_bad_domain_fails_but_the_others_get_keys():
     write(UPLOAD, "another key\n")
     report = f"Domain name '{KEYLESS}' cannot be stored in /etc/domainkeys\n"
     ended = failed("--set-domain-key", f"--domain-name={ALIAS},{KEYLESS},{NEW}", f"--file-name={UPLOAD}")
@@ -131,13 +131,13 @@ def test_a_list_with_one_bad_domain_installs_the_others_keeps_the_upload_and_fai
     assert read(UPLOAD) == "another key\n"
 
 
-def test_an_upload_that_is_not_there_is_told_before_any_domain_is_looked_at():
+def test_a_missing_upload_is_told_before_any_domain():
     report = "No source file '/root/absent': No such file or directory\nSystem error 2: No such file or directory\n"
     ended = failed("--set-domain-key", f"--domain-name={KEYLESS},{ALIAS}", "--file-name=/root/absent")
     assert (ended.out, ended.err) == (report, report) and not has_key(ALIAS)
 
 
-def test_a_list_with_one_bad_domain_removes_the_others_and_fails():
+def test_one_bad_domain_fails_but_the_others_lose_keys():
     write(UPLOAD, "another key\n")
     done("--set-domain-key", f"--domain-name={ALIAS}", f"--file-name={UPLOAD}")
     failed("--remove-domain-key", f"--domain-name={DOMAIN},{KEYLESS},{ALIAS}")

@@ -42,7 +42,7 @@ def account(mailname, domain=DOMAIN):
 # ------------------------------------------------------------------------------ --add-domain
 
 
-def test_a_domain_gets_its_directory_its_record_and_the_standard_addresses():
+def test_a_domain_gets_directory_record_and_standard_addresses():
     add()
     assert described(f"{MAILNAMES}/{DOMAIN}") == "d 0750 popuser:popuser"
     assert postmap("virtual_domains") == ENABLED
@@ -50,7 +50,7 @@ def test_a_domain_gets_its_directory_its_record_and_the_standard_addresses():
     assert postmap("vmailbox") == {} and auth_domains() == {}
 
 
-def test_the_maps_are_changed_in_the_order_given_with_these_arguments():
+def test_the_maps_change_in_order_with_these_arguments():
     spy(POSTMAP)
     add()
     assert [call.argv[1:] for call in calls(POSTMAP)] == [
@@ -83,7 +83,7 @@ def test_an_internationalised_domain_is_kept_in_its_ascii_form():
     assert os.path.isdir(f"{MAILNAMES}/xn--mller-kva.test")
 
 
-def test_a_quota_is_given_to_the_mailboxes_that_have_none_of_their_own():
+def test_a_quota_goes_to_mailboxes_without_their_own():
     panel_mailname(f"anna@{DOMAIN}")
     panel_mailname(f"bertha@{DOMAIN}", quota=777)
     add()
@@ -102,7 +102,7 @@ def test_without_a_quota_none_is_set():
     assert quota_of("anna", 50000)
 
 
-def test_a_quota_that_is_no_number_is_refused_and_changes_nothing():
+def test_a_quota_without_number_changes_nothing():
     with nothing_changes():
         ended = mailvek("--add-domain", f"--domain-name={DOMAIN}", "--disk-quota=abc")
     assert ended.status == 1 and "disk-quota" in ended.err
@@ -122,7 +122,7 @@ def test_a_failing_map_leaves_the_directory():
     assert postmap("virtual") == postmap("virtual_domains") == {}
 
 
-def test_a_quota_that_cannot_be_set_ends_the_command_before_the_maps():
+def test_a_failed_quota_ends_the_command_before_the_maps():
     stop("mariadb")
     failed("--add-domain", f"--domain-name={DOMAIN}", "--disk-quota=5", saying="unable to store domain quota")
     assert os.path.isdir(f"{MAILNAMES}/{DOMAIN}")
@@ -174,7 +174,7 @@ def test_accounts_that_cannot_be_removed_keep_the_domain():
     assert os.path.isdir(f"{MAILNAMES}/{DOMAIN}/anna") and f"recipient/anna@{DOMAIN}" in hooks()
 
 
-def test_without_the_panels_database_only_the_accounts_of_the_domain_go():
+def test_without_the_panel_only_the_domains_accounts_go():
     populated()
     stop("mariadb")
     ended = mailvek("--remove-domain", f"--domain-name={DOMAIN}")

@@ -76,7 +76,7 @@ def test_maps_whose_directory_cannot_be_written_stay_as_they_are():
     assert maps() == before and os.path.isdir(f"{MAILNAMES}/{NEW}")
 
 
-def test_a_domain_that_cannot_leave_the_second_map_has_left_the_first():
+def test_a_domain_stuck_in_the_second_map_left_the_first():
     map_fails("vmailbox")
     failed("--remove-domain", AT, saying="postmap: fatal: no")
     found = maps()
@@ -87,7 +87,7 @@ def test_a_domain_that_cannot_leave_the_second_map_has_left_the_first():
 
 @pytest.mark.parametrize("command, statuses", [("--turn-off-domain", {DOMAIN: 1, ALIAS: 0}),
                                                ("--turn-on-domain", {DOMAIN: 0, ALIAS: 0})])
-def test_without_the_panels_database_a_domain_is_switched_among_the_accounts_alone(command, statuses):
+def test_without_the_panel_only_the_accounts_know_the_switch(command, statuses):
     before = maps(), hooks()
     stop("mariadb")
     failed(command, AT, saying=f"Unable to get aliases for domain {DOMAIN}")
@@ -95,7 +95,7 @@ def test_without_the_panels_database_a_domain_is_switched_among_the_accounts_alo
 
 
 @pytest.mark.parametrize("command", ["--turn-off-domain", "--turn-on-domain"])
-def test_a_domain_is_switched_in_the_first_map_when_the_second_fails(command):
+def test_the_first_map_is_switched_when_the_second_fails(command):
     if command == "--turn-on-domain":
         done("--turn-off-domain", AT)
     before = hooks()
@@ -115,7 +115,7 @@ def test_a_quota_that_cannot_be_written_is_a_failure(arguments):
     assert read(f"{HOME}/Maildir/maildirsize") == before
 
 
-def test_a_quota_that_cannot_be_set_leaves_the_alias_that_a_domain_was():
+def test_a_failed_quota_leaves_the_alias_a_domain_was():
     alias = {NEW: "1", f"anna@{NEW}": ANNA}
     add_records("virtual", alias)
     stop("mariadb")
@@ -129,7 +129,7 @@ SWITCHES = [("--remove-domain", "DELETE", "remove auth record"),
 
 
 @pytest.mark.parametrize("command, event, words", SWITCHES)
-def test_accounts_of_a_domain_that_stay_are_told_and_keep_all_else(command, event, words):
+def test_accounts_that_stay_are_told_and_keep_the_rest(command, event, words):
     before = state()
     accounts_stay(event, "domains")
     failed(command, AT, saying=f"Unable to {words} for domain {DOMAIN}\n")
@@ -137,7 +137,7 @@ def test_accounts_of_a_domain_that_stay_are_told_and_keep_all_else(command, even
 
 
 @pytest.mark.parametrize("command, event, words", SWITCHES)
-def test_the_accounts_of_the_domain_change_before_those_of_an_alias_domain(command, event, words):
+def test_the_domains_accounts_change_before_an_alias_domains(command, event, words):
     if command == "--turn-on-domain":
         done("--turn-off-domain", AT)
     before, accounts = (maps(), hooks()), auth_domains()
@@ -151,7 +151,7 @@ def test_the_accounts_of_the_domain_change_before_those_of_an_alias_domain(comma
 # ------------------------------------------------------------------------------- mailnames
 
 
-def test_a_quota_that_cannot_be_looked_up_ends_behind_the_delivery_file():
+def test_a_failed_quota_query_ends_after_the_delivery_file():
     stop("mariadb")
     failed("--add-mailname", AT, "--mailname=bertha", saying="unable to remove quota")
     assert read(f"{MAILNAMES}/{DOMAIN}/bertha/.qmail") == "| true\n"
@@ -165,7 +165,7 @@ def test_accounts_of_a_mailname_that_stay_keep_all_else():
     assert state() == before
 
 
-def test_mail_aliases_that_cannot_be_listed_are_a_failure_behind_the_removal_and_its_hooks():
+def test_unreadable_mail_aliases_fail_after_removal_and_hooks():
     add_hook(f"ann@{DOMAIN}")
     with concurrent.futures.ThreadPoolExecutor() as pool:
         with flock_held(MAPS):
@@ -179,7 +179,7 @@ def test_mail_aliases_that_cannot_be_listed_are_a_failure_behind_the_removal_and
     assert hooks() == [f"recipient/ann@{DOMAIN}"]
 
 
-def test_a_mailbox_whose_record_cannot_be_renamed_keeps_its_name_everywhere():
+def test_a_mailbox_keeps_its_name_when_its_record_stays():
     before = state()
     map_fails("vmailbox")
     failed("--rename-mailname", AT, "--old-mailname=anna", "--new-mailname=anita", env=PLAIN,
@@ -187,7 +187,7 @@ def test_a_mailbox_whose_record_cannot_be_renamed_keeps_its_name_everywhere():
     assert state() == before
 
 
-def test_a_rename_that_fails_under_an_alias_domain_stands_under_those_before_it():
+def test_a_failed_rename_stands_under_the_earlier_alias_domains():
     panel_domain_alias(DOMAIN, NEW)
     done("--set-password", *NAMES, env=PLAIN)
     auth_sql("INSERT INTO users (dom_id, name, userPassword) "
@@ -198,7 +198,7 @@ def test_a_rename_that_fails_under_an_alias_domain_stands_under_those_before_it(
     assert hooks() == [f"recipient/{ANNA}"]
 
 
-def test_without_the_panels_database_a_mailbox_has_the_account_of_the_domain_alone():
+def test_without_the_panel_a_mailbox_has_the_domains_account_only():
     for name in ("anna", "ann"):
         auth_sql("DELETE FROM users WHERE name = ?", name)
     stop("mariadb")
@@ -214,7 +214,7 @@ def test_a_delivery_file_that_cannot_be_changed_keeps_the_accounts():
 
 
 @pytest.mark.parametrize("command", ["--remove-mailbox", "--remove-mailname"])
-def test_without_the_panels_database_the_account_of_the_domain_alone_goes(command):
+def test_without_the_panel_only_the_domains_account_goes(command):
     before = maps(), hooks()
     stop("mariadb")
     failed(command, *NAMES)
@@ -229,7 +229,7 @@ def test_a_password_that_cannot_be_set_leaves_the_old_one():
     assert auth_rows()[ANNA][0] == "secret"
 
 
-def test_a_rename_without_a_password_ends_behind_the_maps_when_the_accounts_cannot_go():
+def test_a_passwordless_rename_with_stuck_accounts_ends_after_the_maps():
     accounts_stay("DELETE", "users")
     failed("--rename-mailname", AT, "--old-mailname=anna", "--new-mailname=anita", saying="refused")
     assert f"anita@{DOMAIN}" in postmap("vmailbox") and os.path.isdir(f"{MAILNAMES}/{DOMAIN}/anita")
@@ -258,7 +258,7 @@ def test_a_redirect_that_cannot_be_removed_stays():
     assert "&b@example.org\n" in read(f"{HOME}/.qmail")
 
 
-def test_a_mail_alias_that_cannot_leave_the_map_keeps_its_hooks_and_accounts():
+def test_a_mail_alias_stuck_in_the_map_keeps_hooks_accounts():
     add_hook(f"ann@{DOMAIN}")
     before = state()
     map_fails("virtual")
@@ -266,20 +266,20 @@ def test_a_mail_alias_that_cannot_leave_the_map_keeps_its_hooks_and_accounts():
     assert state() == before
 
 
-def test_a_mail_alias_whose_accounts_cannot_be_made_has_its_hooks():
+def test_a_mail_alias_has_hooks_though_its_accounts_fail():
     accounts_stay("INSERT", "users")
     failed("--add-alias", *NAMES, "--alias=annie", saying="refused")
     assert hooks() == [f"recipient/{ANNA}", f"recipient/annie@{DOMAIN}"]
 
 
-def test_a_mail_alias_whose_accounts_cannot_go_has_lost_its_hooks():
+def test_a_mail_alias_loses_its_hooks_though_accounts_stay():
     add_hook(f"ann@{DOMAIN}")
     accounts_stay("DELETE", "users")
     failed("--remove-alias", *NAMES, "--alias=ann", saying="refused")
     assert hooks() == [f"recipient/{ANNA}"] and f"ann@{DOMAIN}" in auth_rows()
 
 
-def test_without_the_panels_database_a_mail_alias_is_removed_under_the_domain_alone():
+def test_without_the_panel_only_the_domains_mail_alias_goes():
     stop("mariadb")
     failed("--remove-alias", *NAMES, "--alias=ann")
     assert f"ann@{DOMAIN}" not in postmap("virtual") and f"ann@{ALIAS}" in postmap("virtual")
@@ -313,7 +313,7 @@ def test_a_catch_all_that_cannot_be_changed_stays(arguments):
     assert maps() == before
 
 
-def test_without_the_panels_database_the_bounce_and_the_catch_all_of_the_domain_alone_change():
+def test_without_the_panel_only_the_domain_changes_unknown_names():
     stop("mariadb")
     assert mailvek("--set-bounce", AT).status == 0
     assert postmap("virtual")[f"@{DOMAIN}"] == f"_orvek_bounce_{DOMAIN}@{LOCAL}"
@@ -329,7 +329,7 @@ RENAME = ("--rename-domain-alias", AT, f"--old-domain-alias-name={ALIAS}", f"--n
           "--set-reject")
 
 
-def test_an_alias_domain_that_cannot_be_renamed_in_the_map_keeps_all_it_has():
+def test_an_alias_domain_stuck_in_the_map_keeps_everything():
     before = state()
     map_fails("virtual")
     failed(*RENAME, saying="postmap: fatal: no")
@@ -343,7 +343,7 @@ def test_old_accounts_that_cannot_go_stay_beside_the_new_ones():
     assert NEW in postmap("virtual") and ALIAS not in postmap("virtual")
 
 
-def test_a_catch_all_that_cannot_be_written_ends_it_behind_the_accounts():
+def test_a_failed_catch_all_ends_it_after_the_accounts():
     # The two additions of the alias domain's names, and then its catch-all.
     spy(POSTMAP, Rule(times=2), Rule(exit=1, err="postmap: fatal: no\n"))
     failed("--add-domain-alias", AT, f"--domain-alias-name={NEW}", "--set-catchall", f"--email={ANNA}",

@@ -90,7 +90,7 @@ CHANGES = [
 
 
 @pytest.mark.parametrize("arguments", CHANGES, ids=lambda arguments: arguments[0])
-def test_a_domain_in_another_script_is_the_one_of_its_ascii_form(populated, arguments):
+def test_a_domain_in_another_script_equals_its_ascii_form(populated, arguments):
     before = state()
     done(*arguments, env={"ORV_PASSWORD": "another"})
     after = state()
@@ -108,7 +108,7 @@ def test_what_is_undone_in_another_script_is_undone(populated):
     assert state() == before
 
 
-def test_the_size_of_a_mailbox_is_asked_for_in_another_script(populated):
+def test_a_mailboxs_size_is_asked_for_in_another_script(populated):
     size = mailvek("--get-mailbox-size", f"--domain-name={DOMAIN}", "--mailname=anna").out
     assert int(size) > 0
     done("--get-mailbox-size", *NAMES, out=size)
@@ -177,7 +177,7 @@ def no_local_part(name):
     return f"Fatal error: std::invalid_argument({name})\n"
 
 
-def test_a_domain_that_has_no_ascii_form_is_refused_by_each_command_before_anything_changes():
+def test_each_command_refuses_a_domain_without_an_ascii_form():
     # An alias domain is removed by its own name alone.
     unused = [("--del-domain-alias", "domain-name")]
     tried = [(command, option) for command in COMMANDS for option in options_of(command, DOMAIN_OPTIONS)
@@ -191,7 +191,7 @@ def test_a_domain_that_has_no_ascii_form_is_refused_by_each_command_before_anyth
             refused(command, NO_DOMAIN, **{option: f"b@{UNCONVERTIBLE}"})
 
 
-def test_a_local_part_that_is_none_is_refused_by_each_command_before_anything_changes():
+def test_each_command_refuses_an_invalid_local_part():
     assert len(CHECKED) == 8
     with nothing_changes():
         for command in CHECKED:
@@ -199,20 +199,20 @@ def test_a_local_part_that_is_none_is_refused_by_each_command_before_anything_ch
                 refused(command, no_local_part("../x"), **{option: "../x"})
 
 
-def test_the_domain_is_looked_at_before_the_local_part_and_the_old_one_before_the_new():
+def test_domain_precedes_local_part_and_old_precedes_new():
     for command in CHECKED:
         bad = {option: "a..b" for option in options_of(command, LOCAL_PARTS)}
         refused(command, NO_DOMAIN, domain_name=UNCONVERTIBLE, **bad)
     refused("--rename-mailname", no_local_part("o..d"), old_mailname="o..d", new_mailname="n..w")
 
 
-def test_the_domain_of_an_alias_that_goes_is_not_even_converted(populated):
+def test_a_leaving_alias_domain_is_not_even_converted(populated):
     done("--del-domain-alias", f"--domain-name={UNCONVERTIBLE}", f"--domain-alias-name={OLD}")
     assert OLD not in postmap("virtual")
 
 
 @pytest.mark.parametrize("command", ["--set-domain-disk-quota", "--set-mailbox-disk-quota"])
-def test_the_owner_of_mailboxes_is_looked_up_before_the_names_are_read(command):
+def test_the_mailboxes_owner_is_looked_up_before_names(command):
     write("/etc/passwd", read("/etc/passwd").replace("\npopuser:", "\nanother:"))
     ended = with_options(command, domain_name=UNCONVERTIBLE, mailname="a..b")
     assert ended.status == 1 and "popuser" in ended.err, ended
@@ -251,7 +251,7 @@ def test_a_mail_alias_is_kept_as_typed(populated):
     assert f"recipient/Ännie@{DOMAIN}" not in hooks()
 
 
-def test_names_of_autoresponders_are_parted_by_commas_and_blanks_on_both_sides():
+def test_autoresponder_names_are_separated_by_commas_and_blanks():
     domains = "--domain-name=example.com,a.test b.test"
     done("--set-autoresponder", domains, "--mailname=anna,bertha carla")
     expected = sorted(f"recipient/{name}@{domain}" for name in ("anna", "bertha", "carla")

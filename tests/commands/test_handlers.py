@@ -30,20 +30,20 @@ def test_remove_follows_no_links():
     assert names() == [] and read("/run/outside/file") == "kept"
 
 
-def test_remove_takes_a_list_and_logs_those_that_do_not_exist():
+def test_remove_takes_a_list_and_logs_missing_names():
     silent(add(f"{ONE},{THREE}"))
     says(command("--remove-handler", f"{ONE} {TWO} {THREE}"), 0, skipped(TWO))
     assert names() == []
 
 
-def test_remove_goes_on_behind_a_name_that_fails_and_ends_with_1():
+def test_remove_goes_on_after_a_failure_and_ends_with_1():
     silent(add(f"{ONE},{TWO}"))
     report = stuck(by_value()[ONE])
     says(command("--remove-handler", f"{ONE},{TWO}"), 1, report)
     assert list(by_value()) == [ONE]
 
 
-def test_remove_of_a_global_handler_that_does_not_exist_is_silent():
+def test_removal_of_a_missing_global_handler_is_silent():
     with nothing_changes():
         silent(command("--remove-handler", kind="global"))
         silent(command("--remove-handler", "ignored", kind="global"))
@@ -136,7 +136,7 @@ def test_switching_all_works_on_the_template_alone():
 
 
 @pytest.mark.parametrize("verb", ["--disable-handler", "--enable-handler"])
-def test_switching_all_goes_on_behind_damaged_handlers_and_ends_with_1(verb):
+def test_switching_all_skips_damaged_handlers_and_ends_with_1(verb):
     silent(add(f"{ONE},{TWO}"))
     if verb == "--enable-handler":
         silent(command("--disable-handler", f"{ONE},{TWO}"))
@@ -153,7 +153,7 @@ def test_switching_all_goes_on_behind_damaged_handlers_and_ends_with_1(verb):
         0 if verb == "--disable-handler" else 2)
 
 
-def test_disable_goes_on_behind_a_name_that_fails_and_ends_with_1():
+def test_disable_goes_on_after_a_failure_and_ends_with_1():
     silent(add(f"{ONE},{TWO}"))
     report = stuck(by_value()[ONE])
     says(command("--disable-handler", f"{ONE},{TWO}"), 1, report)
@@ -167,7 +167,7 @@ def test_disable_fails_for_a_global_handler_that_cannot_be_disabled():
     says(command("--disable-handler", kind="global"), 1, report)
 
 
-def test_enable_goes_on_behind_a_name_that_fails_and_ends_with_1():
+def test_enable_goes_on_after_a_failure_and_ends_with_1():
     silent(add(f"{ONE},{TWO}"))
     silent(command("--disable-handler", f"{ONE},{TWO}"))
     name = by_value()[ONE]
@@ -176,7 +176,7 @@ def test_enable_goes_on_behind_a_name_that_fails_and_ends_with_1():
     assert os.listdir(f"{STORE}/before-local/recipient/{TWO}") == [by_value()[TWO]]
 
 
-def test_remove_and_enable_fail_for_a_global_handler_whose_marker_cannot_be_changed():
+def test_a_global_handlers_stuck_marker_fails_remove_and_enable():
     silent(add(kind="global"))
     (name,) = names()
     report = stuck(name, "global")
@@ -185,7 +185,7 @@ def test_remove_and_enable_fail_for_a_global_handler_whose_marker_cannot_be_chan
     assert names() == [name]
 
 
-def test_enable_ends_with_1_when_a_hook_directory_cannot_be_made():
+def test_enable_ends_with_1_without_its_hook_directory():
     silent(add(ONE))
     silent(command("--disable-handler", ONE))
     os.rmdir(f"{STORE}/before-local/recipient")
@@ -198,7 +198,7 @@ def test_enable_ends_with_1_when_a_hook_directory_cannot_be_made():
 # ---------------------------------------------------------------------------------- check
 
 
-def test_check_ends_with_1_for_a_handler_that_exists_and_0_for_one_that_does_not():
+def test_check_ends_with_1_for_existing_and_0_for_missing():
     silent(add(ONE))
     with nothing_changes():
         silent(command("--check-handler", ONE), 1)
@@ -241,12 +241,12 @@ def test_check_reports_what_the_lookup_reports_and_ends_with_0():
 
 @pytest.mark.parametrize("verb", ["--remove-handler", "--disable-handler", "--enable-handler", "--check-handler"])
 @pytest.mark.parametrize("kind", ["sender", "recipient", "sender-domain", "recipient-domain", "Global", "nonsense"])
-def test_a_type_that_needs_a_name_without_one_is_a_fatal_error(verb, kind):
+def test_a_type_without_its_name_is_a_fatal_error(verb, kind):
     with nothing_changes():
         fatal(command(verb, kind=kind))
 
 
-def test_adding_and_updating_without_a_name_is_a_fatal_error_too():
+def test_adding_and_updating_without_a_name_is_fatal():
     with nothing_changes():
         fatal(add())
         fatal(update())
@@ -294,7 +294,7 @@ def test_a_refresh_that_fails_is_reported_and_changes_nothing_else():
     assert active() == [ONE]
 
 
-def test_a_refresher_that_its_owner_may_not_execute_is_not_run():
+def test_a_refresher_its_owner_cannot_execute_never_runs():
     spy(REFRESHER, Rule(exit=1))
     undo(REFRESHER)
     write(REFRESHER, "#!/bin/sh\necho run >/run/was-run\n", 0o655)

@@ -36,7 +36,7 @@ def test_add_makes_a_descriptor_and_a_marker():
     assert read(f"{STORE}/before-local/recipient/{ONE}/{name}") == ""
 
 
-def test_add_gives_modes_that_the_mail_chain_can_read_whatever_the_umask():
+def test_add_gives_readable_modes_whatever_the_umask():
     ended = run("sh", "-c", 'umask 077; exec "$@"', "sh", TOOL, "--add-handler", *options(ONE), *whole())
     silent(ended)
     shown = store(NAME=names()[0])
@@ -71,7 +71,7 @@ def test_add_does_nothing_for_a_list_without_names():
         silent(add(""))
 
 
-def test_add_logs_a_handler_that_exists_as_one_that_does_not_and_goes_on():
+def test_add_logs_existing_handlers_as_missing_and_goes_on():
     silent(add(TWO))
     (old,) = names()
     says(add(f"{ONE},{TWO},{THREE}"), 0, skipped(TWO))
@@ -115,7 +115,7 @@ def test_add_refuses_what_the_store_refuses():
         says(add(ONE, kind="everyone"), 1, "Invalid handler type 'everyone'", "Handler type is invalid: everyone")
 
 
-def test_add_goes_on_behind_a_name_that_fails_and_ends_with_1():
+def test_add_goes_on_after_a_failure_and_ends_with_1():
     long = "x" * 311
     ended = add(f"{ONE},{long},{TWO}")
     assert ended.status == 1
@@ -202,7 +202,7 @@ def test_update_keeps_what_is_empty_and_the_state():
     assert active() == []
 
 
-def test_update_takes_a_list_and_logs_those_that_do_not_exist():
+def test_update_takes_a_list_and_logs_missing_names():
     silent(add(f"{ONE} {THREE}"))
     says(update(f"{ONE}, {TWO}, {THREE}", priority="20"), 0, skipped(TWO))
     assert [name[:8] for name in names()] == ["20-spam-", "20-spam-"]
@@ -226,7 +226,7 @@ def test_update_updates_a_global_handler():
     assert name.startswith("5-spam-") and active() == [""]
 
 
-def test_update_goes_on_behind_a_name_that_fails_and_ends_with_1():
+def test_update_goes_on_after_a_failure_and_ends_with_1():
     silent(add(f"{ONE},{TWO}"))
     before = by_value()
     report = stuck(before[ONE])

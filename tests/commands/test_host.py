@@ -26,7 +26,7 @@ ANNA = "anna@example.com"
 # ----------------------------------------------------------- as an installer would leave it
 
 
-def test_the_installer_left_the_panels_files_with_their_owners_and_modes():
+def test_the_panels_files_have_the_installers_owners_and_modes():
     assert {path: described(path) for path in (
         "/var/qmail/mailnames", MAPS, ACCOUNTS, "/etc/orv/orv.conf", "/etc/orv/.orv.shadow",
         "/usr/local/orv/handlers/info", "/usr/local/orv/handlers/hooks/autoresponder",
@@ -79,7 +79,7 @@ def test_the_real_postmap_makes_and_asks_a_map():
     assert postmap_query("virtual", "bertha@example.com") is None
 
 
-def test_a_letter_lands_in_a_mailbox_and_is_read_by_imap_and_pop3():
+def test_a_delivered_letter_is_read_by_imap_and_pop3():
     make_mailbox(ANNA, "secret")
     start("postfix", "courier")
     send("bertha@example.net", ANNA, body="Good morning")
@@ -153,7 +153,7 @@ def test_a_service_that_is_no_service_is_refused():
     assert run(HOST / "service", "start", "sendmail", env={**os.environ}).status == 2
 
 
-def test_the_panel_lets_its_admin_in_with_the_shadow_password_only():
+def test_the_panels_admin_needs_the_shadow_password():
     start("mariadb")
     password = read("/etc/orv/.orv.shadow").splitlines()[0]
     client = ["mariadb", "-u", "admin", "orv", "-e", "SELECT 1"]

@@ -66,7 +66,7 @@ def test_a_spy_spews_on_both_streams():
     assert (len(ended.out), len(ended.err)) == (300000, 300000)
 
 
-def test_a_spy_that_ignores_or_closes_its_input_breaks_the_writers_pipe():
+def test_a_spy_that_leaves_its_input_breaks_the_pipe():
     for how in ("ignore", "close"):
         spy("/usr/bin/deliverquota", Rule(exit=0, input=how))
         child = subprocess.Popen(["/usr/bin/deliverquota", "Maildir"], stdin=subprocess.PIPE)
@@ -85,7 +85,7 @@ def test_a_spy_waits_as_told():
     assert time.monotonic() - started >= 0.3
 
 
-def test_a_spy_stands_in_for_a_program_that_is_not_there():
+def test_a_spy_stands_in_for_a_missing_program():
     spy("/usr/lib64/orvek-9.0/handlers-tmpfs", Rule(exit=0))
     assert run("/usr/lib64/orvek-9.0/handlers-tmpfs", "refresh").status == 0
     assert calls()[0].argv[1:] == ["refresh"]

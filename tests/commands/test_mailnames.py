@@ -26,7 +26,7 @@ def panel():
 # ---------------------------------------------------------------------------- --add-mailname
 
 
-def test_a_mailname_gets_its_home_its_delivery_file_and_its_records():
+def test_a_mailname_gets_home_delivery_file_and_records():
     done("--add-mailname", *NAMES, "--disk-quota=100000")
     found = tree(HOME)
     assert set(found) == {
@@ -59,13 +59,13 @@ def test_a_mailname_that_is_there_can_be_added_again():
 
 
 @pytest.mark.parametrize("name", ["../x", "a..b", ""])
-def test_a_local_part_that_is_none_is_refused_and_changes_nothing(name):
+def test_an_invalid_local_part_changes_nothing(name):
     with nothing_changes():
         ended = mailvek("--add-mailname", f"--domain-name={DOMAIN}", f"--mailname={name}")
     assert ended.status == 1 and ended.err != "", ended
 
 
-def test_a_domain_that_the_panel_does_not_know_ends_it_behind_the_home():
+def test_a_domain_unknown_to_the_panel_ends_after_the_home():
     ended = failed("--add-mailname", "--domain-name=unknown.test", "--mailname=anna", saying="No such domain")
     assert "unable to remove quota" in ended.err and "No data available" in ended.err
     assert "Resource temporarily unavailable" not in ended.err
@@ -94,7 +94,7 @@ def test_without_the_panels_database_no_quota_can_be_looked_up():
     assert postmap("vmailbox") == {}
 
 
-def test_without_the_panels_database_and_with_a_quota_the_domain_alone_gets_the_address():
+def test_without_the_panel_only_the_domain_gets_the_address():
     stop("mariadb")
     ended = mailvek("--add-mailname", *NAMES, "--disk-quota=50000")
     assert ended.status == 0 and "Unable to get domain aliases from database for: example.com" in ended.err, ended
@@ -110,7 +110,7 @@ def test_a_root_that_cannot_be_written_changes_nothing():
 # ------------------------------------------------------------------------------ --add-mailbox
 
 
-def test_a_mailbox_is_delivered_to_and_has_accounts_under_all_domains():
+def test_a_mailbox_has_delivery_and_accounts_under_all_domains():
     done("--add-mailname", *NAMES, "--disk-quota=100000")
     done("--add-mailbox", *NAMES, env=PLAIN)
     assert read(f"{HOME}/.qmail") == DELIVERY
@@ -124,7 +124,7 @@ def test_an_encrypted_password_is_kept_encrypted():
 
 
 @pytest.mark.parametrize("option", ["--mail-domain-disabled", "-D"])
-def test_a_mailbox_of_a_domain_that_is_off_registers_it_as_off(option):
+def test_a_mailbox_registers_its_switched_off_domain_as_off(option):
     done("--add-mailname", *NAMES, "--disk-quota=100000")
     done("--add-mailbox", *NAMES, option, env=PLAIN)
     assert auth_domains()[DOMAIN] != 0
@@ -166,7 +166,7 @@ def test_the_password_reaches_no_argument_no_environment_and_no_report():
 # --------------------------------------------------------------------------- --remove-mailbox
 
 
-def test_a_removed_mailbox_is_not_delivered_to_and_has_no_accounts():
+def test_a_removed_mailbox_has_neither_delivery_nor_accounts():
     mailname_with_a_mailbox()
     assert sorted(auth_rows()) == ALL_ACCOUNTS
     done("--remove-mailbox", *NAMES)
@@ -175,7 +175,7 @@ def test_a_removed_mailbox_is_not_delivered_to_and_has_no_accounts():
     assert ANNA in postmap("vmailbox")
 
 
-def test_accounts_that_cannot_be_removed_are_a_failure_with_delivery_off():
+def test_failed_account_removals_fail_with_delivery_off():
     mailname_with_a_mailbox()
     without_accounts()
     assert mailvek("--remove-mailbox", *NAMES).status == 1
@@ -208,7 +208,7 @@ def test_an_empty_password_removes_the_accounts():
     assert auth_rows() == {}
 
 
-def test_without_the_panels_database_the_account_of_the_domain_alone_is_set():
+def test_without_the_panel_only_the_domains_account_is_set():
     mailname_with_a_mailbox()
     stop("mariadb")
     failed("--set-password", *NAMES, env={"ORV_PASSWORD": "another"},
@@ -219,7 +219,7 @@ def test_without_the_panels_database_the_account_of_the_domain_alone_is_set():
 # ------------------------------------------------------------------------- --get-mailbox-size
 
 
-def test_the_size_is_the_letters_and_the_attachments_without_a_line_end():
+def test_the_size_counts_letters_and_attachments_without_line_end():
     done("--add-mailname", *NAMES, "--disk-quota=-1")
     os.remove(f"{HOME}/Maildir/maildirsize")
     write(f"{HOME}/Maildir/new/1.a.host,S=500", "x")
@@ -237,7 +237,7 @@ def test_the_size_in_blocks_takes_the_attachments_in_blocks():
     assert (ended.status, ended.out) == (0, str(expected)), ended
 
 
-def test_the_size_of_a_mailbox_that_is_not_there_is_a_failure():
+def test_the_size_of_a_missing_mailbox_is_a_failure():
     ended = mailvek("--get-mailbox-size", *NAMES)
     assert ended.status == 1 and not ended.out.strip().isdigit(), ended
 
@@ -254,5 +254,5 @@ def test_the_quota_of_a_mailbox_is_written(quota, written):
     assert described(f"{HOME}/Maildir/maildirsize").endswith("popuser:popuser")
 
 
-def test_the_quota_of_a_mailbox_that_is_not_there_is_a_failure():
+def test_the_quota_of_a_missing_mailbox_is_a_failure():
     failed("--set-mailbox-disk-quota", *NAMES, "--disk-quota=50000", saying="No such file or directory")

@@ -59,17 +59,17 @@ def test_a_domain_gets_its_addresses_twice_around_its_record():
         *rewritten("virtual"), standard(DOMAIN), added("virtual_domains", (DOMAIN, f"{DOMAIN}/")), standard(DOMAIN)]
 
 
-def test_a_domain_leaves_the_enabled_ones_first_and_its_addresses_go_together():
+def test_a_domain_is_disabled_before_its_addresses_go_together():
     assert runs("--turn-off-domain", AT) == [
         removed("virtual_domains", DOMAIN),
         removed_together("virtual", *(f"{name}@{DOMAIN}" for name in STANDARD))]
 
 
-def test_a_domain_that_is_turned_on_has_its_record_before_its_addresses():
+def test_an_enabled_domain_gets_its_record_before_addresses():
     assert runs("--turn-on-domain", AT) == [added("virtual_domains", (DOMAIN, f"{DOMAIN}/")), standard(DOMAIN)]
 
 
-def test_a_removed_domain_leaves_the_maps_of_domains_addresses_and_mailboxes_in_this_order():
+def test_a_removed_domain_leaves_domains_then_addresses_then_mailboxes():
     done("--add-domain", AT)
     assert runs("--remove-domain", AT) == [
         removed("virtual_domains", DOMAIN), *rewritten("virtual"), *rewritten("vmailbox")]
@@ -83,14 +83,14 @@ def test_a_catch_all_is_one_run_for_all_domains():
         added("virtual", *((f"@{domain}", "b@example.org") for domain in DOMAINS))]
 
 
-def test_a_bounce_is_a_run_for_each_pipe_and_one_for_all_addresses():
+def test_a_bounce_runs_per_pipe_and_once_for_addresses():
     pipes = [added("aliases", (f"_orvek_bounce_{domain}", PIPE)) for domain in DOMAINS]
     addresses = added("virtual", *((f"@{domain}", f"_orvek_bounce_{domain}@{LOCAL}") for domain in DOMAINS))
     assert runs("--set-bounce", AT) == [*pipes, addresses]
 
 
 @pytest.mark.parametrize("command", ["--set-reject", "--unset-reject"])
-def test_a_catch_all_ends_in_one_run_for_the_alias_domains_and_then_the_domain(command):
+def test_one_run_ends_alias_domains_catch_alls_before_the_domains(command):
     assert runs(command, AT) == [removed_together("virtual", f"@{ALIAS}", f"@{OTHER}", f"@{DOMAIN}")]
 
 
@@ -109,7 +109,7 @@ ADD = ("--add-domain-alias", AT, f"--domain-alias-name={NEW}")
     (("--set-bounce",), [added("aliases", (f"_orvek_bounce_{NEW}", PIPE)),
                          added("virtual", (f"@{NEW}", f"_orvek_bounce_{NEW}@{LOCAL}"))]),
 ])
-def test_an_alias_domain_has_its_addresses_its_names_and_then_what_becomes_of_others(arguments, more):
+def test_an_alias_domain_gets_addresses_then_names_then_the_rest(arguments, more):
     assert runs(*ADD, *arguments) == [standard(NEW), NAMES_OF_THE_ALIAS, *more]
 
 
@@ -124,20 +124,20 @@ def test_an_alias_domain_is_removed_or_renamed_by_one_rewrite(arguments):
 # ------------------------------------------------------------------------------------ mailnames
 
 
-def test_a_mailname_has_its_mailbox_and_then_its_addresses_in_one_run():
+def test_a_mailname_gets_mailbox_then_addresses_in_one_run():
     assert runs("--add-mailname", *NAMES, "--disk-quota=100000") == [
         added("vmailbox", (ANNA, f"{DOMAIN}/anna/Maildir/")),
         added("virtual", *((f"anna@{domain}", ANNA) for domain in DOMAINS))]
 
 
-def test_a_removed_mailname_leaves_its_mailbox_the_alias_domains_and_the_domain_in_this_order():
+def test_a_removed_mailname_leaves_mailbox_then_alias_domains_then_domain():
     done("--add-mailname", *NAMES, "--disk-quota=100000")
     assert runs("--remove-mailname", *NAMES) == [
         removed("vmailbox", ANNA),
         *(removed("virtual", f"anna@{domain}") for domain in (ALIAS, OTHER, DOMAIN))]
 
 
-def test_a_renamed_mailname_is_rewritten_under_the_domain_and_then_under_each_alias_domain():
+def test_a_renamed_mailname_is_rewritten_domain_first_then_alias_domains():
     env = {"ORV_PASSWORD": "secret"}
     done("--add-mailname", *NAMES, "--disk-quota=100000")
     done("--set-password", *NAMES, env=env)
@@ -150,7 +150,7 @@ def test_a_mail_alias_is_one_run_for_all_domains():
         added("virtual", *((f"ann@{domain}", ANNA) for domain in DOMAINS))]
 
 
-def test_a_removed_mail_alias_leaves_the_domain_before_the_alias_domains():
+def test_a_removed_mail_alias_leaves_the_domain_first():
     assert runs("--remove-alias", *NAMES, "--alias=ann") == [
         removed("virtual", f"ann@{domain}") for domain in DOMAINS]
 

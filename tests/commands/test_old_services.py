@@ -123,7 +123,7 @@ def test_a_master_without_its_queue_manager_does_not_run():
     assert calls() == []
 
 
-def test_no_script_runs_to_start_what_runs_or_to_stop_what_does_not():
+def test_no_script_starts_the_running_or_stops_the_stopped():
     spy(POSTFIX, Rule(exit=3))
     done("-m")
     start("postfix")
@@ -131,7 +131,7 @@ def test_no_script_runs_to_start_what_runs_or_to_stop_what_does_not():
     assert calls() == []
 
 
-def test_the_result_of_a_failed_start_or_stop_is_the_status():
+def test_a_failed_start_or_stop_gives_the_status():
     for rule, status in ((Rule(exit=3), 3), (Rule(exit=1), 1), (Rule(signal=15), 255)):
         spy(POSTFIX, rule)
         ended = mailvek("-l", nosleep=True)
@@ -144,7 +144,7 @@ def test_the_result_of_a_failed_start_or_stop_is_the_status():
     assert slept() == []
 
 
-def test_a_postfix_that_does_not_come_up_is_status_1_after_five_seconds():
+def test_a_dead_postfix_is_status_1_after_five_seconds():
     spy(POSTFIX, Rule(exit=0))
     assert mailvek("-l", nosleep=True).status == 1
     assert slept() == 5 * [("sleep", 1)]

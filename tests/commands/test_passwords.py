@@ -35,7 +35,7 @@ def test_a_domain_that_is_off_is_registered_as_off(command, option, status):
 
 
 @pytest.mark.parametrize("option", ["--mail-domain-disabled", "-D"])
-def test_a_rename_takes_no_notice_of_a_domain_that_is_off(option):
+def test_a_rename_ignores_a_domain_that_is_off(option):
     done("--set-password", *NAMES)
     done("--rename-mailname", AT, "--old-mailname=anna", "--new-mailname=anita", option)
     assert auth_domains() == {DOMAIN: ON} and auth_rows() == {f"anita@{DOMAIN}": ("secret", None, ON)}
@@ -49,13 +49,13 @@ def test_an_encrypted_password_is_kept_encrypted_under_each_domain(command):
     assert auth_rows() == {f"anna@{DOMAIN}": account, f"anna@{ALIAS}": account}
 
 
-def test_a_mail_alias_of_a_domain_without_alias_domains_has_one_account():
+def test_without_alias_domains_a_mail_alias_has_one_account():
     done("--set-password", *NAMES)
     done("--add-alias", *NAMES, "--alias=ann")
     assert auth_rows() == dict.fromkeys([f"anna@{DOMAIN}", f"ann@{DOMAIN}"], ("secret", None, ON))
 
 
-def test_the_account_of_a_mail_alias_under_an_alias_domain_is_that_of_the_alias_itself():
+def test_an_alias_domain_gets_the_mail_aliases_account():
     """Not that of the mailname under the alias domain, which has none here."""
     done("--set-password", *NAMES)
     panel_domain_alias(DOMAIN, ALIAS)

@@ -102,7 +102,7 @@ def test_the_loopback_network_stays_and_postfix_is_reloaded(address, mask):
 
 
 @pytest.mark.parametrize("address", ["12.7.0.0", "127", "1.127.0.0"])
-def test_a_network_that_only_looks_like_the_loopback_one_can_go(address):
+def test_a_network_resembling_the_loopback_can_go(address):
     set_postconf(mynetworks=f"{NETWORKS}, {address}/8")
     done("--remove-whitelist", *network(address, 8))
     assert postconf("mynetworks") == NETWORKS
@@ -136,7 +136,7 @@ class TestWhitelist:
         misused(command, *network(address, 8), "--netmask=8", saying="netmask")
 
     @pytest.mark.parametrize("mask", ["x", "8.", "65536"])
-    def test_is_a_fatal_error_with_a_mask_that_is_no_number(self, command, address, mask):
+    def test_is_a_fatal_error_with_a_bad_mask(self, command, address, mask):
         with nothing_changes():
             ended = mailvek(command, *network(address, mask))
         assert ended.status == 1 and ended.err == ended.out, ended
@@ -146,7 +146,7 @@ class TestWhitelist:
 # ------------------------------------------------------------------------------- badmailfrom
 
 
-def test_a_senders_domain_is_refused_at_once_and_without_a_reload():
+def test_a_senders_domain_is_refused_without_a_reload():
     spy(POSTMAP)
     done("--add-badmailfrom", "--domain-name=spam.test")
     assert postmap("blacklists") == {"spam.test": "REJECT"}
@@ -169,7 +169,7 @@ def test_an_internationalised_sender_is_kept_in_its_ascii_form():
     assert postmap("blacklists") == {}
 
 
-def test_what_is_there_can_be_added_and_what_is_not_can_be_removed():
+def test_adding_the_present_and_removing_the_absent_succeed():
     for _ in range(2):
         done("--add-badmailfrom", "--domain-name=spam.test")
     for _ in range(2):
@@ -194,7 +194,7 @@ def test_a_map_that_cannot_be_changed_is_a_failure(command, error):
     assert postmap("blacklists") == {"spam.test": "REJECT"}
 
 
-def test_a_removal_that_fails_behind_the_look_leaves_the_sender_refused():
+def test_a_failed_removal_leaves_the_sender_refused():
     add_records("blacklists", {"spam.test": "REJECT"})
     spy(POSTMAP, Rule(having="-d", exit=1, err="postmap: fatal: no\n"))
     failed("--remove-badmailfrom", "--domain-name=spam.test",
@@ -202,7 +202,7 @@ def test_a_removal_that_fails_behind_the_look_leaves_the_sender_refused():
     assert postmap("blacklists") == {"spam.test": "REJECT"}
 
 
-def test_a_map_that_is_not_there_is_a_failure_of_the_removal():
+def test_a_missing_map_fails_the_removal():
     os.rename(f"{MAPS}/blacklists.db", f"{MAPS}/away.db")
     ended = mailvek("--remove-badmailfrom", "--domain-name=spam.test")
     assert ended.status == 1 and "PostfixDatabaseError(postmap: fatal: " in ended.err, ended
@@ -240,7 +240,7 @@ def protect(*values):
     ("reject_rbl_client old", [], ""),
     ("", [], ""),
 ])
-def test_the_zones_take_the_place_of_those_before_and_stand_at_the_end(before, values, after):
+def test_new_zones_replace_the_old_and_stand_last(before, values, after):
     set_postconf(**{RESTRICTIONS: before})
     assert protect(*values) == after
     assert reloads() == [["reload"]]

@@ -36,14 +36,14 @@ def addresses():
 # -------------------------------------------------------------------------------- redirects
 
 
-def test_a_redirect_is_a_line_at_the_end_of_the_delivery_file():
+def test_a_redirect_is_the_delivery_files_last_line():
     done("--add-redirect", *NAMES, "--redirect-email=bertha@example.org")
     done("--add-redirect", *NAMES, "--redirect-email=carla@example.org")
     assert read(QMAIL) == "| true\n&bertha@example.org\n&carla@example.org\n"
     assert described(QMAIL) == "f 0600 popuser:popuser"
 
 
-def test_a_redirect_to_an_internationalised_domain_is_kept_in_its_ascii_form():
+def test_a_redirects_international_domain_is_kept_in_ascii():
     done("--add-redirect", *NAMES, "--redirect-email=bertha@müller.test")
     assert read(QMAIL) == "| true\n&bertha@xn--mller-kva.test\n"
     done("--remove-redirect", *NAMES, "--redirect-email=bertha@müller.test")
@@ -58,7 +58,7 @@ def test_only_the_redirect_named_is_removed():
 
 
 @pytest.mark.parametrize("command", ["--add-redirect", "--remove-redirect"])
-def test_a_redirect_of_a_mailname_that_is_not_there_is_a_failure(command):
+def test_a_redirect_of_a_missing_mailname_is_a_failure(command):
     ended = mailvek(command, f"--domain-name={DOMAIN}", "--mailname=absent", "--redirect-email=b@example.org")
     assert ended.status == 1 and f"unable to modify {MAILNAMES}/{DOMAIN}/absent/.qmail" in ended.err, ended
 
@@ -69,7 +69,7 @@ def test_a_redirect_without_its_address_is_bad_usage():
     assert ended.status == 1 and ended.err.startswith('mandatory option "--redirect-email" is not specified\n')
 
 
-def test_a_delivery_file_on_a_read_only_disk_stays_as_it_is():
+def test_a_delivery_file_survives_a_read_only_disk():
     read_only(MAILNAMES)
     ended = mailvek("--add-redirect", *NAMES, "--redirect-email=b@example.org")
     assert ended.status == 1 and "unable to modify" in ended.err
@@ -95,7 +95,7 @@ def test_a_mail_alias_gets_addresses_accounts_and_hooks():
     assert hooks() == [f"recipient/ann@{DOMAIN}", f"recipient/{ANNA}"]
 
 
-def test_a_mail_alias_of_a_mailname_without_a_mailbox_has_no_accounts():
+def test_without_a_mailbox_a_mail_alias_has_no_accounts():
     done(*ADD_ALIAS)
     assert auth_rows() == {} and set(ALIAS_ADDRESSES) <= addresses().keys()
 
@@ -110,7 +110,7 @@ def test_a_removed_mail_alias_leaves_nothing():
     assert hooks() == [f"recipient/{ANNA}"]
 
 
-def test_a_mail_alias_that_is_not_there_is_removed_with_success():
+def test_removing_a_missing_mail_alias_succeeds():
     before = addresses()
     done(*REMOVE_ALIAS)
     assert addresses() == before
@@ -126,7 +126,7 @@ def test_maps_that_cannot_be_changed_keep_hooks_and_accounts():
     assert auth_rows() == before and hooks() == [f"recipient/{ANNA}"]
 
 
-def test_hooks_that_cannot_be_cloned_are_a_warning_and_the_accounts_are_made():
+def test_failed_hook_clones_warn_and_the_accounts_are_made():
     done("--add-mailbox", *NAMES, env=PLAIN)
     damage_hooks()
     ended = mailvek(*ADD_ALIAS)
@@ -135,7 +135,7 @@ def test_hooks_that_cannot_be_cloned_are_a_warning_and_the_accounts_are_made():
     assert set(ALIAS_ADDRESSES) <= auth_rows().keys()
 
 
-def test_hooks_that_cannot_be_removed_are_a_warning_and_the_accounts_go():
+def test_failed_hook_removals_warn_and_the_accounts_go():
     done("--add-mailbox", *NAMES, env=PLAIN)
     done(*ADD_ALIAS)
     damage_hooks()
@@ -154,7 +154,7 @@ def test_without_the_panels_database_a_mail_alias_gets_no_account():
     assert f"ann@{DOMAIN}" not in auth_rows()
 
 
-def test_a_clone_that_fails_under_an_alias_domain_leaves_the_clones_before_it():
+def test_a_failed_clone_leaves_the_earlier_clones():
     done("--add-mailbox", *NAMES, env=PLAIN)
     auth_sql("CREATE TRIGGER refuse BEFORE INSERT ON users WHEN NEW.name = 'ann' AND NEW.dom_id = "
              f"(SELECT id FROM domains WHERE name = '{OTHER}') BEGIN SELECT RAISE(ABORT, 'refused'); END")
@@ -171,7 +171,7 @@ def test_accounts_that_cannot_be_cloned_leave_the_addresses():
     assert set(ALIAS_ADDRESSES) <= addresses().keys()
 
 
-def test_accounts_that_cannot_be_removed_are_a_failure_with_the_addresses_gone():
+def test_failed_account_removals_fail_with_the_addresses_gone():
     done("--add-mailbox", *NAMES, env=PLAIN)
     done(*ADD_ALIAS)
     without_accounts()

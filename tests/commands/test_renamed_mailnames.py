@@ -30,7 +30,7 @@ def panel():
 RENAME = (f"--domain-name={DOMAIN}", "--old-mailname=anna", "--new-mailname=anita")
 
 
-def test_a_rename_with_the_password_moves_records_accounts_home_and_hooks():
+def test_a_rename_with_password_moves_records_accounts_home_hooks():
     mailname_with_a_mailbox()
     add_hook(ANNA)
     done("--rename-mailname", *RENAME, env=PLAIN)
@@ -44,7 +44,7 @@ def test_a_rename_with_the_password_moves_records_accounts_home_and_hooks():
 
 
 @pytest.mark.parametrize("env", [{}, {"ORV_PASSWORD": ""}])
-def test_a_rename_without_the_password_removes_the_accounts_and_leaves_the_alias_domains(env):
+def test_a_rename_without_password_removes_only_the_domains_accounts(env):
     mailname_with_a_mailbox()
     add_hook(ANNA)
     done("--rename-mailname", *RENAME, env=env)
@@ -54,7 +54,7 @@ def test_a_rename_without_the_password_removes_the_accounts_and_leaves_the_alias
     assert hooks() == [f"recipient/{new}"]
 
 
-def test_a_rename_onto_a_mailname_that_is_there_gives_its_records_the_old_name():
+def test_a_failed_rename_merges_records_of_an_existing_mailname():
     """What takes the first steps back cannot tell the two apart any more."""
     mailname_with_a_mailbox()
     panel_mailname(f"anita@{DOMAIN}")
@@ -93,7 +93,7 @@ def test_maps_that_cannot_be_restored_are_told_by_name():
     assert ended.err.index("Aliases Database") < ended.err.index("Mailboxes Database")
 
 
-def test_without_the_panels_database_a_rename_ends_behind_the_account_of_the_domain():
+def test_without_the_panel_a_rename_ends_after_the_account():
     mailname_with_a_mailbox()
     stop("mariadb")
     failed("--rename-mailname", *RENAME, env=PLAIN,
@@ -101,7 +101,7 @@ def test_without_the_panels_database_a_rename_ends_behind_the_account_of_the_dom
     assert f"anita@{DOMAIN}" in auth_rows() and f"anna@{ALIAS}" in auth_rows()
 
 
-def test_an_account_that_cannot_be_renamed_is_told_behind_the_alias_domains_and_keeps_the_hooks():
+def test_a_failed_account_rename_is_told_last_and_keeps_hooks():
     mailname_with_a_mailbox()
     add_hook(ANNA)
     auth_sql("INSERT INTO users (dom_id, name, userPassword) "
@@ -113,7 +113,7 @@ def test_an_account_that_cannot_be_renamed_is_told_behind_the_alias_domains_and_
     assert hooks() == [f"recipient/{ANNA}"]
 
 
-def test_an_account_under_an_alias_domain_that_cannot_be_renamed_ends_it_at_once():
+def test_a_failed_alias_domain_account_rename_ends_it_immediately():
     mailname_with_a_mailbox()
     auth_sql("INSERT INTO users (dom_id, name, userPassword) "
              f"SELECT id, 'anita', 'taken' FROM domains WHERE name = '{ALIAS}'")
@@ -130,7 +130,7 @@ def test_hooks_that_cannot_be_moved_are_a_warning():
     assert ended.status == 0 and ended.out.endswith(warning) and ended.err.endswith(warning), ended
 
 
-def test_a_new_name_that_is_none_is_refused_before_anything_changes():
+def test_an_invalid_new_name_changes_nothing():
     mailname_with_a_mailbox()
     with nothing_changes():
         ended = mailvek("--rename-mailname", f"--domain-name={DOMAIN}", "--old-mailname=anna",
@@ -153,7 +153,7 @@ def test_a_removed_mailname_leaves_its_mail_aliases_and_nothing_else():
     assert hooks() == [f"recipient/other@{DOMAIN}"]
 
 
-def test_the_hooks_of_a_removed_mailname_go_in_the_order_given():
+def test_a_removed_mailnames_hooks_go_in_order():
     """One walk for the mailname, then its name under each alias domain, then each mail alias
     under the domain, then each of them under each alias domain."""
     panel_domain_alias(DOMAIN, OTHER)
@@ -199,7 +199,7 @@ def test_a_home_that_cannot_be_removed_keeps_the_hooks():
     assert postmap("vmailbox") == {} and hooks() == [f"recipient/{ANNA}"]
 
 
-def test_an_alias_list_that_cannot_be_read_is_a_failure_behind_the_removal():
+def test_an_unreadable_alias_list_fails_after_the_removal():
     mailname_with_a_mailbox()
     with concurrent.futures.ThreadPoolExecutor() as pool:
         with flock_held(MAPS):

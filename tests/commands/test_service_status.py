@@ -4,7 +4,7 @@ from services import COURIER, POSTFIX, STATUS, components, done, status, unusabl
 from spies import Rule, calls, spy
 
 
-def test_status_has_a_line_for_each_component_in_an_order_of_its_own():
+def test_status_lists_each_component_in_its_own_order():
     start("postfix", "courier")
     assert status("imaps", "imap", "mta", "pop3s", "pop3") == [
         "mta is running", "pop3 is running", "pop3s is running", "imap is running", "imaps is running"]
@@ -12,7 +12,7 @@ def test_status_has_a_line_for_each_component_in_an_order_of_its_own():
     assert status("mta") == ["mta is running"]
 
 
-def test_status_of_what_is_no_process_of_its_own_prints_nothing():
+def test_status_of_what_has_no_process_prints_nothing():
     with nothing_changes():
         assert done(STATUS, "smtp", "smtps", "submission").out == ""
 
@@ -29,7 +29,7 @@ def test_status_asks_courier_once_and_its_script_alone():
     assert slept() == []
 
 
-def test_a_courier_whose_script_does_not_say_that_it_runs_is_an_error_of_the_query():
+def test_a_courier_not_said_to_run_is_an_error():
     for rule in (Rule(exit=3), Rule(exit=1), Rule(signal=9)):
         spy(COURIER, rule)
         ended = mailvek(STATUS, *components("pop3", "imap"))
@@ -38,7 +38,7 @@ def test_a_courier_whose_script_does_not_say_that_it_runs_is_an_error_of_the_que
             "pop3 internal error", "imap internal error"]
 
 
-def test_a_script_of_courier_that_cannot_be_run_leaves_the_lines_before_it_alone():
+def test_an_unrunnable_courier_script_leaves_the_earlier_lines():
     with unusable(COURIER):
         ended = mailvek(STATUS, *components("mta", "imap"))
     assert (ended.status, ended.out, ended.err) == (0, "mta is stopped\nimap internal error\n", "")

@@ -43,7 +43,7 @@ def test_everything_starts_restarts_reloads_and_stops():
     assert [line for line in entries() if line.split()[1] == "inet"] == [SUBMISSION]
 
 
-def test_one_of_courier_s_servers_starts_them_all_and_nothing_else():
+def test_one_courier_server_starts_them_all_only():
     before = read(MASTER_CF)
     done(START, "pop3", out="")
     wait_until(lambda: runs("courier"))
@@ -53,7 +53,7 @@ def test_one_of_courier_s_servers_starts_them_all_and_nothing_else():
     wait_until(lambda: not listens(143))
 
 
-def test_submission_listens_when_it_is_switched_on_and_not_when_it_is_off():
+def test_submission_listens_only_while_it_is_on():
     panel_has_submission(True)
     done(START, "mta", "submission")
     wait_until(lambda: listens(25, 587))
@@ -81,38 +81,38 @@ def test_all_are_meant_when_none_is_named():
         assert [row for row in actions()[seen:] if row != (POSTFIX, "start")] == expected
 
 
-def test_a_start_is_followed_by_a_reload_when_the_services_have_changed():
+def test_changed_services_are_reloaded_after_a_start():
     spy(POSTFIX)
     done(START, "mta", "smtps")
     assert actions(POSTFIX) == ["start", "reload"]
     assert entries()[-1] == SMTPS
 
 
-def test_a_start_without_a_change_is_not_followed_by_a_reload():
+def test_a_start_without_a_change_does_not_reload():
     spy(POSTFIX)
     done(START, "mta", "smtp", "submission")
     assert actions(POSTFIX) == ["start"]
 
 
-def test_a_start_of_a_service_alone_reloads_a_postfix_that_does_not_run():
+def test_starting_one_service_reloads_a_stopped_postfix():
     spy(POSTFIX, Rule(exit=0))
     done(START, "smtps", out="")
     assert actions(POSTFIX) == ["reload"]
 
 
-def test_a_start_of_a_service_alone_leaves_a_running_postfix_without_a_reload():
+def test_starting_one_service_does_not_reload_a_running_postfix():
     start("postfix")
     spy(POSTFIX)
     done(START, "smtps", out="")
     assert entries()[-1] == SMTPS and calls(POSTFIX) == []
 
 
-def test_a_reload_that_fails_behind_a_start_is_not_seen_in_the_status():
+def test_a_failed_reload_after_a_start_leaves_the_status():
     spy(POSTFIX, Rule(exit=4))
     done(START, "smtps")
 
 
-def test_a_start_that_fails_is_status_1_and_courier_starts_all_the_same():
+def test_a_failed_start_is_status_1_but_courier_starts():
     for rule in (Rule(exit=3), Rule(exit=1), Rule(signal=9)):
         spy(POSTFIX, rule)
         spy(COURIER, Rule(exit=0))
@@ -122,7 +122,7 @@ def test_a_start_that_fails_is_status_1_and_courier_starts_all_the_same():
     assert slept() == []
 
 
-def test_a_start_that_fails_is_followed_by_the_reload_all_the_same():
+def test_a_failed_start_is_still_followed_by_a_reload():
     for rule in (Rule(having="start", exit=3), Rule(having="start", signal=9)):
         write(MASTER_CF, read(MASTER_CF).replace(SMTPS, "#"))
         spy(POSTFIX, rule, Rule(exit=0))
@@ -132,7 +132,7 @@ def test_a_start_that_fails_is_followed_by_the_reload_all_the_same():
     assert len(calls()) == 6
 
 
-def test_a_postfix_that_does_not_come_up_is_given_five_seconds():
+def test_a_starting_postfix_is_given_five_seconds():
     for command in (START, RESTART):
         spy(POSTFIX, Rule(exit=0))
         pathlib.Path("/run/mailvek/nosleep").unlink(missing_ok=True)
@@ -140,7 +140,7 @@ def test_a_postfix_that_does_not_come_up_is_given_five_seconds():
         assert slept() == 5 * [("sleep", 1)]
 
 
-def test_components_that_are_no_services_of_postfix_need_neither_master_cf_nor_the_panel():
+def test_other_components_need_neither_master_cf_nor_the_panel():
     write(MASTER_CF, read(MASTER_CF) + "postlog unix-dgram n - n - 1 postlogd\n")
     start("postfix")
     stop("mariadb")
@@ -153,7 +153,7 @@ def test_components_that_are_no_services_of_postfix_need_neither_master_cf_nor_t
                          (COURIER, "stop")]
 
 
-def test_a_script_that_cannot_be_run_is_reported_and_courier_goes_on():
+def test_an_unrunnable_script_is_reported_and_courier_goes_on():
     start("postfix")
     for command, word in ((STOP, "stop"), (RESTART, "restart"), (RELOAD, "reload")):
         with unusable(POSTFIX):
@@ -168,7 +168,7 @@ def test_a_script_that_cannot_be_run_is_reported_and_courier_goes_on():
         assert "execve: Permission denied" in ended.err
 
 
-def test_a_reload_that_cannot_be_run_ends_the_command_before_courier():
+def test_an_unrunnable_reload_ends_the_command_before_courier():
     spy(COURIER, Rule(exit=0))
     for command, name in ((START, "smtps"), (STOP, "smtp"), (RESTART, "smtp")):
         with unusable(POSTFIX):
@@ -191,7 +191,7 @@ def test_a_courier_that_fails_is_status_1():
 # ---------------------------------------------------------------------------- stop, restart
 
 
-def test_a_stop_of_a_service_edits_but_does_not_reload_a_running_postfix():
+def test_stopping_one_service_does_not_reload_a_running_postfix():
     start("postfix")
     spy(POSTFIX)
     done(STOP, "smtp", out="")
@@ -200,19 +200,19 @@ def test_a_stop_of_a_service_edits_but_does_not_reload_a_running_postfix():
     assert listens(25)
 
 
-def test_a_stop_of_a_service_reloads_a_postfix_that_does_not_run():
+def test_stopping_one_service_reloads_a_stopped_postfix():
     spy(POSTFIX, Rule(exit=0))
     done(STOP, "smtp", out="")
     assert actions(POSTFIX) == ["reload"]
 
 
-def test_a_stop_of_postfix_that_does_not_run_runs_no_script_and_skips_the_reload():
+def test_stopping_a_stopped_postfix_runs_nothing():
     spy(POSTFIX)
     done(STOP, "mta", "smtp")
     assert calls(POSTFIX) == []
 
 
-def test_a_stop_that_fails_is_status_1_and_courier_is_stopped_all_the_same():
+def test_a_failed_stop_is_status_1_but_courier_stops():
     start("postfix")
     spy(POSTFIX, Rule(exit=2))
     spy(COURIER, Rule(exit=0))
@@ -229,7 +229,7 @@ def test_services_are_parked_in_an_order_of_their_own():
     assert [line.split()[0] for line in read(PARKED).splitlines() if line] == ["smtp", "smtps", "submission"]
 
 
-def test_a_restart_that_fails_is_status_1_and_courier_is_restarted_all_the_same():
+def test_a_failed_restart_is_status_1_but_courier_restarts():
     for rule in (Rule(exit=3), Rule(signal=9)):
         spy(POSTFIX, rule)
         spy(COURIER, Rule(exit=0))
@@ -245,7 +245,7 @@ def test_a_restart_of_postfix_skips_the_reload():
     assert entries()[-1] == SMTPS
 
 
-def test_a_restart_brings_back_what_a_stop_has_parked_as_it_was():
+def test_a_restart_restores_what_a_stop_parked():
     write(MASTER_CF, read(MASTER_CF).replace("smtp       inet", "smtp inet n - n - 77 smtpd -o own=yes\n#", 1))
     before = sorted(entries())
     done(STOP, "smtp", nosleep=True)
@@ -274,7 +274,7 @@ def test_a_stop_and_a_start_of_submission_follow_the_panel():
     assert SUBMISSION not in entries()
 
 
-def test_a_stop_does_not_bring_back_what_the_panel_has_on_and_somebody_has_parked():
+def test_a_stop_restores_nothing_that_somebody_parked():
     spy(POSTFIX, Rule(exit=0))
     panel_has_submission(True)
     done("--enable-message-submission")
@@ -285,7 +285,7 @@ def test_a_stop_does_not_bring_back_what_the_panel_has_on_and_somebody_has_parke
     assert len(calls()) == 2
 
 
-def test_a_setting_of_submission_that_cannot_be_read_is_a_warning_and_off():
+def test_an_unreadable_submission_setting_warns_and_is_off():
     spy(POSTFIX, Rule(exit=0))
     panel_has_submission(True)
     done(START, "submission")
@@ -298,7 +298,7 @@ def test_a_setting_of_submission_that_cannot_be_read_is_a_warning_and_off():
     assert SUBMISSION not in entries()
 
 
-def test_a_panel_that_cannot_be_reached_ends_the_command_before_anything_is_done():
+def test_an_unreachable_panel_ends_the_command_at_once():
     stop("mariadb")
     spy(POSTFIX)
     spy(COURIER)
@@ -310,7 +310,7 @@ def test_a_panel_that_cannot_be_reached_ends_the_command_before_anything_is_done
     assert not pathlib.Path(PARKED).exists()
 
 
-def test_a_master_cf_that_cannot_be_read_or_written_ends_the_command_before_anything_is_done():
+def test_an_unusable_master_cf_ends_the_command_at_once():
     spy(POSTFIX)
     spy(COURIER)
     before = read(MASTER_CF)
@@ -338,7 +338,7 @@ def test_a_reload_does_not_look_at_the_services():
     assert actions(POSTFIX) == ["reload"] and read(MASTER_CF) == before
 
 
-def test_a_reload_that_fails_is_status_1_and_courier_is_reloaded_all_the_same():
+def test_a_failed_reload_is_status_1_but_courier_reloads():
     spy(POSTFIX, Rule(exit=7))
     spy(COURIER, Rule(exit=0))
     assert mailvek(RELOAD).status == 1
@@ -348,7 +348,7 @@ def test_a_reload_that_fails_is_status_1_and_courier_is_reloaded_all_the_same():
 # -------------------------------------------------------------- how the two scripts are run
 
 
-def test_the_script_of_postfix_gets_its_language_alone_and_speaks_on_one_stream():
+def test_postfixs_script_gets_only_lang_and_speaks_on_stdout():
     spy(POSTFIX, Rule(exit=3, out="one\n", err="two\n"))
     ended = mailvek(START, *components("mta"), env={"ORV_PASSWORD": "secret"})
     assert (ended.status, ended.out, ended.err) == (1, "one\ntwo\n", "")
@@ -357,7 +357,7 @@ def test_the_script_of_postfix_gets_its_language_alone_and_speaks_on_one_stream(
     assert call.cwd == "/" and call.fds[0] == "/dev/null" and call.fds[1] == call.fds[2]
 
 
-def test_the_script_of_courier_runs_in_its_directory_on_dev_null_and_speaks_on_the_error_stream():
+def test_couriers_script_gets_null_streams_and_speaks_on_stderr():
     spy(COURIER, Rule(exit=0, out="one\n", err="two\n"))
     ended = mailvek(START, *components("pop3"))
     assert (ended.status, ended.out, ended.err) == (0, "", "two\n")

@@ -78,7 +78,7 @@ def test_without_a_word_nobody_from_outside_may_relay():
     assert restarts() == [["restart"]] and reloads() == [["reload"]]
 
 
-def test_users_may_relay_and_pop_before_smtp_opens_the_way_too():
+def test_users_and_pop_before_smtp_clients_may_relay():
     done("--set-mail-params", "--smtpauth", "--popauth", "--poplock-time=30")
     assert postconf("smtpd_recipient_restrictions") == USERS
     assert postconf("smtpd_sasl_auth_enable") == "yes"
@@ -166,7 +166,7 @@ def test_when_couriers_files_cannot_be_written_nothing_else_is_done():
     (3, f"permit_mynetworks, {NO_RELAY}", NETWORKS),
     (4, USERS, NETWORKS),
 ])
-def test_a_failing_write_leaves_the_ones_before_it_and_no_reload(writes, restrictions, networks):
+def test_a_failed_write_keeps_earlier_ones_without_a_reload(writes, restrictions, networks):
     before = postconf("smtpd_recipient_restrictions")
     fail_writes(behind=writes)
     failed("--set-mail-params", "--smtpauth", "--popauth", saying=f"{FATAL}(postconf: fatal: no\n)\n")
@@ -183,7 +183,7 @@ def test_nobody_looks_at_the_result_of_the_reload(rule):
     assert reloads() == [["reload"]] and postconf("smtpd_sasl_auth_enable") == "yes"
 
 
-def test_a_reload_that_cannot_be_started_is_a_failure_behind_the_change():
+def test_an_unstartable_reload_fails_after_the_change():
     undo(POSTFIX)
     os.remove(POSTFIX)
     ended = mailvek("--set-mail-params", "--smtpauth")
@@ -193,7 +193,7 @@ def test_a_reload_that_cannot_be_started_is_a_failure_behind_the_change():
 
 
 @pytest.mark.parametrize("value", ["x", "32768", ""])
-def test_a_poplock_time_that_is_no_short_number_is_bad_usage(value):
+def test_a_bad_poplock_time_is_bad_usage(value):
     ended = mailvek("--set-mail-params", f"--poplock-time={value}")
     assert ended.status == 1 and "poplock-time" in ended.err and "\nUsage: --set-mail-params " in ended.out, ended
     assert calls() == []
@@ -261,14 +261,14 @@ def test_a_size_of_zero_is_the_limit_of_a_mailbox():
     assert postconf("message_size_limit") == "7654321" and reloads() == [["reload"]]
 
 
-def test_a_mailbox_limit_that_is_no_number_fails_before_anything_is_set():
+def test_a_mailbox_limit_without_number_sets_nothing():
     set_postconf(mailbox_size_limit="large", message_size_limit="1000")
     ended = mailvek("--set-max-letter-size", "--size=0")
     assert ended.status == 1 and ended.err.startswith("Fatal error: ") and "bad lexical cast" in ended.err, ended
     assert postconf("message_size_limit") == "1000" and reloads() == []
 
 
-def test_a_size_that_cannot_be_written_is_a_failure_without_a_reload():
+def test_a_failed_size_is_a_failure_without_a_reload():
     fail_writes()
     failed("--set-max-letter-size", "--size=5", saying=f"{FATAL}(postconf: fatal: no\n)\n")
     assert reloads() == []
@@ -362,5 +362,5 @@ def test_without_the_directory_spf_cannot_be_updated():
     assert not os.path.exists(SPF)
 
 
-def test_an_option_of_spf_that_there_is_not_is_bad_usage():
+def test_an_unknown_option_of_spf_is_bad_usage():
     misused("--update-spf", "--spf-mood=bad", saying="unrecognised option '--spf-mood=bad'\n")

@@ -54,7 +54,7 @@ def test_nobody_relays_until_a_mode_says_so():
     assert recipient(ANNA)[0] == 250 and relays(client="127.0.0.1")
 
 
-def test_who_has_logged_in_may_relay_while_smtp_auth_is_on():
+def test_logged_in_users_may_relay_with_smtp_auth():
     assert offers("auth") is None
     done("--set-mail-params", "--smtpauth")
     assert "PLAIN" in until(lambda: offers("auth"))
@@ -104,7 +104,7 @@ def test_a_letter_over_the_limit_is_refused():
     wait_until(lambda: len(letters(ANNA)) == 2)
 
 
-def test_letters_of_a_bad_senders_domain_are_refused_without_a_reload():
+def test_a_bad_senders_letters_are_refused_without_a_reload():
     def accepts(domain="spam.test"):
         code, text = recipient(ANNA, sender=f"clara@{domain}")
         assert code == 250 or "Sender address rejected" in text, text
