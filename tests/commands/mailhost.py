@@ -6,7 +6,6 @@ its time fails the test.
 """
 import contextlib
 import dataclasses
-import fcntl
 import functools
 import grp
 import hashlib
@@ -32,6 +31,7 @@ ACCOUNTS = f"{MAPS}/passwd.db"
 MAILNAMES = "/var/qmail/mailnames"
 BIN = pathlib.Path("/run/mailvek/bin")
 REAL = pathlib.Path("/run/mailvek/real")
+SPIES = pathlib.Path("/run/mailvek/spies")
 NOSLEEP_JOURNAL = "/run/mailvek/nosleep"
 PATH = "/usr/local/sbin:/usr/local/bin:/usr/sbin:/usr/bin:/sbin:/bin"
 
@@ -94,16 +94,37 @@ def mailvek(*arguments, env=None, stdin=b"", timeout=60, nosleep=False):
 
 
 def done(*arguments, out="", **more):
-    """Runs the tool, which must succeed, print just this and report nothing."""
+    """Runs the tool, which must succeed, print just this (None: anything) and report nothing."""
     ended = mailvek(*arguments, **more)
-    assert (ended.status, ended.out, ended.err) == (0, out, ""), ended
+    assert (ended.status, ended.err) == (0, "") and out in (None, ended.out), ended
+    return ended
 
 
-def failed(*arguments, saying="", status=1, **more):
-    """Runs the tool, which must end with this status and say this among its reports."""
+def failed(*arguments, saying="", report=None, status=1, **more):
+    """Runs the tool, which must end with this status. It says this among its reports, or prints
+    this report alone, on both streams."""
     ended = mailvek(*arguments, **more)
     assert ended.status == status and saying in ended.err, ended
+    assert report is None or ended.err == ended.out == report, ended
     return ended
+
+
+def misused(*arguments, saying="", report=None):
+    """Runs the tool with bad options. It must report them as failed() tells, but with the command's
+    usage after the report on standard output, change nothing and run nothing that a spy sees."""
+    with nothing_changes():
+        seen = spy_journal()
+        ended = mailvek(*arguments)
+        assert spy_journal() == seen, ended
+    assert ended.status == 1 and saying in ended.err and report in (None, ended.err), ended
+    assert ended.out.startswith(ended.err) and f"\nUsage: {arguments[0]} " in ended.out, ended
+
+
+def spy_journal():
+    """What spies have written down so far; calls() of spies.py reads it."""
+    with contextlib.suppress(FileNotFoundError):
+        return (SPIES / "journal").read_text()
+    return ""
 
 
 def slept():
@@ -312,63 +333,3 @@ def nothing_changes():
     yield
     different = changed_since(before)
     assert not different, f"changed on disk: {different}"
-
-
-# ---------------------------------------------------------------------------------- faults
-
-
-def full_disk(path, more_files=0):
-    """Makes a directory a full file system of its own: its content stays, no block is free,
-    and more_files files can still be made."""
-    content = sum(4096 + os.lstat(os.path.join(top, name)).st_size // 4096 * 4096
-                  for top, directories, files in os.walk(path) for name in directories + files)
-    nodes = 1 + len(tree(path))
-    cover(path, f"size={content + 65536},nr_inodes={nodes + more_files + 1}")
-    with open(os.path.join(path, ".full"), "wb", buffering=0) as file:
-        with contextlib.suppress(OSError):
-            while file.write(bytes(4096)):
-                pass
-
-
-def cover(path, options):
-    """Mounts a memory file system over a directory, with the directory's content in it."""
-    status = os.stat(path)
-    source = f"/run/mailvek/covered-{status.st_ino}"
-    os.mkdir(source)
-    subprocess.run(["mount", "--bind", path, source], check=True)
-    mode = f"mode={stat.S_IMODE(status.st_mode):o},uid={status.st_uid},gid={status.st_gid}"
-    subprocess.run(["mount", "-t", "tmpfs", "-o", f"{options},{mode}", "tmpfs", path], check=True)
-    subprocess.run(["cp", "-a", f"{source}/.", path], check=True)
-
-
-def read_only(path):
-    """Mounts a file or directory read-only over itself."""
-    subprocess.run(["mount", "--bind", path, path], check=True)
-    subprocess.run(["mount", "-o", "remount,bind,ro", path], check=True)
-
-
-def undo(path):
-    """Takes the topmost mount from a path: full_disk(), read_only() or spy()."""
-    subprocess.run(["umount", os.path.realpath(path)], check=True)
-
-
-@contextlib.contextmanager
-def flock_held(path):
-    """Holds an exclusive flock on a directory or on a file, which is made when missing."""
-    descriptor = os.open(path, os.O_RDONLY if os.path.isdir(path) else os.O_RDWR | os.O_CREAT, 0o644)
-    try:
-        fcntl.flock(descriptor, fcntl.LOCK_EX | fcntl.LOCK_NB)
-        yield
-    finally:
-        os.close(descriptor)
-
-
-@contextlib.contextmanager
-def accounts_locked():
-    """Holds the account database in an exclusive transaction."""
-    with contextlib.closing(sqlite3.connect(ACCOUNTS, isolation_level=None)) as connection:
-        connection.execute("BEGIN EXCLUSIVE")
-        try:
-            yield
-        finally:
-            connection.execute("ROLLBACK")

@@ -4,6 +4,7 @@ import concurrent.futures
 import os
 import time
 
+import host_faults
 import mailhost
 
 LOCAL = "localhost.localdomain"
@@ -90,7 +91,7 @@ def without_accounts():
 def waits_for_the_accounts(*arguments, env=None):
     """Runs the tool while somebody holds the account database for a while; how it ended."""
     with concurrent.futures.ThreadPoolExecutor() as pool:
-        with mailhost.accounts_locked():
+        with host_faults.accounts_locked():
             running = pool.submit(mailhost.mailvek, *arguments, env=env)
             time.sleep(0.5)
             assert not running.done(), running.result()

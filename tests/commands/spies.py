@@ -1,16 +1,13 @@
 """Stand-ins for programs of the mail host: spy() puts one in a program's place, a Rule says what it
 does with a call, and calls() tells what was called and how. Text is str as in mailhost.
 """
-import contextlib
 import dataclasses
 import json
 import os
 import pathlib
 import subprocess
 
-from mailhost import BIN, text
-
-SPIES = pathlib.Path("/run/mailvek/spies")
+from mailhost import BIN, SPIES, spy_journal, text
 
 
 @dataclasses.dataclass
@@ -84,22 +81,21 @@ def spy(program, *rules):
 def calls(program=None):
     """The calls that spies have seen, of one program or of all, in their order."""
     seen, open_calls = [], {}
-    with contextlib.suppress(FileNotFoundError):
-        for line in (SPIES / "journal").read_text().splitlines():
-            entry = json.loads(line)
-            if entry["event"] == "input":
-                open_calls[entry["pid"]].stdin = _latin(entry["data"])
-                continue
-            call = Call(
-                program=_latin(entry["program"]),
-                argv=[_latin(word) for word in entry["argv"]],
-                env=dict(_latin(word).split("=", 1) for word in entry["env"]),
-                cwd=_latin(entry["cwd"]),
-                fds={int(number): _latin(target) for number, target in entry["fds"].items()},
-                uid=entry["uid"], gid=entry["gid"], umask=entry["umask"],
-                blocked=int(entry["blocked"], 16), ignored=int(entry["ignored"], 16),
-            )
-            open_calls[entry["pid"]] = call
-            seen.append(call)
+    for line in spy_journal().splitlines():
+        entry = json.loads(line)
+        if entry["event"] == "input":
+            open_calls[entry["pid"]].stdin = _latin(entry["data"])
+            continue
+        call = Call(
+            program=_latin(entry["program"]),
+            argv=[_latin(word) for word in entry["argv"]],
+            env=dict(_latin(word).split("=", 1) for word in entry["env"]),
+            cwd=_latin(entry["cwd"]),
+            fds={int(number): _latin(target) for number, target in entry["fds"].items()},
+            uid=entry["uid"], gid=entry["gid"], umask=entry["umask"],
+            blocked=int(entry["blocked"], 16), ignored=int(entry["ignored"], 16),
+        )
+        open_calls[entry["pid"]] = call
+        seen.append(call)
     place = program and os.path.realpath(program)
     return [call for call in seen if place in (None, call.program)]

@@ -4,7 +4,10 @@ import pathlib
 
 import pytest
 
-from mailhost import MAILNAMES, TOOL, described, full_disk, mailvek, nothing_changes, read, read_only, run, text, tool_environment, tree, write
+from host_faults import full_disk, read_only
+from mailhost import (
+    MAILNAMES, TOOL, described, mailvek, nothing_changes, read, run, text, tool_environment, tree, write,
+)
 
 DOMAIN = f"{MAILNAMES}/example.com"
 STORE = f"{DOMAIN}/info/@attachments"

@@ -4,9 +4,9 @@ import os
 
 import pytest
 
+from host_faults import read_only
 from mailhost import (
-    ACCOUNTS, MAPS, auth_domains, auth_rows, described, done, failed, mailvek, postmap, read, read_only, start,
-    stop, write,
+    ACCOUNTS, MAPS, auth_domains, auth_rows, described, done, failed, mailvek, postmap, read, start, stop, write,
 )
 from panel import (
     LOCAL, add_hook, damage_hooks, hooks, panel_domain, panel_domain_alias, panel_mailname,

@@ -3,9 +3,10 @@ import os
 
 import pytest
 
+from host_faults import read_only, undo
 from mailhost import (
-    ACCOUNTS, MAILNAMES, MAPS, auth_domains, auth_rows, auth_sql, described, done, failed, mailvek,
-    nothing_changes, panel_sql, postmap, read, read_only, start, stop, undo,
+    ACCOUNTS, MAILNAMES, MAPS, auth_domains, auth_rows, auth_sql, described, done, failed, mailvek, nothing_changes,
+    panel_sql, postmap, read, start, stop,
 )
 from panel import (
     add_hook, damage_hooks, hooks, panel_domain, panel_mailname, quota_line, standard_addresses,

@@ -5,9 +5,10 @@ import os
 
 import pytest
 
+from host_faults import flock_held, read_only, undo
 from mailhost import (
-    MAILNAMES, MAPS, add_records, auth_domains, auth_rows, auth_sql, done, failed, flock_held, mailvek,
-    panel_sql, postmap, read, read_only, start, stop, undo, wait_until,
+    MAILNAMES, MAPS, add_records, auth_domains, auth_rows, auth_sql, done, failed, mailvek, panel_sql, postmap,
+    read, start, stop, wait_until,
 )
 from panel import (
     LOCAL, add_hook, hooks, panel_domain, panel_domain_alias, panel_mailname, standard_addresses,

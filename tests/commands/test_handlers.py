@@ -8,7 +8,8 @@ from handlers import (
     INFO, ONE, REFRESHER, STORE, THREE, TWO, active, add, by_value, command, damaged, fatal, marker,
     names, not_made, options, parameter, says, silent, skipped, store, stuck, update, whole,
 )
-from mailhost import TOOL, mailvek, nothing_changes, read, run, undo, write
+from host_faults import undo
+from mailhost import TOOL, mailvek, nothing_changes, read, run, write
 from spies import Rule, calls, spy
 
 

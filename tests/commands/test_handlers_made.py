@@ -8,7 +8,8 @@ from handlers import (
     INFO, ONE, PROGRAM, STORE, THREE, TWO, active, add, by_value, command, damaged, names, options,
     parameter, says, silent, skipped, store, stuck, update, whole,
 )
-from mailhost import TOOL, described, full_disk, nothing_changes, read, read_only, run, tree, undo
+from host_faults import full_disk, read_only, undo
+from mailhost import TOOL, described, nothing_changes, read, run, tree
 
 
 # ------------------------------------------------------------------------------------ add

@@ -10,10 +10,10 @@ import subprocess
 import pytest
 
 from mailboxes import imap_letters, letters, login_works, make_mailbox, pop3_letters, send
+from host_faults import full_disk, read_only
 from mailhost import (
-    ACCOUNTS, HOST, MAILNAMES, MAPS, add_records, auth_domains, auth_sql, described, full_disk, panel_sql,
-    postconf, postmap, postmap_query, read, read_only, reset, run, runs, set_postconf, start, system_log,
-    tree, wait_until, write,
+    ACCOUNTS, HOST, MAILNAMES, MAPS, add_records, auth_domains, auth_sql, described, panel_sql, postconf, postmap,
+    postmap_query, read, reset, run, runs, set_postconf, start, system_log, tree, wait_until, write,
 )
 from spies import Rule, calls, spy
 

@@ -6,9 +6,10 @@ import time
 import pytest
 
 from mailboxes import make_mailbox
+from host_faults import accounts_locked, flock_held, full_disk, read_only, undo
 from mailhost import (
-    ACCOUNTS, MAILNAMES, MAPS, NOSLEEP_JOURNAL, accounts_locked, auth_rows, described, flock_held, full_disk,
-    nothing_changes, read, read_only, run, runs, slept, start, stop, tree, undo, write,
+    ACCOUNTS, MAILNAMES, MAPS, NOSLEEP_JOURNAL, auth_rows, described, nothing_changes, read, run, runs, slept,
+    start, stop, tree, write,
 )
 
 SANITIZED_TOO = False  # the tool is not what is tested

@@ -4,9 +4,10 @@ import os
 
 import pytest
 
+from host_faults import read_only, undo
 from mailhost import (
-    ACCOUNTS, MAILNAMES, MAPS, auth_domains, auth_rows, described, done, failed, mailvek, nothing_changes,
-    postmap, read, read_only, stop, system_calls, tree, undo, write,
+    ACCOUNTS, MAILNAMES, MAPS, auth_domains, auth_rows, described, done, failed, mailvek, nothing_changes, postmap,
+    read, stop, system_calls, tree, write,
 )
 from mailnames import (
     ALIAS, ALL_ACCOUNTS, ANNA, DOMAIN, HOME, NAMES, PLAIN, POSTMAP, addresses,

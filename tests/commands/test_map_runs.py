@@ -44,7 +44,7 @@ def standard(domain):
     return added("virtual", *((f"{name}@{domain}", f"{name}@{LOCAL}") for name in STANDARD))
 
 
-def runs(*arguments, env=None):
+def postmap_runs(*arguments, env=None):
     """What postmap is started with, and what it is given to read."""
     spy(POSTMAP)
     done(*arguments, env=env)
@@ -55,23 +55,23 @@ def runs(*arguments, env=None):
 
 
 def test_a_domain_gets_its_addresses_twice_around_its_record():
-    assert runs("--add-domain", AT) == [
+    assert postmap_runs("--add-domain", AT) == [
         *rewritten("virtual"), standard(DOMAIN), added("virtual_domains", (DOMAIN, f"{DOMAIN}/")), standard(DOMAIN)]
 
 
 def test_a_domain_is_disabled_before_its_addresses_go_together():
-    assert runs("--turn-off-domain", AT) == [
+    assert postmap_runs("--turn-off-domain", AT) == [
         removed("virtual_domains", DOMAIN),
         removed_together("virtual", *(f"{name}@{DOMAIN}" for name in STANDARD))]
 
 
 def test_an_enabled_domain_gets_its_record_before_addresses():
-    assert runs("--turn-on-domain", AT) == [added("virtual_domains", (DOMAIN, f"{DOMAIN}/")), standard(DOMAIN)]
+    assert postmap_runs("--turn-on-domain", AT) == [added("virtual_domains", (DOMAIN, f"{DOMAIN}/")), standard(DOMAIN)]
 
 
 def test_a_removed_domain_leaves_domains_then_addresses_then_mailboxes():
     done("--add-domain", AT)
-    assert runs("--remove-domain", AT) == [
+    assert postmap_runs("--remove-domain", AT) == [
         removed("virtual_domains", DOMAIN), *rewritten("virtual"), *rewritten("vmailbox")]
 
 
@@ -79,19 +79,19 @@ def test_a_removed_domain_leaves_domains_then_addresses_then_mailboxes():
 
 
 def test_a_catch_all_is_one_run_for_all_domains():
-    assert runs("--set-catchall", AT, "--email=b@example.org") == [
+    assert postmap_runs("--set-catchall", AT, "--email=b@example.org") == [
         added("virtual", *((f"@{domain}", "b@example.org") for domain in DOMAINS))]
 
 
 def test_a_bounce_runs_per_pipe_and_once_for_addresses():
     pipes = [added("aliases", (f"_orvek_bounce_{domain}", PIPE)) for domain in DOMAINS]
     addresses = added("virtual", *((f"@{domain}", f"_orvek_bounce_{domain}@{LOCAL}") for domain in DOMAINS))
-    assert runs("--set-bounce", AT) == [*pipes, addresses]
+    assert postmap_runs("--set-bounce", AT) == [*pipes, addresses]
 
 
 @pytest.mark.parametrize("command", ["--set-reject", "--unset-reject"])
 def test_one_run_ends_alias_domains_catch_alls_before_the_domains(command):
-    assert runs(command, AT) == [removed_together("virtual", f"@{ALIAS}", f"@{OTHER}", f"@{DOMAIN}")]
+    assert postmap_runs(command, AT) == [removed_together("virtual", f"@{ALIAS}", f"@{OTHER}", f"@{DOMAIN}")]
 
 
 # -------------------------------------------------------------------------------- alias domains
@@ -110,7 +110,7 @@ ADD = ("--add-domain-alias", AT, f"--domain-alias-name={NEW}")
                          added("virtual", (f"@{NEW}", f"_orvek_bounce_{NEW}@{LOCAL}"))]),
 ])
 def test_an_alias_domain_gets_addresses_then_names_then_the_rest(arguments, more):
-    assert runs(*ADD, *arguments) == [standard(NEW), NAMES_OF_THE_ALIAS, *more]
+    assert postmap_runs(*ADD, *arguments) == [standard(NEW), NAMES_OF_THE_ALIAS, *more]
 
 
 @pytest.mark.parametrize("arguments", [
@@ -118,21 +118,21 @@ def test_an_alias_domain_gets_addresses_then_names_then_the_rest(arguments, more
     ("--rename-domain-alias", AT, f"--old-domain-alias-name={ALIAS}", f"--new-domain-alias-name={NEW}",
      "--set-reject")])
 def test_an_alias_domain_is_removed_or_renamed_by_one_rewrite(arguments):
-    assert runs(*arguments) == rewritten("virtual")
+    assert postmap_runs(*arguments) == rewritten("virtual")
 
 
 # ------------------------------------------------------------------------------------ mailnames
 
 
 def test_a_mailname_gets_mailbox_then_addresses_in_one_run():
-    assert runs("--add-mailname", *NAMES, "--disk-quota=100000") == [
+    assert postmap_runs("--add-mailname", *NAMES, "--disk-quota=100000") == [
         added("vmailbox", (ANNA, f"{DOMAIN}/anna/Maildir/")),
         added("virtual", *((f"anna@{domain}", ANNA) for domain in DOMAINS))]
 
 
 def test_a_removed_mailname_leaves_mailbox_then_alias_domains_then_domain():
     done("--add-mailname", *NAMES, "--disk-quota=100000")
-    assert runs("--remove-mailname", *NAMES) == [
+    assert postmap_runs("--remove-mailname", *NAMES) == [
         removed("vmailbox", ANNA),
         *(removed("virtual", f"anna@{domain}") for domain in (ALIAS, OTHER, DOMAIN))]
 
@@ -142,16 +142,16 @@ def test_a_renamed_mailname_is_rewritten_domain_first_then_alias_domains():
     done("--add-mailname", *NAMES, "--disk-quota=100000")
     done("--set-password", *NAMES, env=env)
     rename = ("--rename-mailname", AT, "--old-mailname=anna", "--new-mailname=anita")
-    assert runs(*rename, env=env) == [*rewritten("vmailbox"), *rewritten("virtual") * 3]
+    assert postmap_runs(*rename, env=env) == [*rewritten("vmailbox"), *rewritten("virtual") * 3]
 
 
 def test_a_mail_alias_is_one_run_for_all_domains():
-    assert runs("--add-alias", *NAMES, "--alias=ann") == [
+    assert postmap_runs("--add-alias", *NAMES, "--alias=ann") == [
         added("virtual", *((f"ann@{domain}", ANNA) for domain in DOMAINS))]
 
 
 def test_a_removed_mail_alias_leaves_the_domain_first():
-    assert runs("--remove-alias", *NAMES, "--alias=ann") == [
+    assert postmap_runs("--remove-alias", *NAMES, "--alias=ann") == [
         removed("virtual", f"ann@{domain}") for domain in DOMAINS]
 
 

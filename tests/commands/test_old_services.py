@@ -3,7 +3,8 @@ import pathlib
 
 import pytest
 
-from mailhost import done, mailvek, nothing_changes, read, read_only, runs, slept, start, wait_until, write
+from host_faults import read_only
+from mailhost import done, mailvek, nothing_changes, read, runs, slept, start, wait_until, write
 from services import (
     COURIER, FILTER, MASTER_CF, PARKED, POSTFIX, SMTPS, SUBMISSION, actions, entries, listens, postfix_is_up, unusable,
     without_postlog,

@@ -4,7 +4,8 @@ import os
 
 import pytest
 
-from mailhost import MAPS, add_records, disk, done, mailvek, nothing_changes, postconf, postmap, run, set_postconf
+from mailhost import (
+    MAPS, add_records, done, failed, mailvek, misused, nothing_changes, postconf, postmap, run, set_postconf)
 from spies import Rule, calls, spy
 
 POSTCONF, POSTMAP, POSTFIX = "/usr/sbin/postconf", "/usr/sbin/postmap", "/etc/init.d/postfix"
@@ -18,19 +19,6 @@ FATAL = "Fatal error: orvek::mail::postfix::PostfixConfigurationError"
 def a_postfix_that_does_nothing():
     set_postconf(mynetworks=NETWORKS)
     spy(POSTFIX, Rule(exit=0))
-
-
-def failed(*arguments, saying):
-    ended = mailvek(*arguments)
-    assert (ended.status, ended.out, ended.err) == (1, saying, saying), ended
-
-
-def misused(*arguments, saying):
-    """Bad usage: told on both streams, the usage behind it, and nothing is done."""
-    before = disk()
-    ended = mailvek(*arguments)
-    assert ended.status == 1 and saying in ended.err and ended.out.startswith(ended.err), ended
-    assert f"\nUsage: {arguments[0]} " in ended.out and calls() == [] and disk() == before
 
 
 def reloads():
@@ -112,12 +100,12 @@ def test_a_network_resembling_the_loopback_can_go(address):
 class TestWhitelist:
     def test_says_what_postconf_says_and_does_not_reload(self, command, address):
         fail_writes()
-        failed(command, *network(address, 24), saying=f"{FATAL}(postconf: fatal: no\n)\n")
+        failed(command, *network(address, 24), report=f"{FATAL}(postconf: fatal: no\n)\n")
         assert postconf("mynetworks") == NETWORKS and reloads() == []
 
     def test_writes_nothing_when_the_list_cannot_be_read(self, command, address):
         spy(POSTCONF, Rule(having="mynetworks", exit=1, err="postconf: fatal: no\n"))
-        failed(command, *network(address, 24), saying=f"{FATAL}(postconf: fatal: no\n)\n")
+        failed(command, *network(address, 24), report=f"{FATAL}(postconf: fatal: no\n)\n")
         assert writes() == [] and reloads() == []
 
     @pytest.mark.parametrize("rule", [Rule(exit=1), Rule(signal=15)])
@@ -127,9 +115,9 @@ class TestWhitelist:
         assert postconf("mynetworks") != NETWORKS
 
     def test_needs_both_options(self, command, address):
-        misused(command, saying='mandatory option "--netmask" is not specified\n')
-        misused(command, f"--ip-address={address}", saying='mandatory option "--netmask" is not specified\n')
-        misused(command, "--netmask=8", saying='mandatory option "--ip-address" is not specified\n')
+        misused(command, report='mandatory option "--netmask" is not specified\n')
+        misused(command, f"--ip-address={address}", report='mandatory option "--netmask" is not specified\n')
+        misused(command, "--netmask=8", report='mandatory option "--ip-address" is not specified\n')
 
     def test_takes_no_mask_above_32(self, command, address):
         misused(command, *network(address, 33), saying="33")
@@ -190,7 +178,7 @@ def test_a_map_that_cannot_be_changed_is_a_failure(command, error):
     add_records("blacklists", {"spam.test": "REJECT"})
     spy(POSTMAP, Rule(exit=1, err="postmap: fatal: no\n"))
     failed(command, "--domain-name=spam.test",
-           saying=f"Fatal error: orvek::mail::postfix::{error}(postmap: fatal: no\n)\n")
+           report=f"Fatal error: orvek::mail::postfix::{error}(postmap: fatal: no\n)\n")
     assert postmap("blacklists") == {"spam.test": "REJECT"}
 
 
@@ -198,7 +186,7 @@ def test_a_failed_removal_leaves_the_sender_refused():
     add_records("blacklists", {"spam.test": "REJECT"})
     spy(POSTMAP, Rule(having="-d", exit=1, err="postmap: fatal: no\n"))
     failed("--remove-badmailfrom", "--domain-name=spam.test",
-           saying="Fatal error: orvek::mail::postfix::PostfixDatabaseError(postmap: fatal: no\n)\n")
+           report="Fatal error: orvek::mail::postfix::PostfixDatabaseError(postmap: fatal: no\n)\n")
     assert postmap("blacklists") == {"spam.test": "REJECT"}
 
 
@@ -210,7 +198,7 @@ def test_a_missing_map_fails_the_removal():
 
 @pytest.mark.parametrize("command", ["--add-badmailfrom", "--remove-badmailfrom"])
 def test_a_senders_domain_must_be_given_and_be_one(command):
-    misused(command, saying='mandatory option "--domain-name" is not specified\n')
+    misused(command, report='mandatory option "--domain-name" is not specified\n')
     with nothing_changes():
         ended = mailvek(command, f"--domain-name={'ä' * 70}.test")
     assert ended.status == 1 and ended.err.startswith("Fatal error: orvek::idn::IdnaError("), ended
@@ -259,13 +247,13 @@ def test_the_restrictions_are_written_even_when_they_are_the_same():
 def test_restrictions_that_cannot_be_read_are_not_written():
     set_postconf(**{RESTRICTIONS: "permit_mynetworks"})
     spy(POSTCONF, Rule(having=RESTRICTIONS, exit=1, err="postconf: fatal: no\n"))
-    failed("--set-maps-protection", "--maps-zones=a", saying=f"{FATAL}(postconf: fatal: no\n)\n")
+    failed("--set-maps-protection", "--maps-zones=a", report=f"{FATAL}(postconf: fatal: no\n)\n")
     assert writes() == [] and reloads() == []
 
 
 def test_restrictions_that_cannot_be_written_are_not_reloaded():
     fail_writes()
-    failed("--set-maps-protection", "--maps-zones=a", saying=f"{FATAL}(postconf: fatal: no\n)\n")
+    failed("--set-maps-protection", "--maps-zones=a", report=f"{FATAL}(postconf: fatal: no\n)\n")
     assert postconf(RESTRICTIONS) == "" and reloads() == []
 
 

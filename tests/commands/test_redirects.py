@@ -4,9 +4,9 @@ import os
 
 import pytest
 
+from host_faults import read_only
 from mailhost import (
-    ACCOUNTS, MAILNAMES, auth_rows, auth_sql, described, done, mailvek, nothing_changes, postmap, read,
-    read_only, start, stop,
+    ACCOUNTS, MAILNAMES, auth_rows, auth_sql, described, done, mailvek, nothing_changes, postmap, read, start, stop,
 )
 from panel import add_hook, damage_hooks, hooks, panel_domain, panel_mailname, standard_addresses, without_accounts
 from spies import Rule, spy

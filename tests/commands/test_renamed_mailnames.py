@@ -4,9 +4,9 @@ import os
 
 import pytest
 
+from host_faults import flock_held, read_only, undo
 from mailhost import (
-    MAILNAMES, MAPS, auth_rows, auth_sql, done, failed, flock_held, mailvek, nothing_changes, postmap,
-    read_only, stop, tree, undo, wait_until,
+    MAILNAMES, MAPS, auth_rows, auth_sql, done, failed, mailvek, nothing_changes, postmap, stop, tree, wait_until,
 )
 from mailnames import (
     ALIAS, ANNA, DOMAIN, HOME, NAMES, OTHER, PLAIN, POSTMAP, addresses, domain_without_mailnames,

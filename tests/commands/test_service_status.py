@@ -1,6 +1,6 @@
 """--status-service."""
 from mailhost import mailvek, nothing_changes, slept, start
-from services import COURIER, POSTFIX, STATUS, components, done, status, unusable
+from services import COURIER, POSTFIX, STATUS, components, serviced, status, unusable
 from spies import Rule, calls, spy
 
 
@@ -14,17 +14,17 @@ def test_status_lists_each_component_in_its_own_order():
 
 def test_status_of_what_has_no_process_prints_nothing():
     with nothing_changes():
-        assert done(STATUS, "smtp", "smtps", "submission").out == ""
+        assert serviced(STATUS, "smtp", "smtps", "submission").out == ""
 
 
 def test_status_of_a_stopped_postfix_is_a_success():
-    assert done(STATUS, "mta").out == "mta is stopped\n"
+    assert serviced(STATUS, "mta").out == "mta is stopped\n"
 
 
 def test_status_asks_courier_once_and_its_script_alone():
     spy(COURIER)
     spy(POSTFIX)
-    done(STATUS, nosleep=True)
+    serviced(STATUS, nosleep=True)
     assert [(call.program, call.argv[1:]) for call in calls()] == [(COURIER, ["status"])]
     assert slept() == []
 

@@ -3,12 +3,11 @@ import pathlib
 
 import pytest
 
-from mailhost import (
-    mailvek, nothing_changes, panel_sql, read, read_only, runs, slept, start, stop, wait_until, write,
-)
+from host_faults import read_only
+from mailhost import mailvek, nothing_changes, panel_sql, read, runs, slept, start, stop, wait_until, write
 from services import (
     COURIER, MASTER_CF, PARKED, POSTFIX, RELOAD, RESTART, SMTPS, START, STOP, SUBMISSION, actions, components,
-    done, entries, listens, panel_has_submission, postfix_is_up, status, unusable, without_postlog,
+    entries, listens, panel_has_submission, postfix_is_up, serviced, status, unusable, without_postlog,
 )
 from spies import Rule, calls, spy
 
@@ -25,19 +24,19 @@ def panel():
 
 def test_everything_starts_restarts_reloads_and_stops():
     panel_has_submission(True)
-    done(START)
+    serviced(START)
     assert wait_until(postfix_is_up) and wait_until(lambda: runs("courier"))
     assert wait_until(lambda: listens(25, 465, 587, 143, 110))
     assert entries()[-2:] == [SMTPS, SUBMISSION]
     assert status() == [f"{name} is running" for name in ("mta", "pop3", "pop3s", "imap", "imaps")]
     master = read("/var/spool/postfix/pid/master.pid")
-    done(RESTART)
+    serviced(RESTART)
     assert wait_until(postfix_is_up) and read("/var/spool/postfix/pid/master.pid") != master
     wait_until(lambda: listens(25, 465, 587, 143, 110))
     master = read("/var/spool/postfix/pid/master.pid")
-    done(RELOAD)
+    serviced(RELOAD)
     assert wait_until(postfix_is_up) and read("/var/spool/postfix/pid/master.pid") == master
-    done(STOP)
+    serviced(STOP)
     wait_until(lambda: not listens(25) and not listens(143))
     assert not postfix_is_up()
     assert [line for line in entries() if line.split()[1] == "inet"] == [SUBMISSION]
@@ -45,20 +44,20 @@ def test_everything_starts_restarts_reloads_and_stops():
 
 def test_one_courier_server_starts_them_all_only():
     before = read(MASTER_CF)
-    done(START, "pop3", out="")
+    serviced(START, "pop3", out="")
     wait_until(lambda: runs("courier"))
     assert listens(143, 110) and not listens(25)
     assert read(MASTER_CF) == before
-    done(STOP, "imaps", out="")
+    serviced(STOP, "imaps", out="")
     wait_until(lambda: not listens(143))
 
 
 def test_submission_listens_only_while_it_is_on():
     panel_has_submission(True)
-    done(START, "mta", "submission")
+    serviced(START, "mta", "submission")
     wait_until(lambda: listens(25, 587))
     panel_has_submission(False)
-    done(RESTART, "mta", "submission")
+    serviced(RESTART, "mta", "submission")
     wait_until(lambda: listens(25))
     assert not listens(587)
 
@@ -77,39 +76,39 @@ def test_all_are_meant_when_none_is_named():
         (STOP, [(POSTFIX, "stop"), (COURIER, "stop")]),
     ):
         seen = len(calls())
-        done(command)
+        serviced(command)
         assert [row for row in actions()[seen:] if row != (POSTFIX, "start")] == expected
 
 
 def test_changed_services_are_reloaded_after_a_start():
     spy(POSTFIX)
-    done(START, "mta", "smtps")
+    serviced(START, "mta", "smtps")
     assert actions(POSTFIX) == ["start", "reload"]
     assert entries()[-1] == SMTPS
 
 
 def test_a_start_without_a_change_does_not_reload():
     spy(POSTFIX)
-    done(START, "mta", "smtp", "submission")
+    serviced(START, "mta", "smtp", "submission")
     assert actions(POSTFIX) == ["start"]
 
 
 def test_starting_one_service_reloads_a_stopped_postfix():
     spy(POSTFIX, Rule(exit=0))
-    done(START, "smtps", out="")
+    serviced(START, "smtps", out="")
     assert actions(POSTFIX) == ["reload"]
 
 
 def test_starting_one_service_does_not_reload_a_running_postfix():
     start("postfix")
     spy(POSTFIX)
-    done(START, "smtps", out="")
+    serviced(START, "smtps", out="")
     assert entries()[-1] == SMTPS and calls(POSTFIX) == []
 
 
 def test_a_failed_reload_after_a_start_leaves_the_status():
     spy(POSTFIX, Rule(exit=4))
-    done(START, "smtps")
+    serviced(START, "smtps")
 
 
 def test_a_failed_start_is_status_1_but_courier_starts():
@@ -148,7 +147,7 @@ def test_other_components_need_neither_master_cf_nor_the_panel():
     spy(COURIER, Rule(exit=0))
     with nothing_changes():
         for command in (START, RESTART, STOP):
-            done(command, "mta", "pop3")
+            serviced(command, "mta", "pop3")
     assert actions() == [(COURIER, "start"), (POSTFIX, "restart"), (COURIER, "restart"), (POSTFIX, "stop"),
                          (COURIER, "stop")]
 
@@ -194,7 +193,7 @@ def test_a_courier_that_fails_is_status_1():
 def test_stopping_one_service_does_not_reload_a_running_postfix():
     start("postfix")
     spy(POSTFIX)
-    done(STOP, "smtp", out="")
+    serviced(STOP, "smtp", out="")
     assert not [line for line in entries() if line.split()[:2] == ["smtp", "inet"]]
     assert calls(POSTFIX) == []
     assert listens(25)
@@ -202,13 +201,13 @@ def test_stopping_one_service_does_not_reload_a_running_postfix():
 
 def test_stopping_one_service_reloads_a_stopped_postfix():
     spy(POSTFIX, Rule(exit=0))
-    done(STOP, "smtp", out="")
+    serviced(STOP, "smtp", out="")
     assert actions(POSTFIX) == ["reload"]
 
 
 def test_stopping_a_stopped_postfix_runs_nothing():
     spy(POSTFIX)
-    done(STOP, "mta", "smtp")
+    serviced(STOP, "mta", "smtp")
     assert calls(POSTFIX) == []
 
 
@@ -223,9 +222,9 @@ def test_a_failed_stop_is_status_1_but_courier_stops():
 def test_services_are_parked_in_an_order_of_their_own():
     spy(POSTFIX, Rule(exit=0))
     panel_has_submission(True)
-    done(START, "submission", "smtps")
+    serviced(START, "submission", "smtps")
     panel_has_submission(False)
-    done(STOP, "submission", "smtps", "smtp")
+    serviced(STOP, "submission", "smtps", "smtp")
     assert [line.split()[0] for line in read(PARKED).splitlines() if line] == ["smtp", "smtps", "submission"]
 
 
@@ -240,7 +239,7 @@ def test_a_failed_restart_is_status_1_but_courier_restarts():
 
 def test_a_restart_of_postfix_skips_the_reload():
     spy(POSTFIX)
-    done(RESTART, "mta", "smtps")
+    serviced(RESTART, "mta", "smtps")
     assert actions(POSTFIX)[0] == "restart" and "reload" not in actions(POSTFIX)
     assert entries()[-1] == SMTPS
 
@@ -248,10 +247,10 @@ def test_a_restart_of_postfix_skips_the_reload():
 def test_a_restart_restores_what_a_stop_parked():
     write(MASTER_CF, read(MASTER_CF).replace("smtp       inet", "smtp inet n - n - 77 smtpd -o own=yes\n#", 1))
     before = sorted(entries())
-    done(STOP, "smtp", nosleep=True)
+    serviced(STOP, "smtp", nosleep=True)
     assert "smtp inet n - n - 77 smtpd -o own=yes" not in entries()
     spy(POSTFIX, Rule(exit=0))
-    done(RESTART, "smtp")
+    serviced(RESTART, "smtp")
     assert sorted(entries()) == before
     assert actions(POSTFIX) == ["reload"]
 
@@ -259,28 +258,28 @@ def test_a_restart_restores_what_a_stop_parked():
 def test_a_stop_and_a_start_of_submission_follow_the_panel():
     spy(POSTFIX, Rule(exit=0))
     panel_has_submission(True)
-    done(START, "submission")
+    serviced(START, "submission")
     assert entries()[-1] == SUBMISSION
     with nothing_changes():
-        done(STOP, "submission")
+        serviced(STOP, "submission")
     panel_has_submission(False)
-    done(STOP, "submission")
+    serviced(STOP, "submission")
     assert SUBMISSION not in entries()
     panel_has_submission(True)
-    done(RESTART, "submission")
+    serviced(RESTART, "submission")
     assert entries()[-1] == SUBMISSION
     panel_has_submission(False)
-    done(START, "submission")
+    serviced(START, "submission")
     assert SUBMISSION not in entries()
 
 
 def test_a_stop_restores_nothing_that_somebody_parked():
     spy(POSTFIX, Rule(exit=0))
     panel_has_submission(True)
-    done("--enable-message-submission")
-    done("--disable-message-submission")
+    serviced("--enable-message-submission")
+    serviced("--disable-message-submission")
     with nothing_changes():
-        done(STOP, "submission", "smtps")
+        serviced(STOP, "submission", "smtps")
     assert SUBMISSION not in entries()
     assert len(calls()) == 2
 
@@ -288,7 +287,7 @@ def test_a_stop_restores_nothing_that_somebody_parked():
 def test_an_unreadable_submission_setting_warns_and_is_off():
     spy(POSTFIX, Rule(exit=0))
     panel_has_submission(True)
-    done(START, "submission")
+    serviced(START, "submission")
     panel_sql("RENAME TABLE misc TO settings; CREATE VIEW misc AS SELECT param, "
               "IF(param = 'message_submission', (SELECT 1 UNION SELECT 2), val) AS val FROM settings")
     ended = mailvek(STOP, *components("submission"))
@@ -332,9 +331,9 @@ def test_a_reload_does_not_look_at_the_services():
     stop("mariadb")
     spy(POSTFIX, Rule(exit=0))
     before = read(MASTER_CF)
-    done(RELOAD, "smtp", "smtps", "submission", out="")
+    serviced(RELOAD, "smtp", "smtps", "submission", out="")
     assert calls() == []
-    done(RELOAD, "mta", "smtps", out="")
+    serviced(RELOAD, "mta", "smtps", out="")
     assert actions(POSTFIX) == ["reload"] and read(MASTER_CF) == before
 
 
@@ -370,7 +369,7 @@ def test_no_daemon_is_touched_where_the_configuration_says_so():
     write("/etc/orv/orv.conf", read("/etc/orv/orv.conf") + "NO_RESTART_DAEMON 1\n")
     spy(COURIER)
     for command in (START, STOP, RESTART, RELOAD):
-        done(command, "pop3")
+        serviced(command, "pop3")
     assert status("imap") == ["imap is running"] and calls() == []
 
 

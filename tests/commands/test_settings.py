@@ -5,7 +5,8 @@ import time
 
 import pytest
 
-from mailhost import MAPS, disk, done, mailvek, nothing_changes, postconf, read, read_only, set_postconf, undo, write
+from host_faults import read_only, undo
+from mailhost import MAPS, done, failed, mailvek, misused, nothing_changes, postconf, read, set_postconf, write
 from spies import Rule, calls, spy
 
 POSTCONF, POSTFIX, COURIER = "/usr/sbin/postconf", "/etc/init.d/postfix", "/etc/init.d/courier-imap"
@@ -26,20 +27,6 @@ def services_that_do_nothing():
     set_postconf(mynetworks=NETWORKS)
     spy(POSTFIX, Rule(exit=0))
     spy(COURIER, Rule(exit=0))
-
-
-def failed(*arguments, saying, status=1):
-    ended = mailvek(*arguments)
-    assert ended.status == status and ended.err == saying and ended.out == saying, ended
-
-
-def misused(*arguments, saying):
-    """Bad usage: told on both streams, the usage behind it, and nothing is done."""
-    before = disk()
-    ended = mailvek(*arguments)
-    assert ended.status == 1 and ended.err == saying, ended
-    assert ended.out.startswith(saying) and f"\nUsage: {arguments[0]} " in ended.out, ended
-    assert calls() == [] and disk() == before
 
 
 def reloads():
@@ -138,7 +125,7 @@ def test_no_parameter_waits_for_the_one_before_it():
 @pytest.mark.parametrize("more", [(), ("--relayclient", "--smtpauth", "--popauth", "--poplock-time=5")])
 def test_short_names_are_refused_and_nothing_is_changed(more):
     with nothing_changes():
-        failed("--set-mail-params", "--shortnames", *more, saying=NO_SHORT_NAMES)
+        failed("--set-mail-params", "--shortnames", *more, report=NO_SHORT_NAMES)
     assert calls() == []
 
 
@@ -169,7 +156,7 @@ def test_when_couriers_files_cannot_be_written_nothing_else_is_done():
 def test_a_failed_write_keeps_earlier_ones_without_a_reload(writes, restrictions, networks):
     before = postconf("smtpd_recipient_restrictions")
     fail_writes(behind=writes)
-    failed("--set-mail-params", "--smtpauth", "--popauth", saying=f"{FATAL}(postconf: fatal: no\n)\n")
+    failed("--set-mail-params", "--smtpauth", "--popauth", report=f"{FATAL}(postconf: fatal: no\n)\n")
     assert postconf("smtpd_sasl_auth_enable") == ("yes" if writes else "no")
     assert postconf("smtpd_recipient_restrictions") == (before if restrictions is None else restrictions)
     assert postconf("mynetworks") == networks
@@ -227,7 +214,7 @@ def test_the_compound_format_takes_short_names_from_courier_alone():
 
 def test_the_format_with_short_names_is_refused():
     with nothing_changes():
-        failed("--set-accounts-format", "--account-format=both", saying=NO_SHORT_NAMES)
+        failed("--set-accounts-format", "--account-format=both", report=NO_SHORT_NAMES)
     assert calls() == []
 
 
@@ -239,7 +226,7 @@ def test_a_failing_courier_is_told_by_status_255():
 
 
 def test_another_format_or_none_is_bad_usage():
-    misused("--set-accounts-format", saying='mandatory option "--account-format" is not specified\n')
+    misused("--set-accounts-format", report='mandatory option "--account-format" is not specified\n')
     ended = mailvek("--set-accounts-format", "--account-format=short")
     assert ended.status == 1 and "short" in ended.err and "\nUsage: --set-accounts-format " in ended.out
     assert calls() == []
@@ -270,7 +257,7 @@ def test_a_mailbox_limit_without_number_sets_nothing():
 
 def test_a_failed_size_is_a_failure_without_a_reload():
     fail_writes()
-    failed("--set-max-letter-size", "--size=5", saying=f"{FATAL}(postconf: fatal: no\n)\n")
+    failed("--set-max-letter-size", "--size=5", report=f"{FATAL}(postconf: fatal: no\n)\n")
     assert reloads() == []
 
 
@@ -281,7 +268,7 @@ def test_a_failing_reload_is_no_failure_of_the_size():
 
 
 def test_a_size_must_be_given_and_be_a_number():
-    misused("--set-max-letter-size", saying='mandatory option "--size" is not specified\n')
+    misused("--set-max-letter-size", report='mandatory option "--size" is not specified\n')
     for value in ("x", "1k", "9223372036854775808"):
         ended = mailvek("--set-max-letter-size", f"--size={value}")
         assert ended.status == 1 and value in ended.err and "\nUsage: --set-max-letter-size " in ended.out, ended
@@ -311,7 +298,7 @@ class TestReaders:
 
     def test_says_what_postconf_says_when_it_cannot_read(self, command, parameter):
         spy(POSTCONF, Rule(having=parameter, exit=1, err="postconf: fatal: no\n"))
-        failed(command, saying=f"{FATAL}(postconf: fatal: no\n)\n")
+        failed(command, report=f"{FATAL}(postconf: fatal: no\n)\n")
 
 
 # -------------------------------------------------------------------------------- --update-spf
@@ -363,4 +350,4 @@ def test_without_the_directory_spf_cannot_be_updated():
 
 
 def test_an_unknown_option_of_spf_is_bad_usage():
-    misused("--update-spf", "--spf-mood=bad", saying="unrecognised option '--spf-mood=bad'\n")
+    misused("--update-spf", "--spf-mood=bad", report="unrecognised option '--spf-mood=bad'\n")
