@@ -39,7 +39,15 @@ set(call_faults
   getrlimit
   ftruncate
   fsync
-  gethostname)
+  gethostname
+  fchownat
+  fstatat
+  mkdirat
+  openat
+  renameat
+  renameat2
+  syscall
+  unlinkat)
 
 set(sqlite_spy
   sqlite3_open
@@ -65,6 +73,9 @@ set(MAILVEK_WRAPPED_layer_lib_report
   closelog
   malloc
   openlog)
+
+set(MAILVEK_WRAPPED_layer_lib_beneath
+  ${call_faults})
 
 set(MAILVEK_WRAPPED_layer_lib_text
   ${memory_faults}

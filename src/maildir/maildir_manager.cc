@@ -1,7 +1,7 @@
 #include "maildir/maildir_manager.h"
 
+#include "lib/beneath/file_name.h"
 #include "lib/conf/autoprepend.h"
-#include "lib/files/file_name.h"
 #include "lib/files/umask_guard.h"
 #include "lib/report/owned.h"
 #include "maildir/maildirpp_manager.h"

@@ -39,6 +39,7 @@ struct Fault
 
 inline Fault* fault = nullptr;
 inline bool types_are_unknown = false;
+inline int every_syscall_fails = 0; // the error
 
 inline bool fails(char const* call)
 {
@@ -108,6 +109,16 @@ public:
     }
 };
 
+// While one lives, openat2 and its kind fail with this error, as on an old kernel.
+class NoNewCalls
+{
+public:
+    explicit NoNewCalls(int error) { call_faults_detail::every_syscall_fails = error; }
+    ~NoNewCalls() { call_faults_detail::every_syscall_fails = 0; }
+    NoNewCalls(NoNewCalls const&) = delete;
+    NoNewCalls& operator=(NoNewCalls const&) = delete;
+};
+
 class UnknownTypes
 {
 public:
@@ -147,6 +158,14 @@ int __real_getrlimit(__rlimit_resource_t resource, rlimit* limit);
 int __real_ftruncate(int fd, off_t length);
 int __real_fsync(int fd);
 int __real_gethostname(char* name, size_t size);
+int __real_fchownat(int dir, char const* path, uid_t uid, gid_t gid, int flags);
+int __real_fstatat(int dir, char const* path, struct stat* info, int flags);
+int __real_mkdirat(int dir, char const* path, mode_t mode);
+int __real_openat(int dir, char const* path, int flags, ...);
+int __real_renameat(int from_dir, char const* from, int to_dir, char const* to);
+int __real_renameat2(int from_dir, char const* from, int to_dir, char const* to, unsigned flags);
+long __real_syscall(long number, ...);
+int __real_unlinkat(int dir, char const* path, int flags);
 
 [[gnu::used]] inline int __wrap_close(int fd)
 {
@@ -324,6 +343,71 @@ int __real_gethostname(char* name, size_t size);
 {
     return call_faults_detail::fails("gethostname") ? call_faults_detail::result<int>()
                                                     : __real_gethostname(name, size);
+}
+
+[[gnu::used]] inline int __wrap_fchownat(int dir, char const* path, uid_t uid, gid_t gid, int flags)
+{
+    return call_faults_detail::fails("fchownat") ? call_faults_detail::result<int>()
+                                                 : __real_fchownat(dir, path, uid, gid, flags);
+}
+
+[[gnu::used]] inline int __wrap_fstatat(int dir, char const* path, struct stat* info, int flags)
+{
+    return call_faults_detail::fails("fstatat") ? call_faults_detail::result<int>()
+                                                : __real_fstatat(dir, path, info, flags);
+}
+
+[[gnu::used]] inline int __wrap_mkdirat(int dir, char const* path, mode_t mode)
+{
+    return call_faults_detail::fails("mkdirat") ? call_faults_detail::result<int>()
+                                                : __real_mkdirat(dir, path, mode);
+}
+
+[[gnu::used]] inline int __wrap_openat(int dir, char const* path, int flags, ...)
+{
+    va_list args;
+    va_start(args, flags);
+    mode_t const mode = flags & O_CREAT ? va_arg(args, mode_t) : 0;
+    va_end(args);
+    return call_faults_detail::fails("openat") ? call_faults_detail::result<int>()
+                                               : __real_openat(dir, path, flags, mode);
+}
+
+[[gnu::used]] inline int __wrap_renameat(int from_dir, char const* from, int to_dir, char const* to)
+{
+    return call_faults_detail::fails("renameat") ? call_faults_detail::result<int>()
+                                                 : __real_renameat(from_dir, from, to_dir, to);
+}
+
+[[gnu::used]] inline int __wrap_renameat2(int from_dir, char const* from, int to_dir,
+                                          char const* to, unsigned flags)
+{
+    return call_faults_detail::fails("renameat2")
+               ? call_faults_detail::result<int>()
+               : __real_renameat2(from_dir, from, to_dir, to, flags);
+}
+
+// Calls of the system that the C library has no function for; all of ours take four arguments.
+[[gnu::used]] inline long __wrap_syscall(long number, ...)
+{
+    va_list args;
+    va_start(args, number);
+    long arguments[4];
+    for (long& argument : arguments)
+        argument = va_arg(args, long);
+    va_end(args);
+    bool const fails =
+        call_faults_detail::every_syscall_fails || call_faults_detail::fails("syscall");
+    if (call_faults_detail::every_syscall_fails)
+        errno = call_faults_detail::every_syscall_fails;
+    return fails ? -1L
+                 : __real_syscall(number, arguments[0], arguments[1], arguments[2], arguments[3]);
+}
+
+[[gnu::used]] inline int __wrap_unlinkat(int dir, char const* path, int flags)
+{
+    return call_faults_detail::fails("unlinkat") ? call_faults_detail::result<int>()
+                                                 : __real_unlinkat(dir, path, flags);
 }
 
 [[gnu::used]] inline int __wrap_open(char const* path, int flags, ...)

@@ -1,9 +1,9 @@
 #include "mail/lib/home/attachments.h"
 
+#include "lib/beneath/file_name.h"
 #include "lib/conf/autoprepend.h"
 #include "lib/files/copy_file.h"
 #include "lib/files/dot_entry.h"
-#include "lib/files/file_name.h"
 #include "lib/names/idn.h"
 #include "lib/names/idn_error.h"
 #include "lib/report/form_path.h"

@@ -3,9 +3,11 @@
 // is_file_name is true for a word that, as a part of a path, stays in the directory before it:
 // one that is neither empty nor "." nor ".." and that holds no "/".
 
-#ifndef MAILVEK_LIB_FILES_FILE_NAME_H
-#define MAILVEK_LIB_FILES_FILE_NAME_H
+#ifndef MAILVEK_LIB_BENEATH_FILE_NAME_H
+#define MAILVEK_LIB_BENEATH_FILE_NAME_H
 
-[[nodiscard]] bool is_file_name(char const* word);
+#include <string_view>
+
+[[nodiscard]] bool is_file_name(std::string_view word);
 
 #endif

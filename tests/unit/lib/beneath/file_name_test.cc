@@ -1,4 +1,4 @@
-#include "lib/files/file_name.h"
+#include "lib/beneath/file_name.h"
 
 #include <gtest/gtest.h>
 

@@ -1,0 +1,42 @@
+// entry - what is done with one entry of a directory, by its name
+//
+// Paths and failures are those of place.h; the last component is never followed either. Result: 0,
+// or -1 with errno set.
+
+#ifndef MAILVEK_LIB_BENEATH_ENTRY_H
+#define MAILVEK_LIB_BENEATH_ENTRY_H
+
+#include "lib/beneath/rights.h"
+
+#include <cstddef>
+
+#include <sys/stat.h>
+#include <time.h>
+
+// What lstat tells.
+[[nodiscard]] int look_beneath(int dir, char const* path, struct stat& info);
+
+// Removes anything but a directory; EISDIR for one.
+[[nodiscard]] int remove_file_beneath(int dir, char const* path);
+// Removes an empty directory.
+[[nodiscard]] int remove_directory_beneath(int dir, char const* path);
+
+// Renames as rename does: over a file, or over an empty directory.
+[[nodiscard]] int rename_beneath(int from_dir, char const* from, int to_dir, char const* to);
+// EEXIST if there is anything at the target. A file system that cannot promise that is asked
+// before, so that a target which is made meanwhile may be replaced there.
+[[nodiscard]] int rename_new_beneath(int from_dir, char const* from, int to_dir, char const* to);
+
+// Sets the times of access and modification, in the form of utimensat.
+[[nodiscard]] int set_times_beneath(int dir, char const* path, timespec const (&times)[2]);
+
+// Gives rights to a directory, or to a regular file with one name; failures as by
+// take_file_beneath for anything else.
+[[nodiscard]] int set_rights_beneath(int dir, char const* path, Rights const& rights);
+
+// Makes a symbolic link, which is the tool's own then. EEXIST if there is anything.
+[[nodiscard]] int make_link_beneath(int dir, char const* path, char const* target);
+// Stores what the link holds, with a NUL. ENAMETOOLONG if there is no room; EINVAL if it is none.
+[[nodiscard]] int read_link_beneath(int dir, char const* path, char* target, std::size_t size);
+
+#endif

@@ -1,0 +1,96 @@
+#include "lib/beneath/opened_file.h"
+
+#include "lib/beneath/descriptor_path.h"
+#include "lib/beneath/place.h"
+
+#include <cerrno>
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+namespace {
+
+// How often a file may be replaced by another while it is taken.
+constexpr int most_replacements = 16;
+
+// What keeps a file from being opened; 0 for nothing.
+int objection(struct stat const& info, off_t most)
+{
+    if (S_ISLNK(info.st_mode))
+        return ELOOP;
+    if (S_ISDIR(info.st_mode))
+        return EISDIR;
+    if (!S_ISREG(info.st_mode))
+        return EINVAL;
+    if (info.st_nlink > 1)
+        return EMLINK;
+    return info.st_size > most ? EFBIG : 0;
+}
+
+// The error for what is open, 0 for a file that may be used; sets replaced when it has lost its
+// name since it was opened.
+int check(int taken, off_t most, bool& replaced)
+{
+    struct stat info = {};
+    if (fstat(taken, &info) != 0)
+        return errno;
+    replaced = info.st_nlink == 0;
+    return replaced ? ENOENT : objection(info, most);
+}
+
+} // namespace
+
+OpenDescriptor take_file_beneath(int dir, char const* path, off_t most)
+{
+    Place const place(dir, path);
+    bool replaced = place.found();
+    for (int i = 0; replaced && i < most_replacements; ++i) {
+        OpenDescriptor taken(openat(place.dir(), place.name(), O_PATH | O_NOFOLLOW | O_CLOEXEC));
+        if (taken.get() < 0)
+            break;
+        int const error = check(taken.get(), most, replaced);
+        if (error == 0)
+            return OpenDescriptor(taken.release());
+        errno = error;
+    }
+    return OpenDescriptor(-1);
+}
+
+OpenDescriptor open_file_beneath(int dir, char const* path, int access, off_t most)
+{
+    OpenDescriptor const taken = take_file_beneath(dir, path, most);
+    if (taken.get() < 0)
+        return OpenDescriptor(-1);
+    // Without O_NONBLOCK a lease of its owner's would hold the open up.
+    return OpenDescriptor(
+        open(DescriptorPath(taken.get()).get(), access | O_NONBLOCK | O_NOCTTY | O_CLOEXEC));
+}
+
+OpenFile read_file_beneath(int dir, char const* path, off_t most)
+{
+    return stream_of(open_file_beneath(dir, path, O_RDONLY, most), "r");
+}
+
+OpenDescriptor make_file_beneath(int dir, char const* path, mode_t mode)
+{
+    Place const place(dir, path);
+    if (!place.found())
+        return OpenDescriptor(-1);
+    int const flags = O_RDWR | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC;
+    OpenDescriptor made(openat(place.dir(), place.name(), flags, mode & 0777));
+    if (made.get() >= 0 && set_rights(made.get(), mode_only(mode)) != 0) {
+        ErrnoKeeper const keeper;
+        unlinkat(place.dir(), place.name(), 0);
+        return OpenDescriptor(-1);
+    }
+    return OpenDescriptor(made.release());
+}
+
+OpenFile stream_of(OpenDescriptor descriptor, char const* mode)
+{
+    OpenFile stream(descriptor.get() < 0 ? nullptr : fdopen(descriptor.get(), mode));
+    if (stream)
+        static_cast<void>(descriptor.release());
+    return stream;
+}
