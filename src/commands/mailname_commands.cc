@@ -14,13 +14,11 @@ namespace orvek::mail::postfix::mailvek_commands {
 
 namespace {
 
-// Empty, behind a report, when the panel's database cannot be read.
-NameList reportedAliasDomains(std::string const& domain)
+// Gives the status of a command that needs the list.
+int reportUnreadAliasDomains(std::string const& domain)
 {
-    auto aliases = domainAliasesOf(domain);
-    if (!aliases)
-        uerr << "ERROR: unable get domain aliases for domain " << domain << std::endl;
-    return aliases;
+    uerr << "ERROR: unable get domain aliases for domain " << domain << std::endl;
+    return 1;
 }
 
 bool removeHooks(std::string const& address)
@@ -55,9 +53,9 @@ int renameAccounts(std::string const& domain, std::string const& oldName,
                    std::string const& newName)
 {
     int const status = mailAuthRename(oldName.c_str(), newName.c_str(), domain.c_str());
-    auto const aliases = reportedAliasDomains(domain);
+    auto const aliases = aliasDomainsOrFailure(domain);
     if (!aliases)
-        return 1;
+        return reportUnreadAliasDomains(domain);
     for (auto const& alias : *aliases) {
         if (mailAuthRename(oldName.c_str(), newName.c_str(), alias.c_str()) == -1)
             return 1;
@@ -94,9 +92,9 @@ int removeMailname(int argc, char** argv)
     if (!removeHooks(address))
         uerr << "WARNING: unable to remove some of mail handlers for " << address << std::endl;
 
-    auto const domainAliases = reportedAliasDomains(domain);
+    auto const domainAliases = aliasDomainsOrFailure(domain);
     if (!domainAliases)
-        return 1;
+        return reportUnreadAliasDomains(domain);
     PanelNames panel(nullptr);
     auto const mailAliases = mailAliasesOf(panel, mailname, domain);
     if (!mailAliases) {

@@ -91,7 +91,7 @@ int addAlias(int argc, char** argv)
     std::string const alias = addressOf(names.alias, names.domain);
     if (mass_control_handler_by_mailname(mailname.c_str(), alias.c_str(), HOOK_CLONE) != 0)
         uerr << "WARNING: unable to set all mail handlers for " << alias << std::endl;
-    auto const aliasDomains = domainAliasesOf(names.domain);
+    auto const aliasDomains = aliasDomainsOrFailure(names.domain);
     return aliasDomains && cloneAccounts(names, *aliasDomains) ? 0 : 1;
 }
 

@@ -28,13 +28,6 @@ constexpr std::array stdAddresses = {"postmaster", "mailer-daemon", "root",
 
 constexpr char local_domain[] = "localhost.localdomain";
 
-std::vector<std::string> withAliasDomains(std::string const& domain)
-{
-    std::vector<std::string> domains = {domain};
-    append_domainaliases_by_domain(domains, domain);
-    return domains;
-}
-
 // The address that stands for all addresses of the domain that are unknown.
 std::string anyAddress(std::string const& domain)
 {
@@ -184,7 +177,9 @@ void DomainManager::createCatchall(std::string const& domain, std::string const&
 void DomainManager::createCatchall(BatchDatabaseHelper& helper, std::string const& domain,
                                    std::string const& address)
 {
-    createCatchallFor(helper, withAliasDomains(domain), address);
+    std::vector<std::string> domains = {domain};
+    append_domainaliases_by_domain(domains, domain);
+    createCatchallFor(helper, domains, address);
 }
 
 void DomainManager::createCatchallFor(BatchDatabaseHelper& helper,
@@ -221,7 +216,9 @@ void DomainManager::setBounce(std::string const& domain, std::string const& mess
 void DomainManager::setBounce(BatchDatabaseHelper& helper, std::string const& domain,
                               std::string const& message)
 {
-    setBounceFor(helper, withAliasDomains(domain), message);
+    std::vector<std::string> domains = {domain};
+    append_domainaliases_by_domain(domains, domain);
+    setBounceFor(helper, domains, message);
 }
 
 void DomainManager::setBounceFor(BatchDatabaseHelper& helper,

@@ -1,9 +1,9 @@
 #include "postfix/domains/mailname_manager.h"
 
-#include "mail/lib/aliases/append_domainaliases.h"
 #include "maildir/dot_qmail_manager.h"
 #include "maildir/maildirpp_manager.h"
 #include "postfix/domains/address_records.h"
+#include "postfix/domains/name_lists.h"
 #include "postfix/domains/reversible_rename.h"
 #include "postfix/maps/map_names.h"
 #include "postfix/maps/record_filters.h"
@@ -17,13 +17,6 @@ using database::KeyValueFilter;
 using database::ReplaceElementFilterRef;
 
 namespace {
-
-std::vector<std::string> aliasDomainsOf(std::string const& domain)
-{
-    std::vector<std::string> domains;
-    append_domainaliases_by_domain(domains, domain);
-    return domains;
-}
 
 DotQMailManager deliveryFileOf(std::string const& domain, std::string const& mailname)
 {
@@ -47,7 +40,7 @@ void addAddresses(BatchDatabaseHelper& helper, std::string const& domain,
                   std::string const& localPart, std::string const& mailbox)
 {
     Records records = {{addressIn(domain, localPart), mailbox}};
-    for (auto const& aliasDomain : aliasDomainsOf(domain))
+    for (auto const& aliasDomain : aliasDomainsOrNone(domain))
         records.emplace_back(addressIn(aliasDomain, localPart), mailbox);
     helper.addChanges(virtual_map, records.begin(), records.end());
 }
@@ -102,7 +95,7 @@ void MailnameManager::removeMailname(std::string const& domain, std::string cons
                                      OnRemoval removal)
 {
     DatabaseHelper::removeRecord(vmailbox_map, addressIn(domain, mailname));
-    for (auto const& aliasDomain : aliasDomainsOf(domain))
+    for (auto const& aliasDomain : aliasDomainsOrNone(domain))
         DatabaseHelper::removeRecord(virtual_map, addressIn(aliasDomain, mailname));
     DatabaseHelper::removeRecord(virtual_map, addressIn(domain, mailname));
     if (removal == OnRemoval::remove)
@@ -149,7 +142,7 @@ void MailnameManager::removeMailAlias(std::string const& domain, std::string con
                                       std::string const& alias)
 {
     DatabaseHelper::removeRecord(virtual_map, addressIn(domain, alias));
-    for (auto const& aliasDomain : aliasDomainsOf(domain))
+    for (auto const& aliasDomain : aliasDomainsOrNone(domain))
         DatabaseHelper::removeRecord(virtual_map, addressIn(aliasDomain, alias));
 }
 

@@ -1,5 +1,7 @@
 #include "postfix/domains/name_lists.h"
 
+#include "mail/lib/aliases/append_domainaliases.h"
+
 namespace orvek::mail {
 
 namespace {
@@ -16,25 +18,32 @@ NameList listOf(int result, StringArray const& names)
 
 } // namespace
 
-NameList domainAliasesOf(std::string const& domain)
+std::vector<std::string> aliasDomainsOrNone(std::string const& domain)
+{
+    std::vector<std::string> aliases;
+    append_domainaliases_by_domain(aliases, domain);
+    return aliases;
+}
+
+NameList aliasDomainsOrFailure(std::string const& domain)
 {
     PanelNames panel(nullptr);
     StringArray names;
-    int const result = panel.domain_aliases(domain.c_str(), &names);
+    int const result = panel.get_domaliases_by_domain(domain.c_str(), &names);
     return listOf(result, names);
 }
 
 NameList mailnamesOf(PanelNames& panel, std::string const& domain)
 {
     StringArray names;
-    int const result = panel.mailnames(domain.c_str(), &names);
+    int const result = panel.get_mailnames_by_domain(domain.c_str(), &names);
     return listOf(result, names);
 }
 
 NameList mailAliasesOf(PanelNames& panel, std::string const& mailname, std::string const& domain)
 {
     StringArray names;
-    int const result = panel.mail_aliases(mailname.c_str(), domain.c_str(), &names);
+    int const result = panel.get_aliases_by_mailname(mailname.c_str(), domain.c_str(), &names);
     return listOf(result, names);
 }
 

@@ -1,7 +1,7 @@
 // name_lists - names that the panel's database holds, as lists of the upper layer
 //
-// A list that the database has nothing for is empty. A failure is no list at all; the query has
-// reported it.
+// The list is empty when the database has no such name. A query that fails has been reported, and
+// gives no list at all where the result is a NameList.
 
 #ifndef MAILVEK_POSTFIX_DOMAINS_NAME_LISTS_H
 #define MAILVEK_POSTFIX_DOMAINS_NAME_LISTS_H
@@ -16,9 +16,12 @@ namespace orvek::mail {
 
 using NameList = std::optional<std::vector<std::string>>;
 
-NameList domainAliasesOf(std::string const& domain);
+// The alias domains of a domain. OrNone is for work that goes on without them: it gives an empty
+// list after a failure.
+std::vector<std::string> aliasDomainsOrNone(std::string const& domain);
+NameList aliasDomainsOrFailure(std::string const& domain);
 
-// Those that ask again and again take the connection with them.
+// These are asked many times in one run, so the caller keeps the connection.
 NameList mailnamesOf(PanelNames& panel, std::string const& domain);
 NameList mailAliasesOf(PanelNames& panel, std::string const& mailname, std::string const& domain);
 

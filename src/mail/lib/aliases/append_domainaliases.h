@@ -1,8 +1,7 @@
-// append_domainaliases - a domain's aliases, behind the names that are there
+// append_domainaliases - appends the alias domains of a domain to a list
 //
-// What is done for a domain is often to be done for its aliases as well, which the panel's
-// database knows. No result: names stays as it was for a domain without aliases and after a
-// query that failed, which has been reported by get_domaliases_by_domain.
+// A change of a domain is often made for its alias domains too. names stays as it was for a domain
+// without any, and after a failed query, which get_domaliases_by_domain has reported.
 
 #ifndef MAILVEK_MAIL_LIB_ALIASES_APPEND_DOMAINALIASES_H
 #define MAILVEK_MAIL_LIB_ALIASES_APPEND_DOMAINALIASES_H

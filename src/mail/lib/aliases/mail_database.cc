@@ -11,8 +11,8 @@ constexpr char user_not_removed[] = "Unable to remove mailname %s@%s";
 constexpr char user_not_cloned[] = "Unable to clone auth record for %s@%s";
 constexpr char mailnames_not_read[] = "Unable to get mailnames from domain %s";
 
-// Takes the step for each name until one gives -1, which is given then. Otherwise 1, or 0 when
-// there is no name.
+// Calls step for each name until one returns -1, which is the result then. Otherwise 1, or 0 for an
+// empty list.
 template<class Step>
 int for_each_name(StringArray const& names, Step step)
 {
@@ -39,7 +39,7 @@ int remove_from_domains(PanelNames& panel, char const* name, char const* domain)
     if (remove_user(name, domain) == -1)
         return -1;
     StringArray aliases;
-    if (panel.domain_aliases(domain, &aliases) == -1)
+    if (panel.get_domaliases_by_domain(domain, &aliases) == -1)
         return log_failure("Unable to get domain aliases for domain %s", domain);
     return for_each_name(aliases, [=](char const* alias) { return remove_user(name, alias); });
 }
@@ -50,7 +50,7 @@ int set_on_domains(PanelNames& panel, char const* name, char const* domain, char
     if (set_postbox_passwd(name, domain, passwd, flags) == -1)
         return log_failure("Unable to set password for mailname %s@%s", name, domain);
     StringArray aliases;
-    if (panel.domain_aliases(domain, &aliases) == -1)
+    if (panel.get_domaliases_by_domain(domain, &aliases) == -1)
         return log_failure("Unable to get domain aliases for domain %s", domain);
     return for_each_name(
         aliases, [=](char const* alias) { return set_postbox_passwd(name, alias, passwd, flags); });
@@ -63,11 +63,11 @@ int remove_from_domains_reported(PanelNames& panel, char const* name, char const
     return 0;
 }
 
-// Clones the mail aliases first, then the mailname itself.
+// Clones the mail aliases first and the mailname last.
 int clone_mailname(PanelNames& panel, char const* mailname, char const* domain, char const* alias)
 {
     StringArray mail_aliases;
-    if (panel.mail_aliases(mailname, domain, &mail_aliases) == -1)
+    if (panel.get_aliases_by_mailname(mailname, domain, &mail_aliases) == -1)
         return log_failure("Unable to get mail aliases for %s@%s", mailname, domain);
     auto const clone = [=](char const* name) { return clone_user(name, domain, alias); };
     return for_each_name(mail_aliases, clone) == -1 ? -1 : clone(mailname);
@@ -77,7 +77,7 @@ int remove_mail_aliases(PanelNames& panel, char const* mailname, char const* dom
                         char const* alias)
 {
     StringArray mail_aliases;
-    if (panel.mail_aliases(mailname, domain, &mail_aliases) == -1)
+    if (panel.get_aliases_by_mailname(mailname, domain, &mail_aliases) == -1)
         return log_failure("Unable to get aliases for mailname %s@%s", mailname, domain);
     return for_each_name(mail_aliases, [=](char const* name) {
         if (mailAuthRemove(name, alias) == -1)
@@ -107,7 +107,7 @@ int domain_auth_action(char const* domain, int (*func)(char const* domain), char
         return log_failure("Unable to %s for domain %s", descr, domain);
     PanelNames panel(nullptr);
     StringArray aliases;
-    if (panel.domain_aliases(domain, &aliases) == -1)
+    if (panel.get_domaliases_by_domain(domain, &aliases) == -1)
         return log_failure("Unable to get aliases for domain %s", domain);
     return for_each_name(aliases, [=](char const* alias) {
         if (func(alias) == -1)
@@ -121,13 +121,13 @@ int rm_mails_from_domains(char const* name, char const* domain)
     PanelNames panel(nullptr);
     if (remove_user(name, domain) == -1)
         return -1;
-    // Deliberate: this removes the same row once more, which does no harm, and then the rows
-    // under the domain aliases.
+    // Deliberate: this removes the same row again, which is harmless, and then the rows in the
+    // alias domains.
     if (remove_from_domains_reported(panel, name, domain) == -1)
         return -1;
     StringArray mail_aliases;
     // Deliberate: without the "@".
-    if (panel.mail_aliases(name, domain, &mail_aliases) == -1)
+    if (panel.get_aliases_by_mailname(name, domain, &mail_aliases) == -1)
         return log_failure("Unable to get mail aliases for mailname %s%s", name, domain);
     return for_each_name(mail_aliases, [&panel, domain](char const* alias) {
         return remove_from_domains_reported(panel, alias, domain);
@@ -141,7 +141,7 @@ int set_mass_postbox_passwd(char const* name, char const* domain, char const* pa
     if (set_on_domains(panel, name, domain, passwd, flags) == -1)
         return -1;
     StringArray mail_aliases;
-    if (panel.mail_aliases(name, domain, &mail_aliases) == -1)
+    if (panel.get_aliases_by_mailname(name, domain, &mail_aliases) == -1)
         return -1;
     return for_each_name(mail_aliases, [&panel, domain, passwd, flags](char const* alias) {
         return set_on_domains(panel, alias, domain, passwd, flags);
@@ -152,7 +152,7 @@ int add_domain_auth_alias(char const* domain, char const* alias)
 {
     PanelNames panel(nullptr);
     StringArray mailnames;
-    if (panel.mailnames(domain, &mailnames) == -1)
+    if (panel.get_mailnames_by_domain(domain, &mailnames) == -1)
         return log_failure(mailnames_not_read, domain);
     return for_each_name(mailnames, [&panel, domain, alias](char const* mailname) {
         return clone_mailname(panel, mailname, domain, alias);
@@ -165,13 +165,13 @@ int rm_domain_auth_alias(char const* alias)
         return log_failure("Unable to remove domain %s from auth database", alias);
     PanelNames panel(nullptr);
     CString domain;
-    if (panel.domain_of_alias(alias, &domain) == -1)
+    if (panel.get_domain_by_domainalias(alias, &domain) == -1)
         return log_failure("Unable to get domain by domain alias %s", alias);
     if (!domain)
         return 0;
     StringArray mailnames;
-    // Deliberate: the report names the alias, whose domain this is.
-    if (panel.mailnames(domain.get(), &mailnames) == -1)
+    // Deliberate: the report names the alias domain, not the domain whose mailnames are read.
+    if (panel.get_mailnames_by_domain(domain.get(), &mailnames) == -1)
         return log_failure(mailnames_not_read, alias);
     int const walked = for_each_name(mailnames, [&](char const* mailname) {
         return remove_mail_aliases(panel, mailname, domain.get(), alias);

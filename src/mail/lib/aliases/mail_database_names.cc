@@ -6,7 +6,7 @@
 
 namespace {
 
-// Hands a list that was read to a caller who owns it from now on.
+// Gives the list to the caller unless reading it failed.
 int hand_over(int result, StringArray list, char*** names)
 {
     if (result == 0)
@@ -26,28 +26,28 @@ int exec_mysql_query(MYSQL* my, char const* query, char*** names)
 int get_domaliases_by_domain(MYSQL* my, char*** aliases, char const* domain)
 {
     StringArray list;
-    int const result = PanelNames(my).domain_aliases(domain, &list);
+    int const result = PanelNames(my).get_domaliases_by_domain(domain, &list);
     return hand_over(result, std::move(list), aliases);
 }
 
 int get_aliases_by_mailname(MYSQL* my, char*** names, char const* mailname, char const* domain)
 {
     StringArray list;
-    int const result = PanelNames(my).mail_aliases(mailname, domain, &list);
+    int const result = PanelNames(my).get_aliases_by_mailname(mailname, domain, &list);
     return hand_over(result, std::move(list), names);
 }
 
 int get_mailnames_by_domain(MYSQL* my, char*** names, char const* domain)
 {
     StringArray list;
-    int const result = PanelNames(my).mailnames(domain, &list);
+    int const result = PanelNames(my).get_mailnames_by_domain(domain, &list);
     return hand_over(result, std::move(list), names);
 }
 
 int get_domain_by_domainalias(MYSQL* my, char** domain, char const* alias)
 {
     CString name;
-    int const result = PanelNames(my).domain_of_alias(alias, &name);
+    int const result = PanelNames(my).get_domain_by_domainalias(alias, &name);
     if (name)
         *domain = name.release();
     return result;

@@ -1,26 +1,26 @@
 // mail_database_names - lists of names from the panel's database
 //
-// my is an open connection or null: then the function makes one of its own by db_connect and
-// closes it. Names go into the statements as they are, without escaping.
+// my is an open connection, or null; then the function connects by db_connect and closes.
+// Names go into the statements as they are, without escaping.
 //
 // Result: 0, or -1 reported by orvek_log at priority 3. A list is a null-terminated array that
 // the caller frees with free_array; it is null when there are no rows. A failure leaves the
-// caller's variable alone.
+// caller's variable as it was.
 
 #ifndef MAILVEK_MAIL_LIB_ALIASES_MAIL_DATABASE_NAMES_H
 #define MAILVEK_MAIL_LIB_ALIASES_MAIL_DATABASE_NAMES_H
 
 #include <mysql.h>
 
-// The first column of all rows; a NULL is no name and is passed over.
+// The first column of all rows. A NULL is skipped.
 int exec_mysql_query(MYSQL* my, char const* query, char*** names);
 
 int get_domaliases_by_domain(MYSQL* my, char*** aliases, char const* domain);
 int get_aliases_by_mailname(MYSQL* my, char*** names, char const* mailname, char const* domain);
 int get_mailnames_by_domain(MYSQL* my, char*** names, char const* domain);
 
-// The domain that an alias is of, which the caller frees with free. *domain stays as it was when
-// there is none.
+// The domain of an alias domain. The caller frees it with free. *domain stays as it was when there
+// is none.
 int get_domain_by_domainalias(MYSQL* my, char** domain, char const* alias);
 
 #endif

@@ -8,10 +8,10 @@
 
 namespace {
 
-// asprintf_safe ends the process itself; this is for one that does not.
+// Never printed while asprintf_safe ends the process itself.
 constexpr char not_formed[] = "Unable to create database query";
 
-// Null when the statement fails or has no result.
+// Null when the statement fails or gives no result.
 MysqlResult result_of(MYSQL* my, char const* query)
 {
     MysqlErrnoKeeper const keeper(my);
@@ -20,7 +20,7 @@ MysqlResult result_of(MYSQL* my, char const* query)
     return MysqlResult(mysql_store_result(my));
 }
 
-// The same on a connection that may be broken, whose failure is not the statement's yet.
+// The same on a connection that may be broken: its failure is not yet that of the statement.
 MysqlResult tried_on(MYSQL* my, char const* query)
 {
     ErrnoKeeper const keeper;
@@ -64,7 +64,7 @@ int PanelNames::read(char const* query, StringArray* names)
     return result ? collect(given ? given : own.get(), result.get(), names) : -1;
 }
 
-int PanelNames::domain_aliases(char const* domain, StringArray* aliases)
+int PanelNames::get_domaliases_by_domain(char const* domain, StringArray* aliases)
 {
     CString const query(asprintf_safe("SELECT da.name FROM domainaliases da JOIN domains d WHERE "
                                       "da.dom_id=d.id and d.name='%s'",
@@ -76,7 +76,8 @@ int PanelNames::domain_aliases(char const* domain, StringArray* aliases)
     return 0;
 }
 
-int PanelNames::mail_aliases(char const* mailname, char const* domain, StringArray* aliases)
+int PanelNames::get_aliases_by_mailname(char const* mailname, char const* domain,
+                                        StringArray* aliases)
 {
     CString const query(asprintf_safe("SELECT ma.alias FROM mail_aliases ma JOIN mail m, domains d "
                                       "WHERE ma.mn_id=m.id AND m.mail_name='%s' AND m.dom_id=d.id "
@@ -89,7 +90,7 @@ int PanelNames::mail_aliases(char const* mailname, char const* domain, StringArr
     return 0;
 }
 
-int PanelNames::mailnames(char const* domain, StringArray* names)
+int PanelNames::get_mailnames_by_domain(char const* domain, StringArray* names)
 {
     CString const query(asprintf_safe("SELECT m.mail_name FROM mail m JOIN domains d WHERE "
                                       "m.dom_id=d.id AND d.name='%s'",
@@ -101,7 +102,7 @@ int PanelNames::mailnames(char const* domain, StringArray* names)
     return 0;
 }
 
-int PanelNames::domain_of_alias(char const* alias, CString* domain)
+int PanelNames::get_domain_by_domainalias(char const* alias, CString* domain)
 {
     CString const query(asprintf_safe("SELECT d.name FROM domains d JOIN domainaliases da WHERE "
                                       "d.id=da.dom_id AND da.name='%s'",

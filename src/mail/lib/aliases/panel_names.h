@@ -1,12 +1,12 @@
 // panel_names - the statements of mail_database on one connection
 //
-// The connection is the caller's or, when that is null, one of db_connect's: it is made at the
-// first statement and kept for those that follow. Each statement fares as if it had a connection
-// of its own: one that fails on a connection kept from another statement is repeated on a new
-// one, and only what becomes of it there is reported.
+// The connection is the caller's. When that is null, the first statement connects by db_connect and
+// the connection is kept for the next ones. A statement that fails on a kept connection is repeated
+// on a new one, and only the second result is reported: so each statement behaves as if it had its
+// own connection.
 //
-// Result: 0, or -1 reported by orvek_log at priority 3, with the caller's variable left alone. A
-// list is null when there are no rows.
+// Result: 0, or -1 reported by orvek_log at priority 3, with the caller's variable left as it was.
+// A list is null when there are no rows.
 
 #ifndef MAILVEK_MAIL_LIB_ALIASES_PANEL_NAMES_H
 #define MAILVEK_MAIL_LIB_ALIASES_PANEL_NAMES_H
@@ -20,17 +20,18 @@ class PanelNames
 public:
     explicit PanelNames(MYSQL* my) : given(my) {}
 
-    // The first column of all rows, but for NULLs.
+    // The first column of all rows, without NULLs.
     [[nodiscard]] int read(char const* query, StringArray* names);
 
-    [[nodiscard]] int domain_aliases(char const* domain, StringArray* aliases);
-    [[nodiscard]] int mail_aliases(char const* mailname, char const* domain, StringArray* aliases);
-    [[nodiscard]] int mailnames(char const* domain, StringArray* names);
+    [[nodiscard]] int get_domaliases_by_domain(char const* domain, StringArray* aliases);
+    [[nodiscard]] int get_aliases_by_mailname(char const* mailname, char const* domain,
+                                              StringArray* aliases);
+    [[nodiscard]] int get_mailnames_by_domain(char const* domain, StringArray* names);
     // *domain stays as it was when there is none.
-    [[nodiscard]] int domain_of_alias(char const* alias, CString* domain);
+    [[nodiscard]] int get_domain_by_domainalias(char const* alias, CString* domain);
 
 private:
-    // Null after a failure, which has been reported.
+    // Null, reported, after a failure.
     MysqlResult run(char const* query);
 
     MYSQL* const given;
