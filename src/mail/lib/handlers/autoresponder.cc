@@ -47,7 +47,7 @@ int act(char const* address, handler_control_t action)
     return 0;
 }
 
-// 0 or -1; failed tells that an action on a single handler failed.
+// 0, or -1 to stop. Sets failed when the action on a single handler failed.
 int act_on_domains(char const* mailname, char* const* domains, handler_control_t action,
                    bool& failed)
 {
@@ -71,7 +71,7 @@ int autoresponder_action(char const* mailname, char const* maildomain, handler_c
     StringArray const domains(string_split(maildomain, separators));
     if (!domains)
         return log_failure("Unable to split domains list");
-    // A list without names is split into one empty field.
+    // An empty list splits into one empty field.
     if (*mailnames[0] == '\0')
         return 0;
     bool failed = false;

@@ -1,14 +1,13 @@
-// autoresponder - turning autoresponders on and off
+// autoresponder - turns autoresponders on and off
 //
-// An autoresponder is a handler of the template "autoresponder" for one recipient.
-// autoresponder_action works on each mailname of one list in each domain of another; the lists
-// are separated by commas or blanks, and a domain may be in UTF-8. HOOK_ENABLE adds the
-// handlers that are missing, HOOK_DISABLE removes those that are there, any other action does
-// nothing.
+// An autoresponder is a handler with the template "autoresponder" for one recipient.
+// autoresponder_action works on each mailname of one list in each domain of another. Commas or
+// blanks separate the names; a domain may be in UTF-8. HOOK_ENABLE adds missing handlers,
+// HOOK_DISABLE removes existing ones, any other action does nothing.
 //
-// Result: 0, or -1, reported through orvek_log. The failure of one handler leaves the others
-// to be worked on; a domain that cannot be converted and an address of more than 254
-// characters end the work with what has been done.
+// Result: 0, or -1, reported through orvek_log. After the failure of one handler the others are
+// still changed. A domain that cannot be converted, or an address of more than 254 characters,
+// stops the work; what was done before stays.
 
 #ifndef MAILVEK_MAIL_LIB_HANDLERS_AUTORESPONDER_H
 #define MAILVEK_MAIL_LIB_HANDLERS_AUTORESPONDER_H

@@ -23,7 +23,7 @@
 
 namespace {
 
-// Where a handler hangs.
+// The hook directory of a handler, and its marker there.
 struct HookPlace
 {
     char const* type; // the table's text
@@ -32,21 +32,21 @@ struct HookPlace
     char marker[path_size];
 };
 
-// How an action ended. What is over at once leaves out the refresh and the cleaning up.
+// What an action gives, and whether the store is refreshed and tidied afterwards.
 struct Outcome
 {
     int result;
-    bool at_once;
+    bool refreshes;
 };
 
-constexpr Outcome finished(int result)
-{
-    return {result, false};
-}
-
-constexpr Outcome over(int result)
+constexpr Outcome then_refresh(int result)
 {
     return {result, true};
+}
+
+constexpr Outcome without_refresh(int result)
+{
+    return {result, false};
 }
 
 bool exists(char const* path)
@@ -56,7 +56,7 @@ bool exists(char const* path)
     return stat(path, &info) == 0;
 }
 
-// A path that cannot be looked at may hold something.
+// False for a path that cannot be looked at: it may hold something.
 bool is_absent(char const* path)
 {
     ErrnoKeeper const keeper;
@@ -114,27 +114,27 @@ int find_place(char const* name, HookPlace& place)
 Outcome enable(HookPlace& place)
 {
     {
-        // The mail chain, which is not root, has to find its way to the markers.
+        // The mail chain is not root and must be able to reach the markers.
         UmaskGuard const mask(022);
         if (make_dir_rec(place.directory, 0, 0, 0755) != 0)
             static_cast<void>(log_failure("Unable to create directory '%s'", place.directory));
     }
-    return finished(create_empty_file(place.marker));
+    return then_refresh(create_empty_file(place.marker));
 }
 
 Outcome disable(char const* name, HookPlace const& place)
 {
     if (is_absent(place.marker) || unlink(place.marker) == 0)
-        return finished(0);
-    return over(log_failure("Unable to remove hook '%s' from directory '%s': %s", name,
-                            place.directory, strerror(errno)));
+        return then_refresh(0);
+    return without_refresh(log_failure("Unable to remove hook '%s' from directory '%s': %s", name,
+                                       place.directory, strerror(errno)));
 }
 
 Outcome disable_and_delete(char const* name)
 {
     if (control_handler_queue(name, nullptr, HOOK_DISABLE) != 0)
-        return finished(-1);
-    return finished(remove_handler_descriptor(name));
+        return then_refresh(-1);
+    return then_refresh(remove_handler_descriptor(name));
 }
 
 // The real path of a handler's program, or null, reported.
@@ -157,27 +157,27 @@ Outcome clone(char const* name, HookPlace const& place, char const* newTypeName)
 {
     HandlerNameParts parts;
     if (split_handler_name(name, parts) != 0)
-        return finished(-1);
+        return then_refresh(-1);
     std::string const name_template(parts.name_template);
     char const* const hook = place.hook.get();
     CString const copy(get_handler_name(name_template.c_str(), place.type, newTypeName, hook));
     if (copy)
-        return over(0);
+        return without_refresh(0);
     CString const executable(executable_of(name));
     CString const context(get_handler_parameter(name, "context"));
     if (!executable || !context)
-        return finished(-1);
-    // Deliberate: a copy starts active even when the handler is not.
+        return then_refresh(-1);
+    // Deliberate: the copy is active even if the handler is not.
     int const added =
         mail_handler_add(name_template.c_str(), place.type, newTypeName, executable.get(),
                          context.get(), hook, std::string(parts.priority).c_str(), HOOK_ENABLE);
-    return added == 0 ? finished(0) : over(added);
+    return added == 0 ? then_refresh(0) : without_refresh(added);
 }
 
 Outcome move(char const* name, char const* newTypeName)
 {
     int const cloned = control_handler_queue(name, newTypeName, HOOK_CLONE);
-    return cloned == 0 ? disable_and_delete(name) : finished(cloned);
+    return cloned == 0 ? disable_and_delete(name) : then_refresh(cloned);
 }
 
 Outcome act(char const* name, HookPlace& place, char const* newTypeName, handler_control_t action)
@@ -190,7 +190,7 @@ Outcome act(char const* name, HookPlace& place, char const* newTypeName, handler
     case HOOK_DISABLE:
         return disable(name, place);
     case HOOK_CHECK:
-        return over(exists(place.marker) ? 1 : 0);
+        return without_refresh(exists(place.marker) ? 1 : 0);
     case HOOK_CLONE:
         return clone(name, place, newTypeName);
     case HOOK_MOVE:
@@ -198,12 +198,12 @@ Outcome act(char const* name, HookPlace& place, char const* newTypeName, handler
     case HOOK_ADD:
         break;
     }
-    // Deliberate: the misspelling is what operators search for.
-    return finished(
+    // Deliberate: operators search for the misspelt text.
+    return then_refresh(
         log_failure("UKNOWN ACTION %d requested for handler %s", static_cast<int>(action), name));
 }
 
-// Only an empty one goes.
+// Does nothing to a directory that is not empty.
 void remove_directory(char const* path)
 {
     ErrnoKeeper const keeper;
@@ -218,9 +218,9 @@ int control_handler_queue(char const* name, char const* newTypeName, handler_con
     if (find_place(name, place) != 0)
         return -1;
     Outcome const outcome = act(name, place, newTypeName, action);
-    if (outcome.at_once)
-        return outcome.result;
-    refresh_handlers();
-    remove_directory(place.directory);
+    if (outcome.refreshes) {
+        refresh_handlers();
+        remove_directory(place.directory);
+    }
     return outcome.result;
 }

@@ -28,7 +28,7 @@ struct Wanted
 using Value = char[handler_parameter_size];
 using Compare = int(char const*, char const*);
 
-// The functions below give 1 for a match, 0 for none, -1 for what could not be looked at.
+// These functions give 1 for a match, 0 for none, -1 for a parameter that could not be read.
 
 int compare_parameter(char const* path, char const* wanted, Compare* compare)
 {
@@ -47,7 +47,7 @@ int compare_hook(char const* entry, Wanted const& wanted)
     return compare_parameter(path, wanted.hook, strcmp);
 }
 
-// Deliberate: in the letters given, although any are accepted as the name of a type.
+// Deliberate: the case counts, although a type is accepted in any case elsewhere.
 int compare_type(char const* entry, Wanted const& wanted)
 {
     char path[path_size];
@@ -101,14 +101,14 @@ char* find_handler(Wanted const& wanted)
     return nullptr;
 }
 
-// Of a value without "@" there is none.
+// Null for a value without "@".
 char const* domain_of(char const* value)
 {
     char const* const at = strchr(value, '@');
     return at ? at + 1 : nullptr;
 }
 
-// Leaves the path alone when there is nothing to form it from.
+// Leaves the path as it is when the value is null.
 bool form_hook_directory(char (&path)[path_size], char const* hook, std::size_t type,
                          char const* value)
 {
@@ -154,8 +154,8 @@ char* get_handler_name(char const* name_template, char const* type, char const* 
 int mail_handler_check_all(char const* value, char const* hook)
 {
     char const* const domain = domain_of(value);
-    // Deliberate: a value without a domain leaves the path of the type before in its place, and
-    // that directory is looked at once more.
+    // Deliberate: for a value without a domain the path of the previous type stays, and that
+    // directory is looked at again.
     char const* const values[] = {value, value, domain, domain, value};
     char path[path_size] = "";
     for (std::size_t type = 0; handler_types[type]; ++type) {

@@ -42,7 +42,7 @@ int control_by_template(char const* entry, ByTemplate const& wanted)
     return control_handler_queue(entry, nullptr, wanted.action);
 }
 
-// The domain part with its "@", or null.
+// The first "@" of an address, or null.
 char const* at_of(char const* address)
 {
     return strchr(address, '@');
@@ -57,7 +57,7 @@ int control_address(char const* entry, char const* value, ByMailname const& want
     return control_handler_queue(entry, new_value.get(), wanted.action);
 }
 
-// 0 for a handler that is not of this name.
+// Does nothing, and gives 0, for a handler with another value.
 int control_value(char const* entry, char const* value, ByMailname const& wanted)
 {
     if (strcmp(value, wanted.name) == 0)
@@ -79,8 +79,7 @@ int control_by_mailname(char const* entry, ByMailname const& wanted)
     return 0;
 }
 
-// A list of its own, for the actions change the directory: a walk that met the copies it makes
-// might never end.
+// Lists the names before any action: a walk that met the copies it makes might never end.
 int list_handlers(std::vector<std::string>& names)
 {
     OpenDir const info(opendir(handlers_info));
@@ -105,7 +104,7 @@ int control_each(int (*control)(char const* entry, Wanted const& wanted), Wanted
     for (std::string const& name : names)
         if (control(name.c_str(), wanted) != 0)
             ++errors;
-    // Deliberate: "was", for operators search for the text as it stands.
+    // Deliberate: "was". Operators search for this text.
     if (errors != 0)
         return log_failure("Some errors was occured in mass hook operation. errors: %i", errors);
     return 0;

@@ -8,7 +8,7 @@
 
 namespace {
 
-// The first three fields of a name; those that it lacks are empty.
+// The first three fields of a name. A missing field is empty.
 class Fields
 {
 public:
@@ -69,7 +69,7 @@ int handlers_compare(char const* a, char const* b)
 
 void handlers_sort(char const** names, std::size_t count)
 {
-    // An empty list may be null, which qsort may not be given.
+    // qsort must not be given a null list.
     if (count > 0)
         qsort(names, count, sizeof *names, compare_entries);
 }

@@ -1,8 +1,8 @@
 // handler_parameters - the files in a handler's descriptor directory
 //
-// A handler's descriptor is the directory <handlers_info>/<its name>. Each parameter is a file
-// of one line there: "hook", "context", "handler-type", and the value in a file named as the
-// type. Its program is the symbolic link "executable". docs/formats.md has the whole store.
+// The descriptor of a handler is the directory <handlers_info>/<its name>. Each parameter is a file
+// of one line there: "hook", "context", "handler-type", and the value in a file named after the
+// type. The symbolic link "executable" leads to the program. docs/formats.md describes the store.
 
 #ifndef MAILVEK_MAIL_LIB_HANDLERS_HANDLER_PARAMETERS_H
 #define MAILVEK_MAIL_LIB_HANDLERS_HANDLER_PARAMETERS_H
@@ -12,17 +12,15 @@
 constexpr char handlers_root[] = "/usr/local/orv/handlers";
 constexpr char handlers_info[] = "/usr/local/orv/handlers/info";
 
-// Room for a parameter as it is read; a longer one cannot be read back.
+// The buffer that a parameter is read into. A longer one cannot be read back.
 constexpr std::size_t handler_parameter_size = 311;
 
-// The value of a parameter, without white space at its ends, as a string that the caller
-// frees. Null, reported through orvek_log, when there is none, when it has more than 310
-// characters or cannot be read.
+// The value of a parameter, without white space at its ends. The caller frees it. Null, reported
+// through orvek_log, when the file is missing, has more than 310 characters or cannot be read.
 [[nodiscard]] char* get_handler_parameter(char const* name, char const* param);
 
-// Makes <dir>/<name> a file of mode 0644 that holds the value and a newline. Nothing is done
-// for a value that is null or empty. 0, or -1, reported through messlog2; the file stays as
-// far as it got.
+// Writes the value and a newline to <dir>/<name>, with mode 0644. Does nothing for a null or empty
+// value. 0, or -1, reported through messlog2, which may leave a part of the file.
 [[nodiscard]] int string_to_file(char const* dir, char const* name, char const* value);
 
 #endif

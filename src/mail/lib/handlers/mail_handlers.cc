@@ -96,7 +96,7 @@ int link_executable(char const* dir, char const* executable)
     return 0;
 }
 
-// What the old handler's link says, unresolved; empty, with a warning, when it cannot be read.
+// The unresolved target of the old handler's link; empty, with a warning, when it cannot be read.
 int read_executable(char const* name, Path& target)
 {
     Path link;
@@ -132,12 +132,12 @@ int mail_handler_add(char const* name_template, char const* type, char const* ty
         store_parameter(dir, "handler-type", handler_types[index]) != 0 ||
         store_value(dir, handler_types[index], typeName) != 0)
         return -1;
-    // This also empties a value that a global handler was given.
+    // This also empties the value of a global handler.
     if (global && make_global_flag(dir) != 0)
         return -1;
     if (link_executable(dir, executable) != 0)
         return -1;
-    char const* const name = dir + sizeof handlers_info; // behind the slash
+    char const* const name = dir + sizeof handlers_info; // after the slash
     return control_handler_queue(name, nullptr, action);
 }
 

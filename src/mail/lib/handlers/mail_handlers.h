@@ -1,13 +1,13 @@
-// mail_handlers - adding, changing and removing mail handlers
+// mail_handlers - adds, changes and removes mail handlers
 //
-// A mail handler is a program that the mail chain runs at a hook, for the mail of one address
-// or domain or for all mail; see handler_types.h. It is known by the name that its descriptor
-// gets when it is added, <priority>-<template>-<random>. typeName is its value, which is stored
-// in lower case; a global handler needs none and its typeName may be null.
+// A mail handler is a program that the mail chain runs at a hook, for one address, for one domain
+// or for all mail; see handler_types.h. Adding it gives it its name, that of its descriptor:
+// <priority>-<template>-<random>. typeName is the value, which is stored in lower case; it may be
+// null for a global handler.
 //
-// Result: 0, or -1, reported through orvek_log, some of it through messlog2. Failures undo
-// nothing: a handler that could not be added whole leaves what there is of its descriptor, and
-// one that could not be updated may be gone. There is no lock on the store.
+// Result: 0, or -1, reported through orvek_log, some failures through messlog2. Nothing is undone:
+// a failed add leaves a part of the descriptor, and a failed update may leave no handler. The store
+// has no lock.
 
 #ifndef MAILVEK_MAIL_LIB_HANDLERS_MAIL_HANDLERS_H
 #define MAILVEK_MAIL_LIB_HANDLERS_MAIL_HANDLERS_H
@@ -15,20 +15,19 @@
 #include "mail/lib/handlers/handler_control.h"
 
 // Adds a handler and applies the action to it: HOOK_ENABLE or HOOK_DISABLE. The executable must
-// exist, and is linked to as it is spelled.
+// exist; the link to it has the path as given.
 int mail_handler_add(char const* name_template, char const* type, char const* typeName,
                      char const* executable, char const* context, char const* hook,
                      char const* priority, handler_control_t action);
 
-// Replaces the handler that get_handler_name finds by one with a new name, which is active if
-// the old one was. An executable, a context or a priority that is null or empty is taken from
-// the old one, as far as it can be read: a context without white space at its ends. The old
-// handler is deleted before the new one is added.
+// Replaces the handler that get_handler_name finds by one with a new name, active if the old one
+// was. A null or empty executable, context or priority is taken from the old handler, if it can be
+// read. The old handler is deleted before the new one is added.
 int mail_handler_update(char const* name_template, char const* type, char const* typeName,
                         char const* executable, char const* context, char const* hook,
                         char const* priority);
 
-// Disables a handler and deletes it, by its full name.
+// Disables and deletes a handler by its full name.
 int mail_handler_remove(char const* name);
 
 #endif
