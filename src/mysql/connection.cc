@@ -98,7 +98,7 @@ void Connection::run()
 {
     std::string const statement = query.str();
     query.str({});
-    query.clear(); // a null string that was inserted spoils one statement, not the next
+    query.clear(); // a null string spoils only the statement it was inserted into
     insertMode = insert_as_is;
     if (!handle || mysql_real_query(handle.get(), statement.data(), statement.size()) != 0)
         throw mError(handle.get(), " executing query");

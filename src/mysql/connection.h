@@ -1,18 +1,18 @@
-// connection - the panel's database, with statements built like a stream
+// connection - a connection to the panel's database, with statements built like a stream
 //
 //     connection << "SELECT val FROM misc WHERE param='" << Query::value << name << "'";
 //     Result result = connection << Query::fetch;
 //
-// Query::value and Query::name say how the next string is inserted, and that one only. A
-// statement ends with Query::exec or Query::fetch; whatever becomes of it, the connection is
-// ready for the next one then. Statements are strictly one after the other, results need not
-// be: see mysql/result.h.
+// Query::value and Query::name set how the next string, and only that one, is inserted. Query::exec
+// or Query::fetch runs the statement; the connection is ready for the next statement afterwards,
+// even after a failure. Statements run one after the other, but several results may be alive at
+// once: see mysql/result.h.
 //
-// Failures raise mError, want of memory std::bad_alloc. A failed connection has been reported
-// by db_connect. The text of a statement is in no message.
+// Failures raise mError, and std::bad_alloc when out of memory. db_connect has already reported a
+// failed connection. No message contains the text of a statement.
 //
-// Exec is for statements that give no rows: rows that nobody fetches stay on the line and make
-// the statement after it fail.
+// Use exec only for statements without rows: rows that are not fetched make the next statement
+// fail.
 
 #ifndef MAILVEK_MYSQL_CONNECTION_H
 #define MAILVEK_MYSQL_CONNECTION_H
@@ -43,21 +43,21 @@ struct name_t
 
 inline constexpr exec_t exec;   // runs the statement
 inline constexpr fetch_t fetch; // runs the statement and gives its rows
-inline constexpr value_t value; // the next string is a value: escape it; the caller quotes it
-inline constexpr name_t name;   // the next string is a name: double its backticks
+inline constexpr value_t value; // escape the next string as a value; the caller writes the quotes
+inline constexpr name_t name;   // double the backticks of the next string, a name
 
 } // namespace Query
 
 class Connection
 {
 public:
-    // Connects at once, as open does, when connect_now is set.
+    // Opens the connection at once if connect_now is set.
     explicit Connection(bool connect_now);
 
     // Does nothing on an open connection.
     void open();
 
-    // A null string spoils the statement: nothing that follows is inserted any more.
+    // A null string spoils the statement: nothing after it is inserted.
     Connection& operator<<(char const* text);
     Connection& operator<<(int number);    // as "%d" prints it
     Connection& operator<<(double number); // as "%f" prints it
@@ -66,18 +66,18 @@ public:
 
     void operator<<(Query::exec_t);
 
-    // A statement that has no rows by its nature is a failure here; one that found none is not.
+    // A statement that cannot return rows, such as an UPDATE, is a failure. A SELECT without rows
+    // is not.
     [[nodiscard]] Result operator<<(Query::fetch_t);
 
-    // The text for a place between quotes, by the connection's character set: only on an open
-    // connection. Length 0 means up to the NUL, here and below.
+    // The text escaped for a place between quotes. Needs an open connection, for its character set.
+    // Length 0 means up to the NUL, here and below.
     std::string escape(char const* text, std::size_t length) const;
 
-    // The text for a place between backticks; needs no connection.
+    // The text escaped for a place between backticks. Needs no connection.
     static std::string escape_name(char const* text, std::size_t length);
 
-    // Prints what escaping makes of some texts on standard error, for a developer to look at.
-    // Needs no server.
+    // Prints examples of escaping on standard error, for a developer. Needs no server.
     static void test();
 
 private:
@@ -88,7 +88,7 @@ private:
         insert_as_is = 2,
     };
 
-    // What insertMode makes of the next string, which uses the mode up.
+    // The string as insertMode says. Resets the mode.
     std::string treated(char const* text);
     void run();
 

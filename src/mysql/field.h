@@ -1,8 +1,8 @@
 // field - one column of a row of the panel's database, as text
 //
-// A NULL of the database and the empty text are one value, the empty text. The conversions to
-// numbers take the whole text or none of it: an optional sign and digits, without blanks, of a
-// value that the type holds. Anything else, the empty text too, raises mError.
+// NULL reads as the empty text. A conversion to a number needs the whole text: an optional sign and
+// digits, without blanks, within the range of the type. Any other text, also the empty one, raises
+// mError.
 
 #ifndef MAILVEK_MYSQL_FIELD_H
 #define MAILVEK_MYSQL_FIELD_H
@@ -17,7 +17,7 @@ class Field
 public:
     explicit Field(std::string text_) : text(std::move(text_)) {}
 
-    // Not explicit: a column is read by initialising a value of the type that it is read as.
+    // Not explicit: the type of the variable that a column is read into chooses the conversion.
     operator long() const;
     operator int() const;
     operator short() const;

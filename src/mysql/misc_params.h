@@ -1,8 +1,7 @@
-// misc_params - the panel's own settings, from its table "misc"
+// misc_params - the settings of the panel, from its table "misc"
 //
-// A setting that the panel does not have is the empty text. Failures raise mError; in the safe
-// forms they are a warning on orvek::uerr instead, and the setting counts as one that the panel
-// does not have.
+// A missing setting reads as the empty text. Failures raise mError. The safe forms print a warning
+// on orvek::uerr instead and treat the setting as missing.
 
 #ifndef MAILVEK_MYSQL_MISC_PARAMS_H
 #define MAILVEK_MYSQL_MISC_PARAMS_H
@@ -16,7 +15,7 @@ namespace orvek::mail::restore {
 std::string getStringMiscParam(std::string const& name, mysql::Connection& conn);
 std::string getStringMiscParamSafe(std::string const& name, mysql::Connection& conn);
 
-// True for the value "true", and for no other.
+// True only for the value "true".
 bool getBoolMiscParamSafe(std::string const& name, mysql::Connection& conn);
 
 } // namespace orvek::mail::restore

@@ -1,6 +1,6 @@
 // mysql_error - a failure of the panel's database
 //
-// The text is formed at construction, so that the error outlives the connection it is of.
+// The text is formed at construction, so the error may outlive its connection.
 
 #ifndef MAILVEK_MYSQL_MYSQL_ERROR_H
 #define MAILVEK_MYSQL_MYSQL_ERROR_H
@@ -17,8 +17,8 @@ class mError : public std::exception
 public:
     explicit mError(std::string const& text);
 
-    // The handle's pending error over the context, or "Unknown error" where it has none. The
-    // texts of the context begin with a blank, which is kept.
+    // The handle's pending error, or "Unknown error", then a newline and the context. Contexts
+    // begin with a blank, which is kept.
     mError(MYSQL* handle, std::string const& context);
 
     ~mError() override;

@@ -6,8 +6,7 @@ namespace orvek::mysql {
 
 namespace {
 
-// A text that has bytes is taken by its length, for it may hold any of them. One that is said
-// to have none is read up to its end.
+// A text may hold any byte, so it is taken by its length. A length of 0 means up to the NUL.
 std::string columnText(char const* value, unsigned long length)
 {
     if (!value)

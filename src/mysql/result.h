@@ -1,7 +1,7 @@
-// result - what a query gave, row by row
+// result - the rows of a query
 //
-// The rows lie on the client's side, so that any number of results may be alive at once on one
-// connection; each must die before its connection does.
+// The rows are stored in the client, so any number of results may be alive at once on one
+// connection. Each must be destroyed before its connection.
 
 #ifndef MAILVEK_MYSQL_RESULT_H
 #define MAILVEK_MYSQL_RESULT_H
@@ -21,25 +21,25 @@ namespace orvek::mysql {
 class Result
 {
 public:
-    // The columns of one row by name, in the order of the names.
+    // The columns of one row, sorted by name.
     class row_t : public std::map<std::string, Field, std::less<>>
     {
     public:
-        // A name that is not in the result raises mError.
+        // An unknown name raises mError.
         Field const& operator[](std::string_view name) const;
     };
 
-    // Owns stored from here on; it is not null.
+    // Takes ownership of stored, which must not be null.
     explicit Result(MYSQL_RES* stored);
 
-    // Fills row with the next one, or gives false at the end and leaves row as it was. Two
-    // columns of one name raise mError: tell them apart with AS in the statement. The row is
-    // lost then, and the next call gives the one after it.
+    // Fills row with the next row; false at the end, with row as it was. Two columns of one name
+    // raise mError: rename one with AS in the statement. That row is lost; the next call gives the
+    // row after it.
     bool fetch(row_t* row);
 
 private:
     MysqlResult result;
-    MYSQL_FIELD const* fields; // the result's own
+    MYSQL_FIELD const* fields; // owned by result
 };
 
 } // namespace orvek::mysql

@@ -16,7 +16,7 @@ using namespace orvek::mysql;
 
 namespace {
 
-// The Unicode form, or nothing after the warning.
+// The Unicode form, or nothing after a warning.
 std::optional<std::string> unicodeName(std::string const& name)
 {
     try {

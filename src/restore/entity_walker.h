@@ -1,19 +1,18 @@
-// entity_walker - hands every mail entity of the panel's database to a callback
+// entity_walker - passes every mail entity of the panel's database to a callback
 //
-// The walk goes through the database in a fixed order; what a mail server is to do about an
-// entity is the caller's. A callback that is left empty is skipped together with the work that
-// would serve it. A callback may raise whatever it likes: that item is given up and the walk
-// goes on behind it.
+// The walk reads the database in a fixed order; the callbacks decide what to do with an entity. An
+// empty callback is skipped, together with the queries it would need. A callback may raise
+// anything: its item is given up and the walk continues with the next one.
 //
-// Failures: a database that does not answer at the start raises mError "connection failed", and
-// nothing else leaves a function below. A query that fails, a row that cannot be read and a
-// value that makes no sense are warnings on orvek::uerr; the rest goes on. A setting that the
-// panel does not have reads as the empty text, and so does one that could not be read.
+// Failures: a database that does not answer at the start raises mError "connection failed"; these
+// functions raise nothing else. A failed query, an unreadable row and a bad value are warnings on
+// orvek::uerr, and the walk continues. A setting that is missing or cannot be read is the empty
+// text.
 //
-// What is being done is told on std::clog, a line a step, when ORVEK_INSTALLER_DEBUG is in the
-// environment and not "0". The failure of a callback is told there too, and there alone.
+// Progress goes to std::clog, a line a step, when ORVEK_INSTALLER_DEBUG is in the environment and
+// not "0". The failure of a callback is reported only there.
 //
-// Domains are in UTF-8, but their aliases as the panel keeps them, in ASCII; quotas and sizes in
+// Domains are in UTF-8, their aliases in ASCII, as the panel stores them; quotas and sizes are in
 // bytes, times in minutes.
 
 #ifndef MAILVEK_RESTORE_ENTITY_WALKER_H
@@ -35,7 +34,7 @@ enum class MailRelayType
     auth = 2,
 };
 
-// What becomes of mail to an address that a domain does not have.
+// What happens to mail for an unknown address of a domain.
 enum class DomainCatchallType
 {
     bounce, // with a message
@@ -66,36 +65,36 @@ struct MailsrvEntitiesCallbacks
     std::function<void(Text, unsigned short)> addWhitelistNetwork;
     // domain
     std::function<void(Text)> addBlacklistedDomain;
-    // servers; none where the panel has blocking lists switched off
+    // servers; empty when blocking lists are switched off
     std::function<void(List)> setRblServers;
     // enabled
     std::function<void(bool)> setSubmission;
     // bytes
     std::function<void(long)> setMaxMessageSize;
-    // mode, authentication by SMTP, by POP before SMTP, how long the latter lasts
+    // mode, authentication by SMTP, by POP before SMTP, the minutes that the latter lasts
     std::function<void(MailRelayType, bool, bool, short)> setRelay;
     // enabled
     std::function<void(bool)> setShortNames;
     // domain, mailname, enabled
     std::function<void(Text, Text, bool)> setMailbox;
-    // domain, mailname, bytes; -1 where neither the mailbox nor its domain has a quota
+    // domain, mailname, bytes; -1 when neither the mailbox nor its domain has a quota
     std::function<void(Text, Text, long)> setMailboxQuota;
 };
 
-// The whole walk, on a connection of its own.
+// The whole walk, on its own connection.
 void walkMailServerEntities(MailsrvEntitiesCallbacks& callbacks);
 
-// All domains that have a mail service, each with its aliases and mailnames.
+// All domains with a mail service, each with its alias domains and mailnames.
 void processDomainCycle(MailsrvEntitiesCallbacks& callbacks, mysql::Connection& conn);
 
-// The mailnames of one domain, whose id goes into statements as it stands.
+// The mailnames of one domain. The id goes into statements as it is.
 void processMailnamesCycle(std::string const& domainId, std::string const& domainName,
                            MailsrvEntitiesCallbacks& callbacks, mysql::Connection& conn);
 
-// The networks that are whitelisted for good; those that a POP login has let in are not.
+// The networks that are whitelisted permanently, without those of POP logins.
 void processWhiteLists(MailsrvEntitiesCallbacks& callbacks, mysql::Connection& conn);
 
-// One parameter of the domain's services; the empty text if there is none.
+// One parameter of the domain's services; empty if it is missing.
 std::string getDomainCatchallParam(std::string const& domainId, std::string const& domainName,
                                    std::string const& name, mysql::Connection& conn);
 

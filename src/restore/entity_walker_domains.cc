@@ -10,7 +10,7 @@ using namespace orvek::mysql;
 
 namespace {
 
-// What the steps of one domain share; the name is the Unicode one.
+// What the steps of one domain share. The name is in Unicode.
 struct Domain
 {
     std::string const& id;
@@ -71,8 +71,8 @@ void processDomain(Result::row_t const& row, MailsrvEntitiesCallbacks& callbacks
     std::string const& id = row["id"];
     std::string const& ascii_name = row["name"];
     long const status = row["status"];
-    // Deliberate: a row without it is a failed one, but what the domain does with unknown
-    // addresses is asked for again, together with what belongs to it.
+    // Deliberate: a row without this column fails, but the value is read again later, together with
+    // its parameters.
     static_cast<void>(row["nonExisting"]);
     std::string const name = idn::toUtf8(ascii_name);
 

@@ -18,7 +18,7 @@ constexpr BadNumberWarning bad_default_quota{"Warning: invalid default mailbox q
 constexpr BadNumberWarning bad_quota{"Warning: invalid mailbox quota value '",
                                      "' stored in Orvek DB, ignored"};
 
-// A mailbox has this when no quota is set for itself.
+// A mailbox without a quota of its own has this value.
 constexpr long unset_quota = -1;
 
 // What the steps of one mailname share.
@@ -107,7 +107,7 @@ void addMailGroup(Mailname const& mailname)
     std::string const& id = mailname.row["id"];
     WalkStep step("   executing mail group forwarding cycle for ", mailname.name);
     std::vector<std::string> addresses;
-    // A group whose addresses are not known is left alone: an empty one would lose mail.
+    // A group whose addresses could not be read is left alone: an empty group would lose mail.
     if (forEachRow(mailname.conn, "Mail Forwards cycle for " + mailname.name,
                    "SELECT address FROM mail_redir WHERE mn_id=" + id,
                    [&](Result::row_t const& row) { addresses.push_back(row["address"]); }))

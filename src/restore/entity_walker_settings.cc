@@ -40,7 +40,7 @@ std::vector<std::string> serversIn(std::string const& text)
     return servers;
 }
 
-// None where the panel has blocking lists switched off, and nothing after the warning.
+// Empty when the panel has blocking lists switched off; nothing after a warning.
 std::optional<std::vector<std::string>> rblServers(Connection& conn)
 {
     try {
@@ -54,8 +54,8 @@ std::optional<std::vector<std::string>> rblServers(Connection& conn)
     }
 }
 
-// Servers that are in use but could not be read are left as they are: an empty list would
-// switch them off.
+// A list that could not be read leaves the servers as they are: an empty list would switch them
+// off.
 void setRblServers(MailsrvEntitiesCallbacks& callbacks, Connection& conn)
 {
     if (!callbacks.setRblServers)
@@ -74,7 +74,7 @@ void setSubmission(MailsrvEntitiesCallbacks& callbacks, Connection& conn)
         });
 }
 
-// The panel keeps it in kibibytes.
+// The panel stores kibibytes.
 std::optional<long> maxMessageSize(Connection& conn)
 {
     std::string const value = getStringMiscParamSafe("ml_size", conn);
@@ -96,7 +96,7 @@ void setMaxMessageSize(MailsrvEntitiesCallbacks& callbacks, Connection& conn)
     });
 }
 
-// Whether a kind of authentication is on, by the parameter that disables it.
+// True unless the parameter disables this kind of authentication.
 bool isEnabled(char const* parameter, BadNumberWarning const& warning, bool otherwise,
                Connection& conn)
 {

@@ -1,7 +1,7 @@
-// entity_walker_settings - the part of the walk that is of the mail server as a whole
+// entity_walker_settings - the part of the walk that reads the server's settings
 //
-// Hands blocking lists, submission, size limit, relaying and short names to their callbacks, in
-// this order. Failures are as in restore/entity_walker.h.
+// Passes blocking lists, submission, size limit, relaying and short names to their callbacks, in
+// this order. Failures are handled as in restore/entity_walker.h.
 
 #ifndef MAILVEK_RESTORE_ENTITY_WALKER_SETTINGS_H
 #define MAILVEK_RESTORE_ENTITY_WALKER_SETTINGS_H

@@ -10,7 +10,7 @@ namespace orvek::mail::restore {
 
 namespace {
 
-// A prefix of another length than the bits set would whitelist strangers.
+// A mask with a gap would whitelist strangers if its ones were counted.
 unsigned short prefixOf(std::uint32_t mask)
 {
     int const ones = std::countl_one(mask);

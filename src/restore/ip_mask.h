@@ -1,10 +1,10 @@
-// ip_mask - the length of a network's prefix, from its mask as the panel keeps it
+// ip_mask - the prefix length of a network, from its mask in the panel's database
 //
-// The mask is in dotted form, "255.255.255.0", or a number: the 32 bits of the mask, or, below
-// 33, the length itself.
+// The mask is dotted, "255.255.255.0", or a number. A number below 33 is the length itself, any
+// other the 32 bits of the mask.
 //
-// Result: 0 to 32, or no_prefix for what is no mask of a network: a value out of range, or one
-// with a bit set behind a bit that is not. A text that is neither form raises mError.
+// Result: 0 to 32; no_prefix for a value out of range and for a mask whose ones are not all at its
+// left end. A text in neither form raises mError.
 
 #ifndef MAILVEK_RESTORE_IP_MASK_H
 #define MAILVEK_RESTORE_IP_MASK_H

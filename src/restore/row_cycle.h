@@ -1,7 +1,7 @@
-// row_cycle - a query of the entity walker, and what is done with each of its rows
+// row_cycle - runs a query of the entity walker and visits its rows
 //
-// Whatever fails is a warning on orvek::uerr under the context's name, and raises nothing: a
-// query gives no rows then, a row is passed over.
+// A failure raises nothing. It is a warning on orvek::uerr that names the context; a failed query
+// gives no rows, a failed row is skipped.
 
 #ifndef MAILVEK_RESTORE_ROW_CYCLE_H
 #define MAILVEK_RESTORE_ROW_CYCLE_H
@@ -14,11 +14,11 @@
 
 namespace orvek::mail::restore {
 
-// False for a query that failed. What each raises is the failure of its row.
+// False for a failed query. An exception from each is the failure of that row.
 bool forEachRow(mysql::Connection& conn, std::string const& context, std::string const& query,
                 std::function<void(mysql::Result::row_t const&)> const& each);
 
-// The column of the first row, or nothing where there is none to be read.
+// The column of the first row, or nothing when it cannot be read.
 std::optional<std::string> firstValue(mysql::Connection& conn, std::string const& context,
                                       std::string const& query, char const* column);
 

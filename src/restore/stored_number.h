@@ -1,7 +1,7 @@
-// stored_number - a number that the panel keeps as text
+// stored_number - a number that the panel stores as text
 //
-// A text that is no number, or none that the type holds, gives nothing and a warning on
-// orvek::uerr: the text between before and after.
+// A text that is not a number, or is out of the type's range, gives nothing. The warning on
+// orvek::uerr is that text between before and after.
 
 #ifndef MAILVEK_RESTORE_STORED_NUMBER_H
 #define MAILVEK_RESTORE_STORED_NUMBER_H

@@ -1,6 +1,6 @@
-// walk_step - what the entity walker tells of its progress
+// walk_step - reports the progress of the entity walker
 //
-// Goes to std::clog, and only when ORVEK_INSTALLER_DEBUG is in the environment and not "0".
+// Writes to std::clog, only when ORVEK_INSTALLER_DEBUG is in the environment and not "0".
 
 #ifndef MAILVEK_RESTORE_WALK_STEP_H
 #define MAILVEK_RESTORE_WALK_STEP_H
@@ -10,11 +10,10 @@
 
 namespace orvek::mail::restore {
 
-// A line of its own.
+// Writes one whole line.
 void tellProgress(std::string const& line);
 
-// One step, and one line: it begins with the step's name and "...", and ends with " done" or
-// with all that failed.
+// One step is one line: the step's name and "...", then each failure, or " done".
 class WalkStep
 {
 public:
@@ -23,7 +22,7 @@ public:
     WalkStep(WalkStep const&) = delete;
     WalkStep& operator=(WalkStep const&) = delete;
 
-    // Runs a piece of the step. Whatever it raises ends here.
+    // Runs a piece of the step. Catches everything it raises.
     template<class Piece>
     void attempt(Piece const& piece)
     {
@@ -43,7 +42,7 @@ private:
     bool failed = false;
 };
 
-// A step that is of one piece.
+// A step of one piece.
 template<class Piece>
 void walkStep(char const* name, std::string const& item, Piece const& piece)
 {

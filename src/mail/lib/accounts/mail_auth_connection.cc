@@ -13,15 +13,15 @@ namespace {
 
 constexpr long wait_growth = 10000; // nanoseconds
 constexpr int write_timeout = 50;   // milliseconds
-// No result of SQLite: those are not negative.
-constexpr int refused_wait = -1;
+// SQLite's own results are not negative.
+constexpr int failed_wait = -1;
 
-// The wait between two tries of one call.
+// The wait between two attempts at one call.
 class BusyWait
 {
 public:
-    // Deliberate: the wait also follows a repeated call that succeeded, and a signal that cuts
-    // it short is a refusal. Nothing ends the growth but nanosleep itself, at a second.
+    // Deliberate: it also waits after a repeated call that succeeded, and a signal during the wait
+    // is a failure. The wait grows until nanosleep refuses it, at a second.
     [[nodiscard]] bool pause()
     {
         if (wait.tv_nsec > 0 && nanosleep(&wait, nullptr) != 0)
@@ -69,7 +69,7 @@ int MailAuthConnection::repeated(Call call, Again again)
             db = nullptr;
             statement = nullptr;
             abandoned = true;
-            return refused_wait;
+            return failed_wait;
         }
     } while (again(result));
     return result;

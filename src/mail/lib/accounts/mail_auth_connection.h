@@ -1,16 +1,15 @@
 // mail_auth_connection - one connection to the mail authentication database
 //
-// Owns the connection and the one statement that runs on it, and holds the discipline of
-// waiting for other processes: a call that finds the database busy is repeated at once, then
-// after 10 microseconds, after 20, after 30, without a limit of its own. The wait starts anew
-// for each call. prepare and close are repeated when the database is busy, step and execute
-// also when it is locked; a step is preceded by a reset when it is repeated.
+// Owns the connection and the one statement that runs on it, and waits for other processes: a
+// call that finds the database busy is repeated at once, then after 10 microseconds, after 20,
+// after 30, and so on. Each call starts its wait at zero. prepare and close are repeated while the
+// database is busy, step and execute also while it is locked. A repeated step is reset first.
 //
-// The wait can be refused: by a signal, or at a second, which nanosleep does not take as
-// nanoseconds. Then the operation has to end on the spot: the connection and its statement are
-// abandoned, which is to say neither finalized nor closed, and everything that is asked of this
-// object afterwards fails without a report. So a function that gets -1 from another may always
-// report, finish and return: nothing is closed twice, whoever closed it first.
+// The wait ends when nanosleep fails: a signal interrupts it, or the wait has grown to a second,
+// which nanosleep refuses as nanoseconds. The operation then ends at once. The connection and its
+// statement are abandoned, neither finalized nor closed, and every later call on this object fails
+// without a report. So a function that gets -1 from another may always report, finish and return:
+// nothing is closed twice.
 //
 // Failures are reported by orvek_log at priority 3, here or through failure(), which also
 // closes. errno stays as the failing call left it.
@@ -26,15 +25,15 @@ class MailAuthConnection
 {
 public:
     MailAuthConnection() = default;
-    // Takes over what prepareIterateDBQuery handed out.
+    // Takes ownership of what prepareIterateDBQuery returned.
     MailAuthConnection(sqlite3* db, sqlite3_stmt* statement);
-    // Closes what was left open, without waiting; that happens only when a visitor raises.
+    // Closes what is still open, without waiting. That is the case only when a visitor raises.
     ~MailAuthConnection();
     MailAuthConnection(MailAuthConnection const&) = delete;
     MailAuthConnection& operator=(MailAuthConnection const&) = delete;
 
-    // 0, or -1 reported. A missing file is created as an empty one, so that the report is then
-    // that of the first statement; a file that may only be read fails at its first change.
+    // 0, or -1 reported. A missing file is created empty, so the first statement fails and reports.
+    // A file that may only be read fails at the first change.
     [[nodiscard]] int openForWriting();
     [[nodiscard]] int openForReading();
 
@@ -46,26 +45,26 @@ public:
     [[nodiscard]] bool bind(int place, char const* text, int length);
     [[nodiscard]] bool bind(int place, long long number);
 
-    // The result of sqlite3_step; neither SQLITE_ROW nor SQLITE_DONE after a refused wait.
+    // The result of sqlite3_step; after a failed wait neither SQLITE_ROW nor SQLITE_DONE.
     [[nodiscard]] int step();
     // The result of sqlite3_exec, SQLITE_OK or not. The caller frees *error with sqlite3_free.
     [[nodiscard]] int execute(char const* script, char** error);
 
-    // Columns of the current row count from 0; the text lives until the next step, null for NULL.
+    // Columns count from 0. The text of a column is valid until the next step, and null for NULL.
     char const* text(int column) const;
     long long number(int column) const;
     long long lastInserted() const;
 
-    // The database's own message, or a general one when there is no connection.
+    // The message of the database, or a general one without a connection.
     char const* message() const;
     bool isOpen() const { return db != nullptr; }
     bool isAbandoned() const { return abandoned; }
 
     void finalize();
-    // Finalizes and closes. 0, also when it was closed before; -1 after a refused wait.
+    // Finalizes and closes. 0, also when already closed; -1 after a failed wait.
     int finish();
-    // Both report unless the wait was refused, and return -1. failure finishes; stepFailure only
-    // finalizes, so that the connection stays usable.
+    // Both report, except after a failed wait, and return -1. failure also closes; stepFailure only
+    // finalizes and leaves the connection usable.
     int failure(char const* fmt, ...) __attribute__((format(printf, 2, 3)));
     int stepFailure(char const* fmt, ...) __attribute__((format(printf, 2, 3)));
     // Hands connection and statement to the caller.

@@ -48,8 +48,8 @@ MailAuthDBStyle style_of_line(char const* line)
         return MAIL_AUTH_DB_INVALID_STYLE;
     }
     char const* const value = opening + 1;
-    // Deliberate: one less than the value has. So the last character never counts, one character
-    // is always postfix, and the length of an empty value wraps round to no bound at all.
+    // Deliberate: one less than the length of the value. So the last character never counts, a
+    // value of one character is always postfix, and an empty value wraps round to no limit at all.
     size_t const compared = static_cast<size_t>(closing - value) - 1;
     for (auto const& [name, style] : style_names)
         if (strncasecmp(value, name, compared) == 0)

@@ -1,8 +1,7 @@
-// mail_auth_detect - which mail server, and so which style, this host has
+// mail_auth_detect - which mail server this host runs, and so which style its accounts have
 //
-// Asked of the mail tool itself, whose feature report names the SMTP server. Lines that name a
-// server that is not known, or none at all, are reported and skipped; so is at last the failure
-// to find any, all by orvek_log.
+// The feature report of the mail tool names the SMTP server. A line with an unknown server, or
+// with none, is reported and skipped. Finding no server at all is reported too, all by orvek_log.
 
 #ifndef MAILVEK_MAIL_LIB_ACCOUNTS_MAIL_AUTH_DETECT_H
 #define MAILVEK_MAIL_LIB_ACCOUNTS_MAIL_AUTH_DETECT_H
@@ -11,12 +10,12 @@
 
 #include <cstdio>
 
-// Runs the tool of the product's root directory by a shell. MAIL_AUTH_DB_INVALID_STYLE after a
-// failure.
+// Runs the tool in the product's root directory, through a shell. MAIL_AUTH_DB_INVALID_STYLE after
+// a failure.
 MailAuthDBStyle mailAuthDBDetectStyle();
 
-// The style that a feature report names, MAIL_AUTH_DB_INVALID_STYLE when it names none, which
-// is not reported here. Reads no further than the line that decides.
+// The style that a feature report names; MAIL_AUTH_DB_INVALID_STYLE, not reported here, when it
+// names none. Stops reading at the line that decides.
 MailAuthDBStyle style_of_feature_report(FILE* report);
 
 #endif

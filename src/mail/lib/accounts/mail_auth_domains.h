@@ -1,8 +1,7 @@
 // mail_auth_domains - the domains of the mail authentication database
 //
-// Each operation opens a connection of its own, does one statement and closes it. 0, or -1
-// reported by orvek_log. An unknown domain is no failure. Names go to the database as they
-// are, byte by byte.
+// Each operation opens its own connection, runs one statement and closes. 0, or -1 reported by
+// orvek_log. An unknown domain is a success. Names are stored and compared byte by byte.
 
 #ifndef MAILVEK_MAIL_LIB_ACCOUNTS_MAIL_AUTH_DOMAINS_H
 #define MAILVEK_MAIL_LIB_ACCOUNTS_MAIL_AUTH_DOMAINS_H
@@ -16,16 +15,16 @@ int setDomainStatus(char const* domain, int status);
 int mailAuthDisableDomain(char const* domain);
 int mailAuthEnableDomain(char const* domain);
 
-// A domain that has the new name already makes it fail.
+// Fails when a domain already has the new name.
 int mailAuthRenameDomain(char const* oldDomain, char const* newDomain);
 
 // Removes the domain with all its users.
 int mailAuthRemoveDomain(char const* domain);
 
-// The domain's id, or -1. An unknown domain is registered, as disabled when flags hold any bit;
-// with MAIL_AUTH_DO_NOT_CHANGE in flags it is not, and the -1 is not reported. All other
-// failures are. After a failed prepare or bind the caller's connection is closed, after a
-// refused wait it is abandoned; otherwise it stays open with no statement on it.
+// The domain's id, or -1. An unknown domain is registered, and disabled if any bit of flags is
+// set. With MAIL_AUTH_DO_NOT_CHANGE it is not registered, and that -1 is not reported; all other
+// failures are. A failed prepare or bind closes the caller's connection, a failed wait abandons
+// it; otherwise it stays open without a statement.
 long long getDomainId(char const* domain, MailAuthConnection& db, MailAuthFlagsT flags);
 
 #endif

@@ -31,8 +31,7 @@ __attribute__((format(printf, 1, 2))) int critical(char const* fmt, ...)
     return -1;
 }
 
-// The directory of a path, with the copy that it lies in. get() is null, reported, when there
-// is none.
+// The directory of a path. get() is null, reported, when it cannot be formed.
 class Directory
 {
 public:
@@ -59,7 +58,7 @@ bool is_below_root(char const* directory)
     return directory[0] == '/' && directory[strspn(directory, "/")];
 }
 
-// reported_mode is what a failing chmod is said to have tried.
+// reported_mode is the mode that the report of a failing chmod names.
 int set_rights(char const* path, uid_t uid, gid_t gid, mode_t mode, mode_t reported_mode)
 {
     if (chown(path, uid, gid) != 0)
@@ -93,7 +92,7 @@ int init_postfix_style()
     uid_t const owner = postfix->pw_uid;
     if (mailAuthDBInit() != 0)
         return -1;
-    // Deliberate: the owner may only read the file, and the group may also write.
+    // Deliberate: the owner may only read the file; the group may also write it.
     return mailAuthDBSetAccess(owner, 0, 0770, 0460);
 }
 
@@ -126,7 +125,7 @@ int mailAuthDBSetAccess(uid_t uid, gid_t gid, mode_t dirMode, mode_t dbMode)
         return critical("Invalid mail authentication DB path %s", mailAuthDB);
     if (set_rights(directory.get(), uid, gid, dirMode, dirMode) != 0)
         return -1;
-    // Deliberate: a failing chmod of the file is reported with the directory's mode.
+    // Deliberate: the report of a failing chmod of the file names the directory's mode.
     return set_rights(mailAuthDB, uid, gid, dbMode, dirMode);
 }
 

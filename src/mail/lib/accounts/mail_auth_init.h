@@ -1,7 +1,7 @@
-// mail_auth_init - making the mail authentication database anew
+// mail_auth_init - creating the mail authentication database
 //
-// All return 0, or -1 reported by orvek_log. mailAuthDB must be an absolute path below the root
-// directory where rights are set.
+// All return 0, or -1 reported by orvek_log. Setting rights needs an absolute mailAuthDB whose
+// directory is below the root directory.
 
 #ifndef MAILVEK_MAIL_LIB_ACCOUNTS_MAIL_AUTH_INIT_H
 #define MAILVEK_MAIL_LIB_ACCOUNTS_MAIL_AUTH_INIT_H
@@ -10,16 +10,16 @@
 
 #include <sys/types.h>
 
-// Creates an empty database and the directories that lead to it. A database that exists is
-// destroyed first, whatever happens then.
+// Creates an empty database and the directories that lead to it. An existing database is destroyed
+// first, even if the new one cannot be made.
 int mailAuthDBInit();
 
-// Owner, group and modes of the database's directory and of the file.
+// Sets owner, group and modes of the database's directory and of the file.
 int mailAuthDBSetAccess(uid_t uid, gid_t gid, mode_t dirMode, mode_t dbMode);
 
-// Selects the style, creates its database and sets the style's rights. For a style without a
-// database nothing is touched or reported; without the owner, the user "postfix", no database
-// is destroyed.
+// Selects the style, creates its database and sets the style's rights. An invalid style gives -1
+// without a report and touches nothing. On a host without the user "postfix" no database is
+// destroyed.
 int mailAuthDBInitStyle(MailAuthDBStyle style);
 
 #endif

@@ -20,14 +20,14 @@ constexpr char select_all[] =
     "u.cmusaslsecretPLAIN AS encPassword, u.status AS userDisabled, d.status AS domainDisabled "
     "FROM users AS u, domains AS d WHERE u.dom_id = d.id";
 
-// What a visitor is told of a row; password is null when both columns are.
+// What a visitor gets of a row; password is null when both columns are.
 struct Account
 {
     char const* password;
     MailAuthFlagsT flags;
 };
 
-// The columns from first on: plain password, encrypted one, user's status, domain's status.
+// The columns start at first: plain password, encrypted password, user's status, domain's status.
 Account account_of(MailAuthConnection const& db, int first)
 {
     char const* password = db.text(first);
@@ -44,7 +44,7 @@ Account account_of(MailAuthConnection const& db, int first)
     return {password, static_cast<MailAuthFlagsT>(flags)};
 }
 
-// The visitor's result, or the one so far when the row is skipped.
+// The visitor's result, or so_far when the row is skipped.
 int visit_row(MailAuthConnection const& db, MailAuthVisitor checkerFunc, void* data, int so_far)
 {
     char const* const address = db.text(0);
@@ -73,7 +73,7 @@ int check_row(MailAuthConnection& db, char const* mailAddress, MailAuthVisitor c
     return db.finish() == 0 ? result : -1;
 }
 
-// Null, reported, when there is no memory.
+// Null, reported, when out of memory.
 CString iteration_query(char const* predicate)
 {
     char* query = nullptr;

@@ -1,8 +1,8 @@
-// mail_auth_schema - what an empty mail authentication database is made of
+// mail_auth_schema - the tables of the mail authentication database
 //
-// domains and users, with their foreign key emulated by triggers: to delete a domain deletes
-// its users, and a user whose domain does not exist is rolled back. A status of 0 is enabled,
-// 1 is disabled. users.name is the local part of the address alone.
+// Two tables, domains and users. Triggers emulate their foreign key: deleting a domain deletes its
+// users, and a user whose domain does not exist is rolled back. A status of 0 is enabled, 1 is
+// disabled. users.name is only the local part of the address.
 
 #ifndef MAILVEK_MAIL_LIB_ACCOUNTS_MAIL_AUTH_SCHEMA_H
 #define MAILVEK_MAIL_LIB_ACCOUNTS_MAIL_AUTH_SCHEMA_H

@@ -1,7 +1,7 @@
-// mail_auth_style - where the mail authentication database lies
+// mail_auth_style - the path of the mail authentication database
 //
-// The mail server in use decides the path. It is a process-wide pointer that starts at the
-// qmail style; the pointer given to mailAuthDBSetPath is stored, not copied.
+// The path depends on the mail server. mailAuthDB is process-wide and starts with the qmail path;
+// mailAuthDBSetPath stores the pointer and does not copy the text.
 
 #ifndef MAILVEK_MAIL_LIB_ACCOUNTS_MAIL_AUTH_STYLE_H
 #define MAILVEK_MAIL_LIB_ACCOUNTS_MAIL_AUTH_STYLE_H
@@ -17,7 +17,7 @@ extern char const* mailAuthDB;
 
 void mailAuthDBSetPath(char const* _mailAuthDB);
 
-// Stores the style's path; any value but the two styles leaves the path alone.
+// Stores the path of the style. Any other value leaves the path alone.
 void mailAuthDBSelectStyle(MailAuthDBStyle style);
 
 #endif

@@ -63,8 +63,8 @@ int mailAuthRemove(char const* mailName, char const* mailDomain)
     if (db.openForWriting() != 0)
         return -1;
     long long const id = getDomainId(mailDomain, db, MAIL_AUTH_DO_NOT_CHANGE);
-    // Deliberate: a look-up that failed counts as a domain that is not there. Only a refused
-    // wait, which ends every operation, makes finish fail here.
+    // Deliberate: a failed look-up counts as a missing domain. finish fails here only after a
+    // failed wait.
     if (id == -1)
         return db.finish();
 

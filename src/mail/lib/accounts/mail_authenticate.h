@@ -1,8 +1,8 @@
 // mail_authenticate - the mail authentication database
 //
-// The mail server's SASL and its POP3 and IMAP daemons read their users from one SQLite file.
-// This is the whole access to it: where it lies and how it is made, its users and its domains,
-// and the walks over it. Nothing is held open between two calls.
+// SASL of the mail server and the POP3 and IMAP daemons read their users from one SQLite file.
+// These headers are the only access to it: its path and creation, its users and domains, and
+// iteration over them. The file is never open between two calls.
 
 #ifndef MAILVEK_MAIL_LIB_ACCOUNTS_MAIL_AUTHENTICATE_H
 #define MAILVEK_MAIL_LIB_ACCOUNTS_MAIL_AUTHENTICATE_H

@@ -22,7 +22,7 @@ constexpr char const* courierConfFile[] = {"imapd", "imapd-ssl", "pop3d", "pop3d
     return failure(-1, "File path too long %s\n", path);
 }
 
-// A file beside another one, removed at the end of its life unless it has taken the other's place.
+// A temporary file beside another one. The destructor removes it unless it has replaced the other.
 class Temporary
 {
 public:
@@ -39,7 +39,7 @@ public:
     [[nodiscard]] bool form_name(char const* path) { return form_path(name, "%s.XXXXXX", path); }
     char const* get_name() const { return name; }
 
-    // Open for writing; null, with errno set, when it cannot be had.
+    // The file, open for writing; null, with errno set, after a failure.
     OpenFile create()
     {
         OpenDescriptor created(mkstemp(name));
@@ -61,7 +61,7 @@ private:
     bool made = false;
 };
 
-// Deliberate: nothing restores the owner and the mode that the file had.
+// Deliberate: the old owner and mode are not restored.
 [[nodiscard]] int change_file(char const* path, OpenFile& from, EnvChange const* env)
 {
     Temporary temporary;
@@ -80,7 +80,7 @@ private:
     return 0;
 }
 
-// The variable is there with this value, or not there at all.
+// Sets the variable to the value, or removes it.
 constexpr EnvChange switched(char const* var, bool on, char const* value)
 {
     return {var, on ? ENV_ADD : ENV_DEL, value};

@@ -1,15 +1,15 @@
 // courier_configure - settings of the Courier daemons
 //
-// A list of changes goes into the four files of the daemons, in etc/courier-imap below
-// COURIER_IMAP_ROOT_D, and then the service is restarted, whether anything was changed or not. A
-// file that cannot be opened is reported and passed over.
+// Writes a list of changes to the four files of the daemons, in etc/courier-imap below
+// COURIER_IMAP_ROOT_D, and restarts the service, even if nothing changed. A file that cannot be
+// opened is reported and skipped.
 //
-// Result: that of the restart (see lib/programs/rst_serv.h), or -1 at the first file that could not
-// be replaced, with the files before it changed and the service left alone. Failures are reported
+// Result: that of the restart (see lib/programs/rst_serv.h); or -1 at the first file that cannot be
+// replaced, with the files before it changed and the service not restarted. Failures are reported
 // through messlog2.
 //
-// A file is replaced by a temporary one beside it: it belongs to the caller then and has the mode
-// 0600, whatever it was before.
+// A temporary file in the same directory replaces the file. The new file belongs to the caller and
+// has mode 0600; the old owner and mode are lost.
 
 #ifndef MAILVEK_MAIL_LIB_SERVER_COURIER_CONFIGURE_H
 #define MAILVEK_MAIL_LIB_SERVER_COURIER_CONFIGURE_H
@@ -19,8 +19,8 @@
 // See courier_lines for what a list is.
 [[nodiscard]] int set_courier_params_list(EnvChange const* env);
 
-// RELAYCLIENT, POPAUTH and SHORTNAMES are set for arguments other than 0, else removed.
-// POPLOCK_TIME is set to poplockTime, in seconds, removed for 0 and left alone for a negative one.
+// Sets RELAYCLIENT, POPAUTH and SHORTNAMES for arguments other than 0, and removes them for 0. Sets
+// POPLOCK_TIME to poplockTime, in seconds; 0 removes it, a negative value leaves it alone.
 [[nodiscard]] int set_courier_params(int relayClient, int popAuth, short poplockTime,
                                      int shortNames);
 

@@ -8,7 +8,7 @@
 
 namespace {
 
-// A bit each in the mask of the changes that a file has met; the last one stays unused.
+// Each change has a bit in the mask of those that matched. The last bit is unused.
 constexpr unsigned int most_changes = 31;
 
 bool sets_variable(char const* line, char const* var)
@@ -56,7 +56,7 @@ void copy_changed_lines(FILE* from, FILE* to, EnvChange const* env)
             write_variable(to, env[i]);
         met |= bit;
     }
-    // Deliberate: also behind a last line that was replaced or dropped.
+    // Deliberate: also after a last line that was replaced or dropped.
     if (!ended)
         fputc('\n', to);
     for (unsigned int i = 0; i < most_changes && env[i].var; ++i)

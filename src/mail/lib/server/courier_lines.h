@@ -1,9 +1,8 @@
-// courier_lines - changes of variables in the lines of a Courier file
+// courier_lines - changes variables in a Courier file
 //
-// Such a file is read by a shell: a variable is a line "NAME=value" with the name at its very
-// beginning, and every other line stays as it is. A list of changes ends at a null var and holds
-// at most 31; what is behind those is ignored, which is reported through messlog2 for each line
-// that none of them matches.
+// A shell reads these files. A variable is a line that starts with "NAME="; every other line stays
+// as it is. A null var ends the list of changes. Only the first 31 count; a longer list is reported
+// through messlog2 for each line that none of the 31 matches.
 
 #ifndef MAILVEK_MAIL_LIB_SERVER_COURIER_LINES_H
 #define MAILVEK_MAIL_LIB_SERVER_COURIER_LINES_H
@@ -23,9 +22,9 @@ struct EnvChange
     char const* value; // null is the empty value
 };
 
-// Copies the lines, changed: a variable that is set stands where its first line was, or at the end
-// if it had none. A last line without a newline gets one. Failures are for the caller to see: in
-// the error indicator of to, and in a from that has not reached its end; errno is set then.
+// Copies the lines and makes the changes. A variable that is set takes the place of its first line,
+// or the end if it had none. A last line without a newline gets one. The caller sees failures by
+// the error indicator of to, and by a from that is not at its end; errno is set then.
 void copy_changed_lines(FILE* from, FILE* to, EnvChange const* env);
 
 #endif

@@ -25,7 +25,7 @@ constexpr char key_reader[] = "popuser";
 constexpr mode_t directory_mode = 0755;
 constexpr mode_t key_mode = 0440;
 
-// Null, reported, without memory.
+// Null, reported, when out of memory.
 CString in_lower_case(char const* domain)
 {
     CString lower(strtolower_dynamic(domain));
@@ -34,8 +34,8 @@ CString in_lower_case(char const* domain)
     return lower;
 }
 
-// A domain that is not leads to the store itself or out of it, where a removal takes the keys of
-// all domains, and more.
+// A domain such as "." or ".." leads to the store itself or out of it, where a removal would take
+// the keys of all domains, and more.
 bool is_below_store(char const* domain)
 {
     bool below = false;
@@ -49,7 +49,7 @@ bool is_below_store(char const* domain)
     return below;
 }
 
-// 0, or -1 reported. The domain is in lower case, here and below.
+// 0, or -1 reported. The domain is in lower case from here on.
 int form_directory(char (&path)[path_size], char const* domain)
 {
     if (!form_path(path, "%s/%s", keys_directory, domain))
@@ -68,7 +68,7 @@ int form_key_path(char (&path)[path_size], char const* domain)
     return 0;
 }
 
-// Calls action, which gives 0 or -1, with each domain and its directory.
+// Calls action, which returns 0 or -1, with each domain and its directory.
 template<class Action>
 int for_each_domain(char const* DomainNameListAmixed, Action action)
 {
@@ -77,7 +77,7 @@ int for_each_domain(char const* DomainNameListAmixed, Action action)
         return failure(-1, "cannot split domains list '%s'\n", DomainNameListAmixed);
     int result = 0;
     for (char const* const* domain = domains.get(); *domain; ++domain) {
-        // Not to be taken for a domain, as its directory is the store.
+        // An empty name is no domain: its directory would be the store.
         if (**domain == '\0')
             continue;
         CString const lower = in_lower_case(*domain);

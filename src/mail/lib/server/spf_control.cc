@@ -31,7 +31,7 @@ int write_value(char const* path, char const* value)
         messlog2(0, 1, "Unable to open file %s for writing: %s", path, strerror(errno));
         return -1;
     }
-    // A long value is written in part before the close, which does not speak of that part.
+    // fputs already writes a part of a long value; fclose does not report a failure of that part.
     bool const written = fputs(value, file.get()) != EOF;
     if (fclose(file.release()) != 0 || !written) {
         messlog2(0, 1, "Unable to close file %s: %s", path, strerror(errno));
