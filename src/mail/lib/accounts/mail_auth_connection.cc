@@ -13,6 +13,12 @@ namespace {
 
 constexpr long wait_growth = 10000; // nanoseconds
 constexpr int write_timeout = 50;   // milliseconds
+
+// A domain with a million users is removed in less than half of these steps.
+constexpr int steps_in_batch = 1'000'000;
+constexpr long most_batches = 100;
+
+constexpr int longest_value = 1 << 20; // bytes
 // SQLite's own results are not negative.
 constexpr int failed_wait = -1;
 
@@ -49,6 +55,8 @@ bool is_busy_or_locked(int result)
 MailAuthConnection::MailAuthConnection(sqlite3* db, sqlite3_stmt* statement)
     : db(db), statement(statement)
 {
+    files.emplace(sqlite3_db_filename(db, "main"));
+    distrust();
 }
 
 MailAuthConnection::~MailAuthConnection()
@@ -75,9 +83,34 @@ int MailAuthConnection::repeated(Call call, Again again)
     return result;
 }
 
+bool MailAuthConnection::open(int flags)
+{
+    files.emplace(mailAuthDB);
+    if (sqlite3_open_v2(files->path(), &db, flags | SQLITE_OPEN_NOFOLLOW, nullptr) != SQLITE_OK)
+        return false;
+    distrust();
+    return true;
+}
+
+void MailAuthConnection::distrust()
+{
+    sqlite3_db_config(db, SQLITE_DBCONFIG_DEFENSIVE, 1, nullptr);
+    sqlite3_db_config(db, SQLITE_DBCONFIG_TRUSTED_SCHEMA, 0, nullptr);
+    sqlite3_db_config(db, SQLITE_DBCONFIG_ENABLE_VIEW, 0, nullptr);
+    sqlite3_limit(db, SQLITE_LIMIT_LENGTH, longest_value);
+    sqlite3_limit(db, SQLITE_LIMIT_ATTACHED, 0);
+    sqlite3_progress_handler(db, steps_in_batch, countSteps, this);
+}
+
+// Interrupts the statement by a result other than 0.
+int MailAuthConnection::countSteps(void* connection)
+{
+    return ++static_cast<MailAuthConnection*>(connection)->batches > most_batches;
+}
+
 int MailAuthConnection::openForWriting()
 {
-    if (sqlite3_open(mailAuthDB, &db) != SQLITE_OK)
+    if (!open(SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE))
         return failure("Unable to open database %s: %s", mailAuthDB, message());
     sqlite3_busy_timeout(db, write_timeout);
     return 0;
@@ -85,7 +118,7 @@ int MailAuthConnection::openForWriting()
 
 int MailAuthConnection::openForReading()
 {
-    if (sqlite3_open_v2(mailAuthDB, &db, SQLITE_OPEN_READONLY, nullptr) != SQLITE_OK)
+    if (!open(SQLITE_OPEN_READONLY))
         return failure("Unable to open database(readonly) %s: %s", mailAuthDB, message());
     return 0;
 }
@@ -201,6 +234,8 @@ int MailAuthConnection::stepFailure(char const* fmt, ...)
 
 void MailAuthConnection::release(sqlite3** pdb, sqlite3_stmt** pPStmt)
 {
+    if (db)
+        sqlite3_progress_handler(db, 0, nullptr, nullptr);
     *pdb = std::exchange(db, nullptr);
     *pPStmt = std::exchange(statement, nullptr);
 }

@@ -11,15 +11,22 @@
 // without a report. So a function that gets -1 from another may always report, finish and return:
 // nothing is closed twice.
 //
+// Others can write the database, so what it contains is not trusted: SQLite touches no other file
+// (see account_files.h), runs no view or function with side effects, and gives up a statement that
+// takes very long.
+//
 // Failures are reported by orvek_log at priority 3, here or through failure(), which also
 // closes. errno stays as the failing call left it.
 
 #ifndef MAILVEK_MAIL_LIB_ACCOUNTS_MAIL_AUTH_CONNECTION_H
 #define MAILVEK_MAIL_LIB_ACCOUNTS_MAIL_AUTH_CONNECTION_H
 
+#include "mail/lib/accounts/account_files.h"
+
 #include <sqlite3.h>
 
 #include <cstdarg>
+#include <optional>
 
 class MailAuthConnection
 {
@@ -33,7 +40,8 @@ public:
     MailAuthConnection& operator=(MailAuthConnection const&) = delete;
 
     // 0, or -1 reported. A missing file is created empty, so the first statement fails and reports.
-    // A file that may only be read fails at the first change.
+    // A file that may only be read fails at the first change. A link, a FIFO and a file with two
+    // names cannot be opened.
     [[nodiscard]] int openForWriting();
     [[nodiscard]] int openForReading();
 
@@ -71,12 +79,19 @@ public:
     void release(sqlite3** pdb, sqlite3_stmt** pPStmt);
 
 private:
+    [[nodiscard]] bool open(int flags);
+    void distrust();
+    static int countSteps(void* connection);
+
     template<class Call, class Again>
     int repeated(Call call, Again again);
     void report(char const* fmt, va_list args) const __attribute__((format(printf, 2, 0)));
 
+    std::optional<AccountFiles> files;
     sqlite3* db = nullptr;
     sqlite3_stmt* statement = nullptr;
+    long batches =
+        0; // of steps_in_batch steps of SQLite's virtual machine, all statements together
     bool abandoned = false;
 };
 

@@ -79,7 +79,7 @@ TEST_F(MailAuthBusy, DoesNotWaitForACallThatIsNotBusy)
     ASSERT_EQ(db.prepare(add_domain), 0);
     EXPECT_EQ(db.step(), SQLITE_DONE);
     EXPECT_EQ(db.finish(), 0);
-    EXPECT_THAT(spy.calls, ElementsAre("open", "prepare_v2", "step", "finalize", "close"));
+    EXPECT_THAT(spy.calls, ElementsAre("open_v2", "prepare_v2", "step", "finalize", "close"));
 }
 
 TEST_F(MailAuthBusy, StartsTheWaitAnewForEachCall)

@@ -53,8 +53,7 @@ TEST_F(MailAuthConnectionTest, ReportsADirectoryThatDoesNotExist)
 
 TEST_F(MailAuthConnectionTest, HasAGeneralMessageWithoutAConnection)
 {
-    spy.fault("open", 1, SQLITE_NOMEM);
-    spy.fault("open_v2", 1, SQLITE_NOMEM);
+    spy.fault("open_v2", 1, SQLITE_NOMEM, 2);
     MailAuthConnection db;
     EXPECT_EQ(db.openForWriting(), -1);
     EXPECT_EQ(db.openForReading(), -1);

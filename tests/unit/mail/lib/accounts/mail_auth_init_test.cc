@@ -129,7 +129,7 @@ TEST_F(MailAuthInit, DestroysTheDatabaseThatWasThere)
 TEST_F(MailAuthInit, RunsTheScriptAsOneCallWithTheTimeoutForWriting)
 {
     EXPECT_EQ(mailAuthDBInit(), 0);
-    EXPECT_THAT(spy.calls, ElementsAre("open", "exec", "close"));
+    EXPECT_THAT(spy.calls, ElementsAre("open_v2", "exec", "close"));
 }
 
 TEST_F(MailAuthInit, ReportsAFileInTheWayOfTheDirectory)
@@ -172,7 +172,7 @@ TEST_F(MailAuthInit, ReportsAScriptThatFailsWithoutAText)
     EXPECT_EQ(mailAuthDBInit(), -1);
     EXPECT_THAT(reports(),
                 ElementsAre(Pair(3, "Unable to re-create Mail Authentication Database")));
-    EXPECT_THAT(spy.calls, ElementsAre("open", "exec", "close"));
+    EXPECT_THAT(spy.calls, ElementsAre("open_v2", "exec", "close"));
 }
 
 TEST_F(MailAuthInit, EndsOnTheSpotWhenTheWaitIsRefused)
@@ -180,7 +180,7 @@ TEST_F(MailAuthInit, EndsOnTheSpotWhenTheWaitIsRefused)
     spy.fault("exec", 1, SQLITE_BUSY, 9);
     spy.fault("nanosleep", 1);
     EXPECT_EQ(mailAuthDBInit(), -1);
-    EXPECT_THAT(spy.calls, ElementsAre("open", "exec", "exec", "nanosleep"));
+    EXPECT_THAT(spy.calls, ElementsAre("open_v2", "exec", "exec", "nanosleep"));
     EXPECT_THAT(reports(), IsEmpty());
     spy.closeAbandoned();
 }

@@ -136,7 +136,7 @@ TEST_F(MailDatabaseAliasOnHost, ReportsAMailAliasThatCannotBeRemovedFromADomainA
 {
     addJoeEverywhere();
     spy.forget();
-    spy.fault("open", 2); // the first one is the domain's removal
+    spy.fault("open_v2", 2); // the first one is the domain's removal
     EXPECT_EQ(rm_domain_auth_alias("a.test"), -1);
     EXPECT_THAT(texts(), ElementsAre("Unable to open database " + path + ": general DB errror",
                                      "Unable to remove mail alias j@a.test"));

@@ -1,0 +1,48 @@
+// account_files - the only files that SQLite may touch for the account database
+//
+// The directory of the database belongs to the mail server's user, who can put anything beside it:
+// links, FIFOs, a journal that names other files to be deleted. While an AccountFiles lives, SQLite
+// opens and deletes only the database, its journal, its write-ahead log and the index of that, and
+// temporary files that it has just created itself. Each must be a regular file with one name. Links
+// are not followed, and a FIFO is not waited for. SQLite sees no other file at all. The open
+// descriptor is checked, so nobody can exchange the file afterwards.
+//
+// The path of the directory may contain links: only root can make those.
+//
+// A database that SQLite creates has at most mode 0600; a journal has the mode of its database.
+//
+// This replaces system calls of SQLite's "unix" VFS in the whole process. They behave as before
+// while no AccountFiles lives. Several may live at once.
+
+#ifndef MAILVEK_MAIL_LIB_ACCOUNTS_ACCOUNT_FILES_H
+#define MAILVEK_MAIL_LIB_ACCOUNTS_ACCOUNT_FILES_H
+
+#include <string>
+#include <string_view>
+
+class AccountFiles
+{
+public:
+    explicit AccountFiles(char const* database);
+    ~AccountFiles();
+    AccountFiles(AccountFiles const&) = delete;
+    AccountFiles& operator=(AccountFiles const&) = delete;
+
+    // The database with its directory resolved; as given when there is no such directory.
+    char const* path() const { return database.c_str(); }
+
+    // Whether the path is one of the files of any AccountFiles, or the directory of one.
+    static bool contain(std::string_view path);
+    static bool areDirectory(std::string_view path);
+    static bool areDatabase(std::string_view path);
+    static bool guard() { return first != nullptr; }
+
+private:
+    std::string const database;
+    std::string const directory;
+    AccountFiles* next;
+
+    static AccountFiles* first;
+};
+
+#endif
