@@ -10,7 +10,9 @@
 #include <cstdarg>
 #include <cstring>
 #include <memory>
+#include <string>
 
+#include <fcntl.h>
 #include <libgen.h>
 #include <pwd.h>
 #include <sys/stat.h>
@@ -58,14 +60,39 @@ bool is_below_root(char const* directory)
     return directory[0] == '/' && directory[strspn(directory, "/")];
 }
 
-// reported_mode is the mode that the report of a failing chmod names.
-int set_rights(char const* path, uid_t uid, gid_t gid, mode_t mode, mode_t reported_mode)
+struct Rights
 {
-    if (chown(path, uid, gid) != 0)
-        return critical("chown(\"%s\", %d, %d) failed: %s", path, static_cast<int>(uid),
-                        static_cast<int>(gid), strerror(errno));
-    if (chmod(path, mode) != 0)
-        return critical("chmod(\"%s\", %04o) failed: %s", path, reported_mode, strerror(errno));
+    uid_t uid;
+    gid_t gid;
+    mode_t mode;
+    mode_t reported_mode; // what the report of a failing chmod names
+};
+
+// The directory belongs to the mail server's user, who can put a link in the file's place or give a
+// second name to a file of somebody else.
+bool is_own(int fd, mode_t type)
+{
+    struct stat info = {};
+    if (fstat(fd, &info) != 0)
+        return false;
+    bool const own = (info.st_mode & S_IFMT) == type && (type == S_IFDIR || info.st_nlink == 1);
+    if (!own)
+        errno = ELOOP;
+    return own;
+}
+
+int set_rights(char const* path, mode_t type, Rights const& rights)
+{
+    OpenDescriptor const place(open(path, O_PATH | O_NOFOLLOW | O_CLOEXEC));
+    if (place.get() < 0 || !is_own(place.get(), type) ||
+        fchownat(place.get(), "", rights.uid, rights.gid, AT_EMPTY_PATH) != 0)
+        return critical("chown(\"%s\", %d, %d) failed: %s", path, static_cast<int>(rights.uid),
+                        static_cast<int>(rights.gid), strerror(errno));
+    // chmod of what the descriptor holds, which fchmod refuses for this kind of descriptor.
+    std::string const held = "/proc/self/fd/" + std::to_string(place.get());
+    if (chmod(held.c_str(), rights.mode) != 0)
+        return critical("chmod(\"%s\", %04o) failed: %s", path, rights.reported_mode,
+                        strerror(errno));
     return 0;
 }
 
@@ -123,10 +150,10 @@ int mailAuthDBSetAccess(uid_t uid, gid_t gid, mode_t dirMode, mode_t dbMode)
         return -1;
     if (!is_below_root(directory.get()))
         return critical("Invalid mail authentication DB path %s", mailAuthDB);
-    if (set_rights(directory.get(), uid, gid, dirMode, dirMode) != 0)
+    if (set_rights(directory.get(), S_IFDIR, {uid, gid, dirMode, dirMode}) != 0)
         return -1;
     // Deliberate: the report of a failing chmod of the file names the directory's mode.
-    return set_rights(mailAuthDB, uid, gid, dbMode, dirMode);
+    return set_rights(mailAuthDB, S_IFREG, {uid, gid, dbMode, dirMode});
 }
 
 int mailAuthDBInitStyle(MailAuthDBStyle style)

@@ -272,16 +272,35 @@ TEST_F(MailAuthInit, ReportsAModeOfTheDirectoryThatCannotBeSet)
 
 TEST_F(MailAuthInit, ReportsAModeOfTheFileThatCannotBeSetAsTheDirectorysMode)
 {
+    if (geteuid() != 0)
+        GTEST_SKIP() << "only root can make a file in a directory of somebody else";
     chmod(directory.path().c_str(), 0777);
     setPath(directory / "own/passwd.db");
-    ChildRun const run = asOrdinaryUser([this] {
+    ASSERT_TRUE(std::filesystem::create_directory(directory / "own"));
+    writeFile(other, "");
+    constexpr uid_t nobody = 65534;
+    ASSERT_EQ(chown((directory / "own").c_str(), nobody, nobody), 0);
+    ChildRun const run = asOrdinaryUser([] {
         reportOnStreams();
-        std::filesystem::create_directory(directory / "own");
-        std::filesystem::create_symlink("/etc/passwd", other);
         return mailAuthDBSetAccess(same_uid, same_gid, 0751, 0640) == -1 ? 0 : 1;
     });
     EXPECT_EQ(run.status, 0);
     EXPECT_EQ(run.err, "chmod(\"" + other + "\", 0751) failed: Operation not permitted\n");
+}
+
+TEST_F(MailAuthInit, GivesNoRightsOverALink)
+{
+    std::string const target = directory / "target";
+    writeFile(target, "");
+    chmod(target.c_str(), 0600);
+    setPath(directory / "own/passwd.db");
+    std::filesystem::create_directory(directory / "own");
+    std::filesystem::create_symlink(target, other);
+    EXPECT_EQ(mailAuthDBSetAccess(same_uid, same_gid, 0751, 0666), -1);
+    std::filesystem::remove(other);
+    std::filesystem::create_hard_link(target, other);
+    EXPECT_EQ(mailAuthDBSetAccess(same_uid, same_gid, 0751, 0666), -1);
+    EXPECT_EQ(modeOf(target), 0600U);
 }
 
 TEST_F(MailAuthInit, TouchesNothingForAStyleWithoutADatabase)
