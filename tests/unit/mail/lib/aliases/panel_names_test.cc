@@ -33,7 +33,7 @@ TEST_F(PanelNamesOnHost, ShareOneConnection)
     PanelNames panel_names(nullptr);
     StringArray list;
     for (int i = 0; i < 5; ++i)
-        EXPECT_EQ(panel_names.mailnames("d.test", &list), 0);
+        EXPECT_EQ(panel_names.get_mailnames_by_domain("d.test", &list), 0);
     EXPECT_EQ(panel.spy.connects.size(), 1U);
 }
 
@@ -41,14 +41,14 @@ TEST_F(PanelNamesOnHost, AreReadOnANewConnectionWhenTheirsIsBroken)
 {
     PanelNames panel_names(nullptr);
     StringArray list;
-    ASSERT_EQ(panel_names.mailnames("d.test", &list), 0);
+    ASSERT_EQ(panel_names.get_mailnames_by_domain("d.test", &list), 0);
     panel.killConnections();
     addDomain("d.test");
     addMailname("d.test", "joe");
     panel.spy.before = [this](int) {
         EXPECT_EQ(panel.spy.open.size(), 1U) << "the broken one is closed first";
     };
-    ASSERT_EQ(panel_names.mailnames("d.test", &list), 0);
+    ASSERT_EQ(panel_names.get_mailnames_by_domain("d.test", &list), 0);
     EXPECT_THAT(stringsOf(list), ElementsAre("joe"));
     EXPECT_EQ(panel.spy.connects.size(), 2U);
     EXPECT_THAT(texts(), IsEmpty());
@@ -58,10 +58,10 @@ TEST_F(PanelNamesOnHost, LeaveErrnoAloneOnANewConnection)
 {
     PanelNames panel_names(nullptr);
     StringArray list;
-    ASSERT_EQ(panel_names.mailnames("d.test", &list), 0);
+    ASSERT_EQ(panel_names.get_mailnames_by_domain("d.test", &list), 0);
     panel.killConnections();
     errno = ENOSPC;
-    EXPECT_EQ(panel_names.mailnames("d.test", &list), 0);
+    EXPECT_EQ(panel_names.get_mailnames_by_domain("d.test", &list), 0);
     EXPECT_EQ(errno, ENOSPC) << "the broken one's failure has been mended";
     EXPECT_EQ(panel.spy.connects.size(), 2U);
 }
@@ -70,11 +70,11 @@ TEST_F(PanelNamesOnHost, ReportAConnectionThatBrokeAsOneThatCouldNotBeMade)
 {
     PanelNames panel_names(nullptr);
     StringArray list;
-    ASSERT_EQ(panel_names.mailnames("d.test", &list), 0);
+    ASSERT_EQ(panel_names.get_mailnames_by_domain("d.test", &list), 0);
     panel.stop();
-    EXPECT_EQ(panel_names.mailnames("d.test", &list), -1);
+    EXPECT_EQ(panel_names.get_mailnames_by_domain("d.test", &list), -1);
     EXPECT_THAT(texts(), ElementsAre(not_connected, "Unable to get mailnames from domain: d.test"));
-    EXPECT_EQ(panel_names.mailnames("d.test", &list), -1);
+    EXPECT_EQ(panel_names.get_mailnames_by_domain("d.test", &list), -1);
     EXPECT_EQ(texts().size(), 4U);
 }
 
@@ -82,7 +82,7 @@ TEST_F(PanelNamesOnHost, ReportAFailureOnceThoughItWasTriedOnANewConnection)
 {
     PanelNames panel_names(nullptr);
     StringArray list;
-    ASSERT_EQ(panel_names.mailnames("d.test", &list), 0);
-    EXPECT_EQ(panel_names.mailnames("o'hara", &list), -1);
+    ASSERT_EQ(panel_names.get_mailnames_by_domain("d.test", &list), 0);
+    EXPECT_EQ(panel_names.get_mailnames_by_domain("o'hara", &list), -1);
     EXPECT_THAT(texts(), ElementsAre(not_read, "Unable to get mailnames from domain: o'hara"));
 }
