@@ -64,15 +64,22 @@ def test_what_the_manual_page_lacks_or_invents_is_found(pattern, new, told, tmp_
 
 @pytest.mark.parametrize("pattern, new, told", [
     (r" --turn-off-domain --set-domain-disk-quota", "", "the command --turn-off-domain is missing"),
-    (r" -h --help-commands", " --help-commands", "the command -h is missing"),
+    (r"--help -h\"\n# End", '--help"\n# End', "the command -h is missing"),
     (r"--features", "--featured", "there is no command --featured"),
-    (r'optional="--disk-quota="', "", "--add-domain: optional --disk-quota= is missing"),
+    (r'optional="--disk-quota="', "", "--add-mailname: optional --disk-quota= is missing"),
     (r'mandatory="--ip-address=', r'optional="--ip-address=', "--add-whitelist: mandatory --netmask= is missing"),
     (r"--popauth --poplock", "--popauth= --poplock", "--set-mail-params: there is no optional --popauth="),
     (r'--help -h"', '--help"', "--update-spf: optional -h is missing"),
 ])
 def test_what_the_completion_lacks_or_invents_is_found(pattern, new, told, tmp_path):
     assert f"completion: {told}" in checked(completion=changed(COMPLETION, tmp_path, pattern, new))
+
+
+def test_a_table_of_the_completion_that_is_old_is_made_anew(tmp_path):
+    old = changed(COMPLETION, tmp_path, r" --turn-off-domain --set-domain-disk-quota", "")
+    ended = run(CHECK, "--renew", TOOL, PAGE, old)
+    assert (ended.status, ended.out, ended.err) == (0, f"{old}: renewed\n", "")
+    assert read(old) == read(COMPLETION)
 
 
 # ------------------------------------------------------------------------- the completion
