@@ -6,8 +6,7 @@ namespace orvek::mail::postfix::mailvek_commands {
 
 namespace {
 
-// Deliberate: to reject and not to reject mail for unknown addresses are the same here, a domain
-// without a catch-all.
+// Deliberate: both commands remove the catch-all, so rejecting and not rejecting are the same.
 int dropCatchall(int argc, char** argv)
 {
     DomainManager::removeCatchall(parseDomain(argc, argv));

@@ -20,7 +20,7 @@ constexpr std::span<Option const> no_options;
     "ORV_CRYPTED_PASSWORD"
 
 // Deliberate: "removes mailname to the mail domain", the unbalanced bracket of the "-a" row and
-// the small differences between the two texts of a command are what the panel's users know.
+// the small differences between the two pairs of texts are what the panel's users know.
 // clang-format off
 constexpr Command commandDescriptions[] = {
     {"--add-mailname", addMailname,

@@ -25,7 +25,7 @@ int addDomainAlias(int argc, char** argv)
     return processNotexistingMailnamesOptions(options);
 }
 
-// Deliberate: the domain is asked for and not used. An alias is known by its own name.
+// Deliberate: --domain-name is mandatory and not used. The alias's own name is enough.
 int removeDomainAlias(int argc, char** argv)
 {
     ProgramOptionsHelper const options = parsedOptions(argc, argv);

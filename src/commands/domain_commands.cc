@@ -15,9 +15,9 @@ int addDomain(int argc, char** argv)
     std::string const domain = domainOf(options);
 
     if (isGiven(options, "disk-quota"))
-        DomainManager::createDomain(domain, quotaOf(options), false);
+        DomainManager::createDomain(domain, quotaOf(options), /*disabled=*/false);
     else
-        DomainManager::createDomain(domain, false);
+        DomainManager::createDomain(domain, /*disabled=*/false);
     return 0;
 }
 

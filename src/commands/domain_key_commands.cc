@@ -14,7 +14,7 @@ int setDomainKey(int argc, char** argv)
 
     int const set = set_domain_key(domains.c_str(), file.c_str());
     if (set == 0)
-        unlink(file.c_str()); // a key that is installed lies nowhere else
+        unlink(file.c_str()); // only the installed copy of a key remains
     return set == -1 ? 1 : 0;
 }
 

@@ -14,7 +14,7 @@ struct Feature
     char const* value;
 };
 
-// What the panel is told of this mail back end, whatever the machine is running.
+// The report on this mail back end. It does not depend on what the machine runs.
 constexpr Feature features[] = {
     {"MailName_SetName", "true"},
     {"MailName_SetDomain", "true"},
@@ -79,7 +79,7 @@ static_assert(std::size(features) == 58);
 
 } // namespace
 
-// Deliberate: the report is a success even when a line could not be printed.
+// Deliberate: the status is 0 even when a line could not be printed.
 int printFeatures(int, char**)
 {
     for (auto const& feature : features)

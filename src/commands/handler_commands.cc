@@ -27,13 +27,13 @@ public:
 
     char const* operator[](char const* option) const { return value(option).c_str(); }
 
-    // Deliberate: in these letters only; the store takes the type's name in any.
+    // Deliberate: the word is matched in lower case only; the store ignores case.
     bool isGlobal() const { return value("handler-type") == "global"; }
 
     bool hasTypeName() const { return helper.values().count("handler-type-name") != 0; }
 
-    // Mandatory for every type but one, which no parse can tell, so that its lack is no bad
-    // command line but a fatal error.
+    // Required unless global, which the parser cannot express: a missing name is a fatal error,
+    // not a usage error.
     std::string const& typeName() const
     {
         if (!hasTypeName())
@@ -41,7 +41,7 @@ public:
         return value("handler-type-name");
     }
 
-    // The names in the list that --handler-type-name may be.
+    // The names in --handler-type-name, which may be a list.
     std::vector<std::string> targets() const
     {
         std::vector<std::string> tokens;
@@ -87,7 +87,7 @@ int update(HandlerOptions const& options, char const* typeName)
                                options["priority"]);
 }
 
-// A command that does one thing with handlers that are there.
+// A command that does one thing to existing handlers.
 struct ControlCommand
 {
     int (*one)(char const* fullName);
@@ -142,7 +142,7 @@ int addHandler(int argc, char** argv)
         return add(options, nullptr) == 0 ? 0 : 1;
     int status = 0;
     for (auto const& target : options.targets()) {
-        // Deliberate: one that is there already is reported as one that does not exist.
+        // Deliberate: the report says of an existing handler that it does not exist.
         if (options.find(target.c_str()))
             options.logSkipped(target);
         else if (add(options, target.c_str()) != 0)
@@ -181,11 +181,11 @@ int enableHandler(int argc, char** argv)
     return controlHandlers(enable_command, argc, argv);
 }
 
-// Deliberate: 1 when there is such a handler, 0 when there is none. The panel relies on it.
+// Deliberate: the status is 1 if the handler exists and 0 if not. The panel relies on it.
 int checkHandler(int argc, char** argv)
 {
     HandlerOptions const options(argc, argv);
-    // The name is one name here, never a list.
+    // Deliberate: the value is one name here, never a list.
     bool const named = options.hasTypeName() || !options.isGlobal();
     return options.find(named ? options.typeName().c_str() : nullptr) ? 1 : 0;
 }

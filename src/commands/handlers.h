@@ -1,7 +1,7 @@
 // handlers - one function a command
 //
-// Each is given the command's name as argv[0] and the command's options behind it, and
-// returns the exit status. What it cannot do it raises, or reports and returns as a status.
+// argv[0] is the command's name, and its options follow. The result is the exit status. A
+// failure is raised, or reported and returned as a status.
 
 #ifndef MAILVEK_COMMANDS_HANDLERS_H
 #define MAILVEK_COMMANDS_HANDLERS_H

@@ -13,7 +13,7 @@ namespace orvek::mail::postfix::mailvek_commands {
 
 namespace {
 
-// What the panel handed over in the environment; text is null when it handed over nothing.
+// The password from the environment; text is null when there is none.
 struct Password
 {
     char const* text = nullptr;

@@ -14,7 +14,7 @@ namespace orvek::mail::postfix::mailvek_commands {
 
 namespace {
 
-// Gives the status of a command that needs the list.
+// Returns the status of a command that needs the list.
 int reportUnreadAliasDomains(std::string const& domain)
 {
     uerr << "ERROR: unable get domain aliases for domain " << domain << std::endl;
@@ -32,8 +32,8 @@ void removeHooksOfAlias(std::string const& address)
         uerr << "ERROR: unable to remove mail handler for " << address << std::endl;
 }
 
-// The mailname itself was done before. Its name under each alias domain comes first, its mail
-// aliases under the domain next, and these under each alias domain last.
+// The order: the mailname under each alias domain, its mail aliases under the domain, and its
+// mail aliases under each alias domain. The mailname under the domain itself is the caller's.
 void removeHooksOfAliases(std::string const& mailname, std::string const& domain,
                           std::vector<std::string> const& domainAliases,
                           std::vector<std::string> const& mailAliases)
@@ -47,8 +47,8 @@ void removeHooksOfAliases(std::string const& mailname, std::string const& domain
             removeHooksOfAlias(addressOf(mailAlias, domainAlias));
 }
 
-// The status of the command, 0 to go on. The account of the domain itself is renamed first, and
-// its failure is looked at last.
+// Result: the status of the command, 0 to go on. The account under the domain itself is renamed
+// first; its failure stops nothing and becomes the result at the end.
 int renameAccounts(std::string const& domain, std::string const& oldName,
                    std::string const& newName)
 {

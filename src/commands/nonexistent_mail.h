@@ -1,13 +1,13 @@
-// nonexistent_mail - the options of the alias commands for mail to unknown addresses
+// nonexistent_mail - what becomes of mail to unknown addresses of an alias domain
 //
 // processNotexistingMailnamesOptions carries out the first of --set-bounce, --set-catchall and
-// --set-reject that was given, for the alias in --domain-alias-name, and returns the exit
-// status: 1, behind a report, when none was. To reject is what happens anyway.
-//
-// Deliberate: a command that declares no --domain-alias-name ends here with boost::bad_any_cast
-// for a bounce or a catch-all, behind all that it did before.
+// --set-reject that was given, for the alias in --domain-alias-name. --set-reject needs no
+// change. Result: the exit status, which is 1, after a report, if none of them was given.
 //
 // Failures: MissingMandatoryOption for a catch-all without an address, and what the maps raise.
+//
+// Deliberate: a command without the option --domain-alias-name ends here with
+// boost::bad_any_cast for a bounce or a catch-all, after all its other steps.
 
 #ifndef MAILVEK_COMMANDS_NONEXISTENT_MAIL_H
 #define MAILVEK_COMMANDS_NONEXISTENT_MAIL_H

@@ -8,8 +8,8 @@ namespace po = boost::program_options;
 
 namespace {
 
-// Opens the words that the library puts into the text of an error. Never made: it only lends
-// the right to name the member.
+// Gives access to the words that the library puts into the text of an error. No object of this
+// class exists: a derived class may name the member.
 class ErrorWords : po::error_with_option_name
 {
 public:
@@ -19,9 +19,9 @@ public:
     }
 };
 
-// The library puts a word in the place of each "%value%" of its text until none is left, so
-// with a word of the command line that holds "%value%" itself it never ends. A mark behind
-// each percent sign hides those of the words from it.
+// The library replaces each "%value%" of its text until none is left, which never ends when the
+// word that it puts there holds "%value%" itself. A mark after each percent sign of the words
+// hides them from the library.
 constexpr char hiding_mark = '\1';
 
 std::string withHiddenPercents(std::string const& word)

@@ -1,8 +1,8 @@
-// option_error_text - what a bad command line is told, whatever it holds
+// option_error_text - the message for a bad command line
 //
-// The text is the option library's own. The library's what() never ends when a word of the
-// command line holds the name of a placeholder, such as "%value%"; this does, with the word as
-// it was given. It changes the error: call it once, as the last thing that is done with it.
+// The text is the option library's own. The library's what() never returns when a word of the
+// command line holds the name of a placeholder, such as "%value%". optionErrorText returns, with
+// the word as it was given. It changes the error: call it once, as the last use of the error.
 
 #ifndef MAILVEK_COMMANDS_OPTION_ERROR_TEXT_H
 #define MAILVEK_COMMANDS_OPTION_ERROR_TEXT_H

@@ -62,7 +62,7 @@ void validate(boost::any& value, std::vector<std::string> const& tokens, IPv4Mas
     value = IPv4Mask{length};
 }
 
-// Deliberate: no check of the first occurrence, for the option may be repeated.
+// Deliberate: there is no check of the first occurrence, because the option may be repeated.
 void validate(boost::any& value, std::vector<std::string> const& tokens, SelectedMailComponents*,
               int)
 {

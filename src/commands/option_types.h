@@ -1,8 +1,8 @@
-// option_types - option values that need a validation of their own
+// option_types - types of option values with their own validation
 //
-// Each type is found by the option library through its validate function beside it. A value
-// that does not fit raises the library's invalid_option_value with the word; a netmask that
-// is no number raises boost::bad_lexical_cast, which is no option error.
+// The option library finds each type's validate function. A bad value raises the library's
+// invalid_option_value with the word. A netmask that is not a number raises
+// boost::bad_lexical_cast, which is not an option error.
 
 #ifndef MAILVEK_COMMANDS_OPTION_TYPES_H
 #define MAILVEK_COMMANDS_OPTION_TYPES_H
@@ -26,7 +26,7 @@ struct IPv4Mask
     unsigned short value = 0;
 };
 
-// A set of components, 0 when none was named. May be given several times: the sets add up.
+// A set of components, 0 for none. The option may be given several times: the sets add up.
 struct SelectedMailComponents
 {
     enum MailComponents : unsigned int

@@ -30,7 +30,7 @@ constexpr Switches disabling = {ServiceManager::disableSmtpd, ServiceManager::di
 
 bool panelHasSubmission()
 {
-    mysql::Connection connection(true);
+    mysql::Connection connection(/*connect_now=*/true);
     return restore::getBoolMiscParamSafe("message_submission", connection);
 }
 
@@ -39,7 +39,7 @@ bool switchModules(unsigned int mask, Switches const& switches)
     if (!(mask & modules))
         return false;
     ModuleManager& manager = ModuleManager::getInstance();
-    manager.loadModules(false);
+    manager.loadModules(/*force=*/false);
     if (mask & Components::smtp)
         switches.smtp(manager);
     if (mask & Components::smtps)
@@ -50,7 +50,8 @@ bool switchModules(unsigned int mask, Switches const& switches)
         if (change)
             change(manager);
     }
-    return manager.storeModules(false) && ServiceManager::statusServer(0) != 0;
+    return manager.storeModules(/*force=*/false) &&
+           ServiceManager::statusServer(/*timeout=*/0) != 0;
 }
 
 } // namespace

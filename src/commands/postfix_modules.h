@@ -1,15 +1,16 @@
 // postfix_modules - switches the services of Postfix that a set of components names
 //
-// mask is a set of SelectedMailComponents. Plain SMTP and SMTP over TLS are switched as asked;
-// for submission the panel's own setting decides: to enable is to switch it as the panel has it,
-// off as well, and to disable leaves it alone while the panel has it on. Without one of the three
-// in the set nothing is done, and nothing loaded.
+// mask is a set of SelectedMailComponents. Plain SMTP and SMTP over TLS are switched as asked.
+// For submission the panel's own setting decides: enabling switches it on or off as the panel
+// has it, and disabling leaves it alone while the panel has it on. A set without any of the three
+// changes and loads nothing.
 //
-// Result: whether master.cf was written while Postfix does not run. Deliberate: a Postfix that
-// runs is not reloaded for it.
+// Result: whether master.cf was written while Postfix is stopped. Deliberate: a running Postfix
+// is not reloaded for the change.
 //
-// Failures raise: those of ModuleManager, mError when the panel's database cannot be reached.
-// Nothing is written then. A setting that cannot be read is a warning on orvek::uerr, and off.
+// Failures raise, and nothing is written then: what ModuleManager raises, and mError when the
+// panel's database cannot be reached. A setting that cannot be read counts as off, with a warning
+// on orvek::uerr.
 
 #ifndef MAILVEK_COMMANDS_POSTFIX_MODULES_H
 #define MAILVEK_COMMANDS_POSTFIX_MODULES_H

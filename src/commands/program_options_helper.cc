@@ -47,7 +47,7 @@ ProgramOptionsHelper::OptionAppender::operator()(char const* name, char const* d
 void ProgramOptionsHelper::parse(int argc, char** argv)
 {
     options.add_options()("help,h", "displays this help message");
-    // Style 0 is the library's default: stray words are ignored, abbreviations accepted.
+    // Style 0 is the library's default: it ignores stray words and accepts abbreviations.
     po::store(po::command_line_parser(argc, argv).options(options).style(0).run(), variables);
     po::notify(variables);
     if (variables.count("help") != 0)

@@ -1,9 +1,8 @@
 // program_options_helper - the options of one command
 //
-// On top of the option library: a usage text for the command, "--help" on every command, and
-// mandatory options with one uniform error. A bad command line ends with its message on
-// orvek::uerr, the usage on standard output and exit status 1; standardOptionsParse is that
-// road whole.
+// It adds to the option library a usage text for the command, "--help" on every command, and
+// mandatory options with one uniform error. standardOptionsParse ends a bad command line with
+// its message on orvek::uerr, the usage on standard output and exit status 1.
 
 #ifndef MAILVEK_COMMANDS_PROGRAM_OPTIONS_HELPER_H
 #define MAILVEK_COMMANDS_PROGRAM_OPTIONS_HELPER_H
@@ -19,8 +18,8 @@
 
 namespace orvek::mail::postfix::mailvek_commands {
 
-// A mandatory option that was not given. Raised by the parse it takes the road of any other
-// bad command line; raised later by a handler it is a fatal error.
+// A mandatory option is missing. During the parse this is a bad command line like any other; a
+// handler that raises it later ends in a fatal error.
 class MissingMandatoryOption : public boost::program_options::error
 {
 public:
@@ -33,9 +32,8 @@ public:
     // description: one line that says what the command does; usageLine: its synopsis.
     ProgramOptionsHelper(std::string const& description, std::string const& usageLine);
 
-    // Declares options on its helper, call by call. With mandatory set the option's
-    // description gets " (mandatory)" behind it; of several missing options the one declared
-    // last is named.
+    // Declares options on its helper, one a call. A mandatory option's description ends in
+    // " (mandatory)". Of several missing options the error names the one declared last.
     class OptionAppender
     {
     public:
@@ -45,7 +43,7 @@ public:
         OptionAppender& operator()(char const* name,
                                    boost::program_options::value_semantic const* semantic,
                                    char const* description, bool mandatory);
-        // A flag without a value. Deliberate: it cannot be mandatory, whatever is said.
+        // A flag without a value. Deliberate: mandatory is ignored.
         OptionAppender& operator()(char const* name, char const* description, bool mandatory);
 
     private:
@@ -54,9 +52,9 @@ public:
 
     OptionAppender addOptions() { return OptionAppender(*this); }
 
-    // Parses the command line behind argv[0], the command's name; prints the usage and ends
-    // the process with 0 if help is asked for, which wins over a missing option but not over
-    // a malformed one. Raises what the library raises, and MissingMandatoryOption.
+    // Parses the words after argv[0], which is the command's name. A request for help prints the
+    // usage and ends the process with 0; it wins over a missing option but not over a malformed
+    // one. Raises what the library raises, and MissingMandatoryOption.
     void parse(int argc, char** argv);
 
     // The parsed values.

@@ -25,7 +25,7 @@ std::string IPNetworkStringAdaptor(Address const& address, Mask mask)
     return address + '/' + std::to_string(mask);
 }
 
-// The network that the options of a whitelist command name.
+// The network that a whitelist command names, as "address/prefix length".
 std::string parseNetwork(int argc, char** argv)
 {
     ProgramOptionsHelper const options = parsedOptions(argc, argv);
@@ -33,7 +33,7 @@ std::string parseNetwork(int argc, char** argv)
     return IPNetworkStringAdaptor(textOf(options, "ip-address"), mask);
 }
 
-// The zones of all the options, in their order; none without an option.
+// The zones of all --maps-zones, in their order.
 std::vector<std::string> zonesOf(ProgramOptionsHelper const& options)
 {
     std::vector<std::string> zones;
@@ -60,7 +60,7 @@ int removeWhiteList(int argc, char** argv)
 {
     std::string const network = parseNetwork(argc, argv);
 
-    // The loopback network cannot leave the list.
+    // The loopback network stays in the list.
     if (!network.starts_with("127."))
         MainCfManager::getInstance().removeListElement(networks, network);
     ServiceManager::reloadServer();
@@ -86,7 +86,7 @@ int setMapsProtection(int argc, char** argv)
 
     MainCfManager const& main_cf = MainCfManager::getInstance();
     std::vector<std::string> clauses =
-        splitCompoundList(main_cf.getStringValue(client_restrictions, false));
+        splitCompoundList(main_cf.getStringValue(client_restrictions, /*defaults=*/false));
     std::erase_if(clauses, [](std::string const& clause) {
         return clause.find(blocklist) != std::string::npos;
     });

@@ -47,7 +47,7 @@ MailAlias parseMailAlias(int argc, char** argv)
     return {domainOf(options), textOf(options, "mailname"), textOf(options, "alias")};
 }
 
-// The account of the mailname for the alias, and that of the alias for each alias domain.
+// Copies the mailname's account to the alias, and the alias's account to each alias domain.
 bool cloneAccounts(MailAlias const& names, std::vector<std::string> const& aliasDomains)
 {
     if (mailAuthClone(names.mailname.c_str(), names.domain.c_str(), names.alias.c_str(),

@@ -15,7 +15,7 @@ namespace {
 
 using Components = SelectedMailComponents;
 
-// Courier's servers can only be driven together.
+// Courier's servers only start and stop together.
 constexpr unsigned int courier_components =
     Components::pop3 | Components::imap | Components::pop3s | Components::imaps;
 constexpr char courier_service[] = "courier-imap";
@@ -25,13 +25,12 @@ constexpr unsigned int smtp_modules = Components::smtp | Components::smtps;
 unsigned int selectedComponents(int argc, char** argv)
 {
     ProgramOptionsHelper const options = parsedOptions(argc, argv);
-    // What is given names one component at least.
     return isGiven(options, "mail-component")
                ? options.values()["mail-component"].as<SelectedMailComponents>().mask
                : Components::all;
 }
 
-// 1 for an operation that failed or raised, so that the command can go on with Courier; else 0.
+// 1 for an operation that failed or raised, else 0. The command goes on with Courier after both.
 int statusOf(int (*operation)())
 {
     try {
@@ -44,15 +43,15 @@ int statusOf(int (*operation)())
     return 1;
 }
 
-// What the action makes of the status so far.
+// The status so far, or 1 if Courier was selected and the action on it failed.
 int courierStatus(unsigned int mask, char const* action, int status)
 {
     bool const failed = (mask & courier_components) && restart_daemon(courier_service, action) != 0;
     return failed ? 1 : status;
 }
 
-// The common part of stop and restart. Deliberate: unlike a start, which is reloaded for changed
-// services behind it, they leave the reload out when Postfix itself is selected.
+// The common part of stop and restart. Deliberate: they do not reload when Postfix itself is
+// selected, unlike a start, which reloads after changed services.
 int changeServices(unsigned int mask, bool reload, int (*operation)(), char const* action)
 {
     int status = 0;
@@ -63,8 +62,8 @@ int changeServices(unsigned int mask, bool reload, int (*operation)(), char cons
     return courierStatus(mask, action, status);
 }
 
-// Deliberate: an answer of its script that is not 0, as from a Courier that is stopped, is -1, and
-// shown as an internal error.
+// Deliberate: the result is -1, which is shown as an internal error, for every answer of the
+// script but 0, so for a stopped Courier too.
 int courierAnswer()
 {
     return restart_daemon(courier_service, "status");
@@ -72,7 +71,7 @@ int courierAnswer()
 
 void printCourierStatus(unsigned int mask)
 {
-    // Deliberate: not in the order of the bits.
+    // Deliberate: the order is not that of the bits.
     constexpr struct
     {
         unsigned int component;
@@ -92,13 +91,13 @@ void printCourierStatus(unsigned int mask)
     }
 }
 
-// Reloads whether or not Postfix runs, and whatever the panel's setting is.
+// Reloads even when Postfix is stopped, and does not ask for the panel's setting.
 int switchSubmission(void (*change)(ModuleManager& manager))
 {
     ModuleManager& manager = ModuleManager::getInstance();
-    manager.loadModules(false);
+    manager.loadModules(/*force=*/false);
     change(manager);
-    if (manager.storeModules(false))
+    if (manager.storeModules(/*force=*/false))
         ServiceManager::reloadServer();
     return 0;
 }
@@ -143,19 +142,19 @@ int reloadService(int argc, char** argv)
     return courierStatus(mask, "reload", status);
 }
 
-// Deliberate: a success whatever was found; the lines alone carry the answer.
+// Deliberate: the status is always 0; the answer is in the lines.
 int statusService(int argc, char** argv)
 {
     unsigned int const mask = selectedComponents(argc, argv);
     if (mask & Components::mta) {
         fputs("mta ", stdout);
-        print_status(ServiceManager::statusServer(0));
+        print_status(ServiceManager::statusServer(/*timeout=*/0));
     }
     printCourierStatus(mask);
     return 0;
 }
 
-// The commands below take no options, and ignore what follows them.
+// The commands below have no options and ignore what follows their names.
 
 int startSMTPD(int, char**)
 {
@@ -174,7 +173,7 @@ int stopSMTPD(int, char**)
 
 int statusMTA(int, char**)
 {
-    print_status(ServiceManager::statusServer(0));
+    print_status(ServiceManager::statusServer(/*timeout=*/0));
     return 0;
 }
 

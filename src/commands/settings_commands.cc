@@ -18,14 +18,14 @@ namespace orvek::mail::postfix::mailvek_commands {
 
 namespace {
 
-// Deliberate: the refusal says twice that it is not supported.
+// Deliberate: the text says twice that the format is not supported.
 [[noreturn]] void refuseShortNames()
 {
     throw NotSupportedError("short account-format is not supported for Postfix"
                             " isn't supported");
 }
 
-// The value of an option of --update-spf; "-" clears the parameter, no option leaves it.
+// The value of an option of --update-spf. "-" clears the parameter; a missing option leaves it.
 class SpfValue
 {
 public:
@@ -43,11 +43,10 @@ private:
     std::optional<std::string> value;
 };
 
-// Deliberate: the command line is not looked at.
 int printLimit(char const* parameter)
 {
-    auto const limit =
-        boost::lexical_cast<long>(MainCfManager::getInstance().getStringValue(parameter, false));
+    auto const limit = boost::lexical_cast<long>(
+        MainCfManager::getInstance().getStringValue(parameter, /*defaults=*/false));
     std::cout << limit << std::endl;
     return 0;
 }
@@ -64,7 +63,7 @@ int setMailParams(int argc, char** argv)
 
     if (isGiven(options, "shortnames"))
         refuseShortNames();
-    if (set_courier_params(relayClient, popAuth, poplockTime, 0) != 0)
+    if (set_courier_params(relayClient, popAuth, poplockTime, /*shortNames=*/0) != 0)
         return 1;
     if (relayClient)
         SettingsManager::setOpenRelay();
@@ -114,8 +113,8 @@ int setAccountsFormat(int argc, char** argv)
 
     if (options.values()["account-format"].as<ShortnameFormat>().value)
         refuseShortNames();
-    // Deliberate: the result is the exit status as it stands, so that -1 becomes 255.
-    return set_courier_shortnames_params(0);
+    // Deliberate: the result is the exit status, so -1 becomes 255.
+    return set_courier_shortnames_params(/*shortNames=*/0);
 }
 
 } // namespace orvek::mail::postfix::mailvek_commands

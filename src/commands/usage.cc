@@ -42,7 +42,7 @@ void usageCommands(int exitCode, std::ostream& out)
 
 void usageLegacy(int exitCode, std::ostream& out)
 {
-    // The blank at the end of the first line belongs to it.
+    // Deliberate: the first line ends in a blank.
     out << "Usage: mailvek [OPTIONS]... \n";
     for (auto const& row : commandTable())
         out << "  " << row.name << ' ' << row.arguments << "\n        " << row.description << '\n';
