@@ -1,0 +1,37 @@
+"""Read by gdb: runs its program and writes down which functions were called, by their first call.
+
+GDB_CALLS is a file of JSON: "functions", each as "path:name"; "in_child", whether to follow the
+forked child instead of the program; and "result", the file that gets the list of those called.
+"""
+import json
+import os
+
+import gdb
+
+called = []
+
+
+class Noted(gdb.Breakpoint):
+    """Notes its function at the first call and never stops the program."""
+
+    def __init__(self, function):
+        super().__init__(function)
+        self.silent = True
+        self.function_name = function
+
+    def stop(self):
+        if self.function_name not in called:
+            called.append(self.function_name)
+        return False
+
+
+with open(os.environ["GDB_CALLS"], encoding="utf-8") as file:
+    task = json.load(file)
+gdb.execute("set breakpoint pending off")
+gdb.execute("set detach-on-fork on")
+gdb.execute(f"set follow-fork-mode {'child' if task['in_child'] else 'parent'}")
+for name in task["functions"]:
+    Noted(name)  # raises for a function that the program does not have
+gdb.execute("run")
+with open(task["result"], "w", encoding="utf-8") as file:
+    json.dump(called, file)
