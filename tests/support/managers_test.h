@@ -6,6 +6,7 @@
 #ifndef MAILVEK_TESTS_SUPPORT_MANAGERS_TEST_H
 #define MAILVEK_TESTS_SUPPORT_MANAGERS_TEST_H
 
+#include "build_paths.h"
 #include "postfix/maps/database_helper.h"
 #include "postfix/maps/map_names.h"
 #include "support/fd_census.h"

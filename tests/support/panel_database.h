@@ -9,6 +9,7 @@
 #ifndef MAILVEK_TESTS_SUPPORT_PANEL_DATABASE_H
 #define MAILVEK_TESTS_SUPPORT_PANEL_DATABASE_H
 
+#include "build_paths.h"
 #include "support/mysql_spy.h"
 #include "support/temp_dir.h"
 

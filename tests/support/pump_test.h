@@ -3,6 +3,7 @@
 #ifndef MAILVEK_TESTS_SUPPORT_PUMP_TEST_H
 #define MAILVEK_TESTS_SUPPORT_PUMP_TEST_H
 
+#include "build_paths.h"
 #include "process/pipe.h"
 #include "support/launch_test.h"
 

@@ -1,5 +1,6 @@
 #include "process/child_start.h"
 
+#include "build_paths.h"
 #include "process/process_launch.h"
 #include "support/child_run.h"
 #include "support/launch_test.h"

@@ -1,5 +1,6 @@
 #include "process/process_launch.h"
 
+#include "build_paths.h"
 #include "support/launch_test.h"
 #include "util/errors.h"
 

@@ -1,5 +1,6 @@
 #include "process/process_launch.h"
 
+#include "build_paths.h"
 #include "support/child_run.h"
 #include "support/launch_test.h"
 #include "support/process_call_faults.h"

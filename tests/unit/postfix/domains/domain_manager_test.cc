@@ -1,5 +1,6 @@
 #include "postfix/domains/domain_manager.h"
 
+#include "build_paths.h"
 #include "support/child_run.h"
 #include "support/managers_test.h"
 #include "support/stand_in.h"

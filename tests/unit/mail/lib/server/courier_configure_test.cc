@@ -1,5 +1,6 @@
 #include "mail/lib/server/courier_configure.h"
 
+#include "build_paths.h"
 #include "lib/conf/autoprepend.h"
 #include "lib/conf/read_configuration.h"
 #include "support/call_faults.h"
