@@ -105,26 +105,23 @@ int copy_under_lock(char const* src_fname, char const* dst_fname)
     return copy_into(from, src_fname, to, dst_fname);
 }
 
-// Ends the process. The file is removed by hand, for exit runs no destructor of a local object.
-__attribute__((format(printf, 2, 3))) void give_up(char const* temporary, char const* fmt, ...)
+// The file is removed by hand: exit runs no destructor of a local object.
+[[noreturn, gnu::format(printf, 2, 3)]] void give_up(char const* temporary, char const* fmt, ...)
 {
-    if (temporary) {
+    {
         ErrnoKeeper const keeper;
         unlink(temporary);
     }
     va_list args;
     va_start(args, fmt);
-    vmesslog2(1, 0, fmt, args);
-    va_end(args);
+    vfatal(fmt, args);
 }
 
 CString name_beside(char const* filename)
 {
     char* name = nullptr;
-    if (asprintf(&name, "%s.XXXXXX", filename) < 0) {
-        give_up(nullptr, "Allocation failed");
-        return nullptr;
-    }
+    if (asprintf(&name, "%s.XXXXXX", filename) < 0)
+        fatal("Allocation failed");
     return CString(name);
 }
 
@@ -150,11 +147,11 @@ void copy_file_atomic(char const* src_filename, char const* dest_filename, uid_t
 {
     OpenDescriptor const from(open(src_filename, O_RDONLY));
     if (from.get() < 0)
-        give_up(nullptr, "copy_file_atomic(%s -> %s): open failed", src_filename, dest_filename);
+        fatal("copy_file_atomic(%s -> %s): open failed", src_filename, dest_filename);
     CString const name = name_beside(dest_filename);
     OpenDescriptor to(mkstemp(name.get()));
     if (to.get() < 0)
-        give_up(nullptr, "copy_file_atomic(%s -> %s): mkstemp failed", src_filename, dest_filename);
+        fatal("copy_file_atomic(%s -> %s): mkstemp failed", src_filename, dest_filename);
 
     char const* const temporary = name.get();
     Copied const copied = copy_blocks(from.get(), to.get());

@@ -1,6 +1,6 @@
 #include "lib/files/libcrypt.h"
 
-#include "lib/report/liblog.h"
+#include "lib/report/failure.h"
 
 #include <openssl/evp.h>
 
@@ -33,7 +33,7 @@ char* get_md5sum(char const* digest, char const* non_encrypted, char* result)
                       EVP_DigestFinal_ex(context.get(), sum, &length) == 1;
     // Without a sum two processes would lock different files for one path.
     if (!made)
-        messlog2(1, 0, "Unable to compute an MD5 sum");
+        fatal("Unable to compute an MD5 sum");
 
     for (unsigned int i = 0; i < length; ++i)
         snprintf(result + std::size_t{2} * i, 3, "%02x", sum[i]);

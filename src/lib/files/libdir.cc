@@ -71,7 +71,7 @@ int make_dir_rec(char* dir_name, uid_t uid, gid_t gid, mode_t mode)
     case Made::existing:
         return 0;
     case Made::failed:
-        return messlog2(1, 0, "Cannot create directory %s: %s", dir_name, strerror(errno));
+        fatal("Cannot create directory %s: %s", dir_name, strerror(errno));
     case Made::new_one:
         break;
     }
@@ -84,7 +84,7 @@ int make_dir_p(char const* dir_name, uid_t uid, gid_t gid, mode_t mode)
 {
     CString const copy(strdup(dir_name));
     if (!copy)
-        return messlog2(1, 0, "Cannot create directory %s: %s", dir_name, strerror(errno));
+        fatal("Cannot create directory %s: %s", dir_name, strerror(errno));
     return make_dir_rec(copy.get(), uid, gid, mode);
 }
 

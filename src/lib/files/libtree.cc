@@ -2,11 +2,10 @@
 
 #include "lib/files/dot_entry.h"
 #include "lib/host/orvek_ugid.h"
-#include "lib/report/liblog.h"
+#include "lib/report/failure.h"
 #include "lib/report/owned.h"
 
 #include <cerrno>
-#include <cstdarg>
 #include <cstring>
 #include <functional>
 #include <string>
@@ -17,15 +16,6 @@
 #include <unistd.h>
 
 namespace {
-
-// Ends the process.
-__attribute__((format(printf, 1, 2))) void give_up(char const* fmt, ...)
-{
-    va_list args;
-    va_start(args, fmt);
-    vmesslog2(1, 0, fmt, args);
-    va_end(args);
-}
 
 // Whether a call failed because its object has gone, which passes for done: others may be at
 // work in the same tree.
@@ -66,7 +56,7 @@ void treat_entry(char const* name, TreeAction const& action, std::vector<std::st
     struct stat info = {};
     if (lstat(name, &info) != 0) {
         if (!vanished())
-            give_up("Unable to check directory entry %s: %s\n", name, strerror(errno));
+            fatal("Unable to check directory entry %s: %s\n", name, strerror(errno));
         return;
     }
     if (S_ISDIR(info.st_mode))
@@ -89,7 +79,7 @@ std::vector<std::string> treat_entries(OpenDir const& stream, char const* dir,
             treat_entry(entry->d_name, action, directories);
     }
     if (errno != 0)
-        give_up("Unable to check directory entry %s: %s\n", dir, strerror(errno));
+        fatal("Unable to check directory entry %s: %s\n", dir, strerror(errno));
     return directories;
 }
 
@@ -98,22 +88,22 @@ void treat_directory(char const* dir, TreeAction const& action, bool may_vanish,
 {
     OpenDescriptor way_back(open(".", O_PATH | O_DIRECTORY));
     if (way_back.get() < 0)
-        give_up("Unable to get file descriptor of current dir: %s\n", strerror(errno));
+        fatal("Unable to get file descriptor of current dir: %s\n", strerror(errno));
     OpenDir stream = open_dir(dir);
     if (!stream && may_vanish && vanished())
         return;
     if (!stream)
-        give_up("Unable to open dir %s: %s\n", dir, strerror(errno));
+        fatal("Unable to open dir %s: %s\n", dir, strerror(errno));
     if (fchdir(dirfd(stream.get())) != 0)
-        give_up("Unable to change dir %s: %s\n", dir, strerror(errno));
+        fatal("Unable to change dir %s: %s\n", dir, strerror(errno));
     std::vector<std::string> const directories = treat_entries(stream, dir, action);
     if (closedir(stream.release()) != 0)
-        give_up("Unable to close dir %s: %s\n", dir, strerror(errno));
+        fatal("Unable to close dir %s: %s\n", dir, strerror(errno));
 
     for (std::string const& directory : directories)
         treat_directory(directory.c_str(), action, true, true);
     if (fchdir(way_back.get()) != 0 || way_back.close_now() != 0)
-        give_up("Unable to restore & close current dir: %s\n", strerror(errno));
+        fatal("Unable to restore & close current dir: %s\n", strerror(errno));
     if (itself)
         action.directory(dir);
 }
@@ -124,7 +114,7 @@ void treat_tree(char const* dir, TreeAction const& action, int force_self)
     struct stat info = {};
     if (lstat(dir, &info) != 0) {
         if (!action.removes || !vanished())
-            give_up("Unable to get entry %s: %s\n", dir, strerror(errno));
+            fatal("Unable to get entry %s: %s\n", dir, strerror(errno));
         return;
     }
     if (S_ISDIR(info.st_mode))
@@ -156,11 +146,11 @@ void chown_tree(char const* dir, char const* user, char const* group, int force_
     gid_t const gid = get_group_id(group);
     auto const file = [=](char const* name) {
         if (!change_owner(name, uid, gid))
-            give_up("Unable to chown directory entry %s: %s\n", name, strerror(errno));
+            fatal("Unable to chown directory entry %s: %s\n", name, strerror(errno));
     };
     auto const directory = [=](char const* name) {
         if (!change_owner(name, uid, gid))
-            give_up("Unable to chown dir %s: %s\n", name, strerror(errno));
+            fatal("Unable to chown dir %s: %s\n", name, strerror(errno));
     };
     treat_tree(dir, {false, file, file, directory}, force_self);
 }
@@ -169,15 +159,15 @@ void chmod_tree(char const* dir, mode_t file_mode, mode_t dir_mode, int force_se
 {
     auto const argument = [=](char const* name) {
         if (!change_mode(name, file_mode))
-            give_up("Unable to chmod entry %s: %s\n", name, strerror(errno));
+            fatal("Unable to chmod entry %s: %s\n", name, strerror(errno));
     };
     auto const entry = [=](char const* name) {
         if (!change_mode(name, file_mode))
-            give_up("Unable to chmod directory entry %s: %s\n", name, strerror(errno));
+            fatal("Unable to chmod directory entry %s: %s\n", name, strerror(errno));
     };
     auto const directory = [=](char const* name) {
         if (!change_mode(name, dir_mode))
-            give_up("Unable to chmod dir %s: %s\n", name, strerror(errno));
+            fatal("Unable to chmod dir %s: %s\n", name, strerror(errno));
     };
     treat_tree(dir, {false, argument, entry, directory}, force_self);
 }
@@ -194,15 +184,15 @@ void rm_tree(char const* dir, int force_self)
 {
     auto const argument = [](char const* name) {
         if (!remove_file(name))
-            give_up("Unable to unlink entry %s: %s\n", name, strerror(errno));
+            fatal("Unable to unlink entry %s: %s\n", name, strerror(errno));
     };
     auto const entry = [](char const* name) {
         if (!remove_file(name))
-            give_up("Unable to unlink directory entry %s: %s\n", name, strerror(errno));
+            fatal("Unable to unlink directory entry %s: %s\n", name, strerror(errno));
     };
     auto const directory = [](char const* name) {
         if (rmdir(name) != 0 && !vanished())
-            give_up("Unable to remove dir %s: %s\n", name, strerror(errno));
+            fatal("Unable to remove dir %s: %s\n", name, strerror(errno));
     };
     treat_tree(dir, {true, argument, entry, directory}, force_self);
 }

@@ -2,12 +2,12 @@
 
 #include "lib/report/failure.h"
 #include "lib/report/form_path.h"
-#include "lib/report/liblog.h"
 #include "lib/report/owned.h"
 
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
+#include <string_view>
 
 #include <fcntl.h>
 #include <sys/stat.h>
@@ -70,7 +70,7 @@ int copy_lines(OpenFile& from, char const* filename, OpenFile& to, char const* t
     char piece[piece_size];
     while (fgets(piece, sizeof piece, from.get()))
         if (keep(piece) && fputs(piece, to.get()) < 0)
-            messlog2(1, 0, "cannot write a line to %s.tmp", filename);
+            fatal("cannot write a line to %s.tmp", filename);
     // A file that cannot be read to its end must not lose the rest.
     if (ferror(from.get()))
         return failure(1, "Unable to read file %s: %s\n", filename, strerror(errno));
@@ -149,14 +149,12 @@ bool equals(char const* line, char const* str)
 
 bool begins_with(char const* line, char const* str)
 {
-    return strncmp(line, str, strlen(str)) == 0;
+    return std::string_view(line).starts_with(str);
 }
 
 bool ends_with(char const* line, char const* str)
 {
-    std::size_t const length = text_length(line);
-    std::size_t const wanted = strlen(str);
-    return length >= wanted && memcmp(line + length - wanted, str, wanted) == 0;
+    return std::string_view(line, text_length(line)).ends_with(str);
 }
 
 bool contains(char const* line, char const* str)

@@ -2,6 +2,7 @@
 
 #include "lib/conf/autoprepend.h"
 #include "lib/files/libdir.h"
+#include "lib/report/failure.h"
 #include "lib/report/form_path.h"
 #include "lib/report/liblog.h"
 #include "lib/report/owned.h"
@@ -49,15 +50,15 @@ bool set_lock(int command, short type, long semnum)
     return result == 0;
 }
 
-void refuse_to_lock(long semnum)
+[[noreturn]] void refuse_to_lock(long semnum)
 {
-    messlog2(1, 0, "sem_lock() failed for semnum %ld: %s", semnum, strerror(errno));
+    fatal("sem_lock() failed for semnum %ld: %s", semnum, strerror(errno));
 }
 
 void check_for_lock(long semnum)
 {
     if (semnum < 0)
-        messlog2(1, 0, "sem_lock() failed for semnum %ld: semnum must not be negative", semnum);
+        fatal("sem_lock() failed for semnum %ld: semnum must not be negative", semnum);
 }
 
 } // namespace
@@ -72,7 +73,7 @@ void init_sem()
     else
         errno = ENAMETOOLONG;
     if (semaphore_file < 0)
-        messlog2(1, 0, "failed to open semaphore file %s: %s", path, strerror(errno));
+        fatal("failed to open semaphore file %s: %s", path, strerror(errno));
 }
 
 void shutdown_sem()
@@ -104,8 +105,8 @@ int sem_lock_nonblock(long semnum)
 int sem_unlock(long semnum)
 {
     if (semnum < 0)
-        messlog2(1, 0, "sem_unlock() failed for semnum %ld: semnum must not be negative", semnum);
+        fatal("sem_unlock() failed for semnum %ld: semnum must not be negative", semnum);
     if (!set_lock(F_SETLK, F_UNLCK, semnum))
-        messlog2(1, 0, "sem_unlock() failed for semnum %ld: %s", semnum, strerror(errno));
+        fatal("sem_unlock() failed for semnum %ld: %s", semnum, strerror(errno));
     return 0;
 }

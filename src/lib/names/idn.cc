@@ -1,6 +1,7 @@
 #include "lib/names/idn.h"
 
 #include "lib/names/idn_error.h"
+#include "lib/report/failure.h"
 #include "lib/report/liblog.h"
 #include "lib/report/owned.h"
 
@@ -21,9 +22,9 @@ namespace {
 
 constexpr size_t url_size = 4096;
 
-void allocation_failed()
+[[noreturn]] void allocation_failed()
 {
-    messlog2(1, 0, "Allocation failed");
+    fatal("Allocation failed");
 }
 
 using Conversion = int (*)(char const* input, char** output, int flags);
@@ -44,7 +45,7 @@ bool convert(Conversion conversion, char const* domain, CString* output)
 char* safe(char const* function, char const* argument, char* result)
 {
     if (!result)
-        messlog2(1, 0, "%s(%s) failed: %s", function, argument, idn_strerror(idn_errno));
+        fatal("%s(%s) failed: %s", function, argument, idn_strerror(idn_errno));
     return result;
 }
 
@@ -70,7 +71,7 @@ bool match_url(char const* url, regmatch_t (&parts)[groups])
     regex_t compiled;
     int result = regcomp(&compiled, url_pattern, REG_EXTENDED);
     if (result != 0)
-        messlog2(1, 0, "regcomp() failed: %s", regex_reason(result, &compiled).data());
+        fatal("regcomp() failed: %s", regex_reason(result, &compiled).data());
     result = regexec(&compiled, url, groups, parts, 0);
     if (result != 0)
         messlog2(0, 0, "regexec() failed: %s", regex_reason(result, &compiled).data());

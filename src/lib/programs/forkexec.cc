@@ -3,7 +3,7 @@
 #include "lib/programs/argument_vector.h"
 #include "lib/programs/close_descriptors.h"
 #include "lib/programs/forkexec_child.h"
-#include "lib/report/liblog.h"
+#include "lib/report/failure.h"
 
 #include <cerrno>
 #include <cstdarg>
@@ -49,7 +49,7 @@ pid_t fork_execv_pipes(int in, int out, int err, char const* path, char const* c
 {
     pid_t const child = fork_written_out();
     if (child < 0)
-        messlog2(1, 0, "fork_execv_pipes: fork() failed");
+        fatal("fork_execv_pipes: fork() failed");
     if (child == 0)
         run_connected(in, out, err, path, args);
     return child;
@@ -81,7 +81,7 @@ int do_exec(char const* program, char const* const* argv)
 {
     pid_t const child = fork_written_out();
     if (child < 0)
-        messlog2(1, 0, "Cannot fork():\n%s", strerror(errno));
+        fatal("Cannot fork():\n%s", strerror(errno));
     if (child == 0) {
         replace_program(program, argv);
         exit(-1);

@@ -1,11 +1,11 @@
 #include "lib/programs/forkexec.h"
 
 #include "lib/programs/forkexec_child.h"
+#include "lib/report/failure.h"
 #include "lib/report/liblog.h"
 #include "lib/report/owned.h"
 
 #include <cerrno>
-#include <cstdarg>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -16,15 +16,6 @@
 namespace {
 
 constexpr size_t longest_piece = 4095;
-
-[[nodiscard]] __attribute__((format(printf, 1, 2))) int failure(char const* fmt, ...)
-{
-    va_list args;
-    va_start(args, fmt);
-    vmesslog2(0, 0, fmt, args);
-    va_end(args);
-    return -1;
-}
 
 // 0, or the error number.
 int attach_one(int given, int standard)
@@ -82,7 +73,7 @@ pid_t start(int& errors_end, int fd_in, int fd_out, char const* path, char const
     int ends[2] = {-1, -1};
     pid_t const child = pipe(ends) == 0 ? fork_written_out() : -1;
     if (child < 0)
-        messlog2(1, 0, "Error occured during fork():\n%s", strerror(errno));
+        fatal("Error occured during fork():\n%s", strerror(errno));
     if (child == 0)
         run_connected(fd_in, fd_out, ends, path, args);
     close(ends[1]);
@@ -110,10 +101,10 @@ int wait_for(pid_t child)
         return -1;
     }
     if (WIFSIGNALED(status))
-        return failure("The child process with pid %d killed by signal %i\n", child,
+        return failure(-1, "The child process with pid %d killed by signal %i\n", child,
                        WTERMSIG(status));
     if (WIFSTOPPED(status))
-        return failure("The child process with pid %d stopped by signal %i\n", child,
+        return failure(-1, "The child process with pid %d stopped by signal %i\n", child,
                        WSTOPSIG(status));
     return WEXITSTATUS(status);
 }
@@ -125,7 +116,7 @@ int fork_execv_fd(int fd_in, int fd_out, char const* path, char const* const* ar
     // Deliberate: the other standard descriptors are not looked for. The child closes them, so
     // that it cannot start with one of them.
     if (fd_in == fileno(stdin) || fd_out == fileno(stdout))
-        return failure("values 0,1,2 not allowed for variables fd_in & fd_out\n");
+        return failure(-1, "values 0,1,2 not allowed for variables fd_in & fd_out\n");
     int errors_end = -1;
     pid_t const child = start(errors_end, fd_in, fd_out, path, args);
     {

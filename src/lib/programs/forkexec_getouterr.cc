@@ -2,7 +2,7 @@
 
 #include "lib/programs/argument_vector.h"
 #include "lib/programs/forkexec_child.h"
-#include "lib/report/liblog.h"
+#include "lib/report/failure.h"
 #include "lib/report/owned.h"
 #include "lib/text/growing_text.h"
 
@@ -48,7 +48,7 @@ int open_pipe(Capture& capture)
 {
     int ends[2] = {-1, -1};
     if (pipe(ends) != 0)
-        messlog2(1, 0, "fork_execv_getouterr: pipe() failed");
+        fatal("fork_execv_getouterr: pipe() failed");
     capture.fd = ends[0];
     return ends[1];
 }
@@ -56,7 +56,7 @@ int open_pipe(Capture& capture)
 void read_without_waiting(Capture const& capture)
 {
     if (!set_nonblocking(capture.fd))
-        messlog2(1, 0, "fork_execv_getouterr: fcntl(O_NONBLOCK) failed");
+        fatal("fork_execv_getouterr: fcntl(O_NONBLOCK) failed");
 }
 
 pid_t start(Capture& out, Capture& err, char const* path, char const* const* args)
@@ -78,7 +78,7 @@ pid_t start(Capture& out, char const* path, char const* const* args)
 void read_to_buf(Capture& capture)
 {
     if (!capture.text.make_room())
-        messlog2(1, 0, "Cannot allocate memory");
+        fatal("Cannot allocate memory");
     ssize_t const got = read(capture.fd, capture.text.end(), capture.text.room());
     if (got > 0) {
         capture.text.added(static_cast<size_t>(got));
@@ -144,7 +144,7 @@ AllocatedVector listed_arguments(va_list list)
 {
     AllocatedVector args = allocated_vector(nullptr, list);
     if (!args)
-        messlog2(1, 0, "malloc() failed: %s", strerror(errno));
+        fatal("malloc() failed: %s", strerror(errno));
     return args;
 }
 

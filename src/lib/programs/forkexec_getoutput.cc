@@ -2,6 +2,7 @@
 
 #include "lib/programs/argument_vector.h"
 #include "lib/programs/forkexec_child.h"
+#include "lib/report/failure.h"
 #include "lib/report/liblog.h"
 #include "lib/report/owned.h"
 #include "lib/text/growing_text.h"
@@ -21,19 +22,9 @@ namespace {
 constexpr int one_second = 1000;
 constexpr int not_started = 255;
 
-// Reports why there is no output to give, and gives the result.
-[[nodiscard]] __attribute__((format(printf, 2, 3))) int failure(int result, char const* fmt, ...)
+[[noreturn]] void out_of_memory()
 {
-    va_list args;
-    va_start(args, fmt);
-    vmesslog2(0, 0, fmt, args);
-    va_end(args);
-    return result;
-}
-
-void out_of_memory()
-{
-    messlog2(1, 0, "Cannot allocate buffer:\n%s", strerror(errno));
+    fatal("Cannot allocate buffer:\n%s", strerror(errno));
 }
 
 // The child's way from fork to exec. There is one thread, so that stdio and exit are sound.
@@ -55,7 +46,7 @@ pid_t start(int& output_end, char const* path, char const* const* args)
     int ends[2] = {-1, -1};
     pid_t const child = pipe(ends) == 0 ? fork_written_out() : -1;
     if (child < 0)
-        messlog2(1, 0, "Cannot fork():\n%s", strerror(errno));
+        fatal("Cannot fork():\n%s", strerror(errno));
     if (child == 0)
         run_mixed(ends, path, args);
     close(ends[1]);

@@ -1,24 +1,14 @@
 #include "lib/programs/popen_exec.h"
 
 #include "lib/programs/forkexec_child.h"
+#include "lib/report/asprintf_safe.h"
 #include "lib/report/liblog.h"
+#include "lib/report/owned.h"
 #include "lib/text/growing_text.h"
 
 #include <cstdio>
-#include <memory>
 
 namespace {
-
-struct CloseCommand
-{
-    void operator()(FILE* stream) const
-    {
-        ErrnoKeeper const keeper;
-        pclose(stream);
-    }
-};
-
-using OpenCommand = std::unique_ptr<FILE, CloseCommand>;
 
 // Reads to the end of the output even when there is no memory to keep all of it, for the
 // command would be killed by a pipe that nobody reads.
@@ -36,6 +26,13 @@ void read_output(FILE* stream, GrowingText& text)
         *text.end() = static_cast<char>(c);
         text.added(1);
     }
+}
+
+// As a whole text, so that the lines of the output stay lines.
+void report_output(int result, char const* output)
+{
+    CString const text(asprintf_safe("popen_exec: command failed code: %d , %s\n", result, output));
+    messlog2(0, 0, "%s", text.get());
 }
 
 } // namespace
@@ -70,7 +67,6 @@ int popen_exec(char const* cmd)
     if (result == -1)
         messlog2(0, 0, "popen_exec: failed to execute command: %s\n", cmd);
     else if (result != 0)
-        messlog2(0, 0, "popen_exec: command failed code: %d , %s\n", result,
-                 output && *output ? output.get() : "error: none");
+        report_output(result, output && *output ? output.get() : "error: none");
     return result;
 }

@@ -117,7 +117,7 @@ CString application_server_script(char const* daemon)
 {
     OpenMysql const db(db_connect());
     if (!db)
-        messlog2(1, 0, "Unable to connect to the mysql database\n");
+        fatal("Unable to connect to the mysql database\n");
     char const* const instance = get_param("cf_instance_path", db.get());
     if (!instance || strlen(instance) <= 1) {
         messlog2(0, 0, "CF not configured in Orvek.\n");

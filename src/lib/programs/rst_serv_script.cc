@@ -5,7 +5,6 @@
 #include "lib/programs/send_sig.h"
 #include "lib/report/asprintf_safe.h"
 #include "lib/report/failure.h"
-#include "lib/report/liblog.h"
 #include "lib/report/owned.h"
 
 #include <cerrno>
@@ -34,11 +33,11 @@ void require_script(char const* path)
     struct stat info = {};
     if (stat(path, &info) != 0) {
         if (errno == ENOENT || errno == ENOTDIR)
-            messlog2(1, 0, "No such file '%s': %s", path, strerror(errno));
-        messlog2(1, 0, "Error during access to '%s': %s", path, strerror(errno));
+            fatal("No such file '%s': %s", path, strerror(errno));
+        fatal("Error during access to '%s': %s", path, strerror(errno));
     }
     if (!S_ISREG(info.st_mode))
-        messlog2(1, 0, "Not a regular file: '%s'", path);
+        fatal("Not a regular file: '%s'", path);
 }
 
 [[nodiscard]] bool connect_to_null()
@@ -55,7 +54,7 @@ void require_script(char const* path)
 [[noreturn]] void run_script(Call const& call, char const* directory)
 {
     if (chdir(directory) != 0)
-        messlog2(1, 0, "Unable to change directory to %s: %s\n", directory, strerror(errno));
+        fatal("Unable to change directory to %s: %s\n", directory, strerror(errno));
     if (setsid() < 0) {
         perror("setsid() failed");
         _exit(3);

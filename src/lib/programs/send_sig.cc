@@ -4,6 +4,7 @@
 #include "lib/programs/forkexec.h"
 #include "lib/programs/forkexec_child.h"
 #include "lib/report/asprintf_safe.h"
+#include "lib/report/failure.h"
 #include "lib/report/form_path.h"
 #include "lib/report/liblog.h"
 #include "lib/report/owned.h"
@@ -121,13 +122,13 @@ pid_t get_pid_by_pidfile(char const* pidfile_name)
     OpenFile const file(fopen(pidfile_name, "r"));
     if (!file) {
         if (errno != ENOENT)
-            messlog2(1, 0, "open() pidfile '%s' failed: %s", pidfile_name, strerror(errno));
+            fatal("open() pidfile '%s' failed: %s", pidfile_name, strerror(errno));
         return -1;
     }
     char word[64];
     pid_t pid = 0;
     if (fscanf(file.get(), "%63s", word) != 1 || !read_pid(word, pid))
-        messlog2(1, 0, "read from pidfile '%s' failed", pidfile_name);
+        fatal("read from pidfile '%s' failed", pidfile_name);
     return pid;
 }
 

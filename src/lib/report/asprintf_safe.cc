@@ -1,6 +1,6 @@
 #include "lib/report/asprintf_safe.h"
 
-#include "lib/report/liblog.h"
+#include "lib/report/failure.h"
 
 #include <cerrno>
 #include <cstdio>
@@ -10,7 +10,7 @@ char* vasprintf_safe(char const* fmt, va_list ap)
 {
     char* text = nullptr;
     if (vasprintf(&text, fmt, ap) < 0)
-        messlog2(1, 0, "Cannot allocate memory: %s", strerror(errno));
+        fatal("Cannot allocate memory: %s", strerror(errno));
     return text;
 }
 

@@ -1,14 +1,16 @@
 #include "lib/report/failure.h"
 
-#include "lib/report/liblog.h"
+#include <cstdlib>
 
-#include <cstdarg>
-
-int failure(int result, char const* fmt, ...)
+void fatal(char const* fmt, ...)
 {
     va_list args;
     va_start(args, fmt);
+    vfatal(fmt, args);
+}
+
+void vfatal(char const* fmt, va_list args)
+{
     vmesslog2(0, 0, fmt, args);
-    va_end(args);
-    return result;
+    exit(1);
 }

@@ -1,9 +1,9 @@
 // owned - owners for what plain functions return
 //
 // CString frees a string from malloc, OpenDir closes a directory stream, OpenFile a stdio
-// stream, OpenDescriptor a descriptor; their failures to close are not seen, so close by name
-// where that matters. All of them keep errno, which belongs to the call that failed before
-// they let go.
+// stream, OpenCommand the stream of a popen, OpenDescriptor a descriptor. A failure to close is
+// not seen: close by name where it matters. All of them keep errno, which belongs to the call
+// that failed before they let go.
 
 #ifndef MAILVEK_LIB_REPORT_OWNED_H
 #define MAILVEK_LIB_REPORT_OWNED_H
@@ -17,7 +17,7 @@
 #include <dirent.h>
 #include <unistd.h>
 
-// Gives errno back, at the end of its life, the value that it had at the beginning.
+// Restores errno at the end of its life to the value that it had at the beginning.
 class ErrnoKeeper
 {
 public:
@@ -53,9 +53,20 @@ struct CloseFile
     }
 };
 
+struct CloseCommand
+{
+    void operator()(FILE* command) const
+    {
+        ErrnoKeeper const keeper;
+        pclose(command);
+    }
+};
+
 using CString = std::unique_ptr<char, FreeMemory>;
 using OpenDir = std::unique_ptr<DIR, CloseDir>;
 using OpenFile = std::unique_ptr<FILE, CloseFile>;
+// Waits for the command's end, too.
+using OpenCommand = std::unique_ptr<FILE, CloseCommand>;
 
 // Owns the result of open, socket and their kind; a negative one owns nothing.
 class OpenDescriptor

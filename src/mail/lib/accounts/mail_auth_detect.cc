@@ -9,7 +9,6 @@
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
-#include <memory>
 #include <string_view>
 
 #include <strings.h>
@@ -18,13 +17,6 @@
 namespace {
 
 constexpr std::string_view server_feature = "$features['SMTP_Server']";
-
-struct ClosePipe
-{
-    void operator()(FILE* pipe) const { pclose(pipe); }
-};
-
-using OpenPipe = std::unique_ptr<FILE, ClosePipe>;
 
 struct StyleName
 {
@@ -84,7 +76,7 @@ MailAuthDBStyle mailAuthDBDetectStyle()
         orvek_log(LOG_ERR, "path to mailvek is too long, check PRODUCT_ROOT_D (%s)", root);
         return MAIL_AUTH_DB_INVALID_STYLE;
     }
-    OpenPipe report(popen(command, "r"));
+    OpenCommand report(popen(command, "r"));
     if (!report) {
         orvek_log(LOG_ERR, "unable to execute %s: %s", command, strerror(errno));
         return MAIL_AUTH_DB_INVALID_STYLE;

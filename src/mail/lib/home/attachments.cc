@@ -6,12 +6,11 @@
 #include "lib/files/dot_entry.h"
 #include "lib/names/idn.h"
 #include "lib/names/idn_error.h"
+#include "lib/report/failure.h"
 #include "lib/report/form_path.h"
-#include "lib/report/liblog.h"
 #include "lib/report/owned.h"
 
 #include <cerrno>
-#include <cstdarg>
 #include <cstdio>
 #include <cstring>
 
@@ -24,21 +23,12 @@ namespace {
 constexpr mode_t attachment_mode = 0644;
 constexpr long long block_size = 512;
 
-[[nodiscard]] __attribute__((format(printf, 1, 2))) int store_failure(char const* fmt, ...)
-{
-    va_list args;
-    va_start(args, fmt);
-    vmesslog2(0, 1, fmt, args);
-    va_end(args);
-    return -1;
-}
-
 // Ends the process when there is none.
 CString ascii_domain(char const* DomainName)
 {
     CString domain(idn_toascii(DomainName));
     if (!domain)
-        messlog2(1, 1, "idn_toascii() failed: %s", idn_strerror(idn_errno));
+        fatal("idn_toascii() failed: %s", idn_strerror(idn_errno));
     return domain;
 }
 
@@ -78,7 +68,7 @@ template<typename Visit>
 int visit_entries(char const* directory, OpenDir dir, Visit visit)
 {
     if (!dir)
-        return store_failure("Unable to open dir %s: %s\n", directory, strerror(errno));
+        return failure(-1, "Unable to open dir %s: %s\n", directory, strerror(errno));
     for (;;) {
         errno = 0;
         dirent const* const entry = readdir(dir.get());
@@ -88,9 +78,9 @@ int visit_entries(char const* directory, OpenDir dir, Visit visit)
             return -1;
     }
     if (errno != 0)
-        return store_failure("Unable to read dir %s: %s\n", directory, strerror(errno));
+        return failure(-1, "Unable to read dir %s: %s\n", directory, strerror(errno));
     if (closedir(dir.release()) != 0)
-        return store_failure("Unable to close dir: %s\n", strerror(errno));
+        return failure(-1, "Unable to close dir: %s\n", strerror(errno));
     return 0;
 }
 
@@ -100,7 +90,7 @@ int list_entry(char const* store, char const* name, bool in_blocks, bool fullnam
     form_entry(path, store, name);
     struct stat info = {};
     if (stat(path, &info) != 0)
-        return store_failure("stat %s failed: %s", path, strerror(errno));
+        return failure(-1, "stat %s failed: %s", path, strerror(errno));
     if (S_ISDIR(info.st_mode))
         return 0;
     long long const size = in_blocks ? info.st_blocks * block_size : info.st_size;
@@ -124,7 +114,7 @@ int list_attachments(char const* MailName, char const* DomainName, short in_bloc
 {
     CString const domain = ascii_domain(DomainName);
     if (!MailName || *MailName == '\0')
-        messlog2(1, 1, "MailName empty for domain '%s'", DomainName);
+        fatal("MailName empty for domain '%s'", DomainName);
     char store[path_size];
     form_store(store, domain.get(), MailName);
     return visit_entries(
@@ -154,7 +144,7 @@ int add_attachment(char const* MailName, char const* DomainName, char const* Fil
         is_name(MailName) && is_name(AttachmentFileName) ? copy_file(FileName, path) : 1;
     if (result != 0) {
         static_cast<void>(
-            store_failure("Unable to copy the attachment file %s to %s\n", FileName, path));
+            failure(-1, "Unable to copy the attachment file %s to %s\n", FileName, path));
         return -result;
     }
     ErrnoKeeper const keeper;
@@ -170,5 +160,5 @@ int remove_attachment(char const* MailName, char const* DomainName, char const* 
         return 0;
     if (errno == ENOENT)
         return 0;
-    return store_failure("Unable to delete the attachment file %s: %s\n", path, strerror(errno));
+    return failure(-1, "Unable to delete the attachment file %s: %s\n", path, strerror(errno));
 }

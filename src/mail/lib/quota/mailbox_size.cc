@@ -3,8 +3,8 @@
 #include "lib/conf/autoprepend.h"
 #include "lib/names/idn.h"
 #include "lib/names/idn_error.h"
+#include "lib/report/failure.h"
 #include "lib/report/form_path.h"
-#include "lib/report/liblog.h"
 #include "lib/report/owned.h"
 #include "mail/lib/quota/get_dir_size.h"
 #include "mail/lib/quota/maildirpp_usage.h"
@@ -25,13 +25,13 @@ void form_paths(Paths* paths, char const* MailName, char const* DomainName)
 {
     CString const domain(idn_toascii(DomainName));
     if (!domain)
-        messlog2(1, 1, "idn_toascii() failed: %s", idn_strerror(idn_errno));
+        fatal("idn_toascii() failed: %s", idn_strerror(idn_errno));
     char home[path_size];
     if (!form_path(home, "%s/%s/%s/", orvConfGetDefaultByIndex(_ORVEK_MAILNAMES_D_INDEX),
                    domain.get(), MailName) ||
         !form_path(paths->attachments, "%s/%s", home, "@attachments") ||
         !form_path(paths->maildir, "%s/%s", home, "Maildir"))
-        messlog2(1, 1, "user mailbox path is too long");
+        fatal("user mailbox path is too long");
 }
 
 } // namespace
@@ -45,7 +45,7 @@ sizequota_t get_mbox_size(char const* MailName, char const* DomainName, int in_b
     sizequota_t size = 0;
     fcount_t count = 0;
     if (get_maildirpp_usage(paths.maildir, &size, &count) == 0)
-        messlog2(1, 1, "Unable to calculate Maildir++ size: %s", strerror(errno));
+        fatal("Unable to calculate Maildir++ size: %s", strerror(errno));
     add_size(&size, attachments);
     return size;
 }

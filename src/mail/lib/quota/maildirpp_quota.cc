@@ -13,7 +13,6 @@
 #include "mail/lib/quota/maildirpp_maildirsize.h"
 
 #include <cerrno>
-#include <cstdarg>
 #include <cstring>
 
 #include <sys/stat.h>
@@ -24,39 +23,28 @@ namespace {
 constexpr char mail_user[] = "popuser";
 constexpr char attachments[] = "@attachments";
 
-// For what is reported as output 1.
-[[nodiscard, gnu::format(printf, 1, 2)]] bool refused(char const* fmt, ...)
-{
-    va_list args;
-    va_start(args, fmt);
-    vmesslog2(0, 1, fmt, args);
-    va_end(args);
-    return false;
-}
-
 bool form_home(char (&home)[path_size], char const* MailDomain, char const* MailName)
 {
     CString const domain(idn_toascii(MailDomain));
     if (!domain) {
-        bool const made =
-            refused("idn_toascii(%s) failed: %s", MailDomain, idn_strerror(idn_errno));
+        messlog2(0, 1, "idn_toascii(%s) failed: %s", MailDomain, idn_strerror(idn_errno));
         errno = EINVAL;
-        return made;
+        return false;
     }
     if (form_path(home, "%s/%s/%s", orvConfGetDefaultByIndex(_ORVEK_MAILNAMES_D_INDEX),
                   domain.get(), MailName))
         return true;
-    bool const fits = refused("domain and/or user name too long to be stored on the filesystem");
+    messlog2(0, 1, "domain and/or user name too long to be stored on the filesystem");
     errno = ENAMETOOLONG;
-    return fits;
+    return false;
 }
 
 bool enter(char const* home, SavedDirectory* before)
 {
     if (!before->save())
-        return refused("unable to get current working directory");
+        return failure(false, "unable to get current working directory");
     if (chdir(home) != 0)
-        return refused("unable to change to mbox folder %s: %s", home, strerror(errno));
+        return failure(false, "unable to change to mbox folder %s: %s", home, strerror(errno));
     return true;
 }
 
