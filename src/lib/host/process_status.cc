@@ -100,15 +100,21 @@ OpenFile ProcessReader::open_file(char const* name) const
 bool ProcessReader::read_stat()
 {
     OpenFile const file = open_file("stat");
-    // Deliberate: a name ends at its first blank, and its last character goes in place of the
-    // parenthesis then. What stands behind the blank is mostly no state and parent, so that the
-    // process is passed over.
-    // NOLINTNEXTLINE(cert-err34-c): the kernel's numbers fit
-    if (!file || fscanf(file.get(), "%*d (%4096s %*c %d", procname, &info.ppid) != 2)
+    if (!file || !fgets(procname, sizeof procname, file.get()))
         return false;
-    procname[strlen(procname) - 1] = '\0';
-    info.procname = procname;
-    return true;
+    // The name is the process's own choice and may hold anything, ") S 1" for example. Only
+    // numbers and one letter follow it.
+    char* const begin = strchr(procname, '(');
+    char* const end = strrchr(procname, ')');
+    if (!begin || !end)
+        return false;
+    *end = '\0';
+    info.procname = begin + 1;
+    // Deliberate: no server's name has a blank in it, and such a process is passed over.
+    if (strpbrk(info.procname, " \t\n\v\f\r"))
+        return false;
+    // NOLINTNEXTLINE(cert-err34-c): the kernel's numbers fit
+    return sscanf(end + 1, " %*c %d", &info.ppid) == 1;
 }
 
 // Real, effective, saved, and that of the file system, which nobody asks for.

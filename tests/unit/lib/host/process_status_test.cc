@@ -186,19 +186,21 @@ TEST(ProcessStatus, KeepsParenthesesInAName)
     EXPECT_EQ(sightOf(child.pid, 3).name, "(a)(b))");
 }
 
-TEST(ProcessStatus, PassesOverANameWhoseBlankHidesTheParent)
+TEST(ProcessStatus, PassesOverANameWithABlank)
 {
-    WaitingProcess const child([] { beNamed("qmgr two"); });
-    EXPECT_EQ(sightOf(child.pid, 3).seen, 0);
-    EXPECT_EQ(sightOf(child.pid, 0).seen, 1);
+    for (char const* const name : {"qmgr two", "qmgrs x 42", "qmgr) S 1", "qmgr\tS 1"}) {
+        WaitingProcess const child([=] { beNamed(name); });
+        EXPECT_EQ(sightOf(child.pid, 3).seen, 0) << name;
+        EXPECT_EQ(sightOf(child.pid, 0).seen, 1) << name;
+    }
 }
 
-TEST(ProcessStatus, CutsANameAtItsBlankWithTheCharacterBeforeIt)
+TEST(ProcessStatus, TakesTheParentFromBehindTheWholeName)
 {
-    WaitingProcess const child([] { beNamed("qmgrs x 42"); });
+    WaitingProcess const child([] { beNamed("qmgr)S(1)"); });
     Sight const sight = sightOf(child.pid, 3);
-    EXPECT_EQ(sight.name, "qmgr");
-    EXPECT_EQ(sight.ppid, 42);
+    EXPECT_EQ(sight.name, "qmgr)S(1)");
+    EXPECT_EQ(sight.ppid, getpid());
 }
 
 TEST(ProcessStatus, GivesAZombieNoArguments)
