@@ -1,13 +1,29 @@
 #include "util/report_exception.h"
 
 #include "lib/report/owned.h"
+#include "lib/report/visible.h"
 #include "util/uerr.h"
 
 #include <cxxabi.h>
 
 namespace orvek {
 
-void detail::reportFatalError(char const* mangled_type, char const* text,
+namespace {
+
+// A null text sets the stream's bad bit, which is all that can be said of it.
+void printText(detail::ReportedText const& reported)
+{
+    if (!reported.text)
+        uerr << reported.text;
+    else if (reported.has_lines)
+        uerr << visible_lines(reported.text).c_str();
+    else
+        uerr << std::string(reported.text);
+}
+
+} // namespace
+
+void detail::reportFatalError(char const* mangled_type, ReportedText text,
                               Traceback const* traceback)
 {
     // type_info::name() may begin with "*", which marks a type that is local to one object
@@ -19,8 +35,9 @@ void detail::reportFatalError(char const* mangled_type, char const* text,
         mangled_type ? abi::__cxa_demangle(mangled_type, nullptr, nullptr, &status) : nullptr);
     char const* const type = demangled && status == 0 ? demangled.get() : mangled_type;
 
-    // A null text sets the stream's bad bit, which is all that can be said of it.
-    uerr << "Fatal error: " << type << "(" << text << ")" << std::endl;
+    uerr << "Fatal error: " << type << "(";
+    printText(text);
+    uerr << ")" << std::endl;
     if (traceback)
         uerr << *traceback;
 }

@@ -1,12 +1,14 @@
 // report_exception - the last word on an exception that nobody caught
 //
-// Both write one report on orvek::uerr and neither fails. The type in the report is the
-// dynamic one, demangled where that is possible; an exception that also is a Traceback has
-// its stack printed behind the report.
+// Both functions write one report on orvek::uerr and cannot fail. The report names the dynamic
+// type, demangled where that is possible. The stack of an exception that also is a Traceback
+// follows the report. Control bytes of the text are shown, for it may hold a stranger's name; a
+// PostfixError keeps its newlines, for it may hold the output of a program.
 
 #ifndef MAILVEK_UTIL_REPORT_EXCEPTION_H
 #define MAILVEK_UTIL_REPORT_EXCEPTION_H
 
+#include "util/errors.h"
 #include "util/traceback.h"
 
 #include <exception>
@@ -16,7 +18,13 @@ namespace orvek {
 
 namespace detail {
 
-void reportFatalError(char const* mangled_type, char const* text, Traceback const* traceback);
+struct ReportedText
+{
+    char const* text;
+    bool has_lines; // its newlines are its own
+};
+
+void reportFatalError(char const* mangled_type, ReportedText text, Traceback const* traceback);
 
 } // namespace detail
 
@@ -24,7 +32,10 @@ void reportFatalError(char const* mangled_type, char const* text, Traceback cons
 template<class Exception>
 void reportException(Exception const& e)
 {
-    detail::reportFatalError(typeid(e).name(), e.what(), dynamic_cast<Traceback const*>(&e));
+    std::exception const* const base = &e;
+    bool const has_lines = dynamic_cast<mail::postfix::PostfixError const*>(base) != nullptr;
+    detail::reportFatalError(typeid(e).name(), {e.what(), has_lines},
+                             dynamic_cast<Traceback const*>(&e));
 }
 
 // For what is no std::exception.

@@ -1,5 +1,7 @@
 #include "util/uerr.h"
 
+#include "lib/report/visible.h"
+
 // Not only for the streams: their initialiser runs before uerr's constructor, so that they
 // are still there when uerr is destroyed.
 #include <iostream>
@@ -41,6 +43,12 @@ UtilityErrorStreamBuf::int_type UtilityErrorStreamBuf::overflow(int_type c)
 UtilityErrorStream::UtilityErrorStream() : std::ostream(nullptr)
 {
     rdbuf(&buffer);
+}
+
+UtilityErrorStream& operator<<(UtilityErrorStream& stream, std::string const& name)
+{
+    static_cast<std::ostream&>(stream) << visible(name);
+    return stream;
 }
 
 } // namespace orvek

@@ -1,9 +1,11 @@
 // uerr - the diagnostic stream of the tool
 //
-// Whatever is written on orvek::uerr reaches standard error at once, character by character,
-// and standard output in one piece at each flush (std::endl, std::flush, or the end of the
-// program). The panel reads standard output, its operator standard error: the doubling is
-// meant.
+// Whatever is written on orvek::uerr reaches standard error at once, character by character. It
+// reaches standard output in one piece at each flush: std::endl, std::flush, or the end of the
+// program. The doubling is meant: the panel reads standard output, its operator standard error.
+//
+// A std::string is a name and may be a stranger's: its control bytes are shown, see visible().
+// A literal stays as it is.
 
 #ifndef MAILVEK_UTIL_UERR_H
 #define MAILVEK_UTIL_UERR_H
@@ -40,6 +42,23 @@ public:
 private:
     UtilityErrorStreamBuf buffer;
 };
+
+UtilityErrorStream& operator<<(UtilityErrorStream& stream, std::string const& name);
+
+// Anything else, as std::ostream has it. The stream keeps its type for the next name.
+template<typename Value>
+UtilityErrorStream& operator<<(UtilityErrorStream& stream, Value const& value)
+{
+    static_cast<std::ostream&>(stream) << value;
+    return stream;
+}
+
+inline UtilityErrorStream& operator<<(UtilityErrorStream& stream,
+                                      std::ostream& (*manipulator)(std::ostream&))
+{
+    manipulator(stream);
+    return stream;
+}
 
 extern UtilityErrorStream uerr;
 

@@ -1,11 +1,13 @@
 #include "lib/report/liblog.h"
 
 #include "lib/report/owned.h"
+#include "lib/report/visible.h"
 
 #include <cerrno>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <utility>
 
 char const* PROGNAME = nullptr;
 
@@ -35,17 +37,30 @@ struct Report
 // Formats into the report, growing it once; what does not fit after that is cut.
 __attribute__((format(printf, 2, 0))) void format(Report& report, char const* fmt, va_list args)
 {
-    va_list first;
-    va_copy(first, args);
-    int const length = vsnprintf(report.text.get(), report.capacity, fmt, first);
-    va_end(first);
+    va_list copy;
+    va_copy(copy, args);
+    int const length = vsnprintf(report.text.get(), report.capacity, fmt, copy);
+    va_end(copy);
     if (length < 0) {
         *report.text = '\0';
         return;
     }
     auto const wanted = static_cast<size_t>(length) + 1;
-    if (wanted > report.capacity && report.grow(wanted))
-        vsnprintf(report.text.get(), report.capacity, fmt, args);
+    if (wanted <= report.capacity || !report.grow(wanted))
+        return;
+    va_copy(copy, args);
+    vsnprintf(report.text.get(), report.capacity, fmt, copy);
+    va_end(copy);
+}
+
+__attribute__((format(printf, 2, 0))) void show_arguments(Report& report, char const* fmt,
+                                                          va_list args)
+{
+    CString shown = visible_arguments(report.text.get(), fmt, args);
+    if (!shown)
+        return;
+    report.text = std::move(shown);
+    report.capacity = strlen(report.text.get()) + 1;
 }
 
 void append_system_error(Report& report, int error)
@@ -96,6 +111,7 @@ int vmesslog2(int status, int mess_out, char const* fmt, va_list args)
         return ex_messlog("Can't allocate memory for error message", status, mess_out);
     }
     format(report, fmt, args);
+    show_arguments(report, fmt, args);
     if (saved != 0)
         append_system_error(report, saved);
     errno = saved;

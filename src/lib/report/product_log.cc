@@ -1,5 +1,8 @@
 #include "lib/report/product_log.h"
 
+#include "lib/report/owned.h"
+#include "lib/report/visible.h"
+
 #include <cstdio>
 
 #include <strings.h>
@@ -15,12 +18,34 @@ namespace {
 
 constexpr char console_word[] = "console";
 
-__attribute__((format(printf, 2, 0))) void print_line(FILE* stream, char const* fmt, va_list args)
+// What does not fit is cut when there is no memory for it.
+constexpr std::size_t fixed_size = 4096;
+
+// Formats into the buffer or, where that is too small, into memory of its own.
+__attribute__((format(printf, 2, 0))) CString format(char (&buffer)[fixed_size], char const* fmt,
+                                                     va_list args)
 {
     va_list copy;
     va_copy(copy, args);
-    vfprintf(stream, fmt, copy);
+    int const length = vsnprintf(buffer, fixed_size, fmt, copy);
     va_end(copy);
+    if (length < 0)
+        *buffer = '\0';
+    if (length < static_cast<int>(fixed_size))
+        return nullptr;
+    auto const size = static_cast<std::size_t>(length) + 1;
+    CString whole(static_cast<char*>(malloc(size)));
+    if (!whole)
+        return nullptr;
+    va_copy(copy, args);
+    vsnprintf(whole.get(), size, fmt, copy);
+    va_end(copy);
+    return whole;
+}
+
+void print_line(FILE* stream, char const* text)
+{
+    fputs(text, stream);
     fputc('\n', stream);
     fflush(stream);
 }
@@ -31,8 +56,12 @@ void _orvek_utility_logv(int level, char const* fmt, va_list args)
 {
     if (level > LogLevel)
         return;
-    print_line(stderr, fmt, args);
-    print_line(stdout, fmt, args);
+    char buffer[fixed_size];
+    CString const whole = format(buffer, fmt, args);
+    char* const text = whole ? whole.get() : buffer;
+    CString const shown = visible_arguments(text, fmt, args);
+    print_line(stderr, shown ? shown.get() : text);
+    print_line(stdout, shown ? shown.get() : text);
 }
 
 void _orvek_utility_log(int level, char const* fmt, ...)

@@ -72,7 +72,7 @@ TEST(ReportException, StopsAtANullTextAsTheStreamDoes)
 TEST(ReportFatalError, StopsAtANullTypeNameAsTheStreamDoes)
 {
     auto const run = inChild([] {
-        orvek::detail::reportFatalError(nullptr, "text", nullptr);
+        orvek::detail::reportFatalError(nullptr, {"text", false}, nullptr);
         return orvek::uerr.bad() ? 0 : 1;
     });
     EXPECT_EQ(run.status, 0);
@@ -81,16 +81,35 @@ TEST(ReportFatalError, StopsAtANullTypeNameAsTheStreamDoes)
 
 TEST(ReportFatalError, SkipsTheMarkInFrontOfALocalTypesName)
 {
-    auto const run =
-        printedBy([] { orvek::detail::reportFatalError("*St9bad_alloc", "text", nullptr); });
+    auto const run = printedBy([] {
+        orvek::detail::reportFatalError("*St9bad_alloc", {"text", false}, nullptr);
+    });
     EXPECT_EQ(run.err, "Fatal error: std::bad_alloc(text)\n");
 }
 
 TEST(ReportFatalError, PrintsANameAsItIsThatCannotBeDemangled)
 {
-    auto const run =
-        printedBy([] { orvek::detail::reportFatalError("no mangled name", "text", nullptr); });
+    auto const run = printedBy([] {
+        orvek::detail::reportFatalError("no mangled name", {"text", false}, nullptr);
+    });
     EXPECT_EQ(run.err, "Fatal error: no mangled name(text)\n");
+}
+
+TEST(ReportException, ShowsControlBytesOfTheText)
+{
+    auto const run =
+        printedBy([] { orvek::reportException<std::exception>(std::runtime_error("no a\nb")); });
+    EXPECT_EQ(run.err, "Fatal error: std::runtime_error(no a\\nb)\n");
+    EXPECT_EQ(run.out, run.err);
+}
+
+TEST(ReportException, KeepsTheLinesOfAPostfixError)
+{
+    using orvek::mail::postfix::PostfixDatabaseError;
+    auto const run = printedBy(
+        [] { orvek::reportException<std::exception>(PostfixDatabaseError("one\ntwo\x1b\n")); });
+    EXPECT_EQ(run.err,
+              "Fatal error: orvek::mail::postfix::PostfixDatabaseError(one\ntwo\\x1b\n)\n");
 }
 
 TEST(ReportUntypedException, SaysThatTheErrorIsUnspecified)

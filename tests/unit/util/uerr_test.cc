@@ -110,3 +110,13 @@ TEST(UtilityErrorStreamBuf, WritesWhatIsPendingWhenItIsDestroyed)
     });
     EXPECT_EQ(run.out, "pending");
 }
+
+TEST(Uerr, ShowsTheControlBytesOfNamesAlone)
+{
+    auto const run = printedBy([] {
+        std::string const name = "a\nb";
+        uerr << "one\n" << name << 7 << name << ": " << name.c_str() << std::endl;
+    });
+    EXPECT_EQ(run.err, "one\na\\nb7a\\nb: a\nb\n");
+    EXPECT_EQ(run.out, run.err);
+}

@@ -193,3 +193,19 @@ TEST(ExMesslog, PrintsAnEmptyTextAsAnEmptyLine)
 {
     EXPECT_EQ(printedBy([] { ex_messlog("", 0, 0); }).err, "\n");
 }
+
+TEST(Messlog2, ShowsControlBytesOfItsArguments)
+{
+    auto const run = printedBy([] {
+        errno = ENOENT;
+        messlog2(0, 0, "no %s\n", "a\nb\x1b");
+    });
+    EXPECT_EQ(run.err, "no a\\nb\\x1b\n\nSystem error 2: No such file or directory\n");
+    EXPECT_EQ(run.out, run.err);
+}
+
+TEST(Messlog2, PrintsALongNameWholeAndShown)
+{
+    auto const run = printedBy([] { messlog2(0, 0, "no %s", std::string(5000, '\n').c_str()); });
+    EXPECT_EQ(run.err.size(), 3 + 10000 + 1U);
+}

@@ -176,3 +176,17 @@ TEST(ProductLogInit, TakesSyslogForNoPlaceAndTheConsoleBackAgain)
     EXPECT_EQ(run.err, "to the console\n");
     EXPECT_EQ(run.out, "to the console\n");
 }
+
+TEST(ProductLog, ShowsControlBytesOfItsArguments)
+{
+    auto const run = printedBy([] { orvek_log(3, "no %s\nsuch", "a\nb"); });
+    EXPECT_EQ(run.err, "no a\\nb\nsuch\n");
+    EXPECT_EQ(run.out, run.err);
+}
+
+TEST(ProductLog, PrintsALongReportWhole)
+{
+    std::string const text(10000, 'a');
+    auto const run = printedBy([&] { orvek_log(3, "%s", text.c_str()); });
+    EXPECT_EQ(run.err, text + "\n");
+}
