@@ -1,5 +1,6 @@
 #include "lib/panel/dbconnect.h"
 
+#include "lib/report/failure.h"
 #include "lib/report/liblog.h"
 
 #include <errmsg.h>
@@ -201,6 +202,16 @@ MYSQL* db_connect()
     return my;
 }
 
+CString escaped_text(MYSQL* my, char const* text)
+{
+    std::size_t const length = text ? strlen(text) : 0;
+    CString escaped(static_cast<char*>(malloc(2 * length + 1)));
+    if (!escaped)
+        fatal("Cannot allocate memory: %s", strerror(errno));
+    mysql_real_escape_string(my, escaped.get(), text ? text : "", length);
+    return escaped;
+}
+
 int db_is_mysql41_compatible()
 {
     return _mysql41_compatible;
@@ -216,10 +227,10 @@ char const* get_admin_password()
     static char password[4096 + 1];
     OpenDescriptor const file(open(password_file, O_RDONLY));
     if (file.get() < 0)
-        messlog2(1, 0, "Unable to open admin password file");
+        fatal("Unable to open admin password file");
     ssize_t const length = read(file.get(), password, sizeof password - 1);
     if (length < 0)
-        messlog2(1, 0, "Unable to read admin password file");
+        fatal("Unable to read admin password file");
     password[length] = '\0';
     cut_line_feed(password);
     return password;

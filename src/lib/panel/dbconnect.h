@@ -79,6 +79,10 @@ using MysqlResult = std::unique_ptr<MYSQL_RES, FreeMysqlResult>;
 // The same, with a failure reported through messlog2, which does not end the process.
 [[nodiscard]] MYSQL* db_connect();
 
+// The text as it stands between quotes in a statement, escaped for the connection's character
+// set. Null is an empty text; no memory is reported and ends the process with status 1.
+[[nodiscard]] CString escaped_text(MYSQL* my, char const* text);
+
 // Whether the connection made last speaks UTF-8. Valid once there has been one.
 extern int _mysql41_compatible;
 int db_is_mysql41_compatible();

@@ -2,7 +2,7 @@
 
 #include "lib/panel/get_param.h"
 #include "lib/panel/panel_query.h"
-#include "lib/report/liblog.h"
+#include "lib/report/failure.h"
 #include "lib/text/strlcpy.h"
 
 #include <cstdlib>
@@ -14,7 +14,7 @@ char const* admin_email(char (&value)[panel_value_size], MYSQL* my)
 {
     char const* const email = get_param("admin_email", my);
     if (!email || !*email)
-        return no_value("Unable to define admin email\n");
+        return failure(nullptr, "Unable to define admin email\n");
     strlcpy(value, email, sizeof value);
     return value;
 }
@@ -26,11 +26,11 @@ char const* get_client_email(char const* dom_id, MYSQL* my)
     static char value[panel_value_size];
     PanelQuery panel(my);
     if (!panel.connected())
-        return no_value("Unable to connect to the mysql database\n");
-    if (!panel.run_format("select c.email from domains d, clients c \t\t\t\t\t\t\t\t\t"
-                          "where d.cl_id=c.id and d.id='%s'",
-                          dom_id))
-        return no_value("Unable to define clients email: %s\n", panel.error());
+        return failure(nullptr, "Unable to connect to the mysql database\n");
+    if (!panel.run_with("select c.email from domains d, clients c \t\t\t\t\t\t\t\t\t"
+                        "where d.cl_id=c.id and d.id='?'",
+                        {dom_id}))
+        return failure(nullptr, "Unable to define clients email: %s\n", panel.error());
     char const* const email = panel.copy_first(value);
     return email && *email ? email : admin_email(value, panel.connection());
 }
@@ -42,9 +42,9 @@ unsigned int get_client_id_by_domain(char const* dom_id, MYSQL* my)
         messlog2(0, 0, "Unable to connect to the mysql database\n");
         return 0;
     }
-    if (!panel.run_format("select c.id from domains d, clients c \t\t\t\t\t\t\t\t\t"
-                          "where d.cl_id=c.id and d.id='%s'",
-                          dom_id)) {
+    if (!panel.run_with("select c.id from domains d, clients c \t\t\t\t\t\t\t\t\t"
+                        "where d.cl_id=c.id and d.id='?'",
+                        {dom_id})) {
         messlog2(0, 0, "Unable to define client's ID: %s\n", panel.error());
         return 0;
     }

@@ -3,8 +3,8 @@
 #include "lib/names/idn.h"
 #include "lib/names/idn_error.h"
 #include "lib/panel/panel_query.h"
+#include "lib/report/asprintf_safe.h"
 #include "lib/report/failure.h"
-#include "lib/report/liblog.h"
 #include "lib/report/owned.h"
 #include "lib/text/string.h"
 #include "lib/text/strlcpy.h"
@@ -17,7 +17,7 @@
 int get_dom_status(char const* dom_id, unsigned int* status, MYSQL* my)
 {
     PanelQuery panel(my);
-    if (!panel.run_format("select status from domains where id=\"%s\"", dom_id))
+    if (!panel.run_with("select status from domains where id=\"?\"", {dom_id}))
         return failure(-1, "Unable to get status for domain with id=\"%s\": %s", dom_id,
                        panel.error());
     if (!panel.has_row())
@@ -35,10 +35,11 @@ char const* get_dom_param(char const* dom_id, char const* par_name, MYSQL* my)
     static char value[panel_value_size];
     PanelQuery panel(my);
     if (!panel.connected())
-        return no_value("Unable to connect to mysql database\n");
-    if (!panel.run_format("select val from dom_param where dom_id='%s' and param='%s'", dom_id,
-                          par_name))
-        return no_value("Unable to query domain parameter %s: %s\n", par_name, panel.error());
+        return failure(nullptr, "Unable to connect to mysql database\n");
+    if (!panel.run_with("select val from dom_param where dom_id='?' and param='?'",
+                        {dom_id, par_name}))
+        return failure(nullptr, "Unable to query domain parameter %s: %s\n", par_name,
+                       panel.error());
     return panel.copy_first(value);
 }
 
@@ -48,12 +49,13 @@ char const* get_DomainService_Parameter(char const* dom_id, char const* service,
     static char value[panel_value_size];
     PanelQuery panel(my);
     if (!panel.connected())
-        return no_value("Unable to connect to the mysql database\n");
-    if (!panel.run_format("select r.value from DomainServices s, Parameters r \t\t\t\t where "
-                          "s.dom_id='%s' and s.type='%s' and s.parameters_id=r.id  and "
-                          "r.parameter='%s'",
-                          dom_id, service, par_name))
-        return no_value("Unable to query domain parameter %s: %s\n", par_name, panel.error());
+        return failure(nullptr, "Unable to connect to the mysql database\n");
+    if (!panel.run_with("select r.value from DomainServices s, Parameters r \t\t\t\t where "
+                        "s.dom_id='?' and s.type='?' and s.parameters_id=r.id  and "
+                        "r.parameter='?'",
+                        {dom_id, service, par_name}))
+        return failure(nullptr, "Unable to query domain parameter %s: %s\n", par_name,
+                       panel.error());
     return panel.copy_first(value);
 }
 
@@ -62,11 +64,11 @@ char const* get_dom_Limit(char const* dom_id, char const* lim_name, MYSQL* my)
     static char value[panel_value_size];
     PanelQuery panel(my);
     if (!panel.connected())
-        return no_value("Unable to connect to the mysql database\n");
-    if (!panel.run_format("select l.value from domains d, Limits l \t\t\t\t where d.id='%s' and "
-                          "d.limits_id=l.id  and l.limit_name='%s'",
-                          dom_id, lim_name))
-        return no_value("Unable to query domain limit %s: %s\n", lim_name, panel.error());
+        return failure(nullptr, "Unable to connect to the mysql database\n");
+    if (!panel.run_with("select l.value from domains d, Limits l \t\t\t\t where d.id='?' and "
+                        "d.limits_id=l.id  and l.limit_name='?'",
+                        {dom_id, lim_name}))
+        return failure(nullptr, "Unable to query domain limit %s: %s\n", lim_name, panel.error());
     return panel.copy_first(value);
 }
 
@@ -75,15 +77,14 @@ int get_www_prefix(char const* dom_id, MYSQL* my)
     PanelQuery panel(my);
     if (!panel.connected())
         return failure(0, "Unable to connect to the mysql database\n");
-    if (!panel.run_format("select * from domains d, dns_zone z, dns_recs r \t\twhere d.id='%s' and "
-                          "d.dns_zone_id=z.id and r.dns_zone_id=z.id \t\tand ((r.type='A') or "
-                          "(r.type='CNAME')) \t\tand left(r.host,4)='www.'",
-                          dom_id))
+    if (!panel.run_with("select * from domains d, dns_zone z, dns_recs r \t\twhere d.id='?' and "
+                        "d.dns_zone_id=z.id and r.dns_zone_id=z.id \t\tand ((r.type='A') or "
+                        "(r.type='CNAME')) \t\tand left(r.host,4)='www.'",
+                        {dom_id}))
         return failure(0, "Unable to query www prefix: %s\n", panel.error());
     if (panel.has_row())
         return 1;
-    if (!panel.run_format("select * from subdomains \t\t\twhere dom_id='%s' and name='www'",
-                          dom_id))
+    if (!panel.run_with("select * from subdomains \t\t\twhere dom_id='?' and name='www'", {dom_id}))
         return failure(0, "Unable to query www subdomain: %s\n", panel.error());
     return panel.has_row() ? 1 : 0;
 }
@@ -93,15 +94,15 @@ char const* get_dom_id_noerr(char const* dom_name, int noerr, MYSQL* my)
     static char value[panel_value_size];
     CString const ascii(idn_toascii(dom_name));
     if (!ascii)
-        messlog2(1, 0, "idn_toascii() failed: %s", idn_strerror(idn_errno));
+        fatal("idn_toascii() failed: %s", idn_strerror(idn_errno));
     PanelQuery panel(my);
     if (!panel.connected())
-        messlog2(1, 0, "Unable to connect to the mysql database\n");
-    if (!panel.run_format("select id from domains where name='%s'", ascii.get()))
-        messlog2(1, 0, "Unable to query domain ID: %s\n", panel.error());
+        fatal("Unable to connect to the mysql database\n");
+    if (!panel.run_with("select id from domains where name='?'", {ascii.get()}))
+        fatal("Unable to query domain ID: %s\n", panel.error());
     char const* const id = panel.copy_first(value);
     if (!id && !noerr)
-        messlog2(1, 0, "get_dom_id(): domains record not found in DB for '%s'\n", dom_name);
+        fatal("get_dom_id(): domains record not found in DB for '%s'\n", dom_name);
     return id;
 }
 
@@ -121,9 +122,9 @@ char const* get_exist_case_dom_name(char const* dom_name, MYSQL* my)
 {
     PanelQuery panel(my);
     if (!panel.connected())
-        messlog2(1, 0, "Unable to connect to the mysql database\n");
-    if (!panel.run_format("select name from domains where name='%s'", dom_name))
-        messlog2(1, 0, "Unable to query domain name: %s\n", panel.error());
+        fatal("Unable to connect to the mysql database\n");
+    if (!panel.run_with("select name from domains where name='?'", {dom_name}))
+        fatal("Unable to query domain name: %s\n", panel.error());
     char const* const name = panel.first_value();
     return name ? get_case_dom_name(name) : nullptr;
 }
@@ -134,26 +135,25 @@ char const* get_dns_zone_id(char const* dom_id, MYSQL* my)
     PanelQuery panel(my);
     // Deliberate: under another function's name.
     if (!panel.connected())
-        return no_value("get_ip_address: Unable to connect to the mysql database");
-    if (!panel.run_format("select dns_zone_id from domains where id='%s'", dom_id))
-        return no_value("Unable to query dns_zone_id: %s\n", panel.error());
+        return failure(nullptr, "get_ip_address: Unable to connect to the mysql database");
+    if (!panel.run_with("select dns_zone_id from domains where id='?'", {dom_id}))
+        return failure(nullptr, "Unable to query dns_zone_id: %s\n", panel.error());
     return panel.copy_first(value);
 }
 
 char const* get_dom_id_by_alias(char const* alias_name, MYSQL* my)
 {
     static char value[panel_value_size];
-    char query[panel_value_size];
-    int const length = snprintf(query, sizeof query,
-                                "SELECT dom_id from domainaliases where name='%s'", alias_name);
-    if (length < 0 || static_cast<size_t>(length) >= sizeof query)
-        return no_value("domain alias '%s' is too long\n", alias_name);
+    constexpr char query[] = "SELECT dom_id from domainaliases where name='?'";
+    constexpr size_t around = sizeof query - sizeof "?";
+    if (around + strlen(alias_name) >= panel_value_size)
+        return failure(nullptr, "domain alias '%s' is too long\n", alias_name);
     PanelQuery panel(my);
     // Deliberate: the letter that the function's name lacks here.
     if (!panel.connected())
-        return no_value("get_do_id_by_alias: Unable to connect to the mysql database");
-    if (!panel.run(query))
-        return no_value("SQL query error: %s\n", panel.error());
+        return failure(nullptr, "get_do_id_by_alias: Unable to connect to the mysql database");
+    if (!panel.run_with(query, {alias_name}))
+        return failure(nullptr, "SQL query error: %s\n", panel.error());
     return panel.copy_first(value);
 }
 
@@ -162,7 +162,9 @@ long get_free_id(char const* database, MYSQL* my)
     PanelQuery panel(my);
     if (!panel.connected())
         return failure(0, "Unable to connect to the mysql database\n");
-    if (!panel.run_format("SELECT max(id) FROM %s", database))
+    // A name, which quotes would not protect: the callers have fixed ones.
+    CString const query(asprintf_safe("SELECT max(id) FROM %s", database));
+    if (!panel.run(query.get()))
         return failure(0, "Unable to define max id: %s", panel.error());
     char const* const highest = panel.first_value();
     long id = highest ? strtol(highest, nullptr, 10) : 0;

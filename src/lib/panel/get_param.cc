@@ -2,18 +2,24 @@
 
 #include "lib/panel/panel_query.h"
 #include "lib/report/asprintf_safe.h"
+#include "lib/report/failure.h"
 #include "lib/report/owned.h"
 
 namespace {
 
-char const* read_value(char (&value)[panel_value_size], char const* query, MYSQL* my,
+constexpr char not_connected[] = "Unable to connect to the mysql database\n";
+
+// The buffer of get_param_query and of those that are given no statement.
+char single_value[panel_value_size];
+
+char const* read_value(char (&value)[panel_value_size], char const* query, PanelQuery& panel,
                        unsigned int column)
 {
-    PanelQuery panel(my);
     if (!panel.connected())
-        return no_value("Unable to connect to the mysql database\n");
+        return failure(nullptr, not_connected);
     if (!panel.run(query))
-        return no_value("Unable to query parameter by query %s: %s\n", query, panel.error());
+        return failure(nullptr, "Unable to query parameter by query %s: %s\n", query,
+                       panel.error());
     char const* const found = panel.copy_first(value, column);
     return found ? found : "";
 }
@@ -22,16 +28,20 @@ char const* read_value(char (&value)[panel_value_size], char const* query, MYSQL
 
 char const* get_param_query(char const* query, MYSQL* my)
 {
-    static char value[panel_value_size];
-    return read_value(value, query, my, 0);
+    PanelQuery panel(my);
+    return read_value(single_value, query, panel, 0);
 }
 
 char const* get_param_simple(char const* param_name, char const* table, char const* param_col,
                              char const* val_col, MYSQL* my)
 {
+    PanelQuery panel(my);
+    if (!panel.connected())
+        return failure(nullptr, not_connected);
+    CString const escaped = escaped_text(panel.connection(), param_name);
     CString const query(
-        asprintf_safe("select %s from %s where %s='%s'", val_col, table, param_col, param_name));
-    return get_param_query(query.get(), my);
+        asprintf_safe("select %s from %s where %s='%s'", val_col, table, param_col, escaped.get()));
+    return read_value(single_value, query.get(), panel, 0);
 }
 
 char const* get_param(char const* par_name, MYSQL* my)
@@ -42,7 +52,8 @@ char const* get_param(char const* par_name, MYSQL* my)
 char const* get_param_from_bigquery(char const* query, MYSQL* my, unsigned int num)
 {
     static char value[panel_value_size];
-    return read_value(value, query, my, num);
+    PanelQuery panel(my);
+    return read_value(value, query, panel, num);
 }
 
 char const* get_htype(char const* dom_id, MYSQL* my)

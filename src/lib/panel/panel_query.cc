@@ -1,12 +1,10 @@
 #include "lib/panel/panel_query.h"
 
-#include "lib/report/asprintf_safe.h"
-#include "lib/report/liblog.h"
 #include "lib/report/owned.h"
 #include "lib/text/strlcpy.h"
 
-#include <cstdarg>
 #include <cstring>
+#include <string>
 
 PanelQuery::PanelQuery(MYSQL* given)
     : own(given ? nullptr : db_connect()), my(given ? given : own.get())
@@ -22,13 +20,16 @@ bool PanelQuery::run(char const* query)
     return result != nullptr;
 }
 
-bool PanelQuery::run_format(char const* fmt, ...)
+bool PanelQuery::run_with(char const* pattern, std::initializer_list<char const*> texts)
 {
-    va_list args;
-    va_start(args, fmt);
-    CString const query(vasprintf_safe(fmt, args));
-    va_end(args);
-    return run(query.get());
+    std::string query;
+    auto text = texts.begin();
+    for (; *pattern != '\0'; ++pattern)
+        if (*pattern == '?' && text != texts.end())
+            query += escaped_text(my, *text++).get();
+        else
+            query += *pattern;
+    return run(query.c_str());
 }
 
 char const* PanelQuery::error() const
@@ -55,13 +56,4 @@ char const* PanelQuery::copy_first(char (&value)[panel_value_size], unsigned int
 bool PanelQuery::has_row()
 {
     return mysql_num_rows(result.get()) > 0;
-}
-
-char const* no_value(char const* fmt, ...)
-{
-    va_list args;
-    va_start(args, fmt);
-    vmesslog2(0, 0, fmt, args);
-    va_end(args);
-    return nullptr;
 }

@@ -1,8 +1,8 @@
 // panel_query - one statement after the other on a connection to the panel's database
 //
-// The connection is the caller's or, when that is null, one of db_connect's that lives as long as
-// this object. A statement replaces the result of the one before. Nothing is reported here but
-// what db_connect reports. errno stays as the failing call left it.
+// The connection is the caller's. When that is null it is one of db_connect's and lives as long as
+// this object. A statement replaces the result of the one before. Only db_connect reports; memory
+// that is missing ends the process with status 1. errno stays as the failing call left it.
 
 #ifndef MAILVEK_LIB_PANEL_PANEL_QUERY_H
 #define MAILVEK_LIB_PANEL_PANEL_QUERY_H
@@ -10,6 +10,7 @@
 #include "lib/panel/dbconnect.h"
 
 #include <cstddef>
+#include <initializer_list>
 
 // What the results of single values fit in, with their NUL.
 constexpr std::size_t panel_value_size = 4096;
@@ -24,7 +25,9 @@ public:
 
     // Runs the statement and stores its result; false when it fails or has none.
     [[nodiscard]] bool run(char const* query);
-    [[nodiscard]] bool run_format(char const* fmt, ...) __attribute__((format(printf, 2, 3)));
+    // The same with a text for each "?" of the pattern, in their order, each as it stands between
+    // quotes: escaped_text. A pattern holds no other "?".
+    [[nodiscard]] bool run_with(char const* pattern, std::initializer_list<char const*> texts);
 
     // The text of the connection's pending error.
     char const* error() const;
@@ -41,8 +44,5 @@ private:
     MYSQL* my;
     MysqlResult result;
 };
-
-// Reports through messlog2, which does not end the process then, and gives null. errno is kept.
-[[nodiscard]] char const* no_value(char const* fmt, ...) __attribute__((format(printf, 1, 2)));
 
 #endif
