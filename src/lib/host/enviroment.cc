@@ -6,6 +6,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <ctime>
+#include <initializer_list>
 
 #include <crypt.h>
 
@@ -15,11 +16,28 @@ constexpr char plain_variable[] = "ORV_PASSWORD";
 constexpr char crypted_variable[] = "ORV_CRYPTED_PASSWORD";
 constexpr size_t buffer_size = 4096;
 
+// What a variable held when it was taken out of the environment; null for nothing.
+char const* taken_plain = nullptr;
+char const* taken_crypted = nullptr;
+
+char const*& taken(char const* variable)
+{
+    return variable == plain_variable ? taken_plain : taken_crypted;
+}
+
 // The variable's value, or null when it is unset or empty.
 char const* value_of(char const* variable)
 {
-    char const* const value = getenv(variable);
+    char const* const kept = taken(variable);
+    char const* const value = kept ? kept : getenv(variable);
     return value && *value ? value : nullptr;
+}
+
+// The string of the value is not released by this.
+void forget(char const* variable)
+{
+    taken(variable) = nullptr;
+    unsetenv(variable);
 }
 
 bool take(char const* variable, char const** password)
@@ -28,8 +46,7 @@ bool take(char const* variable, char const** password)
     if (!value)
         return false;
     *password = value;
-    // The string that value points at is not released by this.
-    unsetenv(variable);
+    forget(variable);
     return true;
 }
 
@@ -44,6 +61,15 @@ char const* encrypted(char const* password)
 }
 
 } // namespace
+
+void take_env_passwords()
+{
+    for (char const* const variable : {plain_variable, crypted_variable}) {
+        char const* const value = value_of(variable);
+        forget(variable);
+        taken(variable) = value;
+    }
+}
 
 int get_env_password(char const** password, int* isEncrypted)
 {
@@ -66,7 +92,7 @@ char* get_env_noncrypted_password()
         return buffer;
     char const* const password = value_of(plain_variable);
     snprintf(buffer, sizeof buffer, "%s", password ? password : "");
-    unsetenv(plain_variable);
+    forget(plain_variable);
     return buffer;
 }
 
@@ -82,7 +108,7 @@ char* get_env_crypted_password()
     char const* const crypted = value_of(crypted_variable);
     char const* const result = plain ? encrypted(plain) : crypted ? crypted : encrypted("");
     snprintf(buffer, sizeof buffer, "%s", result);
-    unsetenv(plain_variable);
-    unsetenv(crypted_variable);
+    forget(plain_variable);
+    forget(crypted_variable);
     return buffer;
 }
