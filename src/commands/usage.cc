@@ -2,6 +2,7 @@
 
 #include "commands/command_table.h"
 #include "commands/handlers.h"
+#include "lib/report/visible.h"
 
 #include <algorithm>
 #include <cstdlib>
@@ -52,7 +53,7 @@ void usageLegacy(int exitCode, std::ostream& out)
 void wrongUsage(std::string const& message)
 {
     if (!message.empty())
-        std::cerr << "Error: " << message << std::endl;
+        std::cerr << "Error: " << visible(message) << std::endl;
     usageShort(1, std::cerr);
 }
 
