@@ -47,7 +47,7 @@ TEST(ReportException, DemanglesTemplatesAndTheStandardsOwnTypes)
 TEST(ReportException, NeverTakesTheTextAsAFormat)
 {
     EXPECT_EQ(reportOf(std::runtime_error("100%s\n%n")).err,
-              "Fatal error: std::runtime_error(100%s\n%n)\n");
+              "Fatal error: std::runtime_error(100%s\\n%n)\n");
 }
 
 TEST(ReportException, PrintsTheStackBehindTheReportOfATracedException)

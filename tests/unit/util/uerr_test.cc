@@ -75,7 +75,8 @@ TEST(Uerr, PassesEveryByte)
     std::string bytes;
     for (int i = 0; i < 256; ++i)
         bytes += static_cast<char>(i);
-    auto const run = printedBy([&] { uerr << bytes << std::flush; });
+    auto const run =
+        printedBy([&] { uerr.write(bytes.data(), std::streamsize(bytes.size())) << std::flush; });
     EXPECT_EQ(run.err, bytes);
     EXPECT_EQ(run.out, bytes);
 }
