@@ -2,6 +2,7 @@
 
 #include "command_line.h"
 #include "commands/command_table.h"
+#include "lib/report/visible.h"
 #include "mail/lib/accounts/mail_auth_style.h"
 #include "support/child_run.h"
 
@@ -32,7 +33,7 @@ void expectUnknown(std::string const& command)
     auto const run = tool({"mailvek", command, "--help"});
     EXPECT_EQ(run.status, 1);
     EXPECT_EQ(run.signal, 0);
-    EXPECT_EQ(run.err, "Error: invalid command " + command + "\n" + shortUsage());
+    EXPECT_EQ(run.err, "Error: invalid command " + visible(command) + "\n" + shortUsage());
     EXPECT_EQ(run.out, "");
 }
 

@@ -2,6 +2,7 @@
 
 #include "command_line.h"
 #include "commands/option_types.h"
+#include "lib/report/visible.h"
 #include "support/child_run.h"
 #include "util/report_exception.h"
 
@@ -55,8 +56,8 @@ ChildRun addDomain(std::initializer_list<std::string> words)
 void expectRefused(ChildRun const& run, std::string const& message)
 {
     EXPECT_EQ(run.status, 1);
-    EXPECT_EQ(run.err, message + "\n");
-    EXPECT_EQ(run.out, message + "\n" + domain_usage);
+    EXPECT_EQ(run.err, visible(message) + "\n");
+    EXPECT_EQ(run.out, visible(message) + "\n" + domain_usage);
 }
 
 } // namespace
