@@ -11,6 +11,8 @@ START, STOP, RESTART, RELOAD, STATUS = (f"--{verb}-service" for verb in ("start"
 POSTFIX = "/etc/init.d/postfix"
 COURIER = "/etc/init.d/courier-imap"
 MASTER_CF = "/etc/postfix/master.cf"
+# Postfix understands this name, the tool does not.
+ODD_ENTRY = "[127.0.0.1]:10099 inet n - n - - smtpd\n"
 PARKED = "/var/spool/postfix/orvek/master.cf.disabled"
 FILTER = "-o smtpd_proxy_filter=127.0.0.1:10025"
 SMTPS = f"smtps inet n - n - - smtpd {FILTER} -o smtpd_tls_wrappermode=yes"
@@ -23,12 +25,6 @@ SUBMISSION = (
 def entries():
     """The lines of master.cf that are no comments."""
     return [line for line in mailhost.read(MASTER_CF).splitlines() if line and not line.startswith("#")]
-
-
-def without_postlog():
-    """Takes the one service out of master.cf whose type the tool does not know."""
-    lines = mailhost.read(MASTER_CF).splitlines(True)
-    mailhost.write(MASTER_CF, "".join(line for line in lines if not line.startswith("postlog")))
 
 
 def panel_has_submission(on):

@@ -7,16 +7,10 @@ from host_faults import read_only
 from mailhost import done, mailvek, nothing_changes, read, runs, slept, start, wait_until, write
 from services import (
     COURIER, FILTER, MASTER_CF, PARKED, POSTFIX, SMTPS, SUBMISSION, actions, entries, listens, postfix_is_up, unusable,
-    without_postlog,
 )
 from spies import Rule, calls, spy
 
 PID_FILE = "/var/spool/postfix/pid/master.pid"
-
-
-@pytest.fixture(autouse=True)
-def services():
-    without_postlog()
 
 
 def inet_services():

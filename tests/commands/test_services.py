@@ -6,8 +6,8 @@ import pytest
 from host_faults import read_only
 from mailhost import mailvek, nothing_changes, panel_sql, read, runs, slept, start, stop, wait_until, write
 from services import (
-    COURIER, MASTER_CF, PARKED, POSTFIX, RELOAD, RESTART, SMTPS, START, STOP, SUBMISSION, actions, components,
-    entries, listens, panel_has_submission, postfix_is_up, serviced, status, unusable, without_postlog,
+    COURIER, MASTER_CF, ODD_ENTRY, PARKED, POSTFIX, RELOAD, RESTART, SMTPS, START, STOP, SUBMISSION, actions,
+    components, entries, listens, panel_has_submission, postfix_is_up, serviced, status, unusable,
 )
 from spies import Rule, calls, spy
 
@@ -16,7 +16,6 @@ from spies import Rule, calls, spy
 def panel():
     start("mariadb")
     panel_has_submission(False)
-    without_postlog()
 
 
 # --------------------------------------------------------------------- the real init scripts
@@ -140,7 +139,7 @@ def test_a_starting_postfix_is_given_five_seconds():
 
 
 def test_other_components_need_neither_master_cf_nor_the_panel():
-    write(MASTER_CF, read(MASTER_CF) + "postlog unix-dgram n - n - 1 postlogd\n")
+    write(MASTER_CF, read(MASTER_CF) + ODD_ENTRY)
     start("postfix")
     stop("mariadb")
     spy(POSTFIX, Rule(exit=0))
@@ -313,7 +312,7 @@ def test_an_unusable_master_cf_ends_the_command_at_once():
     spy(POSTFIX)
     spy(COURIER)
     before = read(MASTER_CF)
-    write(MASTER_CF, before + "postlog unix-dgram n - n - 1 postlogd\n")
+    write(MASTER_CF, before + ODD_ENTRY)
     for command in (START, STOP, RESTART):
         ended = mailvek(command)
         assert ended.status == 1 and "Fatal error: " in ended.err, ended

@@ -69,8 +69,10 @@ public:
         using orvek::mail::postfix::ModuleType;
         Rule name = (+sc::chset<>("-a-z0-9_:."))[name_found];
         Rule type = sc::str_p("inet")[type_is(ModuleType::inet)] |
+                    sc::str_p("unix-dgram")[type_is(ModuleType::unix_dgram)] |
                     sc::str_p("unix")[type_is(ModuleType::unix)] |
-                    sc::str_p("fifo")[type_is(ModuleType::fifo)];
+                    sc::str_p("fifo")[type_is(ModuleType::fifo)] |
+                    sc::str_p("pass")[type_is(ModuleType::pass)];
         auto const answer = [&](boost::tribool& field) {
             Rule rule = ch_p('y')[store(field, true)] | ch_p('n')[store(field, false)] | ch_p('-');
             return rule.copy();

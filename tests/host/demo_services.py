@@ -26,7 +26,6 @@ def listening(demo, port, expected):
 
 def submission(demo):
     demo.heading("message submission is switched on and off")
-    services.without_postlog()
     services.panel_has_submission(True)
     demo.tool("--enable-message-submission", status=0, err="")
     listening(demo, 587, True)

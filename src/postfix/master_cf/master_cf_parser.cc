@@ -13,8 +13,8 @@ constexpr char_parser name_p("-a-z0-9_:.");
 constexpr char_parser word_p =
     char_parser("A-Za-z0-9") | char_parser("/!@$%$^&*()-_=+\\|[]{}:;'\"<>.,?*~`");
 
-// The columns of a service, each for the field that it is stored in. They look at least at one
-// byte, or fail.
+// The columns of a service. Each stores into its field. A column matches at least one byte or
+// fails.
 
 Position name(Position first, Position last, std::string& value)
 {
@@ -67,7 +67,7 @@ Position wakeup(Position first, Position last, ModuleInfo& info)
     return end + 1;
 }
 
-// Goes through a text from one column to the next, until one of them fails.
+// Goes through a text column by column until one fails.
 class Columns
 {
 public:

@@ -1,22 +1,22 @@
 // master_cf_parser - reads the text of a master.cf
 //
-// parse fills the content and tells whether the whole text is one master.cf. When it is not, what
-// has been filled in is of no use. There is no recovery from a bad line.
+// parse fills the content and returns whether the whole text is one master.cf. When it is not,
+// what has been filled in is useless. There is no recovery from a bad line.
 //
 //   file     line ( LF line )*
 //   line     module | blanks comment | blanks
 //   module   name type private unprivileged chroot wakeup maxproc command
 //
-// with a separator between each two (see continuous_spaces_parser in text_parsers.h), which may
-// be nothing where two columns can be told apart without one. Names are of lower-case letters,
-// digits and "-_:.", the types are inet, unix and fifo, the next three columns are "y", "n" or
-// "-", the two numbers "-" or decimals of at most 32 bits, the wake-up time with an optional "?",
-// and the words of the command of any printable ASCII characters but "#". The text of a service
-// goes from its name to the blanks behind its last word.
+// A separator stands between each two (see continuous_spaces_parser in text_parsers.h). It may be
+// empty where two columns can be told apart without it. Names consist of lower-case letters,
+// digits and "-_:.". The types are those of module_info.h. The next three columns are "y", "n" or
+// "-". The two numbers are "-" or decimals of at most 32 bits; the wake-up time may have a "?".
+// The words of the command are any printable ASCII characters but "#". The text of a service runs
+// from its name to the blanks after its last word.
 //
-// Deliberate: there is one working record, cleared when the parser is made and never between two
-// services. "-" leaves the value of the latest service that had one, the "?" stays, and each
-// command holds the words of all services before it. The raw text is what counts.
+// Deliberate: there is one working record. It is cleared when the parser is made and never between
+// two services. A "-" leaves the value of the latest service that had one, the "?" stays, and each
+// command also holds the words of all earlier services. Only the raw text counts.
 
 #ifndef MAILVEK_POSTFIX_MASTER_CF_MASTER_CF_PARSER_H
 #define MAILVEK_POSTFIX_MASTER_CF_MASTER_CF_PARSER_H
@@ -38,7 +38,7 @@ struct MasterCfModuleAppender
     }
 };
 
-// Adds a text that is no service, an empty one too.
+// Adds a text that is no service. It may be empty.
 struct MasterCfRawAppender
 {
     MasterCfContent& content;

@@ -6,8 +6,21 @@ namespace orvek::mail::postfix {
 
 namespace {
 
-constexpr std::string_view type_texts[] = {"inet", "unix", "fifo"};
+// By the value of the type.
+constexpr std::string_view type_texts[] = {"inet", "unix", "fifo", "unix-dgram", "pass"};
 static_assert(std::size(type_texts) == std::size(module_types));
+
+// Whether no type is tried before one whose text is longer and begins with its own.
+consteval bool longerTextsComeFirst()
+{
+    for (auto type = std::begin(module_types); type != std::end(module_types); ++type)
+        for (auto later = std::next(type); later != std::end(module_types); ++later)
+            if (type_texts[static_cast<size_t>(*later)].starts_with(
+                    type_texts[static_cast<size_t>(*type)]))
+                return false;
+    return true;
+}
+static_assert(longerTextsComeFirst());
 
 char const* columnOf(boost::tribool value)
 {
@@ -23,7 +36,7 @@ std::string columnOf(std::int32_t number)
 
 std::string wakeupColumn(ModuleInfo const& info)
 {
-    // Without a time there is no mark, whatever wakeupIfUsed says.
+    // No mark without a time, whatever wakeupIfUsed says.
     bool const marked = info.wakeupTime != -1 && info.wakeupIfUsed;
     return columnOf(info.wakeupTime) + (marked ? "?" : "");
 }

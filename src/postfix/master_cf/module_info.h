@@ -1,7 +1,7 @@
 // module_info - one service entry of master.cf
 //
-// entryText forms the entry as one line without its end: the columns and the elements of the
-// command, a space between each two. An element may hold spaces of its own.
+// entryText forms the entry as one line without a line feed: the columns and the elements of the
+// command with one space between them. An element may hold spaces.
 
 #ifndef MAILVEK_POSTFIX_MASTER_CF_MODULE_INFO_H
 #define MAILVEK_POSTFIX_MASTER_CF_MODULE_INFO_H
@@ -22,16 +22,21 @@ enum class ModuleType
 {
     inet = 0,
     unix = 1,
-    fifo = 2
+    fifo = 2,
+    unix_dgram = 3,
+    pass = 4
 };
 
-inline constexpr ModuleType module_types[] = {ModuleType::inet, ModuleType::unix, ModuleType::fifo};
+// In the order in which the parser tries them. A type stands before those whose text begins its
+// own: "unix" would match the beginning of "unix-dgram".
+inline constexpr ModuleType module_types[] = {ModuleType::inet, ModuleType::unix_dgram,
+                                              ModuleType::unix, ModuleType::fifo, ModuleType::pass};
 
 // The text of the type's column.
 std::string_view typeText(ModuleType type);
 
-// A fresh record is a cleared one. Deliberate: chroot is false then, "n", while the other two
-// of its kind are open, "-".
+// A fresh record is cleared. Deliberate: its chroot is false, "n", while the other two columns of
+// that kind are indeterminate, "-".
 struct ModuleInfo
 {
     std::string name;

@@ -119,20 +119,29 @@ TEST(MasterCfParser, StoresNothingForAMinus)
 TEST(MasterCfParser, ReadsEachType)
 {
     MasterCfContent content;
-    EXPECT_TRUE(parse(content, "a inet - - - - - c\na unix - - - - - c\na fifo - - - - - c"));
+    EXPECT_TRUE(parse(content, "a inet - - - - - c\na unix - - - - - c\na fifo - - - - - c\n"
+                               "a unix-dgram - - - - - c\na pass - - - - - c"));
     EXPECT_TRUE(content.hasModule("a", ModuleType::inet));
     EXPECT_TRUE(content.hasModule("a", ModuleType::unix));
     EXPECT_TRUE(content.hasModule("a", ModuleType::fifo));
+    EXPECT_TRUE(content.hasModule("a", ModuleType::unix_dgram));
+    EXPECT_TRUE(content.hasModule("a", ModuleType::pass));
+    EXPECT_EQ(content.lines.size(), 5U);
+}
+
+TEST(MasterCfParser, TakesAMinusAfterUnixForTheNextColumn)
+{
+    MasterCfContent content;
+    EXPECT_TRUE(parse(content, "a unix-y- - - c"));
+    EXPECT_TRUE(content.hasModule("a", ModuleType::unix));
 }
 
 TEST(MasterCfParser, RejectsOtherTypes)
 {
     EXPECT_FALSE(accepts("smtp tcp n - n - - smtpd"));
-    EXPECT_FALSE(accepts("smtp pass n - n - - smtpd"));
     EXPECT_FALSE(accepts("smtp INET n - n - - smtpd"));
     EXPECT_FALSE(accepts("smtp ine"));
-    // what newer servers have for their log: the type is read as unix, and "-" as a column
-    EXPECT_FALSE(accepts("postlog unix-dgram n - n - 1 postlogd"));
+    EXPECT_FALSE(accepts("postlog unix-stream n - n - 1 postlogd"));
 }
 
 TEST(MasterCfParser, AcceptsTheBytesOfANameAndNoOther)

@@ -25,9 +25,13 @@ TEST(ModuleInfo, NamesAndNumbersTheTypes)
     EXPECT_EQ(typeText(ModuleType::inet), "inet");
     EXPECT_EQ(typeText(ModuleType::unix), "unix");
     EXPECT_EQ(typeText(ModuleType::fifo), "fifo");
+    EXPECT_EQ(typeText(ModuleType::unix_dgram), "unix-dgram");
+    EXPECT_EQ(typeText(ModuleType::pass), "pass");
     EXPECT_EQ(static_cast<int>(ModuleType::inet), 0);
     EXPECT_EQ(static_cast<int>(ModuleType::unix), 1);
     EXPECT_EQ(static_cast<int>(ModuleType::fifo), 2);
+    EXPECT_EQ(static_cast<int>(ModuleType::unix_dgram), 3);
+    EXPECT_EQ(static_cast<int>(ModuleType::pass), 4);
 }
 
 TEST(ModuleInfo, PrintsAClearedRecordWithNInTheChrootColumn)

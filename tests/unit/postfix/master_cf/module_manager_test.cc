@@ -90,14 +90,6 @@ TEST_F(ModuleManagerOnHost, RefusesFilesThatCannotBeRead)
               "!PostfixConfigurationError: unable to open " + master_cf);
 }
 
-// The service of this type came with newer versions of the mail server.
-TEST_F(ModuleManagerOnHost, RefusesAFileWithADatagramService)
-{
-    writeFile(master_cf, "postlog unix-dgram n - n - 1 postlogd\n");
-    EXPECT_EQ(loaded([](ModuleManager&) {}),
-              "!PostfixConfigurationError: unable to parse " + master_cf);
-}
-
 TEST_F(ModuleManagerOnHost, LoadsOnceUnlessForced)
 {
     EXPECT_EQ(loaded([&](ModuleManager& manager) {
