@@ -2,25 +2,30 @@
 //
 // An element filter is a small value object. bool operator()(std::string& element) const changes
 // the element in place and returns false to drop it. A record filter has the same call for one
-// line of a dump, which carries no newline: key, blanks or tabs, value.
+// line of a dump without its newline: key, blanks or tabs, value.
 //
-// KeyValueFilter applies one filter to the key and one to the whole value. ValueListFilter, in
-// the place of the latter, applies an element filter to each element of the value, and refuses a
-// value of which no element is left. ElementsFilter does so with one filter for the key and for
-// the elements. A key or value that is refused drops the record.
+// KeyValueFilter applies one filter to the key and one to the whole value. ValueListFilter can take
+// the latter's place: it applies an element filter to each element of the value, and refuses a
+// value that loses all its elements. ElementsFilter uses one element filter for the key and for the
+// elements of the value. A refused key or value drops the record.
 //
-// A line that is kept comes out as the key, one space and the value without blanks and tabs
-// around it, and a list with ", " between its elements, even where no filter changed anything.
-// Bytes are compared exactly: Postfix folds keys to lower case and leaves values as they were
-// written, and a record is rewritten only where its bytes match.
+// A kept line is the key, one space and the value without blanks and tabs around it; a list has
+// ", " between its elements. This holds even where no filter changed anything. Bytes are compared
+// exactly: Postfix folds keys to lower case and keeps values as written, and a filter rewrites only
+// what matches byte for byte.
 //
 // A line without a blank or tab is dropped with a note on std::clog, and the run goes on. A line
-// without a value is dropped in silence.
+// without a value is dropped silently.
+//
+// A key that a filter changed, and every value, must be as record_text.h says; its exception ends
+// the run otherwise.
 //
 // Filters do not own what their pointers name; it must outlive the run.
 
 #ifndef MAILVEK_POSTFIX_MAPS_RECORD_FILTERS_H
 #define MAILVEK_POSTFIX_MAPS_RECORD_FILTERS_H
+
+#include "postfix/maps/record_text.h"
 
 #include <algorithm>
 #include <cctype>
@@ -30,24 +35,23 @@
 
 namespace orvek::mail::postfix::database {
 
-// Where the key of the line ends, or npos with the note for a line without a blank or tab.
+// Where the key of the line ends. npos, with the note, for a line without a blank or tab.
 std::size_t findKeyEnd(std::string const& line);
 
-// The value behind the key that ends at keyEnd; empty for a line without a value.
+// The value after the key that ends at keyEnd; empty for a line without a value.
 std::string_view valueBehind(std::string_view line, std::size_t keyEnd);
 
-// "," and all that isspace is true for. Bytes above 127 separate nothing in the C locale.
+// "," and whatever isspace accepts. Bytes above 127 separate nothing in the C locale.
 inline bool isListSeparator(char byte)
 {
-    // What is visible in ASCII is no space in any locale; a call for each would cost more than
-    // all else that is done to a value.
+    // Visible ASCII is no space in any locale. Calling isspace for it would cost more than the
+    // rest of the work on a value.
     if (byte > ' ' && byte <= '~')
         return byte == ',';
     return std::isspace(static_cast<unsigned char>(byte)) != 0;
 }
 
-// Replaces an element that is equal to from as a whole. A value of which from is only the
-// beginning stays as it is, be it only for a "/" at its end.
+// Replaces an element that equals from. A longer value stays, even one that only adds a "/".
 struct ReplaceElementFilterRef
 {
     std::string const* from;
@@ -71,12 +75,16 @@ struct KeyValueFilter
         std::string value(valueBehind(line, keyEnd));
         if (!keyFilter(key) || value.empty() || !valueFilter(value))
             return false;
+        // Only what a filter made: a record that is in the map must not block every rewrite.
+        if (line.compare(0, keyEnd, key) != 0)
+            requireKey(key);
+        requireValue(value);
         line.assign(key).append(1, ' ').append(value);
         return true;
     }
 };
 
-// Deliberate: quotes mean nothing here. A quoted element with a blank in it is two elements.
+// Deliberate: quotes have no meaning here. A quoted element with a blank in it is two elements.
 template<class ElementFilter>
 struct ValueListFilter
 {

@@ -2,6 +2,7 @@
 
 #include "postfix/maps/domain_filters.h"
 #include "support/child_run.h"
+#include "util/errors.h"
 
 #include <gtest/gtest.h>
 
@@ -64,6 +65,15 @@ TEST(KeyValueFilter, MakesTabsAndRunsOfBlanksBetweenKeyAndValueOneSpace)
 TEST(KeyValueFilter, TakesBlanksAndTabsOffTheEndOfTheValueAndKeepsThoseInside)
 {
     EXPECT_EQ(asIs("key\ta  b\tc \t "), "key a  b\tc");
+}
+
+TEST(KeyValueFilter, RefusesABadKeyThatItMadeAndNoneThatWasThere)
+{
+    std::string const from = "a@d.test";
+    std::string const to = "#a@d.test";
+    KeyValueFilter<ReplaceElementFilterRef, KeepAll> const filter{{&from, &to}, {}};
+    EXPECT_THROW(through(filter, "a@d.test 1"), orvek::mail::postfix::PostfixDatabaseError);
+    EXPECT_EQ(through(filter, "#b@d.test 1"), "#b@d.test 1");
 }
 
 TEST(KeyValueFilter, TakesOnlyBlanksAndTabsForBlanks)
