@@ -116,9 +116,4 @@ long quotaOf(ProgramOptionsHelper const& helper)
     return helper.values()["disk-quota"].as<long>();
 }
 
-std::string addressOf(std::string const& localPart, std::string const& domain)
-{
-    return localPart + '@' + domain;
-}
-
 } // namespace orvek::mail::postfix::mailvek_commands

@@ -40,8 +40,6 @@ std::string localPartListOf(ProgramOptionsHelper const& helper, char const* sepa
 std::string emailOf(ProgramOptionsHelper const& helper, char const* option);
 long quotaOf(ProgramOptionsHelper const& helper);
 
-std::string addressOf(std::string const& localPart, std::string const& domain);
-
 } // namespace orvek::mail::postfix::mailvek_commands
 
 #endif

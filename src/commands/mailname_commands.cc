@@ -4,6 +4,7 @@
 #include "mail/lib/accounts/mail_authenticate.h"
 #include "mail/lib/aliases/mail_database.h"
 #include "mail/lib/handlers/handler_mass_control.h"
+#include "postfix/domains/address_records.h"
 #include "postfix/domains/mailname_manager.h"
 #include "postfix/domains/name_lists.h"
 #include "util/uerr.h"

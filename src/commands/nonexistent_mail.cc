@@ -2,7 +2,6 @@
 
 #include "commands/command_values.h"
 #include "lib/report/product_log.h"
-#include "postfix/domains/address_records.h"
 #include "postfix/domains/domain_manager.h"
 
 #include <tuple>

@@ -4,6 +4,8 @@
 #include "lib/names/plain_names.h"
 #include "postfix/main_cf/main_cf_manager.h"
 #include "postfix/main_cf/parameter_lists.h"
+#include "postfix/main_cf/parameter_names.h"
+#include "postfix/main_cf/parameter_values.h"
 #include "postfix/server/service_manager.h"
 #include "postfix/server/settings_manager.h"
 #include "util/idn.h"
@@ -19,8 +21,6 @@ namespace orvek::mail::postfix::mailvek_commands {
 
 namespace {
 
-constexpr char networks[] = "mynetworks";
-constexpr char client_restrictions[] = "smtpd_client_restrictions";
 constexpr char blocklist[] = "reject_rbl_client";
 
 template<class Address, class Mask>
@@ -83,7 +83,7 @@ int addWhiteList(int argc, char** argv)
 {
     std::string const network = parseNetwork(argc, argv);
 
-    MainCfManager::getInstance().appendStringValue(networks, network);
+    MainCfManager::getInstance().appendStringValue(parameter::my_networks, network);
     ServiceManager::reloadServer();
     return 0;
 }
@@ -94,7 +94,7 @@ int removeWhiteList(int argc, char** argv)
 
     // The loopback network stays in the list.
     if (!network.starts_with("127."))
-        MainCfManager::getInstance().removeListElement(networks, network);
+        MainCfManager::getInstance().removeListElement(parameter::my_networks, network);
     ServiceManager::reloadServer();
     return 0;
 }
@@ -115,16 +115,18 @@ int setMapsProtection(int argc, char** argv)
 {
     ProgramOptionsHelper const options = parsedOptions(argc, argv);
     std::vector<std::string> const zones = zonesOf(options);
+    for (auto const& zone : zones)
+        requireLiteral(parameter::client_restrictions, zone);
 
     MainCfManager const& main_cf = MainCfManager::getInstance();
-    std::vector<std::string> clauses =
-        splitCompoundList(main_cf.getStringValue(client_restrictions, /*defaults=*/false));
+    std::vector<std::string> clauses = splitCompoundList(
+        main_cf.getStringValue(parameter::client_restrictions, /*defaults=*/false));
     std::erase_if(clauses, [](std::string const& clause) {
         return clause.find(blocklist) != std::string::npos;
     });
     for (auto const& zone : zones)
         clauses.push_back(std::string(blocklist) + " " + zone);
-    main_cf.replaceStringValue(client_restrictions, joinList(clauses));
+    main_cf.replaceStringValue(parameter::client_restrictions, joinList(clauses));
     ServiceManager::reloadServer();
     return 0;
 }

@@ -4,6 +4,7 @@
 #include "mail/lib/server/courier_configure.h"
 #include "mail/lib/server/spf_control.h"
 #include "postfix/main_cf/main_cf_manager.h"
+#include "postfix/main_cf/parameter_names.h"
 #include "postfix/server/service_manager.h"
 #include "postfix/server/settings_manager.h"
 #include "util/errors.h"
@@ -92,19 +93,20 @@ int setMaxLetterSize(int argc, char** argv)
 
     if (size == 0)
         size = SettingsManager::getMailboxSizeLimit();
-    MainCfManager::getInstance().replaceStringValue("message_size_limit", std::to_string(size));
+    MainCfManager::getInstance().replaceStringValue(parameter::message_size_limit,
+                                                    std::to_string(size));
     ServiceManager::reloadServer();
     return 0;
 }
 
 int getMaxLetterSize(int, char**)
 {
-    return printLimit("message_size_limit");
+    return printLimit(parameter::message_size_limit);
 }
 
 int getMailboxLimit(int, char**)
 {
-    return printLimit("mailbox_size_limit");
+    return printLimit(parameter::mailbox_size_limit);
 }
 
 int setAccountsFormat(int argc, char** argv)

@@ -5,6 +5,7 @@
 #include "postfix/domains/address_records.h"
 #include "postfix/domains/name_lists.h"
 #include "postfix/domains/reversible_rename.h"
+#include "postfix/main_cf/own_domains.h"
 #include "postfix/maps/domain_filters.h"
 #include "postfix/maps/map_names.h"
 #include "postfix/maps/record_filters.h"
@@ -28,14 +29,20 @@ constexpr std::array stdAddresses = {"postmaster", "mailer-daemon", "root",
 
 constexpr char local_domain[] = "localhost.localdomain";
 
-// The address that stands for all addresses of the domain that are unknown.
+void requireForeign(std::string const& domain)
+{
+    if (isOwnDomain(domain))
+        throw PostfixDatabaseError("the domain " + domain + " is the mail server's own");
+}
+
+// The address that stands for all unknown addresses of the domain.
 std::string anyAddress(std::string const& domain)
 {
     return '@' + domain;
 }
 
-// Quoted twice: the mail server takes one layer off as it reads the record, its shell the other.
-// The double quotes keep the whole command one value.
+// Quoted twice: Postfix removes one layer when it reads the record, its shell the other. The double
+// quotes make the whole command one value.
 std::string bouncePipe(std::string message)
 {
     std::string command = "\"|/usr/lib64/orvek-9.0/bouncemessage";
@@ -52,7 +59,7 @@ void renameInDomain(char const* map, std::string const& from, std::string const&
         map, ElementsFilter<ReplaceDomainPart>(ReplaceDomainPart{&from, &to, false}));
 }
 
-// Deliberate: only the key changes. The value of a record ends in "/" and so is not the name.
+// Deliberate: only the key changes. The value of a record ends in "/", so it never equals the name.
 void renameEnabledDomain(std::string const& from, std::string const& to)
 {
     DatabaseHelper::filterRecords(virtual_domains_map, ElementsFilter<ReplaceElementFilterRef>(
@@ -65,7 +72,7 @@ void removeDomainFrom(char const* map, std::string const& domain, bool subdomain
         map, ElementsFilter<NotInDomainFilter>(NotInDomainFilter{domain, subdomains}));
 }
 
-// What the panel's list holds; a list that cannot be read has been reported by the query.
+// The names of the panel's list. The query has reported a list that cannot be read.
 std::vector<std::string> required(NameList names, std::string const& domain)
 {
     if (!names)
@@ -73,16 +80,16 @@ std::vector<std::string> required(NameList names, std::string const& domain)
     return std::move(*names);
 }
 
-// The mark of an alias domain, and under it all names of the domain.
+// The mark of an alias domain, and all names of the domain under the alias.
 Records aliasRecords(std::string const& domain, std::string const& alias)
 {
     Records records = {{alias, "1"}};
     PanelNames panel(nullptr);
     for (auto const& mailname : required(mailnamesOf(panel, domain), domain)) {
-        std::string const mailbox = addressIn(domain, mailname);
+        std::string const mailbox = addressOf(mailname, domain);
         for (auto const& name : required(mailAliasesOf(panel, mailname, domain), domain))
-            records.emplace_back(addressIn(alias, name), mailbox);
-        records.emplace_back(addressIn(alias, mailname), mailbox);
+            records.emplace_back(addressOf(name, alias), mailbox);
+        records.emplace_back(addressOf(mailname, alias), mailbox);
     }
     return records;
 }
@@ -91,28 +98,30 @@ Records aliasRecords(std::string const& domain, std::string const& alias)
 
 void DomainManager::createDomain(std::string const& domain, bool disabled)
 {
+    requireForeign(domain);
     MaildirManager::getInstance().createDomainRoot(domain);
     removeDomainAlias(domain);
-    AtOnce helper;
-    createDomainRecord(helper, domain, disabled);
+    AtOnce batch;
+    createDomainRecord(batch, domain, disabled);
 }
 
 void DomainManager::createDomain(std::string const& domain, long quota, bool disabled)
 {
+    requireForeign(domain);
     MaildirManager::getInstance().createDomainRoot(domain);
     MaildirPPManager::getInstance().setDomainQuota(domain, quota);
     removeDomainAlias(domain);
-    AtOnce helper;
-    createDomainRecord(helper, domain, disabled);
+    AtOnce batch;
+    createDomainRecord(batch, domain, disabled);
 }
 
 // The addresses are written twice for a domain that is enabled; that is harmless.
-void DomainManager::createDomainRecord(BatchDatabaseHelper& helper, std::string const& domain,
+void DomainManager::createDomainRecord(BatchDatabaseHelper& batch, std::string const& domain,
                                        bool disabled)
 {
-    createStandardDomainAddresses(helper, domain);
+    createStandardDomainAddresses(batch, domain);
     if (!disabled)
-        enableDomain(helper, domain);
+        enableDomain(batch, domain);
 }
 
 void DomainManager::removeDomain(std::string const& domain, OnRemoval removal)
@@ -127,6 +136,7 @@ void DomainManager::removeDomain(std::string const& domain, OnRemoval removal)
 
 void DomainManager::renameDomain(std::string const& oldName, std::string const& newName)
 {
+    requireForeign(newName);
     struct safeMailboxRenamer
     {
         static void rename(std::string const& from, std::string const& to)
@@ -152,14 +162,15 @@ void DomainManager::renameDomain(std::string const& oldName, std::string const& 
 
 void DomainManager::enableDomain(std::string const& domain)
 {
-    AtOnce helper;
-    enableDomain(helper, domain);
+    requireForeign(domain);
+    AtOnce batch;
+    enableDomain(batch, domain);
 }
 
-void DomainManager::enableDomain(BatchDatabaseHelper& helper, std::string const& domain)
+void DomainManager::enableDomain(BatchDatabaseHelper& batch, std::string const& domain)
 {
-    helper.addChange(virtual_domains_map, domain, domain + '/');
-    createStandardDomainAddresses(helper, domain);
+    batch.addChange(virtual_domains_map, domain, domain + '/');
+    createStandardDomainAddresses(batch, domain);
 }
 
 void DomainManager::disableDomain(std::string const& domain)
@@ -170,58 +181,58 @@ void DomainManager::disableDomain(std::string const& domain)
 
 void DomainManager::createCatchall(std::string const& domain, std::string const& address)
 {
-    AtOnce helper;
-    createCatchall(helper, domain, address);
+    AtOnce batch;
+    createCatchall(batch, domain, address);
 }
 
-void DomainManager::createCatchall(BatchDatabaseHelper& helper, std::string const& domain,
+void DomainManager::createCatchall(BatchDatabaseHelper& batch, std::string const& domain,
                                    std::string const& address)
 {
     std::vector<std::string> domains = {domain};
     append_domainaliases_by_domain(domains, domain);
-    createCatchallFor(helper, domains, address);
+    createCatchallFor(batch, domains, address);
 }
 
-void DomainManager::createCatchallFor(BatchDatabaseHelper& helper,
+void DomainManager::createCatchallFor(BatchDatabaseHelper& batch,
                                       std::vector<std::string> const& domains,
                                       std::string const& address)
 {
     Records records;
     for (auto const& domain : domains)
         records.emplace_back(anyAddress(domain), address);
-    helper.addChanges(virtual_map, records.begin(), records.end());
+    batch.addChanges(virtual_map, records.begin(), records.end());
 }
 
 void DomainManager::removeCatchall(std::string const& domain)
 {
-    AtOnce helper;
-    removeCatchall(helper, domain);
+    AtOnce batch;
+    removeCatchall(batch, domain);
 }
 
-void DomainManager::removeCatchall(BatchDatabaseHelper& helper, std::string const& domain)
+void DomainManager::removeCatchall(BatchDatabaseHelper& batch, std::string const& domain)
 {
     std::vector<std::string> keys;
     append_domainaliases_by_domain(keys, domain);
     keys.push_back(domain);
     std::transform(keys.begin(), keys.end(), keys.begin(), anyAddress);
-    helper.removeChanges(virtual_map, keys.begin(), keys.end());
+    batch.removeChanges(virtual_map, keys.begin(), keys.end());
 }
 
 void DomainManager::setBounce(std::string const& domain, std::string const& message)
 {
-    AtOnce helper;
-    setBounce(helper, domain, message);
+    AtOnce batch;
+    setBounce(batch, domain, message);
 }
 
-void DomainManager::setBounce(BatchDatabaseHelper& helper, std::string const& domain,
+void DomainManager::setBounce(BatchDatabaseHelper& batch, std::string const& domain,
                               std::string const& message)
 {
     std::vector<std::string> domains = {domain};
     append_domainaliases_by_domain(domains, domain);
-    setBounceFor(helper, domains, message);
+    setBounceFor(batch, domains, message);
 }
 
-void DomainManager::setBounceFor(BatchDatabaseHelper& helper,
+void DomainManager::setBounceFor(BatchDatabaseHelper& batch,
                                  std::vector<std::string> const& domains,
                                  std::string const& message)
 {
@@ -229,55 +240,56 @@ void DomainManager::setBounceFor(BatchDatabaseHelper& helper,
     Records records;
     for (auto const& domain : domains) {
         std::string const alias = "_orvek_bounce_" + domain;
-        helper.addChange(aliases_map, alias, command);
-        records.emplace_back(anyAddress(domain), addressIn(local_domain, alias));
+        batch.addChange(aliases_map, alias, command);
+        records.emplace_back(anyAddress(domain), addressOf(alias, local_domain));
     }
-    helper.addChanges(virtual_map, records.begin(), records.end());
+    batch.addChanges(virtual_map, records.begin(), records.end());
 }
 
 void DomainManager::createStandardDomainAddresses(std::string const& domain)
 {
-    AtOnce helper;
-    createStandardDomainAddresses(helper, domain);
+    AtOnce batch;
+    createStandardDomainAddresses(batch, domain);
 }
 
-void DomainManager::createStandardDomainAddresses(BatchDatabaseHelper& helper,
+void DomainManager::createStandardDomainAddresses(BatchDatabaseHelper& batch,
                                                   std::string const& domain)
 {
     Records records;
     for (auto const name : stdAddresses)
-        records.emplace_back(addressIn(domain, name), addressIn(local_domain, name));
-    helper.addChanges(virtual_map, records.begin(), records.end());
+        records.emplace_back(addressOf(name, domain), addressOf(name, local_domain));
+    batch.addChanges(virtual_map, records.begin(), records.end());
 }
 
 void DomainManager::removeStandardDomainAddresses(std::string const& domain)
 {
-    AtOnce helper;
-    removeStandardDomainAddresses(helper, domain);
+    AtOnce batch;
+    removeStandardDomainAddresses(batch, domain);
 }
 
-void DomainManager::removeStandardDomainAddresses(BatchDatabaseHelper& helper,
+void DomainManager::removeStandardDomainAddresses(BatchDatabaseHelper& batch,
                                                   std::string const& domain)
 {
     std::vector<std::string> keys;
     keys.reserve(std::size(stdAddresses));
     for (auto const name : stdAddresses)
-        keys.push_back(addressIn(domain, name));
-    helper.removeChanges(virtual_map, keys.begin(), keys.end());
+        keys.push_back(addressOf(name, domain));
+    batch.removeChanges(virtual_map, keys.begin(), keys.end());
 }
 
 void DomainManager::createDomainAlias(std::string const& domain, std::string const& alias)
 {
-    AtOnce helper;
-    createDomainAlias(helper, domain, alias);
+    AtOnce batch;
+    createDomainAlias(batch, domain, alias);
 }
 
-void DomainManager::createDomainAlias(BatchDatabaseHelper& helper, std::string const& domain,
+void DomainManager::createDomainAlias(BatchDatabaseHelper& batch, std::string const& domain,
                                       std::string const& alias)
 {
-    createStandardDomainAddresses(helper, alias);
+    requireForeign(alias);
+    createStandardDomainAddresses(batch, alias);
     Records const records = aliasRecords(domain, alias);
-    helper.addChanges(virtual_map, records.begin(), records.end());
+    batch.addChanges(virtual_map, records.begin(), records.end());
 }
 
 void DomainManager::removeDomainAlias(std::string const& alias)
@@ -287,6 +299,7 @@ void DomainManager::removeDomainAlias(std::string const& alias)
 
 void DomainManager::renameDomainAlias(std::string const& oldName, std::string const& newName)
 {
+    requireForeign(newName);
     renameInDomain(virtual_map, oldName, newName);
 }
 

@@ -36,13 +36,13 @@ void makeHome(std::string const& domain, std::string const& mailname)
 }
 
 // The local part under the domain and under each of its alias domains, all leading to mailbox.
-void addAddresses(BatchDatabaseHelper& helper, std::string const& domain,
+void addAddresses(BatchDatabaseHelper& batch, std::string const& domain,
                   std::string const& localPart, std::string const& mailbox)
 {
-    Records records = {{addressIn(domain, localPart), mailbox}};
+    Records records = {{addressOf(localPart, domain), mailbox}};
     for (auto const& aliasDomain : aliasDomainsOrNone(domain))
-        records.emplace_back(addressIn(aliasDomain, localPart), mailbox);
-    helper.addChanges(virtual_map, records.begin(), records.end());
+        records.emplace_back(addressOf(localPart, aliasDomain), mailbox);
+    batch.addChanges(virtual_map, records.begin(), records.end());
 }
 
 void replaceAddress(std::string const& from, std::string const& to)
@@ -51,12 +51,12 @@ void replaceAddress(std::string const& from, std::string const& to)
         virtual_map, ElementsFilter<ReplaceElementFilterRef>(ReplaceElementFilterRef{&from, &to}));
 }
 
-// Deliberate: these directories carry no "/" at their end and the records do, so that the value
-// of a record stays as it was and only its key changes.
+// Deliberate: these directories have no "/" at their end and the values of the records do, so only
+// the key of a record changes.
 void renameMailbox(std::string const& domain, std::string const& from, std::string const& to)
 {
-    std::string const fromAddress = addressIn(domain, from);
-    std::string const toAddress = addressIn(domain, to);
+    std::string const fromAddress = addressOf(from, domain);
+    std::string const toAddress = addressOf(to, domain);
     std::string const fromMaildir = relativeMaildir(domain, from);
     std::string const toMaildir = relativeMaildir(domain, to);
     DatabaseHelper::filterRecords(vmailbox_map,
@@ -70,8 +70,8 @@ void MailnameManager::createMailname(std::string const& domain, std::string cons
 {
     makeHome(domain, mailname);
     MaildirPPManager::getInstance().removeMailboxQuota(mailname, domain);
-    AtOnce helper;
-    createMailnameRecord(helper, domain, mailname);
+    AtOnce batch;
+    createMailnameRecord(batch, domain, mailname);
 }
 
 void MailnameManager::createMailname(std::string const& domain, std::string const& mailname,
@@ -79,25 +79,25 @@ void MailnameManager::createMailname(std::string const& domain, std::string cons
 {
     makeHome(domain, mailname);
     MaildirPPManager::getInstance().setMailboxQuota(mailname, domain, quota);
-    AtOnce helper;
-    createMailnameRecord(helper, domain, mailname);
+    AtOnce batch;
+    createMailnameRecord(batch, domain, mailname);
 }
 
-void MailnameManager::createMailnameRecord(BatchDatabaseHelper& helper, std::string const& domain,
+void MailnameManager::createMailnameRecord(BatchDatabaseHelper& batch, std::string const& domain,
                                            std::string const& mailname)
 {
-    std::string const mailbox = addressIn(domain, mailname);
-    helper.addChange(vmailbox_map, mailbox, relativeMaildir(domain, mailname) + '/');
-    addAddresses(helper, domain, mailname, mailbox);
+    std::string const mailbox = addressOf(mailname, domain);
+    batch.addChange(vmailbox_map, mailbox, relativeMaildir(domain, mailname) + '/');
+    addAddresses(batch, domain, mailname, mailbox);
 }
 
 void MailnameManager::removeMailname(std::string const& domain, std::string const& mailname,
                                      OnRemoval removal)
 {
-    DatabaseHelper::removeRecord(vmailbox_map, addressIn(domain, mailname));
+    DatabaseHelper::removeRecord(vmailbox_map, addressOf(mailname, domain));
     for (auto const& aliasDomain : aliasDomainsOrNone(domain))
-        DatabaseHelper::removeRecord(virtual_map, addressIn(aliasDomain, mailname));
-    DatabaseHelper::removeRecord(virtual_map, addressIn(domain, mailname));
+        DatabaseHelper::removeRecord(virtual_map, addressOf(mailname, aliasDomain));
+    DatabaseHelper::removeRecord(virtual_map, addressOf(mailname, domain));
     if (removal == OnRemoval::remove)
         MaildirManager::getInstance().removeMailnameHome(domain, mailname);
     else if (removal == OnRemoval::backup)
@@ -111,7 +111,7 @@ void MailnameManager::renameMailname(std::string const& domain, std::string cons
     rename.step("Postfix Virtual Mailboxes Database",
                 [&](auto const& from, auto const& to) { renameMailbox(domain, from, to); });
     rename.step("Postfix Virtual Aliases Database", [&](auto const& from, auto const& to) {
-        replaceAddress(addressIn(domain, from), addressIn(domain, to));
+        replaceAddress(addressOf(from, domain), addressOf(to, domain));
     });
     rename.lastStep([&](auto const& from, auto const& to) {
         MaildirManager::getInstance().renameMailnameHome(domain, from, to);
@@ -122,28 +122,28 @@ void MailnameManager::renameMailnameOnDomainAlias(std::string const& aliasDomain
                                                   std::string const& oldName,
                                                   std::string const& newName)
 {
-    replaceAddress(addressIn(aliasDomain, oldName), addressIn(aliasDomain, newName));
+    replaceAddress(addressOf(oldName, aliasDomain), addressOf(newName, aliasDomain));
 }
 
 void MailnameManager::createMailAlias(std::string const& domain, std::string const& mailname,
                                       std::string const& alias)
 {
-    AtOnce helper;
-    createMailAlias(helper, domain, mailname, alias);
+    AtOnce batch;
+    createMailAlias(batch, domain, mailname, alias);
 }
 
-void MailnameManager::createMailAlias(BatchDatabaseHelper& helper, std::string const& domain,
+void MailnameManager::createMailAlias(BatchDatabaseHelper& batch, std::string const& domain,
                                       std::string const& mailname, std::string const& alias)
 {
-    addAddresses(helper, domain, alias, addressIn(domain, mailname));
+    addAddresses(batch, domain, alias, addressOf(mailname, domain));
 }
 
 void MailnameManager::removeMailAlias(std::string const& domain, std::string const& /*mailname*/,
                                       std::string const& alias)
 {
-    DatabaseHelper::removeRecord(virtual_map, addressIn(domain, alias));
+    DatabaseHelper::removeRecord(virtual_map, addressOf(alias, domain));
     for (auto const& aliasDomain : aliasDomainsOrNone(domain))
-        DatabaseHelper::removeRecord(virtual_map, addressIn(aliasDomain, alias));
+        DatabaseHelper::removeRecord(virtual_map, addressOf(alias, aliasDomain));
 }
 
 void MailnameManager::addForward(std::string const& domain, std::string const& mailname,

@@ -1,15 +1,15 @@
-// mailname_manager - mailnames: their records in the maps, their home and its delivery file
+// mailname_manager - mailnames: their records in the maps, their homes and delivery files
 //
-// No state. A form that takes a helper adds to the caller's batch; the others apply each change
-// at once. A mailname has a record of its mailbox, and one address under its domain and under
-// each alias domain that the panel's database holds; a mail alias has these addresses too. What
-// the records look like stands in map_names.h.
+// The class keeps no state. A form that takes a batch adds to it; the other forms apply each change
+// at once. A mailname has a record of its mailbox and one address under its domain and under each
+// alias domain that the panel's database holds. A mail alias has such addresses too. map_names.h
+// shows the records.
 //
 // removeMailname leaves the mail aliases of the mailname: the caller removes them.
 //
 // Failures: what the maps, the directories and the delivery file raise. Deliberate: alias domains
-// that cannot be read are reported by the query and count as none. Steps done before a failure
-// stay done, except those of renameMailname: see reversible_rename.h.
+// that cannot be read are reported by the query and count as none. Steps done before a failure stay
+// done, except those of renameMailname: see reversible_rename.h.
 
 #ifndef MAILVEK_POSTFIX_DOMAINS_MAILNAME_MANAGER_H
 #define MAILVEK_POSTFIX_DOMAINS_MAILNAME_MANAGER_H
@@ -24,16 +24,16 @@ namespace orvek::mail::postfix {
 class MailnameManager
 {
 public:
-    // The mailbox is limited as the domain says.
+    // The mailbox gets the domain's limit.
     static void createMailname(std::string const& domain, std::string const& mailname);
     // quota: bytes, negative for no limit.
     static void createMailname(std::string const& domain, std::string const& mailname, long quota);
-    static void createMailnameRecord(BatchDatabaseHelper& helper, std::string const& domain,
+    static void createMailnameRecord(BatchDatabaseHelper& batch, std::string const& domain,
                                      std::string const& mailname);
     static void removeMailname(std::string const& domain, std::string const& mailname,
                                OnRemoval removal);
 
-    // Within the domain itself; renameMailnameOnDomainAlias is for each of its alias domains.
+    // Renames within the domain itself. Call renameMailnameOnDomainAlias for each alias domain.
     static void renameMailname(std::string const& domain, std::string const& oldName,
                                std::string const& newName);
     static void renameMailnameOnDomainAlias(std::string const& aliasDomain,
@@ -41,9 +41,9 @@ public:
 
     static void createMailAlias(std::string const& domain, std::string const& mailname,
                                 std::string const& alias);
-    static void createMailAlias(BatchDatabaseHelper& helper, std::string const& domain,
+    static void createMailAlias(BatchDatabaseHelper& batch, std::string const& domain,
                                 std::string const& mailname, std::string const& alias);
-    // The mailname is not used: a mail alias is known by its own address.
+    // The mailname is not used: its own address identifies a mail alias.
     static void removeMailAlias(std::string const& domain, std::string const& mailname,
                                 std::string const& alias);
 

@@ -1,7 +1,7 @@
 // mailname_validators - the check of names given on the command line
 //
-// mailValidateExc raises std::invalid_argument, with the name itself as its text, for a name
-// that mail_validate refuses.
+// mailValidateExc raises std::invalid_argument for a name that mail_validate refuses. The
+// exception's text is the name.
 
 #ifndef MAILVEK_POSTFIX_DOMAINS_MAILNAME_VALIDATORS_H
 #define MAILVEK_POSTFIX_DOMAINS_MAILNAME_VALIDATORS_H

@@ -1,4 +1,4 @@
-// name_lists - names that the panel's database holds, as lists of the upper layer
+// name_lists - names from the panel's database, as lists of the upper layer
 //
 // The list is empty when the database has no such name. A query that fails has been reported, and
 // gives no list at all where the result is a NameList.

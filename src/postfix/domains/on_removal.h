@@ -1,6 +1,6 @@
-// on_removal - what becomes of the mailboxes when their domain or mailname goes
+// on_removal - what happens to the mailboxes when their domain or mailname is removed
 //
-// Any other value than these two leaves them where they are.
+// Any value but remove and backup leaves them in place.
 
 #ifndef MAILVEK_POSTFIX_DOMAINS_ON_REMOVAL_H
 #define MAILVEK_POSTFIX_DOMAINS_ON_REMOVAL_H

@@ -1,13 +1,11 @@
-// reversible_rename - a rename in several steps that is either whole or taken back
+// reversible_rename - a rename in steps that undoes itself when it fails
 //
-// Each step is one function that renames something from its first argument to its second, and
-// that takes itself back when it is called with the two swapped. step() carries it out. When it
-// raises, the steps that were finished before it are taken back, the last one first, and the
-// exception goes on to the caller.
+// A step takes the old and the new name. Calling it with the two swapped undoes it. step() carries
+// it out. When a step raises, the earlier steps are undone, the last one first, and the exception
+// goes on to the caller.
 //
-// A step that cannot be taken back is reported on orvek::uerr with its title between
-// doubleErrorHead and doubleErrorTail; nothing is raised for it, and the step before it still
-// gets its turn.
+// A step that cannot be undone is reported on orvek::uerr: its title between doubleErrorHead and
+// doubleErrorTail. Nothing is raised for it, and the step before it is still undone.
 
 #ifndef MAILVEK_POSTFIX_DOMAINS_REVERSIBLE_RENAME_H
 #define MAILVEK_POSTFIX_DOMAINS_REVERSIBLE_RENAME_H
@@ -25,10 +23,10 @@ public:
 
     ReversibleRename(std::string from_, std::string to_);
 
-    // title: what the report names if this step cannot be taken back; it must outlive the object.
+    // title: what the report names if this step cannot be undone. It must outlive the object.
     void step(char const* title, Step const& rename);
 
-    // The step behind which nothing can fail any more.
+    // The step after which nothing can fail any more.
     void lastStep(Step const& rename);
 
 private:

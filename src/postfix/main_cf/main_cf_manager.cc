@@ -2,12 +2,17 @@
 
 #include "lib/host/ifaceinf.h"
 #include "postfix/main_cf/parameter_lists.h"
+#include "postfix/main_cf/parameter_names.h"
+#include "postfix/main_cf/parameter_values.h"
 #include "postfix/main_cf/replaced_file.h"
 #include "postfix/tools/postmap_output.h"
 #include "postfix/tools/tool_result.h"
-#include "process/pipe.h"
+#include "postfix/tools/tool_run.h"
 #include "util/errors.h"
 #include "util/mk_lock.h"
+
+#include <boost/algorithm/string/replace.hpp>
+#include <boost/algorithm/string/trim.hpp>
 
 #include <algorithm>
 #include <memory>
@@ -17,30 +22,7 @@ namespace orvek::mail::postfix {
 
 namespace {
 
-constexpr char networks[] = "mynetworks";
-
-struct Answer
-{
-    int status = -1;
-    std::string out;
-    std::string err;
-};
-
-Answer postconf(std::vector<std::string> const& arguments)
-{
-    process::Parameters<process::PipeProcessFlags> stage("/usr/sbin/postconf");
-    stage.args.insert(stage.args.end(), arguments.begin(), arguments.end());
-    Answer answer;
-    process::Pipe pipe;
-    pipe.append(stage);
-    pipe.stdinMode = process::DevNull;
-    pipe.stdoutMode = process::Capture;
-    pipe.stdoutReceiver = process::makeStringReceiver(answer.out);
-    pipe.stderrMode = process::Capture;
-    pipe.stderrReceiver = process::makeStringReceiver(answer.err);
-    answer.status = pipe.run();
-    return answer;
-}
+using boost::algorithm::trim_copy;
 
 // The loopback network, and the host's first address if the interfaces can be listed.
 std::string pinnedNetworks()
@@ -48,8 +30,8 @@ std::string pinnedNetworks()
     std::string pinned = "127.0.0.0/8";
     std::unique_ptr<ifaceinfo, void (*)(ifaceinfo*)> const interfaces(get_ifaceinfo(nullptr),
                                                                       free_ifaceinfo);
-    // Deliberate: a host without an address gets an element without one, "/32". The record
-    // behind the last one is empty, so the first one is always there to be read.
+    // Deliberate: a host without an address gets an element without one, "/32". An empty record
+    // ends the list, so the first one can always be read.
     if (interfaces)
         pinned.append(", ").append(interfaces->ip).append("/32");
     return pinned;
@@ -57,17 +39,17 @@ std::string pinnedNetworks()
 
 std::string pinDefault(std::string const& current)
 {
-    Answer const answer = postconf({"-h", "-d", networks});
-    requireSuccess(answer.status, answer.err);
-    std::string_view const standard = trimmed(answer.out);
+    ToolResult const answer = runPostconf({"-h", "-d", parameter::my_networks});
+    requireSuccess(answer.status, answer.diagnostics);
+    std::string const standard = trim_copy(answer.output);
     std::string pinned = pinnedNetworks();
-    // Deliberate: any value that is shorter than the default is taken for it.
+    // Deliberate: any value shorter than the default counts as the default.
     if (standard == current || standard.size() > current.size())
         return pinned;
     size_t const position = current.find(standard);
     if (position == std::string::npos)
         return current;
-    // Deliberate: what stands in front of the default is dropped.
+    // Deliberate: the text before the default is dropped.
     return pinned + current.substr(position + standard.size());
 }
 
@@ -81,7 +63,7 @@ MainCfManager& MainCfManager::getInstance()
 
 MainCfManager::MainCfManager()
 {
-    std::string const directory = getStringValue("config_directory", false);
+    std::string const directory = getStringValue(parameter::config_directory, false);
     if (directory.empty())
         throw PostfixConfigurationError("unable to determine Postfix config_directory parameter");
     mainCfPath = directory + "/main.cf";
@@ -89,34 +71,45 @@ MainCfManager::MainCfManager()
 
 std::string MainCfManager::getStringValue(std::string const& name, bool defaults) const
 {
-    Answer const answer = postconf(defaults ? std::vector<std::string>{"-h", "-d", name}
-                                            : std::vector<std::string>{"-h", name});
-    requireSuccess(answer.status, answer.err);
-    if (answer.out.empty() && !checkOutput(answer.err, false))
-        throw PostfixConfigurationError(answer.err);
-    std::string value(trimmed(answer.out));
-    return name == networks ? pinDefault(value) : value;
+    ToolResult const answer = runPostconf(defaults ? std::vector<std::string>{"-h", "-d", name}
+                                                   : std::vector<std::string>{"-h", name});
+    requireSuccess(answer.status, answer.diagnostics);
+    if (answer.output.empty() && !checkOutput(answer.diagnostics, false))
+        throw PostfixConfigurationError(answer.diagnostics);
+    std::string value = trim_copy(answer.output);
+    return name == parameter::my_networks ? pinDefault(value) : value;
+}
+
+std::string MainCfManager::getExpandedValues(std::vector<std::string> const& names)
+{
+    std::vector<std::string> arguments = {"-h", "-x"};
+    arguments.insert(arguments.end(), names.begin(), names.end());
+    ToolResult const answer = runPostconf(arguments);
+    requireSuccess(answer.status, answer.diagnostics);
+    return boost::algorithm::replace_all_copy(trim_copy(answer.output), "\n", " ");
 }
 
 void MainCfManager::replaceStringValue(std::string const& name, std::string const& value) const
 {
-    Answer answer;
+    requireOneLine(name, value);
+    ToolResult answer;
     {
         MKLock const lock(mainCfPath);
         ReplacedFile const file(mainCfPath);
-        answer = postconf({"-e", name + "=" + value});
+        answer = runPostconf({"-e", name + "=" + value});
         file.settle();
     }
-    requireSuccess(answer.status, answer.err);
+    requireSuccess(answer.status, answer.diagnostics);
 }
 
 void MainCfManager::appendStringValue(std::string const& name, std::string const& value) const
 {
+    requireLiteral(name, value);
     std::string const current = getStringValue(name, false);
     std::vector<std::string> const words = splitSimpleList(current);
     if (std::ranges::find(words, value) == words.end())
         replaceStringValue(name, words.empty() ? value : current + ", " + value);
-    else if (name == networks)
+    else if (name == parameter::my_networks)
         replaceStringValue(name, current);
 }
 
@@ -124,8 +117,9 @@ void MainCfManager::appendCompoundStringValue(std::string const& name, std::stri
                                               std::string const& value) const
 {
     std::string const clause = key + " " + value;
+    requireLiteral(name, clause);
     std::vector<std::string> clauses = splitCompoundList(getStringValue(name, false));
-    if (std::ranges::find(clauses, trimmed(clause)) != clauses.end())
+    if (std::ranges::find(clauses, trim_copy(clause)) != clauses.end())
         return;
     clauses.push_back(clause);
     replaceStringValue(name, joinList(clauses));

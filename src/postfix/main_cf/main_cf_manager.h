@@ -1,22 +1,23 @@
 // main_cf_manager - the only door to Postfix's main.cf
 //
-// Each read is one run of postconf -h and each write one of postconf -e; main.cf itself is
-// neither parsed nor written here, and no value is kept, so a read sees what was just written.
-// Writes are serialised between the tool's processes by the lock of main.cf's path. The read, the
-// change and the write of a list are not one step: of two processes that change one parameter at
-// once one may lose its change. parameter_lists.h tells the two kinds of lists.
+// Each read is one run of postconf -h and each write is one run of postconf -e. The tool neither
+// parses nor writes main.cf itself. No value is kept, so a read sees what was just written. The
+// lock of main.cf's path serialises the writes of the tool's processes. Reading, changing and
+// writing a list are three steps: when two processes change one parameter at once, one of them may
+// lose its change. parameter_lists.h tells the two kinds of lists.
 //
 // Deliberate: every read of "mynetworks" is bent towards the loopback network and the host's
 // first address wherever it still holds Postfix's default, see getStringValue.
 //
 // Failures: PostfixConfigurationError with what postconf said on its standard error, or "unknown
-// error" when it failed in silence; what Pipe::run raises when postconf cannot be started, and
-// MKLock when the lock cannot be had. Nothing is logged.
+// error" when it failed in silence; what Pipe::run raises when postconf cannot be started; what
+// MKLock raises when it cannot take the lock. Nothing is logged.
 
 #ifndef MAILVEK_POSTFIX_MAIN_CF_MAIN_CF_MANAGER_H
 #define MAILVEK_POSTFIX_MAIN_CF_MAIN_CF_MANAGER_H
 
 #include <string>
+#include <vector>
 
 namespace orvek::mail::postfix {
 
@@ -30,27 +31,34 @@ public:
     MainCfManager(MainCfManager const&) = delete;
     MainCfManager& operator=(MainCfManager const&) = delete;
 
-    // The value, or Postfix's default with defaults, without white space at its ends. A parameter
-    // of which postconf does not know, and of which it only warns, is empty.
+    // The value, or with defaults Postfix's default, without white space at its ends. A parameter
+    // that postconf does not know and only warns about is empty.
     //
-    // Where "mynetworks" is the default, or shorter than it, the result is "127.0.0.0/8, " and
-    // the first address of the host with "/32" behind it, without the second element if the
-    // interfaces cannot be listed, and with nothing in front of the "/32" if there is no
-    // address. Where it contains the default it is that and what stands behind the default.
+    // "mynetworks" reads as "127.0.0.0/8, ADDRESS/32" when it is the default or shorter than it.
+    // ADDRESS is the host's first address. It is empty on a host without one, and the second
+    // element is missing when the interfaces cannot be listed. A longer value that contains the
+    // default reads as the same text, followed by what comes after the default.
     std::string getStringValue(std::string const& name, bool defaults) const;
 
+    // The values of these parameters with their references expanded, a blank between each two.
+    static std::string getExpandedValues(std::vector<std::string> const& names);
+
+    // The value may hold references to other parameters, so it must be the tool's own or one that
+    // main.cf held before. Raises PostfixConfigurationError for a newline.
     void replaceStringValue(std::string const& name, std::string const& value) const;
 
-    // Adds a word to a simple list unless it is there. The text in front of it stays as it is.
-    // Deliberate: with a word that "mynetworks" holds already, its bent value is stored.
+    // Both additions refuse a "$" in what they add, see parameter_values.h.
+    //
+    // Adds a word to a simple list unless it is there. The existing text stays as it is.
+    // Deliberate: when "mynetworks" holds the word already, its bent value is stored.
     void appendStringValue(std::string const& name, std::string const& value) const;
 
-    // Adds the clause "key value" to a compound list unless it is there. The list is written
-    // anew then, in its usual form.
+    // Adds the clause "key value" to a compound list unless it is there. An addition writes the
+    // whole list in its usual form.
     void appendCompoundStringValue(std::string const& name, std::string const& key,
                                    std::string const& value) const;
 
-    // Removes every occurrence of a word from a simple list; without one, nothing is written.
+    // Removes every occurrence of a word from a simple list. Writes nothing if there is none.
     void removeListElement(std::string const& name, std::string const& element) const;
 
 private:

@@ -1,15 +1,18 @@
-// replaced_file - spares the mail server's programs the wait for a file that was just replaced
+// replaced_file - spares Postfix's programs the wait for a file that was just replaced
 //
-// Whoever reads main.cf within two seconds of its last change waits, and reads it again: it may
-// be half written. A file that was renamed into its place is whole, and the wait is for nothing.
+// A program that reads main.cf within two seconds of its last change waits and reads it again,
+// since the file may be half written. A file that was renamed into its place is whole, so the wait
+// is for nothing.
 //
-// A ReplacedFile notes which file stands under the path. settle() dates the one that stands there
-// by then two seconds back, so that it is read at once; only if it is another file than the one
-// noted, regular, of about now, and nobody has it open for writing, which is held off meanwhile.
-// It is never dated before the one that was noted, so that a change is still seen by the date
-// going up. Anything else is left as it is, and so is a file on a file system that cannot tell.
-// All that is lost without the new date is time, so no failure is seen. errno is kept. The path
-// itself is no symbolic link once the file has been replaced; one is left alone.
+// A ReplacedFile notes which file has the path. settle() dates the file that has it by then two
+// seconds back, so that it is read at once. It does so only for a regular file that is not the
+// noted one, was modified about now, and that nobody has open for writing; writers are held off
+// meanwhile. The new date is never earlier than that of the noted file, so that readers still see
+// the date go up. Any other file is left as it is, and so is a file on a file system without
+// leases.
+//
+// There are no failures: without the new date only time is lost. Keeps errno. The path is no
+// symbolic link once the file has been replaced; a link is left alone.
 
 #ifndef MAILVEK_POSTFIX_MAIN_CF_REPLACED_FILE_H
 #define MAILVEK_POSTFIX_MAIN_CF_REPLACED_FILE_H

@@ -1,17 +1,17 @@
 // batch_database_helper - collects changes of several maps and applies them map by map
 //
 // commit() applies the additions of each map with one run of postmap, in the order of the map
-// names, and then the removals in the same way; so a key that was both added and removed ends
-// up removed, whatever came first. Within a map changes keep their order of arrival. An
-// incremental batch adds its records to the map; one that is not makes them the whole map.
-// What is not committed is dropped in silence when the object ends.
+// names. Then it applies the removals in the same way, so a key that was both added and removed is
+// removed, in whatever order the calls came. Within a map changes keep their order. An incremental
+// batch adds its records to the map; any other makes them the whole map. Changes that were not
+// committed are dropped silently when the object ends.
 //
-// An immediate batch keeps nothing: each change is applied by the call that brings it.
+// An immediate batch keeps nothing: each call applies its change.
 //
-// Failures: PostfixDatabaseError "unable to form record cache", and what DatabaseHelper raises.
-// The latter ends commit() at once: the maps before it stay changed, the ones behind it are not
-// touched, and nothing is put back. The additions are forgotten once all of them are applied,
-// and so are the removals.
+// Failures: PostfixDatabaseError "unable to form record cache", and what DatabaseHelper raises. The
+// latter ends commit() at once: earlier maps stay changed, later ones are not touched, and nothing
+// is undone. commit() forgets the additions once all of them are applied, and then the removals
+// likewise.
 
 #ifndef MAILVEK_POSTFIX_MAPS_BATCH_DATABASE_HELPER_H
 #define MAILVEK_POSTFIX_MAPS_BATCH_DATABASE_HELPER_H
@@ -25,11 +25,24 @@
 
 namespace orvek::mail::postfix {
 
+// What the additions of a batch are: records of the map, or all that it holds.
+enum class BatchContent
+{
+    added,
+    whole
+};
+
+enum class BatchTiming
+{
+    at_commit,
+    at_once
+};
+
 class BatchDatabaseHelper
 {
 public:
-    BatchDatabaseHelper(bool incremental_, bool immediate_)
-        : incremental(incremental_), immediate(immediate_)
+    BatchDatabaseHelper(BatchContent content, BatchTiming timing)
+        : incremental(content == BatchContent::added), immediate(timing == BatchTiming::at_once)
     {
     }
     BatchDatabaseHelper(BatchDatabaseHelper const&) = delete;
@@ -37,7 +50,7 @@ public:
 
     void addChange(std::string const& map, std::string const& key, std::string const& value);
 
-    // Of pairs of key and value; the iterators are forward iterators.
+    // Takes pairs of key and value; the iterators are forward iterators.
     template<class Iterator>
     void addChanges(std::string const& map, Iterator first, Iterator last)
     {
@@ -47,7 +60,7 @@ public:
             append(cacheOf(additions, map), first, last);
     }
 
-    // Of keys. Deliberate: incremental is for additions alone.
+    // Takes keys. Deliberate: incremental concerns additions only.
     template<class Iterator>
     void removeChanges(std::string const& map, Iterator first, Iterator last)
     {
@@ -87,6 +100,12 @@ private:
 
     Additions additions;
     Removals removals;
+};
+
+// A batch that adds to the maps and applies each change at once.
+struct AtOnce : BatchDatabaseHelper
+{
+    AtOnce() : BatchDatabaseHelper(BatchContent::added, BatchTiming::at_once) {}
 };
 
 } // namespace orvek::mail::postfix

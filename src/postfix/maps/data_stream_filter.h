@@ -1,9 +1,9 @@
 // data_stream_filter - passes a dump of records through a record filter as it arrives
 //
-// filterChunk takes the next piece of the dump, of any size, and hands each line that it
-// completes to the filter, without its newline. A line that is kept is written with a newline
-// and reaches the file at once. What follows the last newline waits for the next piece; finish
-// passes it as a line of its own when there is no more. One line at most is in memory.
+// filterChunk takes the next piece of the dump, of any size. It hands each complete line to the
+// filter, without its newline, and writes a kept line with a newline to the file at once. What
+// follows the last newline waits for the next piece. finish passes it on as the last line. At most
+// one line is in memory.
 //
 // The stream stays the caller's. Failures: whatever the filter and the stream raise.
 
@@ -25,8 +25,7 @@ class DataStreamFilter
 public:
     DataStreamFilter(R filter_, std::ostream& out_) : filter(std::move(filter_)), out(&out_) {}
 
-    // The receiver of a dump. Bind it to the object by reference: a copy would have a pending
-    // text of its own.
+    // Receives a dump. Bind it by reference: a copy of the object has a pending text of its own.
     void filterChunk(std::vector<char> const& chunk)
     {
         std::string_view rest(chunk.data(), chunk.size());

@@ -3,16 +3,15 @@
 #include "postfix/maps/change_lock.h"
 #include "postfix/maps/data_stream_filter.h"
 #include "postfix/maps/indexed_file.h"
+#include "postfix/maps/map_dump.h"
 #include "postfix/maps/map_names.h"
 #include "postfix/tools/postmap_output.h"
 #include "postfix/tools/tool_result.h"
-#include "process/pipe.h"
 #include "util/autoclean_ofstream.h"
 #include "util/errors.h"
 #include "util/mapped_output.h"
 #include "util/mk_lock.h"
 
-#include <exception>
 #include <ostream>
 
 #include <sys/wait.h>
@@ -21,51 +20,30 @@ namespace orvek::mail::postfix {
 
 namespace {
 
-using process::Pipe;
-
-// A pipe that runs postmap and collects its diagnostics.
-Pipe postmap(std::vector<std::string> const& arguments, std::string& diagnostics)
+// postmap exits non-zero, and says nothing, when a key is not there.
+void requireRemoval(ToolResult const& result)
 {
-    process::Parameters<process::PipeProcessFlags> stage("/usr/sbin/postmap");
-    stage.args.insert(stage.args.end(), arguments.begin(), arguments.end());
-    Pipe pipe;
-    pipe.append(stage);
-    pipe.stderrMode = process::Capture;
-    pipe.stderrReceiver = process::makeStringReceiver(diagnostics);
-    return pipe;
-}
-
-// postmap exits non-zero, and in silence, when a key is not there.
-void requireRemoval(int status, std::string const& diagnostics)
-{
-    if (WIFSIGNALED(status) || (hasFailed(status) && !checkOutput(diagnostics, false)))
-        throw PostfixDatabaseError(diagnostics);
+    if (WIFSIGNALED(result.status) ||
+        (hasFailed(result.status) && !checkOutput(result.diagnostics, false)))
+        throw PostfixDatabaseError(result.diagnostics);
 }
 
 // Whether the map has the key with a value that is not the record's.
 bool hasOther(std::string const& map, std::pair<std::string, std::string> const& record)
 {
-    std::string diagnostics;
-    std::string value;
-    Pipe pipe = postmap({"-q", record.first, map}, diagnostics);
-    pipe.stdinMode = process::DevNull;
-    pipe.stdoutMode = process::Capture;
-    pipe.stdoutReceiver = process::makeStringReceiver(value);
-    int const status = pipe.run();
-    requireRemoval(status, diagnostics);
-    return !hasFailed(status) && value != record.second + '\n';
+    ToolResult const result =
+        runPostmap({"-q", record.first, map}, ToolStreams::withoutInput().collected());
+    requireRemoval(result);
+    return !hasFailed(result.status) && result.output != record.second + '\n';
 }
 
 void removeKey(std::string const& map, std::string const& key)
 {
-    std::string diagnostics;
-    Pipe pipe = postmap({"-d", key, map}, diagnostics);
-    pipe.stdinMode = process::DevNull;
-    requireRemoval(pipe.run(), diagnostics);
+    requireRemoval(runPostmap({"-d", key, map}, ToolStreams::withoutInput()));
 }
 
-// The text source of a map, which raises when it cannot be written. A record at a time goes into
-// it, so it is written as memory where that can be done and through the stream's own buffer
+// The text source of a map. It raises when it cannot be written. Records go into it one at a time,
+// so it is written as memory where the file can be mapped, and through the stream's buffer
 // elsewhere.
 class TextFile : public AutocleanOFStream
 {
@@ -79,7 +57,7 @@ public:
             emptyAgain();
     }
 
-    // To be called at the end of the writing, for a failure to be seen.
+    // Call this after the last record: it raises what the end of the writing reports.
     void finish()
     {
         if (mapped.is_open() && !mapped.finish())
@@ -98,65 +76,29 @@ private:
     MappedOutput mapped;
 };
 
-// Keeps the first exception of a receiver until the run is over: a pipe that is left by one
-// does not wait for its program.
-class Postponed
+// How many pieces of a dump go with one piece of the copy. A pipe holds twice as much, so postmap
+// does not have to wait.
+constexpr int pieces_per_copy = 32;
+
+// Writes what the filter keeps of the map, and copies the indexed file meanwhile.
+void filterInto(std::ostream& out, std::string const& map, RecordFilter const& filter,
+                IndexedFileCopy& copy)
 {
-public:
-    template<class Code>
-    void attempt(Code const& code)
-    {
-        if (raised)
-            return;
-        try {
-            code();
-        } catch (...) {
-            raised = std::current_exception();
-        }
-    }
-
-    void raise() const
-    {
-        if (raised)
-            std::rethrow_exception(raised);
-    }
-
-private:
-    std::exception_ptr raised;
-};
-
-// How much of a dump, in chunks as the pump gives them, goes with a piece of the copy. A pipe holds
-// twice as much, so postmap is not kept waiting.
-constexpr int chunks_per_piece = 32;
-
-void dump(std::string const& map, RecordFilter const& filter, std::ostream& out,
-          IndexedFileCopy& copy)
-{
-    std::string diagnostics;
-    Pipe pipe = postmap({"-s", map}, diagnostics);
-    pipe.stdinMode = process::DevNull;
-    pipe.stdoutMode = process::Capture;
     database::DataStreamFilter<RecordFilter> lines(filter, out);
-    Postponed failure;
-    int chunks = 0;
-    pipe.stdoutReceiver = [&](std::vector<char> const& chunk) {
-        failure.attempt([&] {
-            lines.filterChunk(chunk);
-            if (++chunks % chunks_per_piece == 0)
-                copy.proceed();
-        });
-    };
-    int const status = pipe.run();
-    failure.raise();
-    requireSuccess(status, diagnostics);
+    int pieces = 0;
+    readMap(map, [&](std::vector<char> const& piece) {
+        lines.filterChunk(piece);
+        if (++pieces % pieces_per_copy == 0)
+            copy.proceed();
+    });
     lines.finish();
 }
 
 void rebuild(std::vector<std::string> const& arguments, IndexedFileCopy& copy)
 {
     copy.complete();
-    std::string diagnostics;
-    requireSuccess(postmap(arguments, diagnostics).run(), diagnostics);
+    ToolResult const result = runPostmap(arguments);
+    requireSuccess(result.status, result.diagnostics);
     copy.dismiss();
 }
 
@@ -171,15 +113,17 @@ void DatabaseHelper::addRecord(std::string const& map, std::string const& key,
 
 void DatabaseHelper::removeRecord(std::string const& map, std::string const& key)
 {
+    requireKey(key);
     ChangeLock const changes(map);
     removeKey(map, key);
 }
 
-// postmap removes by the key alone, so a record with another value must not come before it, nor
-// between the look and the removal.
+// postmap removes by the key alone. The lock keeps others from giving the key another value between
+// the look and the removal.
 void DatabaseHelper::removeRecord(std::string const& map,
                                   std::pair<std::string, std::string> const& record)
 {
+    requireKey(record.first);
     ChangeLock const changes(map);
     if (!hasOther(map, record))
         removeKey(map, record.first);
@@ -193,21 +137,14 @@ void DatabaseHelper::appendText(std::vector<char>& text, std::string const& part
 void DatabaseHelper::feedAdditions(std::string const& map, TextSource const& records)
 {
     ChangeLock const changes(map);
-    std::string diagnostics;
-    Pipe pipe = postmap({"-r", "-i", map}, diagnostics);
-    pipe.stdinMode = process::Capture;
-    pipe.stdinSource = records;
-    requireSuccess(pipe.run(), diagnostics);
+    ToolResult const result = runPostmap({"-r", "-i", map}, ToolStreams::fedBy(records));
+    requireSuccess(result.status, result.diagnostics);
 }
 
 void DatabaseHelper::feedRemovals(std::string const& map, TextSource const& keys)
 {
     ChangeLock const changes(map);
-    std::string diagnostics;
-    Pipe pipe = postmap({"-d", "-", map}, diagnostics);
-    pipe.stdinMode = process::Capture;
-    pipe.stdinSource = keys;
-    requireRemoval(pipe.run(), diagnostics);
+    requireRemoval(runPostmap({"-d", "-", map}, ToolStreams::fedBy(keys)));
 }
 
 void DatabaseHelper::rewrite(std::string const& map, TextSource const& records)
@@ -231,7 +168,7 @@ void DatabaseHelper::rewriteFiltered(std::string const& map, RecordFilter const&
     ChangeLock const changes(map);
     TextFile out(mapPath(map));
     IndexedFileCopy copy(indexedFileOf(map));
-    dump(map, filter, out, copy);
+    filterInto(out, map, filter, copy);
     out.finish();
     rebuild({map}, copy);
 }

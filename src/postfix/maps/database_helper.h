@@ -1,23 +1,28 @@
-// database_helper - changes the mail server's maps, by way of postmap
+// database_helper - changes Postfix's maps through postmap
 //
-// DatabaseHelper keeps no state. Each operation takes the map's full name (see map_names.h) and
-// has been carried out when it returns. addRecords and removeRecords change the indexed file in
-// place; to add a key that is there gives it the new value, to remove one that is not there is
-// no failure, and an empty range starts no program. replaceRecords and filterRecords rewrite the
-// map as a whole, under the lock of its path, by way of a text source that is gone afterwards,
-// whatever happens. filterRecords passes each record, as postmap -s prints it, through a filter
-// that may rewrite the line and says whether it stays; it holds one line in memory.
+// DatabaseHelper keeps no state. Each operation takes the map's full name (see map_names.h) and is
+// complete when it returns. addRecords and removeRecords change the indexed file in place. Adding a
+// key that exists gives it the new value, removing a missing one is no failure, and an empty range
+// starts no program. replaceRecords and filterRecords rewrite the whole map under the lock of its
+// path. They write a text source and always remove it. filterRecords passes each record, as
+// postmap -s prints it, through a filter that may rewrite the line and says whether it stays; it
+// holds one line in memory.
 //
-// A rewrite that fails leaves the map as it was, see indexed_file.h. Incremental changes leave
-// the lock of the path alone; they and the rewrites wait for each other as change_lock.h says.
+// A rewrite that fails leaves the map as it was, see indexed_file.h. Single changes do not take the
+// lock of the path; change_lock.h tells how they and the rewrites wait for each other.
 //
-// Failures: PostfixConfigurationError with postmap's diagnostics, or "unknown error" without
-// any, from adding, replacing and filtering; PostfixDatabaseError with the diagnostics, if any,
-// from removing. The stream's exception when the text source cannot be written; system errors
-// when postmap cannot be started, and from the lock and the copy.
+// Failures: PostfixDatabaseError for a key or value that record_text.h does not allow, before
+// postmap is started; for what a filter makes, before the map is rebuilt. PostfixConfigurationError
+// with postmap's diagnostics, or "unknown error" without any, from adding, replacing and filtering;
+// PostfixDatabaseError with the diagnostics, if any, from removing; the stream's exception when the
+// text source cannot be written; system errors when postmap cannot be started, and from the lock
+// and the copy.
 
 #ifndef MAILVEK_POSTFIX_MAPS_DATABASE_HELPER_H
 #define MAILVEK_POSTFIX_MAPS_DATABASE_HELPER_H
+
+#include "postfix/maps/record_text.h"
+#include "postfix/tools/tool_run.h"
 
 #include <boost/function.hpp>
 
@@ -35,25 +40,28 @@ class DatabaseHelper
 public:
     static void addRecord(std::string const& map, std::string const& key, std::string const& value);
 
-    // Of pairs of key and value; the iterators are forward iterators.
+    // Takes pairs of key and value; the iterators are forward iterators.
     template<class Iterator>
     static void addRecords(std::string const& map, Iterator first, Iterator last)
     {
+        requireRecords(first, last);
         if (first != last)
             feedAdditions(map, recordsOf(first, last));
     }
 
     static void removeRecord(std::string const& map, std::string const& key);
 
-    // Of a pair of key and value: a record of the key with another value stays, and that is no
-    // failure. The value is looked up by a run of postmap in front of the removal's.
+    // Takes a pair of key and value. A record of the key with another value stays, which is no
+    // failure. One run of postmap looks the value up, a second one removes the record.
     static void removeRecord(std::string const& map,
                              std::pair<std::string, std::string> const& record);
 
-    // Of keys.
+    // Takes keys.
     template<class Iterator>
     static void removeRecords(std::string const& map, Iterator first, Iterator last)
     {
+        for (Iterator key = first; key != last; ++key)
+            requireKey(*key);
         if (first != last)
             feedRemovals(map, keysOf(first, last));
     }
@@ -61,6 +69,7 @@ public:
     template<class Iterator>
     static void replaceRecords(std::string const& map, Iterator first, Iterator last)
     {
+        requireRecords(first, last);
         rewrite(map, first == last ? TextSource() : recordsOf(first, last));
     }
 
@@ -71,8 +80,14 @@ public:
     }
 
 private:
-    // Appends the next line; false says that it was the last. Never called again then.
-    using TextSource = boost::function<bool(std::vector<char>&)>;
+    template<class Iterator>
+    static void requireRecords(Iterator first, Iterator last)
+    {
+        for (; first != last; ++first) {
+            requireKey(first->first);
+            requireValue(first->second);
+        }
+    }
 
     template<class Iterator>
     static void formRecord(std::vector<char>& text, Iterator& position)

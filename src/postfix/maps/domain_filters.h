@@ -1,11 +1,11 @@
-// domain_filters - the element filters of the domain manager, for its file alone
+// domain_filters - the element filters of the domain manager
 //
-// An element is in a domain when it is the domain itself or ends with it right behind an "@"
-// and, with subdomains set, also right behind a ".". With the domain d.test, a@d.test, @d.test
-// and d.test are in it, a@sub.d.test only with subdomains, notd.test never. Bytes are compared
-// exactly: a@D.test is not in d.test.
+// An element is in a domain when it is the domain itself or ends with "@" and the domain; with
+// subdomains set, also when it ends with "." and the domain. a@d.test, @d.test and d.test are in
+// d.test, a@sub.d.test only with subdomains, notd.test never. Bytes are compared exactly: a@D.test
+// is not in d.test.
 //
-// The strings that from and to name must outlive the run.
+// The strings that from and to point at must outlive the run.
 
 #ifndef MAILVEK_POSTFIX_MAPS_DOMAIN_FILTERS_H
 #define MAILVEK_POSTFIX_MAPS_DOMAIN_FILTERS_H
@@ -23,7 +23,7 @@ struct NotInDomainFilter
     bool operator()(std::string const& element) const;
 };
 
-// Puts the domain to in the place of the domain from, for an element that is in the latter.
+// Replaces the domain from by the domain to, in an element that is in from.
 struct ReplaceDomainPart
 {
     std::string const* from;
@@ -35,8 +35,7 @@ struct ReplaceDomainPart
 
 // Replaces the beginning of a whole value.
 //
-// Deliberate: any beginning with the same bytes, not only whole path parts. From dom, the value
-// domain/x/ is rewritten as well.
+// Deliberate: bytes count, not path parts. With from set to dom, domain/x/ is rewritten as well.
 struct ReplaceDomainPath
 {
     std::string const* from;

@@ -20,7 +20,7 @@ namespace orvek::mail::postfix {
 
 namespace {
 
-// What the kernel moves at most in one call, and what it moves while a pipe fills.
+// The most that the kernel moves in one call, and what it moves while a pipe fills.
 constexpr size_t largest_block = 0x7ffff000;
 constexpr size_t small_block = size_t(256) * 1024;
 
@@ -35,7 +35,7 @@ FileIdentity identityOf(struct stat const& info)
     return {info.st_dev, info.st_ino, info.st_size, info.st_mtim.tv_sec, info.st_mtim.tv_nsec};
 }
 
-// Negative for a file that does not exist.
+// Negative when the file does not exist.
 int openIndexed(std::string const& path)
 {
     if (path.empty())
@@ -56,7 +56,7 @@ struct stat statOf(int fd, std::string const& path)
     return info;
 }
 
-// The file system may let both files share the blocks; the one that cannot is made to copy.
+// A file system may share the blocks of both files. One that cannot has to copy them.
 ssize_t copyBlock(int from, int to, size_t size)
 {
     ssize_t const shared = copy_file_range(from, nullptr, to, nullptr, size, 0);
@@ -104,7 +104,7 @@ public:
     Part(Part const&) = delete;
     Part& operator=(Part const&) = delete;
 
-    // Whether there is more.
+    // Returns whether there is more.
     bool copy(size_t most)
     {
         if (left == 0)

@@ -1,19 +1,17 @@
 // indexed_file - guards the indexed file of a map while postmap rebuilds it
 //
-// postmap rebuilds a hash or btree map in place: it empties the file and fills it again, so
-// that a rebuild which fails half way leaves a broken map. Other types make a new file, and
-// there is nothing to guard.
+// postmap rebuilds a hash or btree map in place: it empties the file and fills it again, so a
+// failed rebuild leaves a broken map. Other types make a new file, which needs no guard.
 //
-// IndexedFileCopy makes a synced copy beside the file, with its owner and mode: a piece by each
-// proceed(), while there is something to wait for, and the rest by complete(), which is to be
-// called before the rebuild. A file that has changed by then is copied anew. At its end a complete
-// copy replaces the file, unless the file is as it was; after dismiss() the file stays and the
-// copy goes. When the tool itself is killed meanwhile the copy stays on the disk until the next
-// rewrite of the map, under the file's name and ".saved" when it is complete, and with ".tmp"
-// behind that before.
+// IndexedFileCopy makes a synced copy beside the file, with its owner and mode. proceed() copies
+// one piece while the caller waits; complete() copies the rest. Call complete() before the
+// rebuild; it starts anew if the file has changed by then. The destructor puts a complete copy in
+// the file's place, unless the file is as it was. After dismiss() the file stays and the copy
+// goes. A kill of the tool leaves the copy on the disk until the next rewrite of the map. It is
+// named .saved when complete, .saved.tmp until then.
 //
-// Failures: a system error that names the file, and then there is no copy. The destructor says
-// on standard error when it cannot put the file back, and leaves the copy.
+// Failures: a system error that names the file; there is no copy then. The destructor reports on
+// standard error that it cannot put the file back, and leaves the copy.
 
 #ifndef MAILVEK_POSTFIX_MAPS_INDEXED_FILE_H
 #define MAILVEK_POSTFIX_MAPS_INDEXED_FILE_H

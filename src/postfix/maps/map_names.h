@@ -1,11 +1,10 @@
-// map_names - the mail server's indexed maps that the tool keeps
+// map_names - the indexed maps of Postfix that the tool keeps
 //
-// A map is named by its type and its path in one string, "type:path"; without a colon the whole
-// string is the path. The path is that of the text source, beside which postmap puts the
-// indexed file.
+// A map's name is "type:path". Without a colon the whole string is the path. The text source has
+// that path, and postmap puts the indexed file beside it.
 //
-// A record in text form is the key, one space, the value and a newline. A value may be a list;
-// the tool writes lists with ", " between the elements. Keys and values:
+// The text form of a record is the key, one space, the value and a newline. A value may be a list;
+// the tool writes ", " between its elements. Keys and values:
 //
 //   virtual_domains  <domain>: <domain>/
 //   vmailbox         <mailname>@<domain>: <domain>/<mailname>/Maildir/, below the mailbox root

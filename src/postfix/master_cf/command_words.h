@@ -1,11 +1,11 @@
-// command_words - a list of strings that only grows, and whose copies are cheap
+// command_words - a list of strings that only grows and is cheap to copy
 //
-// A copy shares its words with the original until one of the two grows; to copy a list takes the
-// same time however long it is. The parser of master.cf hands on a copy for each service, which
-// holds the words of all services before it as well, so that plain lists would take memory and
-// time by the square of the file.
+// A copy shares its words with the original until one of the two grows, so copying takes the same
+// time for any length. The parser of master.cf passes on a copy for each service. Each copy also
+// holds the words of all earlier services, so plain lists would take time and memory by the square
+// of the file's size.
 //
-// Iterators and references stay valid as long as one of the copies that share the words lives.
+// Iterators and references stay valid as long as any copy that shares the words lives.
 
 #ifndef MAILVEK_POSTFIX_MASTER_CF_COMMAND_WORDS_H
 #define MAILVEK_POSTFIX_MASTER_CF_COMMAND_WORDS_H
@@ -26,7 +26,7 @@ public:
 
     CommandWords() = default;
     CommandWords(std::initializer_list<std::string> list);
-    // Declared, so that there is no move, which would leave an object without a list.
+    // Declared so that there is no move: a move would leave an object without a list.
     CommandWords(CommandWords const&) = default;
     CommandWords& operator=(CommandWords const&) = default;
 
@@ -38,7 +38,7 @@ public:
     const_iterator end() const { return count == 0 ? words->begin() : std::next(last); }
 
 private:
-    // Words behind the last one of ours belong to copies that have grown.
+    // Words after our last one belong to copies that have grown.
     std::shared_ptr<std::list<std::string>> words = std::make_shared<std::list<std::string>>();
     const_iterator last; // unless count is 0
     std::size_t count = 0;

@@ -1,12 +1,12 @@
 // master_cf_content - a master.cf in memory
 //
-// The file is a list of raw texts in its order: one for each service entry, with all its
-// continuation lines, for each comment line and for each empty line, none with the line feed that
-// ends it. What is written back are these texts, so whatever is not understood survives. The
-// records of the services stand beside them as an index, by name and type.
+// The file is a list of raw texts in its order: one for each service entry with its continuation
+// lines, one for each comment line and one for each empty line, without the line feeds that end
+// them. These texts are what is written back, so whatever the tool does not understand survives.
+// The records of the services are an index beside them, by name and type.
 //
-// removeModule leaves the references of other services alone; addModule leaves all of them, but
-// those to the service that it overwrites see the new one.
+// removeModule keeps references to other services valid. addModule keeps all of them valid; those
+// to an overwritten service see the new one.
 
 #ifndef MAILVEK_POSTFIX_MASTER_CF_MASTER_CF_CONTENT_H
 #define MAILVEK_POSTFIX_MASTER_CF_MASTER_CF_CONTENT_H
@@ -30,7 +30,7 @@ public:
     MasterCfContent(MasterCfContent const&) = delete; // positions point into lines
     MasterCfContent& operator=(MasterCfContent const&) = delete;
 
-    // Gives the service this record and text: in its place, or at the end for a new one.
+    // Sets the service's record and text. A known service keeps its place, a new one goes last.
     void addModule(ModuleInfo const& info, std::string const& text);
 
     bool hasModule(std::string const& name, ModuleType type) const;
@@ -39,7 +39,7 @@ public:
     std::pair<ModuleInfo const&, std::string const&> getModule(std::string const& name,
                                                                ModuleType type) const;
 
-    // Whether there was something to remove.
+    // Returns whether there was something to remove.
     bool removeModule(std::string const& name, ModuleType type);
 
     Lines lines;

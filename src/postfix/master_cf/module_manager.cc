@@ -2,6 +2,7 @@
 
 #include "lib/report/owned.h"
 #include "postfix/main_cf/main_cf_manager.h"
+#include "postfix/main_cf/parameter_names.h"
 #include "postfix/master_cf/master_cf_parser.h"
 #include "util/errors.h"
 #include "util/mk_lock.h"
@@ -22,15 +23,15 @@ namespace orvek::mail::postfix {
 
 namespace {
 
-// A regular file, mapped into memory; nothing when it cannot be opened or mapped, which an empty
-// file cannot. One that is cut short meanwhile ends the process, with nothing stored: half a
-// file must not be written over a whole one.
+// A regular file, mapped into memory. Nothing when it cannot be opened or mapped; an empty file
+// cannot be mapped. If somebody cuts the file short meanwhile, the process ends with nothing
+// stored: half a file must not replace a whole one.
 class MappedFile
 {
 public:
     explicit MappedFile(std::string const& path)
     {
-        // Opening must not wait for whoever is to write into a pipe.
+        // Opening a FIFO must not wait for its writer.
         OpenDescriptor const file(
             retryOnSignal([&] { return open(path.c_str(), O_RDONLY | O_NONBLOCK); }));
         struct stat info = {};
@@ -66,7 +67,7 @@ bool mayBe(boost::tribool value, bool answer)
     return boost::indeterminate(value) || bool(value == answer);
 }
 
-// Writes the content beside the path and returns the name of that file, which the caller owns.
+// Writes the content beside the path and returns the name of that file. The caller removes it.
 std::string writeBeside(std::string const& path, MasterCfContent const& content)
 {
     TmpFile out(path, true);
@@ -93,7 +94,7 @@ ModuleManager& ModuleManager::getInstance()
 ModuleManager::ModuleManager()
 {
     std::string const directory =
-        MainCfManager::getInstance().getStringValue("config_directory", false);
+        MainCfManager::getInstance().getStringValue(parameter::config_directory, false);
     if (directory.empty())
         throw PostfixConfigurationError("unable to determine Postfix config_directory parameter");
     masterCfPath = directory + "/master.cf";
@@ -188,7 +189,7 @@ void ModuleManager::addModule(ModuleInfo const& info, bool enabled)
 void ModuleManager::removeModule(std::string const& name, ModuleType type)
 {
     requireLoaded();
-    // NOLINTNEXTLINE(performance-unnecessary-copy-initialization): it may be a record's, which goes
+    // NOLINTNEXTLINE(performance-unnecessary-copy-initialization): name may belong to the record
     std::string const kept = name;
     if (masterCf->removeModule(kept, type))
         masterCfChanged = true;

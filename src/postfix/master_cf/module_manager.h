@@ -1,18 +1,18 @@
 // module_manager - the services in master.cf, and those that are switched off
 //
-// A service is switched off by moving its raw text from master.cf to a parking file of the tool's
-// own and on by moving it back, so that it returns as it was, whoever wrote it. Postfix never
-// reads the parking file.
+// Switching a service off moves its raw text from master.cf to a parking file of the tool.
+// Switching it on moves the text back, so that the service returns as it was, whoever wrote it.
+// Postfix never reads the parking file.
 //
-// getInstance reads nothing but the path. A command loads, changes and stores, in this order;
-// changes live in memory until storeModules, and an instance that goes without it has changed
-// nothing. Loading takes no lock, storing takes that of the file: of two cycles of load, change
-// and store at once the later store wins. References last until the next change or load.
+// getInstance reads only the path. A command loads, changes and stores, in this order. Changes live
+// in memory until storeModules; without it nothing has changed. Loading takes no lock, storing
+// takes the file's. When two processes load, change and store at once, the later store wins.
+// References last until the next change or load.
 //
-// Failures: std::logic_error for a use before the load; std::out_of_range for a service that is
-// nowhere; PostfixConfigurationError for a file that cannot be read, is not regular, is empty or
-// not a master.cf; FSError, a stream's exception or a system error for one that cannot be
-// written, the file being as before then.
+// Failures: std::logic_error for a use before the load; std::out_of_range for an unknown service;
+// PostfixConfigurationError for a file that cannot be read, is not regular, is empty or is not a
+// master.cf; FSError, a stream's exception or a system error for a file that cannot be written,
+// which stays as it was.
 
 #ifndef MAILVEK_POSTFIX_MASTER_CF_MODULE_MANAGER_H
 #define MAILVEK_POSTFIX_MASTER_CF_MODULE_MANAGER_H
@@ -39,36 +39,36 @@ public:
     ModuleManager(ModuleManager const&) = delete;
     ModuleManager& operator=(ModuleManager const&) = delete;
 
-    // Reads both files, unless they are loaded and force is not set. There need be no parking
-    // file. When the parking file cannot be read the new master.cf stays loaded.
+    // Reads both files. Does nothing when they are loaded, unless force is set. A missing parking
+    // file is no failure. When the parking file cannot be read, the new master.cf stays loaded.
     void loadModules(bool force);
 
-    // Writes what has been changed, or with force what is loaded. Whether master.cf itself was
-    // written: the parking file concerns no service that runs.
+    // Writes what has been changed, or with force what is loaded. Returns whether master.cf itself
+    // was written: the parking file concerns no running service.
     bool storeModules(bool force);
 
-    // Looks in master.cf for true, in the parking file for false, and for indeterminate in
-    // master.cf first and then in the parking file.
+    // true looks in master.cf, false in the parking file, indeterminate in master.cf first and then
+    // in the parking file.
     bool hasModule(std::string const& name, ModuleType type, boost::tribool enabled) const;
     std::pair<ModuleInfo const&, std::string const&>
     getModule(std::string const& name, ModuleType type, boost::tribool enabled) const;
 
-    // Gives the service the text that the record makes, in master.cf or in the parking file, and
-    // removes it from the other one.
+    // Sets the service's text from the record, in master.cf or in the parking file, and removes the
+    // service from the other file.
     void addModule(ModuleInfo const& info, bool enabled);
 
     // From both files; an unknown service is no failure.
     void removeModule(std::string const& name, ModuleType type);
 
-    // Deliberate: to switch off what does not run is to do nothing, even if nobody knows of it,
-    // while to switch on what nobody knows of is a failure.
+    // Deliberate: disabling a service that does not run does nothing, even if it is unknown.
+    // Enabling an unknown one is a failure.
     void disableModule(std::string const& name, ModuleType type);
     void enableModule(std::string const& name, ModuleType type);
 
-    // The content must be empty; it is of no use after a failure.
+    // The content must be empty; after a failure it is useless.
     static void loadMasterCf(std::string const& path, MasterCfContent& content);
 
-    // Replaces the file, whose mode is 644 from then on.
+    // Replaces the file and gives it mode 644.
     static void storeMasterCf(std::string const& path, MasterCfContent const& content);
 
 private:
@@ -76,7 +76,7 @@ private:
 
     void requireLoaded() const;
     MasterCfContent& parking();
-    // Which of the files that enabled selects holds the service; null when none does.
+    // The file that holds the service, of those that enabled selects; null when none does.
     MasterCfContent const* find(std::string const& name, ModuleType type,
                                 boost::tribool enabled) const;
 

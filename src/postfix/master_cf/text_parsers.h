@@ -1,8 +1,8 @@
-// text_parsers - small parsers, of which the grammar of master.cf is made
+// text_parsers - the small parsers of which the grammar of master.cf is made
 //
-// A parser is called with the rest of a text, [first, last), and tells where its match ends; null
-// says that there is none. A match is always the longest one, and nothing is skipped unasked.
-// Each takes time by the length of what it looked at, and none calls itself.
+// A parser takes the rest of a text, [first, last), and returns where its match ends, or null when
+// there is no match. A match is always the longest one, and nothing is skipped implicitly. Each
+// takes time proportional to what it looked at, and none calls itself.
 
 #ifndef MAILVEK_POSTFIX_MASTER_CF_TEXT_PARSERS_H
 #define MAILVEK_POSTFIX_MASTER_CF_TEXT_PARSERS_H
@@ -15,8 +15,8 @@ namespace orvek::parser {
 
 using Position = char const*;
 
-// One byte of a set. In its notation a "-" between two bytes makes a range of them, and one at
-// either end stands for itself.
+// One byte of a set. In the set's notation a "-" between two bytes makes a range; a "-" at either
+// end stands for itself.
 class char_parser
 {
 public:
@@ -45,7 +45,7 @@ public:
         return first != last && contains[static_cast<unsigned char>(*first)] ? first + 1 : nullptr;
     }
 
-    // Behind as many of these bytes as there are; there may be none.
+    // The end of a run of these bytes, which may be empty.
     Position skip(Position first, Position last) const
     {
         while (first != last && contains[static_cast<unsigned char>(*first)])
@@ -82,15 +82,15 @@ struct comments_parser
     Position operator()(Position first, Position last) const;
 };
 
-// A comment, with blanks in front of it.
+// A comment, with blanks before it.
 struct comments_line_parser
 {
     Position operator()(Position first, Position last) const;
 };
 
-// What separates columns and words: blanks and a comment, and where the line ends there, any
-// number of blank and comment lines and the indentation of the line behind them. When that line
-// is not indented, the match ends in front of the first line end. It may be nothing at all.
+// What separates columns and words. It is blanks and a comment. If the line ends there, any number
+// of blank and comment lines follow, and the indentation of the next line. When that line is not
+// indented, the match ends before the first line end. The match may be empty.
 struct continuous_spaces_parser
 {
     Position operator()(Position first, Position last) const;

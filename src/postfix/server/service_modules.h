@@ -1,9 +1,9 @@
 // service_modules - the entries of the services that the panel switches
 //
-// Records as ModuleManager::addModule takes them. SMTP over TLS has no class of its own: it is a
-// SmtpdModule under another name with one option more, see ServiceManager::enableSmtpsd.
+// These are records for ModuleManager::addModule. SMTP over TLS has no class: it is a SmtpdModule
+// with another name and one more option, see ServiceManager::enableSmtpsd.
 //
-// Every element of a command but the first is a whole option line: "-o", a blank and the setting.
+// Every element of a command but the first is a whole option: "-o", a blank and the setting.
 
 #ifndef MAILVEK_POSTFIX_SERVER_SERVICE_MODULES_H
 #define MAILVEK_POSTFIX_SERVER_SERVICE_MODULES_H
@@ -18,7 +18,7 @@ struct SmtpdModule : ModuleInfo
     SmtpdModule();
 };
 
-// Submission: SMTP over TLS for those who have logged in.
+// Submission: SMTP over TLS for users who have logged in.
 struct SubmissionModule : ModuleInfo
 {
     SubmissionModule();

@@ -1,6 +1,7 @@
 #include "postfix/server/settings_manager.h"
 
 #include "postfix/main_cf/main_cf_manager.h"
+#include "postfix/main_cf/parameter_names.h"
 #include "postfix/maps/batch_database_helper.h"
 #include "postfix/maps/map_names.h"
 
@@ -10,8 +11,6 @@ namespace orvek::mail::postfix {
 
 namespace {
 
-constexpr char restrictions[] = "smtpd_recipient_restrictions";
-constexpr char networks[] = "mynetworks";
 constexpr char poplock_map[] = "hash:/var/spool/postfix/orvek/poplock";
 constexpr char refused[] = "REJECT";
 
@@ -21,7 +20,7 @@ struct RelayMode
     char const* closing;
 };
 
-// Deliberate: the open mode has elements behind "permit" that are never reached.
+// Deliberate: the elements after "permit" of the open mode are never reached.
 constexpr RelayMode open_relay = {"permit", "reject"};
 constexpr RelayMode closed_relay = {"permit_mynetworks", "reject_unauth_destination"};
 constexpr RelayMode users_relay = {"permit_mynetworks",
@@ -31,15 +30,15 @@ constexpr RelayMode users_relay = {"permit_mynetworks",
 void rebuildRestrictions(RelayMode const& mode)
 {
     MainCfManager const& main_cf = MainCfManager::getInstance();
-    main_cf.replaceStringValue(restrictions, mode.first);
-    main_cf.appendCompoundStringValue(restrictions, "check_client_access",
+    main_cf.replaceStringValue(parameter::recipient_restrictions, mode.first);
+    main_cf.appendCompoundStringValue(parameter::recipient_restrictions, "check_client_access",
                                       "pcre:/var/spool/postfix/orvek/no_relay.re");
-    main_cf.appendStringValue(restrictions, mode.closing);
+    main_cf.appendStringValue(parameter::recipient_restrictions, mode.closing);
 }
 
 void setSmtpAuth(bool enabled)
 {
-    MainCfManager::getInstance().replaceStringValue("smtpd_sasl_auth_enable",
+    MainCfManager::getInstance().replaceStringValue(parameter::sasl_auth_enable,
                                                     enabled ? "yes" : "no");
     rebuildRestrictions(enabled ? users_relay : closed_relay);
 }
@@ -63,20 +62,20 @@ void SettingsManager::setAuthRelay(boost::logic::tribool smtpAuth,
         setSmtpAuth(static_cast<bool>(smtpAuth));
     MainCfManager const& main_cf = MainCfManager::getInstance();
     if (popBeforeSmtp)
-        main_cf.appendStringValue(networks, poplock_map);
+        main_cf.appendStringValue(parameter::my_networks, poplock_map);
     else
-        main_cf.removeListElement(networks, poplock_map);
+        main_cf.removeListElement(parameter::my_networks, poplock_map);
 }
 
 std::int64_t SettingsManager::getMailboxSizeLimit()
 {
     return boost::lexical_cast<std::int64_t>(
-        MainCfManager::getInstance().getStringValue("mailbox_size_limit", false));
+        MainCfManager::getInstance().getStringValue(parameter::mailbox_size_limit, false));
 }
 
 void SettingsManager::addBlackDomain(std::string const& domain)
 {
-    BatchDatabaseHelper batch(true, true);
+    AtOnce batch;
     addBlackDomain(batch, domain);
 }
 

@@ -1,8 +1,8 @@
-// postmap_output - what the mail server's tools say on their standard error
+// postmap_output - what Postfix's tools say on their standard error
 //
-// checkOutput tells whether the text is harmless. A line counts when it has the form
-// "program: word: ...": it is a failure when the word is panic, fatal or error, and in strict
-// mode when it is any other than warning. Lines of other forms never count.
+// checkOutput returns true for a harmless text. A line is judged when it has the form
+// "program: word: ...". It is a failure when the word is panic, fatal or error, and in strict
+// mode when it is anything but warning. A line of another form is harmless.
 
 #ifndef MAILVEK_POSTFIX_TOOLS_POSTMAP_OUTPUT_H
 #define MAILVEK_POSTFIX_TOOLS_POSTMAP_OUTPUT_H

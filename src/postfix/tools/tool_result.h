@@ -1,8 +1,8 @@
-// tool_result - how a run of one of the mail server's tools ended
+// tool_result - how a run of postmap or postconf ended
 //
 // hasFailed judges a raw wait status: anything but an exit with 0 is a failure. requireSuccess
-// raises PostfixConfigurationError for one, with what the tool said on its standard error as it
-// stands, or "unknown error" when it said nothing.
+// raises PostfixConfigurationError for a failure. Its text is what the program said on its
+// standard error, or "unknown error" when it said nothing.
 
 #ifndef MAILVEK_POSTFIX_TOOLS_TOOL_RESULT_H
 #define MAILVEK_POSTFIX_TOOLS_TOOL_RESULT_H

@@ -65,6 +65,21 @@ TEST_F(DomainManagerOnHost, CreatesAnEnabledDomain)
     EXPECT_EQ(contentOf(virtual_domains_map), (Content{{"d.test", "d.test/"}}));
 }
 
+TEST_F(DomainManagerOnHost, RefusesTheServersOwnDomainsInEveryRole)
+{
+    std::string const own = "localhost.localdomain";
+    AtOnce batch;
+    EXPECT_THROW(DomainManager::createDomain(own, false), PostfixDatabaseError);
+    EXPECT_THROW(DomainManager::createDomain(own, 1, true), PostfixDatabaseError);
+    EXPECT_THROW(DomainManager::enableDomain(own), PostfixDatabaseError);
+    EXPECT_THROW(DomainManager::renameDomain("d.test", own), PostfixDatabaseError);
+    EXPECT_THROW(DomainManager::createDomainAlias("d.test", own), PostfixDatabaseError);
+    EXPECT_THROW(DomainManager::renameDomainAlias("d.test", own), PostfixDatabaseError);
+    EXPECT_FALSE(exists(own));
+    EXPECT_EQ(contentOf(virtual_map), Content());
+    EXPECT_EQ(contentOf(virtual_domains_map), Content());
+}
+
 TEST_F(DomainManagerOnHost, EndsTheAliasThatADomainWasUntilItIsCreated)
 {
     fill(virtual_map, {{"d.test", "1"}, {"a@d.test", "a@e.test"}, {"a@e.test", "a@e.test"}});
@@ -74,7 +89,7 @@ TEST_F(DomainManagerOnHost, EndsTheAliasThatADomainWasUntilItIsCreated)
 
 TEST_F(DomainManagerOnHost, AddsTheRecordsOfADomainToABatch)
 {
-    BatchDatabaseHelper batch(true, false);
+    BatchDatabaseHelper batch(BatchContent::added, BatchTiming::at_commit);
     DomainManager::createDomainRecord(batch, "d.test", false);
     EXPECT_EQ(contentOf(virtual_map), Content());
     batch.commit();
@@ -85,7 +100,7 @@ TEST_F(DomainManagerOnHost, AddsTheRecordsOfADomainToABatch)
 
 TEST_F(DomainManagerOnHost, EnablesADomainInABatch)
 {
-    BatchDatabaseHelper batch(true, false);
+    BatchDatabaseHelper batch(BatchContent::added, BatchTiming::at_commit);
     DomainManager::enableDomain(batch, "d.test");
     EXPECT_EQ(contentOf(virtual_domains_map), Content());
     batch.commit();
@@ -96,7 +111,7 @@ TEST_F(DomainManagerOnHost, RemovesTheStandardAddressesInABatch)
 {
     DomainManager::createStandardDomainAddresses("d.test");
     DomainManager::createStandardDomainAddresses("e.test");
-    BatchDatabaseHelper batch(true, false);
+    BatchDatabaseHelper batch(BatchContent::added, BatchTiming::at_commit);
     DomainManager::removeStandardDomainAddresses(batch, "d.test");
     EXPECT_EQ(contentOf(virtual_map), both(standard("d.test"), standard("e.test")));
     batch.commit();
@@ -157,7 +172,7 @@ TEST_F(DomainManagerOnHost, WritesACatchAllForTheDomainAndEachAliasDomain)
 
 TEST_F(DomainManagerOnHost, WritesAndRemovesACatchAllInABatch)
 {
-    BatchDatabaseHelper batch(true, false);
+    BatchDatabaseHelper batch(BatchContent::added, BatchTiming::at_commit);
     DomainManager::createCatchall(batch, "d.test", "a@e.test");
     EXPECT_EQ(contentOf(virtual_map), Content());
     batch.commit();
@@ -182,7 +197,7 @@ TEST_F(DomainManagerOnHost, WritesABounceForTheDomainAndEachAliasDomain)
 
 TEST_F(DomainManagerOnHost, WritesABounceInABatch)
 {
-    BatchDatabaseHelper batch(true, false);
+    BatchDatabaseHelper batch(BatchContent::added, BatchTiming::at_commit);
     DomainManager::setBounce(batch, "d.test", "");
     EXPECT_EQ(contentOf(aliases_map), Content());
     batch.commit();
@@ -192,7 +207,7 @@ TEST_F(DomainManagerOnHost, WritesABounceInABatch)
 
 TEST_F(DomainManagerOnHost, QuotesABounceMessageForTwoShellsOnOneLine)
 {
-    BatchDatabaseHelper batch(true, true);
+    BatchDatabaseHelper batch(BatchContent::added, BatchTiming::at_once);
     DomainManager::setBounceFor(batch, {"d.test"}, "it's\ngone");
     EXPECT_EQ(contentOf(aliases_map)["_orvek_bounce_d.test"],
               std::string("\"") + bounce + R"( it\\\'s\\\ gone")");
@@ -211,7 +226,7 @@ TEST_F(DomainManagerOnHost, GivesAnAliasDomainTheAddressesOfAllNames)
     panelDomain("d.test", {});
     panelMailname("a", {"a1", "a2"});
     panelMailname("b", {});
-    BatchDatabaseHelper batch(true, false);
+    BatchDatabaseHelper batch(BatchContent::added, BatchTiming::at_commit);
     DomainManager::createDomainAlias(batch, "d.test", "x.test");
     EXPECT_EQ(contentOf(virtual_map), Content());
     batch.commit();

@@ -21,7 +21,7 @@ protected:
 TEST_F(MailnameManagerOnHost, AddsTheRecordsOfAMailnameToABatch)
 {
     panelDomain("d.test", {"x.test"});
-    BatchDatabaseHelper batch(true, false);
+    BatchDatabaseHelper batch(BatchContent::added, BatchTiming::at_commit);
     MailnameManager::createMailnameRecord(batch, "d.test", "a");
     EXPECT_EQ(contentOf(vmailbox_map), Content());
     batch.commit();
@@ -34,7 +34,7 @@ TEST_F(MailnameManagerOnHost, AddsTheRecordsOfAMailnameToABatch)
 TEST_F(MailnameManagerOnHost, AddsTheAddressesOfAMailAliasToABatch)
 {
     panelDomain("d.test", {"x.test", "y.test"});
-    BatchDatabaseHelper batch(true, false);
+    BatchDatabaseHelper batch(BatchContent::added, BatchTiming::at_commit);
     MailnameManager::createMailAlias(batch, "d.test", "a", "b");
     EXPECT_EQ(contentOf(virtual_map), Content());
     batch.commit();

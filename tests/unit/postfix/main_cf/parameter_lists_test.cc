@@ -44,11 +44,3 @@ TEST(ParameterLists, JoinsWithACommaAndASpace)
     EXPECT_EQ(joinList({"a"}), "a");
     EXPECT_EQ(joinList({}), "");
 }
-
-TEST(ParameterLists, TrimsWhiteSpaceAtBothEnds)
-{
-    EXPECT_EQ(trimmed(" \t\n\v\f\ra b\r\n"), "a b");
-    EXPECT_EQ(trimmed("a"), "a");
-    EXPECT_EQ(trimmed(" \n"), "");
-    EXPECT_EQ(trimmed(""), "");
-}

@@ -58,7 +58,7 @@ protected:
 TEST_F(BatchDatabaseHelperOnHost, AppliesNothingBeforeTheCommit)
 {
     fill("a 0\n");
-    BatchDatabaseHelper batch(true, false);
+    BatchDatabaseHelper batch(BatchContent::added, BatchTiming::at_commit);
     batch.addChanges(map, two.begin(), two.end());
     batch.removeChanges(map, keys.begin(), keys.end());
     EXPECT_EQ(content(), "a\t0\n");
@@ -69,7 +69,7 @@ TEST_F(BatchDatabaseHelperOnHost, AppliesNothingBeforeTheCommit)
 TEST_F(BatchDatabaseHelperOnHost, RunsOnceAMapInTheOrderOfTheirNamesAndRemovesLast)
 {
     standIn("echo \"$(tr '\\n' , )\" >> $dir/journal");
-    BatchDatabaseHelper batch(true, false);
+    BatchDatabaseHelper batch(BatchContent::added, BatchTiming::at_commit);
     batch.removeChanges(other, keys.begin(), keys.end());
     batch.removeChanges(map, keys.begin(), keys.begin() + 1);
     batch.addChange(other, "x", "1");
@@ -83,7 +83,7 @@ TEST_F(BatchDatabaseHelperOnHost, RunsOnceAMapInTheOrderOfTheirNamesAndRemovesLa
 
 TEST_F(BatchDatabaseHelperOnHost, EndsWithoutAKeyThatWasRemovedBeforeItWasAdded)
 {
-    BatchDatabaseHelper batch(true, false);
+    BatchDatabaseHelper batch(BatchContent::added, BatchTiming::at_commit);
     batch.removeChanges(map, keys.begin(), keys.end());
     batch.addChanges(map, two.begin(), two.end());
     batch.commit();
@@ -93,7 +93,7 @@ TEST_F(BatchDatabaseHelperOnHost, EndsWithoutAKeyThatWasRemovedBeforeItWasAdded)
 TEST_F(BatchDatabaseHelperOnHost, StartsNothingForACommitOfNothing)
 {
     standIn("");
-    BatchDatabaseHelper batch(false, false);
+    BatchDatabaseHelper batch(BatchContent::whole, BatchTiming::at_commit);
     batch.commit();
     EXPECT_EQ(journal(), "");
 }
@@ -101,7 +101,7 @@ TEST_F(BatchDatabaseHelperOnHost, StartsNothingForACommitOfNothing)
 TEST_F(BatchDatabaseHelperOnHost, DoesNothingInASecondCommit)
 {
     standIn("exec $real \"$@\"");
-    BatchDatabaseHelper batch(true, false);
+    BatchDatabaseHelper batch(BatchContent::added, BatchTiming::at_commit);
     batch.addChange(map, "a", "1");
     batch.removeChanges(map, keys.begin() + 1, keys.end());
     batch.commit();
@@ -115,7 +115,7 @@ TEST_F(BatchDatabaseHelperOnHost, DropsWhatIsNotCommitted)
 {
     standIn("");
     {
-        BatchDatabaseHelper batch(true, false);
+        BatchDatabaseHelper batch(BatchContent::added, BatchTiming::at_commit);
         batch.addChange(map, "a", "1");
         batch.removeChanges(map, keys.begin(), keys.end());
     }
@@ -125,7 +125,7 @@ TEST_F(BatchDatabaseHelperOnHost, DropsWhatIsNotCommitted)
 TEST_F(BatchDatabaseHelperOnHost, MakesItsRecordsTheWholeMapUnlessItIsIncremental)
 {
     fill("old 0\n");
-    BatchDatabaseHelper batch(false, false);
+    BatchDatabaseHelper batch(BatchContent::whole, BatchTiming::at_commit);
     batch.addChange(map, "c", "3");
     batch.addChanges(map, two.begin(), two.end());
     batch.commit();
@@ -135,11 +135,11 @@ TEST_F(BatchDatabaseHelperOnHost, MakesItsRecordsTheWholeMapUnlessItIsIncrementa
 TEST_F(BatchDatabaseHelperOnHost, EmptiesTheMapForNoRecordsUnlessItIsIncremental)
 {
     fill("old 0\n");
-    BatchDatabaseHelper incremental(true, false);
+    BatchDatabaseHelper incremental(BatchContent::added, BatchTiming::at_commit);
     incremental.addChanges(map, two.end(), two.end());
     incremental.commit();
     EXPECT_EQ(content(), "old\t0\n");
-    BatchDatabaseHelper whole(false, false);
+    BatchDatabaseHelper whole(BatchContent::whole, BatchTiming::at_commit);
     whole.addChanges(map, two.end(), two.end());
     whole.commit();
     EXPECT_EQ(content(), "");
@@ -148,7 +148,7 @@ TEST_F(BatchDatabaseHelperOnHost, EmptiesTheMapForNoRecordsUnlessItIsIncremental
 TEST_F(BatchDatabaseHelperOnHost, AppliesEachChangeAtOnceWhenImmediate)
 {
     fill("old 0\na 0\n");
-    BatchDatabaseHelper batch(true, true);
+    BatchDatabaseHelper batch(BatchContent::added, BatchTiming::at_once);
     batch.addChange(map, "c", "3");
     EXPECT_EQ(content(), "a\t0\nc\t3\nold\t0\n");
     batch.addChanges(map, two.begin(), two.end());
@@ -163,7 +163,7 @@ TEST_F(BatchDatabaseHelperOnHost, AppliesEachChangeAtOnceWhenImmediate)
 TEST_F(BatchDatabaseHelperOnHost, ReplacesTheMapAtOnceWhenImmediateAndNotIncremental)
 {
     fill("old 0\n");
-    BatchDatabaseHelper batch(false, true);
+    BatchDatabaseHelper batch(BatchContent::whole, BatchTiming::at_once);
     batch.addChanges(map, two.begin(), two.end());
     EXPECT_EQ(content(), "a\t1\nb\t2\n");
     batch.removeChanges(map, keys.begin(), keys.end());
@@ -174,7 +174,7 @@ TEST_F(BatchDatabaseHelperOnHost, StopsAtTheFirstFailureAndKeepsTheAdditions)
 {
     standIn("[ \"${!#}\" = " + other + " -a ! -e $dir/mended ] && exit 1; exec $real \"$@\"");
     std::string const third = "hash:" + (dir / "third");
-    BatchDatabaseHelper batch(true, false);
+    BatchDatabaseHelper batch(BatchContent::added, BatchTiming::at_commit);
     batch.addChange(map, "a", "1");
     batch.addChange(other, "a", "2");
     batch.addChange(third, "a", "3");
@@ -194,7 +194,7 @@ TEST_F(BatchDatabaseHelperOnHost, StopsAtTheFirstFailureAndKeepsTheAdditions)
 TEST_F(BatchDatabaseHelperOnHost, KeepsTheRemovalsAloneWhenOneOfThemFails)
 {
     standIn("[ $1 = -d -a ! -e $dir/mended ] && kill -9 $$; exec $real \"$@\"");
-    BatchDatabaseHelper batch(true, false);
+    BatchDatabaseHelper batch(BatchContent::added, BatchTiming::at_commit);
     batch.addChanges(map, two.begin(), two.end());
     batch.removeChanges(map, keys.begin(), keys.end());
     EXPECT_THROW(batch.commit(), PostfixDatabaseError);
@@ -208,7 +208,7 @@ TEST_F(BatchDatabaseHelperOnHost, KeepsTheRemovalsAloneWhenOneOfThemFails)
 
 TEST(BatchDatabaseHelper, SaysThatThereIsNoRoomForAnotherMap)
 {
-    BatchDatabaseHelper batch(true, false);
+    BatchDatabaseHelper batch(BatchContent::added, BatchTiming::at_commit);
     std::string const map = "map";
     std::vector<std::string> const keys;
     int refused = 0;

@@ -1,5 +1,6 @@
 #include "postfix/maps/database_helper.h"
 
+#include "postfix/maps/record_filters.h"
 #include "support/map_test.h"
 #include "util/errors.h"
 
@@ -162,9 +163,41 @@ TEST_F(DatabaseHelperOnHost, RemovesKeysByOneRun)
 TEST_F(DatabaseHelperOnHost, RemovesOneKeyWithoutAnInput)
 {
     standIn("readlink /proc/$$/fd/0 > $dir/input");
-    DatabaseHelper::removeRecord(map, "a key");
-    EXPECT_EQ(journal(), "-d a key " + map + "\n");
+    DatabaseHelper::removeRecord(map, "a_key");
+    EXPECT_EQ(journal(), "-d a_key " + map + "\n");
     EXPECT_EQ(readFile(tools / "input"), "/dev/null\n");
+}
+
+TEST_F(DatabaseHelperOnHost, RefusesABadKeyOrValueBeforePostmapSeesAny)
+{
+    standIn("exit 0");
+    Records const bad_key{{"a", "1"}, {"ceo@v.test x", "2"}};
+    Records const bad_value{{"a", "1"}, {"b", "2\nceo@v.test x"}};
+    std::list<std::string> const bad_keys{"a", "#b"};
+    for (Records const& records : {bad_key, bad_value}) {
+        EXPECT_THROW(DatabaseHelper::addRecords(map, records.begin(), records.end()),
+                     PostfixDatabaseError);
+        EXPECT_THROW(DatabaseHelper::replaceRecords(map, records.begin(), records.end()),
+                     PostfixDatabaseError);
+    }
+    EXPECT_THROW(DatabaseHelper::removeRecords(map, bad_keys.begin(), bad_keys.end()),
+                 PostfixDatabaseError);
+    EXPECT_THROW(DatabaseHelper::removeRecord(map, ""), PostfixDatabaseError);
+    EXPECT_THROW(DatabaseHelper::removeRecord(map, std::make_pair("a\tb", "1")),
+                 PostfixDatabaseError);
+    EXPECT_EQ(journal(), "");
+}
+
+TEST_F(DatabaseHelperOnHost, KeepsTheMapWhenAFilterMakesABadKey)
+{
+    fill("a@d.test 1\n");
+    std::string const from = "a@d.test";
+    std::string const to = "#a b@d.test";
+    using database::ReplaceElementFilterRef;
+    EXPECT_THROW(DatabaseHelper::filterRecords(
+                     map, database::ElementsFilter<ReplaceElementFilterRef>({&from, &to})),
+                 PostfixDatabaseError);
+    EXPECT_EQ(content(), "a@d.test\t1\n");
 }
 
 TEST_F(DatabaseHelperOnHost, RaisesWhatPostmapSaysWhenRemovingFails)

@@ -98,7 +98,7 @@ TEST_F(BlackDomainsOnHost, MayBeAddedAgainAndTakeThePlaceOfAnotherRecord)
 
 TEST_F(BlackDomainsOnHost, WaitInABatchForItsCommit)
 {
-    BatchDatabaseHelper batch(true, false);
+    BatchDatabaseHelper batch(BatchContent::added, BatchTiming::at_commit);
     SettingsManager::addBlackDomain(batch, "spam.test");
     SettingsManager::addBlackDomain(batch, "other.test");
     EXPECT_EQ(content(), "");
@@ -110,7 +110,7 @@ TEST_F(BlackDomainsOnHost, WaitInABatchForItsCommit)
 
 TEST_F(BlackDomainsOnHost, AreAddedDirectlyByABatchThatWritesAtOnce)
 {
-    BatchDatabaseHelper batch(true, true);
+    BatchDatabaseHelper batch(BatchContent::added, BatchTiming::at_once);
     SettingsManager::addBlackDomain(batch, "spam.test");
     EXPECT_EQ(content(), "spam.test\tREJECT\n");
 }

@@ -1,0 +1,56 @@
+#include "postfix/maps/map_dump.h"
+
+#include "support/map_test.h"
+#include "util/errors.h"
+
+#include <gtest/gtest.h>
+
+#include <stdexcept>
+
+using namespace orvek::mail::postfix;
+
+namespace {
+
+class MapDumpOnHost : public MapTest
+{
+protected:
+    std::string dump()
+    {
+        std::string text;
+        readMap(map, [&](auto const& piece) { text.append(piece.begin(), piece.end()); });
+        return text;
+    }
+};
+
+} // namespace
+
+TEST_F(MapDumpOnHost, GivesEachRecordOfTheMapAndChangesNone)
+{
+    fill("a b\n");
+
+    EXPECT_EQ(dump(), "a\tb\n");
+    EXPECT_EQ(content(), "a\tb\n");
+    EXPECT_FALSE(std::filesystem::exists(path));
+}
+
+TEST_F(MapDumpOnHost, RaisesThePostmapsDiagnostics)
+{
+    standIn("echo 'postmap: fatal: no' >&2; exit 1");
+
+    EXPECT_THROW(dump(), PostfixConfigurationError);
+}
+
+TEST_F(MapDumpOnHost, RaisesTheReceiversExceptionWhenPostmapHasEnded)
+{
+    standIn("echo one; sleep 0.1; echo two; echo >> $dir/ended");
+    int calls = 0;
+
+    EXPECT_THROW(readMap(map,
+                         [&](auto const&) {
+                             ++calls;
+                             throw std::length_error("no");
+                         }),
+                 std::length_error);
+    EXPECT_EQ(calls, 1);
+    EXPECT_EQ(readFile(tools / "ended"), "\n");
+}
