@@ -193,7 +193,7 @@ def on_a_bare_host(check):
     owner = pwd.getpwnam("popuser")
     holds = (owner.pw_dir, owner.pw_shell) == ("/var/qmail/popuser", "/bin/false") and 0 < owner.pw_uid < 1000
     check.step("popuser is made", str(owner), holds and grp.getgrgid(owner.pw_gid).gr_name == "popuser")
-    check.step(f"{LOCKS} is made", mailhost.described(LOCKS), mailhost.described(LOCKS) == "d 0755 root:root")
+    check.step(f"{LOCKS} is made", mailhost.described(LOCKS), mailhost.described(LOCKS) == "d 0700 root:root")
     check.remove("-P")
     check.step("a purge leaves popuser, whom mailboxes may belong to", str(owner), pwd.getpwnam("popuser") == owner)
 

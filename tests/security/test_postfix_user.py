@@ -1,0 +1,282 @@
+"""The user postfix owns the directory of the maps: what it puts there leads root nowhere."""
+import contextlib
+import fcntl
+import os
+import pathlib
+import sqlite3
+import struct
+
+import pytest
+
+import attackers
+import ground
+import mailhost
+import plants
+import races
+from ground import ACCOUNTS, ANNA, AT, CANARY, CRON, KEPT, MAPS, PLAIN
+
+RENAME = ("--rename-mailname", AT, "--old-mailname=anna", "--new-mailname=anita")
+REMOVE = ("--remove-domain", AT)
+ALIAS = ("--add-alias", *ANNA, "--alias=annie")
+BOUNCE = ("--set-bounce", AT, "--phrase=No such user")
+BAD = ("--add-badmailfrom", "--domain-name=bad.example.com")
+PASSWORD = ("--set-password", *ANNA)
+OFF = ("--turn-off-domain", AT)
+SUBMIT = ("--start-service", "--mail-component=submission")
+UNSUBMIT = ("--stop-service", "--mail-component=submission")
+STATUS = ("--status-service", "--mail-component=submission")
+PARKED = f"{MAPS}/master.cf.disabled"
+
+FILES = {
+    "the text of virtual": (f"{MAPS}/virtual", (RENAME, REMOVE)),
+    "the text of vmailbox": (f"{MAPS}/vmailbox", (RENAME,)),
+    "virtual.db": (f"{MAPS}/virtual.db", (RENAME, ALIAS, REMOVE)),
+    "vmailbox.db": (f"{MAPS}/vmailbox.db", (RENAME,)),
+    "aliases.db": (f"{MAPS}/aliases.db", (BOUNCE,)),
+    "blacklists.db": (f"{MAPS}/blacklists.db", (BAD,)),
+    "virtual.db.saved": (f"{MAPS}/virtual.db.saved", (RENAME,)),
+    "virtual.db.saved.tmp": (f"{MAPS}/virtual.db.saved.tmp", (RENAME,)),
+    "the parking file": (PARKED, (SUBMIT, UNSUBMIT, STATUS)),
+    "passwd.db": (ACCOUNTS, (PASSWORD, OFF)),
+    "passwd.db-journal": (f"{ACCOUNTS}-journal", (PASSWORD, OFF)),
+    "passwd.db-wal": (f"{ACCOUNTS}-wal", (PASSWORD,)),
+    "passwd.db-shm": (f"{ACCOUNTS}-shm", (PASSWORD,)),
+}
+ONCE = {"a socket", "a device", "a sparse file of 8 TiB", "a line of 64 MiB", "a link to itself", "a hard link to root's file"}
+QUICK = {("virtual.db", "a link to where cron looks", "--rename-mailname"), ("passwd.db", "a FIFO", "--set-password"),
+         ("the parking file", "a link to root's file", "--start-service"),
+         ("the text of virtual", "a link to root's file", "--rename-mailname")}
+
+# What a command may change beside the maps: main.cf and master.cf are the services' own.
+OWN = (MAPS, "/etc/postfix/master.cf", "/usr/local/orv/handlers", ground.MAILNAMES)
+
+
+def others_only(found):
+    """What postfix does to its own files is no breach; what of it root carried out elsewhere is."""
+    return [line for line in found if not line.startswith("record: ")]
+
+
+def attack(ledger, name, path, kind, command):
+    plants.plant(kind, path, attackers.by, "postfix")
+    before = ground.look(his=(MAPS,))
+    how = ground.mailvek(*command, env=PLAIN)
+    plants.unmount(path)
+    found = others_only(ground.breaches(before, how, allowed=OWN))
+    ledger.tried(name, found, how)
+
+
+@pytest.mark.parametrize(("place", "command"), [
+    pytest.param(place, command, id=f"{place}: {command[0][2:]}")
+    for place, (_, commands) in FILES.items() for command in commands])
+def test_what_stands_beside_the_maps_leads_nowhere(ledger, place, command):
+    path, commands = FILES[place]
+    for kind, plant in plants.FILE_KINDS.items():
+        if kind not in ONCE or command == commands[0]:
+            attack(ledger, f"{place}: {kind}: {command[0]}", path, plant, command)
+    ledger.close()
+
+
+@pytest.mark.quick
+def test_the_worst_of_them_lead_nowhere(ledger):
+    for place, kind, verb in sorted(QUICK):
+        path, commands = FILES[place]
+        command = next(command for command in commands if command[0] == verb)
+        attack(ledger, f"{place}: {kind}: {verb}", path, plants.FILE_KINDS[kind], command)
+    ledger.close()
+
+
+# -------------------------------------------------------------------------- the parking file
+
+EVIL = "submission inet n n n - - spawn user=root argv=/bin/sh -c id>/etc/planted\n"
+
+
+@pytest.mark.quick
+@pytest.mark.parametrize("how_given", ["as its own", "writable by all", "by a hard link"])
+def test_a_parked_service_of_postfix_never_starts(how_given):
+    def work():
+        pathlib.Path(PARKED).write_text(EVIL)
+        os.chmod(PARKED, 0o666 if how_given == "writable by all" else 0o644)
+        if how_given == "by a hard link":
+            os.link(PARKED, f"{MAPS}/another")
+    attackers.by("postfix", work)
+    if how_given == "writable by all":
+        os.chown(PARKED, 0, 0)
+    how = ground.mailvek(*SUBMIT)
+    assert "user=root" not in mailhost.read("/etc/postfix/master.cf"), how
+
+
+# ---------------------------------------------------------------------------- the accounts
+
+
+def other_database(path):
+    """A database of root's with the accounts' own tables."""
+    mailhost.run("cp", ACCOUNTS, path)
+    os.chown(path, 0, 0)
+    os.chmod(path, 0o600)
+
+
+@pytest.mark.quick
+@pytest.mark.parametrize("kind", ["a link", "a hard link"])
+@pytest.mark.parametrize("command", [PASSWORD, OFF], ids=lambda command: command[0][2:])
+def test_a_database_of_roots_is_no_account_database(kind, command):
+    other = "/srv/root/accounts.db"
+    other_database(other)
+    os.unlink(ACCOUNTS)
+    if kind == "a link":
+        attackers.by("postfix", lambda: os.symlink(other, ACCOUNTS))
+    else:
+        os.link(other, ACCOUNTS)
+    before = ground.look(his=(MAPS,))
+    how = ground.mailvek(*command, env={"ORV_PASSWORD": "new"})
+    found = others_only(ground.breaches(before, how, allowed=OWN))
+    assert not found, f"{how}\n" + "\n".join(found)
+
+
+def journal(super_journal=None, pages=(), page_size=4096, initial=None):
+    """A journal as a writer that was killed leaves it, which the next one plays back."""
+    magic = bytes.fromhex("d9d505f920a163d7")
+    count = os.stat(ACCOUNTS).st_size // page_size if initial is None else initial
+    made = magic + struct.pack(">IIIII", len(pages), 0, count, 512, page_size)
+    made = made.ljust(512, b"\0")
+    for number, page in pages:
+        made += struct.pack(">I", number) + page
+        made += struct.pack(">I", sum(page[i] for i in range(page_size - 200, 0, -200)) & 0xffffffff)
+    if super_journal:
+        name = super_journal.encode()
+        made += struct.pack(">I", (1 << 30) // page_size + 1) + name
+        made += struct.pack(">II", len(name), sum(name)) + magic
+    return made
+
+
+@pytest.mark.parametrize("named", [CANARY, f"{KEPT}/a.txt", "/etc/passwd"])
+@pytest.mark.parametrize("command", [PASSWORD, OFF], ids=lambda command: command[0][2:])
+def test_a_journal_removes_no_file_that_it_names(named, command):
+    attackers.by("postfix", lambda: pathlib.Path(f"{ACCOUNTS}-journal").write_bytes(journal(named)))
+    before = ground.look(his=(MAPS,))
+    how = ground.mailvek(*command, env=PLAIN)
+    found = others_only(ground.breaches(before, how, allowed=OWN))
+    assert os.path.exists(named), how
+    assert not found, f"{how}\n" + "\n".join(found)
+
+
+def into_wal_mode():
+    """The database's own header says that -wal and -shm lie beside it."""
+    with open(ACCOUNTS, "r+b") as file:
+        file.seek(18)
+        file.write(b"\2\2")
+
+
+@pytest.mark.parametrize("suffix", ["-wal", "-shm"])
+@pytest.mark.parametrize("target", [CANARY, f"{CRON}/planted", f"{KEPT}/default"])
+def test_a_write_ahead_log_leads_nowhere(suffix, target):
+    def work():
+        into_wal_mode()
+        os.symlink(target, f"{ACCOUNTS}{suffix}")
+    attackers.by("postfix", work)
+    before = ground.look(his=(MAPS,))
+    how = ground.mailvek(*PASSWORD, env=PLAIN)
+    found = others_only(ground.breaches(before, how, allowed=OWN))
+    assert not found, f"{how}\n" + "\n".join(found)
+
+
+@pytest.mark.parametrize("statement", [
+    "CREATE TRIGGER evil AFTER UPDATE ON users BEGIN SELECT load_extension('/tmp/evil.so'); END",
+    "CREATE TRIGGER evil AFTER UPDATE ON users BEGIN SELECT writefile('/etc/planted', 'x'); END",
+    "CREATE TRIGGER evil AFTER UPDATE ON users BEGIN SELECT fts3_tokenizer('simple', x'4141414141414141'); END",
+])
+def test_a_trigger_of_postfix_reaches_no_file(statement):
+    def work():
+        with contextlib.closing(sqlite3.connect(ACCOUNTS)) as connection, connection:
+            connection.execute(statement)
+    attackers.by("postfix", work)
+    before = ground.look(his=(MAPS,))
+    how = ground.mailvek("--set-password", *ANNA, env={"ORV_PASSWORD": "new"})
+    found = others_only(ground.breaches(before, how, allowed=OWN))
+    assert not found, f"{how}\n" + "\n".join(found)
+
+
+def test_an_endless_trigger_does_not_hold_the_tool_up():
+    def work():
+        with contextlib.closing(sqlite3.connect(ACCOUNTS)) as connection, connection:
+            connection.execute("CREATE TRIGGER evil AFTER UPDATE ON users BEGIN SELECT count(*) FROM (WITH RECURSIVE "
+                               "n(i) AS (SELECT 1 UNION ALL SELECT i + 1 FROM n) SELECT i FROM n); END")
+    attackers.by("postfix", work)
+    how = ground.mailvek("--set-password", *ANNA, env={"ORV_PASSWORD": "new"}, seconds=90)
+    assert how.status is not None, how
+
+
+# ------------------------------------------------------------------------------- holding up
+
+PATIENCE = max(3 * ground.SECONDS, 20)  # a lock of another program's may be waited for, but not for ever
+
+
+def flocked(path):
+    def take():
+        descriptor = os.open(path, os.O_RDONLY)
+        fcntl.flock(descriptor, fcntl.LOCK_EX)
+        pathlib.Path(f"{MAPS}/held").touch()
+        return descriptor
+    return take
+
+
+def exclusive():
+    connection = sqlite3.connect(ACCOUNTS, isolation_level=None)
+    connection.execute("BEGIN EXCLUSIVE")
+    pathlib.Path(f"{MAPS}/held").touch()
+    return connection
+
+
+HOLDS = {
+    "the directory of the maps, alias": (flocked(MAPS), ALIAS),
+    "the directory of the maps, rename": (flocked(MAPS), RENAME),
+    "virtual.db, alias": (flocked(f"{MAPS}/virtual.db"), ALIAS),
+    "virtual.db, rename": (flocked(f"{MAPS}/virtual.db"), RENAME),
+    "the account database, password": (exclusive, PASSWORD),
+    "the account database, domain off": (exclusive, OFF),
+}
+
+
+@pytest.mark.parametrize("held", HOLDS)
+def test_a_lock_of_postfix_does_not_hold_the_tool_up(held):
+    take, command = HOLDS[held]
+    if "virtual.db" in held:
+        os.chown(f"{MAPS}/virtual.db", *[os.stat(ACCOUNTS).st_uid] * 2)
+    with attackers.beside("postfix", attackers.held(take)):
+        mailhost.wait_until(lambda: os.path.exists(f"{MAPS}/held"))
+        how = ground.mailvek(*command, env=PLAIN, seconds=PATIENCE)
+    assert how.status is not None, how
+    assert how.status != 0 and how.err, how
+
+
+# ------------------------------------------------------------------------------------ races
+
+SWAPS = {
+    "the text of virtual": (f"{MAPS}/virtual", RENAME),
+    "virtual.db": (f"{MAPS}/virtual.db", RENAME),
+    "virtual.db under an alias": (f"{MAPS}/virtual.db", ALIAS),
+    "virtual.db.saved": (f"{MAPS}/virtual.db.saved", RENAME),
+    "virtual.db.saved.tmp": (f"{MAPS}/virtual.db.saved.tmp", RENAME),
+    "passwd.db": (ACCOUNTS, PASSWORD),
+    "passwd.db-journal": (f"{ACCOUNTS}-journal", PASSWORD),
+    "the parking file": (PARKED, UNSUBMIT),
+}
+
+
+@pytest.mark.parametrize("target", [CANARY, f"{CRON}/planted"], ids=["root's file", "cron"])
+@pytest.mark.parametrize("place", SWAPS)
+def test_a_swap_beside_the_maps_leads_nowhere(place, target):
+    path, command = SWAPS[place]
+
+    def swap():
+        def work():
+            plants.aside(path)
+            os.symlink(target, path)
+        attackers.by("postfix", work)
+    for step in races.steps(*command, where=MAPS, env=PLAIN):
+        ground.lay_again()
+        before = ground.look(his=(MAPS,))
+        how, stopped = races.stopped_after(step, *command, attack=swap, env=PLAIN)
+        if stopped:
+            found = others_only(ground.breaches(before, how, allowed=OWN))
+            assert not found, f"{command}\nswapped after {step.shown}\n{how}\n" + "\n".join(found)
+

@@ -1,0 +1,178 @@
+"""Whoever starts the tool through a careless wrapper chooses its surroundings, and nothing else."""
+import os
+import pathlib
+import resource
+import signal
+import stat
+import time
+
+import pytest
+
+import ground
+from ground import HOME, LOCKS, PLAIN
+from surroundings import COMMANDS, TREES, done, honest, state, unlike
+
+
+# --------------------------------------------------------------------- descriptors and limits
+
+
+def closing(*descriptors):
+    def prepare():
+        for descriptor in descriptors:
+            os.close(descriptor)
+    return prepare
+
+
+def limited(which, value):
+    return lambda: resource.setrlimit(which, (value, value))
+
+
+def ignoring(*signals):
+    def prepare():
+        for number in signals:
+            signal.signal(number, signal.SIG_IGN)
+    return prepare
+
+
+def masked():
+    signal.pthread_sigmask(signal.SIG_BLOCK, range(1, 65))
+
+
+def in_a_directory_that_is_gone():
+    os.mkdir("/tmp/gone")
+    os.chdir("/tmp/gone")
+    os.rmdir("/tmp/gone")
+
+
+def with_an_alarm():
+    signal.setitimer(signal.ITIMER_REAL, 0.03)
+
+
+def with_many_descriptors():
+    for _ in range(200):
+        os.set_inheritable(os.open("/dev/null", os.O_RDONLY), True)
+
+
+PREPARED = {
+    "no standard input": (closing(0), ("add-redirect", "rename-mailname", "add-attachment")),
+    "no standard output": (closing(1), ("add-redirect", "rename-mailname", "add-attachment", "add-mailname")),
+    "no standard error": (closing(2), ("add-redirect", "rename-mailname", "set-domain-key", "add-mailname",
+                                       "domain-quota")),
+    "no standard descriptors": (closing(0, 1, 2), ("add-redirect", "rename-mailname", "add-mailname", "set-password",
+                                                   "add-attachment", "add-domain-alias", "domain-quota")),
+    "files of no size": (limited(resource.RLIMIT_FSIZE, 0), ("add-redirect", "rename-mailname", "set-password",
+                                                             "add-attachment", "set-domain-key", "set-max-letter-size",
+                                                             "start-submission")),
+    "files of 4096 bytes": (limited(resource.RLIMIT_FSIZE, 4096), ("rename-mailname", "set-password", "add-alias")),
+    "eight descriptors": (limited(resource.RLIMIT_NOFILE, 8), ("add-redirect", "rename-mailname", "add-domain-alias",
+                                                               "add-mailname")),
+    "no processor time": (limited(resource.RLIMIT_CPU, 0), ("rename-mailname", "add-domain-alias")),
+    "SIGCHLD ignored": (ignoring(signal.SIGCHLD), ("rename-mailname", "add-alias", "add-handler", "stop-submission")),
+    "SIGPIPE ignored": (ignoring(signal.SIGPIPE), ("rename-mailname", "add-alias")),
+    "all signals ignored": (ignoring(signal.SIGCHLD, signal.SIGPIPE, signal.SIGALRM, signal.SIGTERM, signal.SIGHUP),
+                            ("rename-mailname", "set-bounce")),
+    "all signals blocked": (masked, ("rename-mailname", "add-alias", "start-submission")),
+    "umask 0": (lambda: os.umask(0), tuple(COMMANDS)),
+    "umask 0777": (lambda: os.umask(0o777), tuple(COMMANDS)),
+    "a working directory that is gone": (in_a_directory_that_is_gone, ("add-redirect", "add-mailname", "rename-mailname",
+                                                                       "domain-quota", "set-mail-params")),
+    "an alarm": (with_an_alarm, ("rename-mailname", "add-domain-alias", "start-submission")),
+    "two hundred descriptors": (with_many_descriptors, ("rename-mailname", "add-handler")),
+}
+QUICK = {("no standard descriptors", "add-redirect"), ("files of no size", "rename-mailname"),
+         ("SIGCHLD ignored", "add-alias"), ("umask 0", "update-spf"), ("all signals blocked", "add-alias")}
+
+
+def attack(ledger, surroundings, command):
+    prepare, _ = PREPARED[surroundings]
+    honest(command)
+    how, left = done(command, before=prepare, close_fds=prepare is not with_many_descriptors)
+    ledger.tried(f"{surroundings}: {command}", unlike(command, how, left), how)
+
+
+@pytest.mark.parametrize("surroundings", PREPARED)
+def test_surroundings_change_no_result(ledger, surroundings):
+    for command in PREPARED[surroundings][1]:
+        attack(ledger, surroundings, command)
+    ledger.close()
+
+
+@pytest.mark.quick
+def test_the_worst_surroundings_change_no_result(ledger):
+    for surroundings, command in sorted(QUICK):
+        attack(ledger, surroundings, command)
+    ledger.close()
+
+
+@pytest.mark.parametrize("command", ["add-redirect", "rename-mailname", "set-password"])
+@pytest.mark.parametrize("missing", [(1,), (2,), (1, 2), (0, 1, 2)], ids=str)
+def test_a_report_is_written_into_no_file(command, missing):
+    """Of a command that fails: its words must not land in the file that has the stream's number."""
+    words = list(COMMANDS[command])
+    words[1] = "--domain-name=no-such.test" if command != "add-redirect" else words[1]
+    if command == "add-redirect":
+        os.unlink(f"{HOME}/.qmail")
+        os.mkdir(f"{HOME}/.qmail")
+    before = state()
+    ground.mailvek(*words, env=PLAIN, before=closing(*missing))
+    after = state()
+    for path, (_, content) in after[0].items():
+        assert content == before[0].get(path, ("", content))[1], path
+    assert "damaged" not in " ".join(after[1])
+
+
+def full_pipe():
+    """A pipe that takes nothing more, and that nobody reads."""
+    reading, writing = os.pipe()
+    os.set_blocking(writing, False)
+    try:
+        while True:
+            os.write(writing, bytes(4096))
+    except BlockingIOError:
+        pass
+    os.set_blocking(writing, True)
+    return reading, writing
+
+
+@pytest.mark.parametrize("command", ["add-redirect", "rename-mailname", "add-attachment"])
+def test_a_caller_who_reads_no_report_holds_nobody_else_up(command):
+    if command == "add-redirect":
+        os.unlink(f"{HOME}/.qmail")
+        os.mkdir(f"{HOME}/.qmail")
+    words = [word.replace("/srv/uploads/letter", "/srv/uploads/none") for word in COMMANDS[command]]
+    reading, writing = full_pipe()
+    stuck = ground.start(*words, stdout=writing, stderr=writing)
+    try:
+        time.sleep(1)
+        for honest_one in (words, COMMANDS["add-alias"]):
+            how = ground.mailvek(*honest_one)
+            assert how.status is not None, how
+    finally:
+        stuck.kill()
+        stuck.wait()
+        os.close(reading)
+        os.close(writing)
+
+
+# ------------------------------------------------------------------------- what stays private
+
+
+@pytest.mark.quick
+@pytest.mark.parametrize("mask", [0, 0o777], ids=oct)
+def test_what_is_made_has_its_mode_whatever_the_umask(mask):
+    ground.run("rm", "-rf", "/etc/orv-spf")
+    os.makedirs("/etc/orv-spf")
+    for command in ("update-spf", "set-domain-key", "add-handler", "add-mailname", "add-attachment"):
+        pathlib.Path("/srv/uploads/key").write_text("a key\n")
+        how = ground.mailvek(*COMMANDS[command], env=PLAIN, before=lambda: os.umask(mask))
+        assert how.status == 0, how
+    open_to_all = [path for tree in TREES for path in pathlib.Path(tree).rglob("*")
+                   if not path.is_symlink() and stat.S_IMODE(path.lstat().st_mode) & 0o022]
+    assert [str(path) for path in open_to_all if str(path) not in ("/run/lock", "/run/lock/files")] == []
+
+
+def test_a_lock_of_the_tool_is_nobodys_to_hold():
+    ground.mailvek(*COMMANDS["add-redirect"], before=lambda: os.umask(0))
+    for name in os.listdir(LOCKS):
+        assert not stat.S_IMODE(os.lstat(f"{LOCKS}/{name}").st_mode) & 0o066 or \
+            not stat.S_IMODE(os.lstat(LOCKS).st_mode) & 0o077
