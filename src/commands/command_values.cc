@@ -1,10 +1,45 @@
 #include "commands/command_values.h"
 
 #include "commands/command_table.h"
+#include "lib/names/plain_names.h"
 #include "postfix/domains/mailname_validators.h"
 #include "util/idn.h"
 
+#include <boost/algorithm/string/classification.hpp>
+#include <boost/algorithm/string/split.hpp>
+#include <idna.h>
+
+#include <stdexcept>
+#include <vector>
+
 namespace orvek::mail::postfix::mailvek_commands {
+
+namespace {
+
+// The library's own error for a name that no domain has.
+void requirePlainDomain(std::string const& domain)
+{
+    if (domain.empty())
+        throw idn::IdnaError(IDNA_INVALID_LENGTH);
+    if (!is_plain_domain(domain))
+        throw idn::IdnaError(IDNA_CONTAINS_NON_LDH);
+}
+
+void require(bool isPlain, std::string const& name)
+{
+    if (!isPlain)
+        throw std::invalid_argument(name);
+}
+
+std::vector<std::string> namesIn(std::string const& list, char const* separators)
+{
+    std::vector<std::string> names;
+    boost::algorithm::split(names, list, boost::algorithm::is_any_of(separators));
+    std::erase(names, "");
+    return names;
+}
+
+} // namespace
 
 ProgramOptionsHelper parsedOptions(int argc, char** argv)
 {
@@ -32,19 +67,48 @@ std::string textOf(ProgramOptionsHelper const& helper, char const* option)
 
 std::string domainOf(ProgramOptionsHelper const& helper, char const* option)
 {
-    return idn::toAscii(textOf(helper, option));
+    std::string domain = idn::toAscii(textOf(helper, option));
+    requirePlainDomain(domain);
+    return domain;
 }
 
-std::string emailOf(ProgramOptionsHelper const& helper, char const* option)
+std::string domainListOf(ProgramOptionsHelper const& helper, char const* separators)
 {
-    return idn::emailToAscii(textOf(helper, option));
+    std::string list = idn::toAscii(textOf(helper, "domain-name"));
+    for (auto const& domain : namesIn(list, separators))
+        requirePlainDomain(domain);
+    return list;
 }
 
 std::string localPartOf(ProgramOptionsHelper const& helper, char const* option)
 {
     std::string name = textOf(helper, option);
     mailname_validators::mailValidateExc(name, VALIDATE_EMAIL_LOCAL_PART);
+    require(is_plain_local_part(name), name);
     return name;
+}
+
+std::string knownLocalPartOf(ProgramOptionsHelper const& helper, char const* option)
+{
+    std::string name = textOf(helper, option);
+    require(is_plain_local_part(name), name);
+    return name;
+}
+
+std::string localPartListOf(ProgramOptionsHelper const& helper, char const* separators)
+{
+    std::string list = textOf(helper, "mailname");
+    for (auto const& name : namesIn(list, separators))
+        require(is_plain_local_part(name), name);
+    return list;
+}
+
+// Deliberate: a local part alone is an address too, that of a user of this host.
+std::string emailOf(ProgramOptionsHelper const& helper, char const* option)
+{
+    std::string address = idn::emailToAscii(textOf(helper, option));
+    require(is_plain_address(address) || is_plain_local_part(address), address);
+    return address;
 }
 
 long quotaOf(ProgramOptionsHelper const& helper)

@@ -14,6 +14,7 @@ int addDomainAlias(int argc, char** argv)
     ProgramOptionsHelper const options = parsedOptions(argc, argv);
     std::string const domain = domainOf(options);
     std::string const alias = domainOf(options, "domain-alias-name");
+    checkNotexistingMailOptions(options);
 
     DomainManager::createDomainAlias(domain, alias);
     if (mass_control_handler_by_mailname(domain.c_str(), alias.c_str(), HOOK_CLONE) != 0)
@@ -44,6 +45,7 @@ int renameDomainAlias(int argc, char** argv)
     std::string const domain = domainOf(options);
     std::string const oldName = domainOf(options, "old-domain-alias-name");
     std::string const newName = domainOf(options, "new-domain-alias-name");
+    checkNotexistingMailOptions(options);
 
     DomainManager::renameDomainAlias(oldName, newName);
     if (mass_control_handler_by_mailname(oldName.c_str(), newName.c_str(), HOOK_MOVE) != 0)

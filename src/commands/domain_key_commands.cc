@@ -9,7 +9,7 @@ namespace orvek::mail::postfix::mailvek_commands {
 int setDomainKey(int argc, char** argv)
 {
     ProgramOptionsHelper const options = parsedOptions(argc, argv);
-    std::string const domains = domainOf(options);
+    std::string const domains = domainListOf(options, ",");
     std::string const file = textOf(options, "file-name");
 
     int const set = set_domain_key(domains.c_str(), file.c_str());
@@ -20,7 +20,7 @@ int setDomainKey(int argc, char** argv)
 
 int removeDomainKey(int argc, char** argv)
 {
-    std::string const domains = parseDomain(argc, argv);
+    std::string const domains = domainListOf(parsedOptions(argc, argv), ",");
 
     return remove_domain_key(domains.c_str()) == -1 ? 1 : 0;
 }

@@ -3,7 +3,8 @@
 #include "commands/command_values.h"
 #include "lib/report/product_log.h"
 #include "postfix/domains/domain_manager.h"
-#include "util/idn.h"
+
+#include <tuple>
 
 #include <syslog.h>
 
@@ -14,6 +15,11 @@ namespace {
 std::string optionalText(ProgramOptionsHelper const& helper, char const* option)
 {
     return isGiven(helper, option) ? textOf(helper, option) : std::string();
+}
+
+bool hasAddress(ProgramOptionsHelper const& helper)
+{
+    return !optionalText(helper, "email").empty();
 }
 
 int setAliasBounce(ProgramOptionsHelper const& helper)
@@ -27,15 +33,21 @@ int setAliasBounce(ProgramOptionsHelper const& helper)
 int setAliasCatchall(ProgramOptionsHelper const& helper)
 {
     std::vector<std::string> const aliases = {domainOf(helper, "domain-alias-name")};
-    std::string const address = idn::emailToAscii(optionalText(helper, "email"));
-    if (address.empty())
+    if (!hasAddress(helper))
         throw MissingMandatoryOption("email");
+    std::string const address = emailOf(helper, "email");
     AtOnce batch;
     DomainManager::createCatchallFor(batch, aliases, address);
     return 0;
 }
 
 } // namespace
+
+void checkNotexistingMailOptions(ProgramOptionsHelper const& helper)
+{
+    if (isGiven(helper, "set-catchall") && !isGiven(helper, "set-bounce") && hasAddress(helper))
+        std::ignore = emailOf(helper, "email");
+}
 
 int processNotexistingMailnamesOptions(ProgramOptionsHelper const& helper)
 {

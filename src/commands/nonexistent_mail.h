@@ -16,6 +16,10 @@
 
 namespace orvek::mail::postfix::mailvek_commands {
 
+// Raises what emailOf raises for a catch-all with a bad address, before anything is changed.
+// Deliberate: a catch-all without an address is found by processNotexistingMailnamesOptions.
+void checkNotexistingMailOptions(ProgramOptionsHelper const& helper);
+
 int processNotexistingMailnamesOptions(ProgramOptionsHelper const& helper);
 
 } // namespace orvek::mail::postfix::mailvek_commands

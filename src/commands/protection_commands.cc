@@ -1,15 +1,19 @@
 #include "commands/command_values.h"
 #include "commands/handlers.h"
 #include "commands/option_types.h"
+#include "lib/names/plain_names.h"
 #include "postfix/main_cf/main_cf_manager.h"
 #include "postfix/main_cf/parameter_lists.h"
 #include "postfix/main_cf/parameter_names.h"
 #include "postfix/main_cf/parameter_values.h"
 #include "postfix/server/service_manager.h"
 #include "postfix/server/settings_manager.h"
+#include "util/idn.h"
 
 #include <algorithm>
+#include <cctype>
 #include <iterator>
+#include <stdexcept>
 #include <string>
 #include <vector>
 
@@ -25,15 +29,40 @@ std::string IPNetworkStringAdaptor(Address const& address, Mask mask)
     return address + '/' + std::to_string(mask);
 }
 
-// The network that a whitelist command names, as "address/prefix length".
+// The network that a whitelist command names, as "address/prefix length". It becomes an element
+// of a list, so an address with a byte that no address has raises std::invalid_argument.
 std::string parseNetwork(int argc, char** argv)
 {
     ProgramOptionsHelper const options = parsedOptions(argc, argv);
     auto const mask = options.values()["netmask"].as<IPv4Mask>().value;
-    return IPNetworkStringAdaptor(textOf(options, "ip-address"), mask);
+    std::string const address = textOf(options, "ip-address");
+    constexpr char of_addresses[] = "0123456789abcdefABCDEF.:";
+    if (address.empty() || address.find_first_not_of(of_addresses) != std::string::npos)
+        throw std::invalid_argument(address);
+    return IPNetworkStringAdaptor(address, mask);
 }
 
-// The zones of all --maps-zones, in their order.
+// The senders that a blacklist command names: a domain or an address. A byte that ends the key
+// raises std::invalid_argument.
+std::string parseSenders(int argc, char** argv)
+{
+    std::string senders = idn::toAscii(textOf(parsedOptions(argc, argv), "domain-name"));
+    auto const at = senders.find('@');
+    std::string const before = senders.substr(0, at);
+    std::string const after = at == std::string::npos ? "" : senders.substr(at + 1);
+    if (senders.empty() || (!before.empty() && !is_plain_local_part(before)) ||
+        (!after.empty() && !is_plain_local_part(after)))
+        throw std::invalid_argument(senders);
+    return senders;
+}
+
+// A zone is a word of main.cf, where "$" would name a parameter.
+bool isZone(std::string const& zone)
+{
+    return std::ranges::none_of(zone, [](unsigned char c) { return iscntrl(c) || c == '$'; });
+}
+
+// The zones of all --maps-zones, in their order. Raises std::invalid_argument for a bad one.
 std::vector<std::string> zonesOf(ProgramOptionsHelper const& options)
 {
     std::vector<std::string> zones;
@@ -42,6 +71,9 @@ std::vector<std::string> zonesOf(ProgramOptionsHelper const& options)
     for (auto const& value : options.values()["maps-zones"].as<std::vector<std::string>>())
         std::ranges::move(splitSimpleList(value), std::back_inserter(zones));
     std::erase(zones, "");
+    for (auto const& zone : zones)
+        if (!isZone(zone))
+            throw std::invalid_argument(zone);
     return zones;
 }
 
@@ -69,13 +101,13 @@ int removeWhiteList(int argc, char** argv)
 
 int addBadMailFrom(int argc, char** argv)
 {
-    SettingsManager::addBlackDomain(parseDomain(argc, argv));
+    SettingsManager::addBlackDomain(parseSenders(argc, argv));
     return 0;
 }
 
 int removeBadMailFrom(int argc, char** argv)
 {
-    SettingsManager::removeBlackDomain(parseDomain(argc, argv));
+    SettingsManager::removeBlackDomain(parseSenders(argc, argv));
     return 0;
 }
 

@@ -22,15 +22,16 @@ int changeRedirect(ForwardChange change, int argc, char** argv)
     std::string const domain = domainOf(options);
     std::string const address = emailOf(options, "redirect-email");
 
-    change(domain, textOf(options, "mailname"), address);
+    change(domain, knownLocalPartOf(options), address);
     return 0;
 }
 
 int controlAutoresponder(handler_control_t action, int argc, char** argv)
 {
     ProgramOptionsHelper const options = parsedOptions(argc, argv);
-    std::string const mailname = textOf(options, "mailname");
-    std::string const domain = domainOf(options);
+    constexpr char separators[] = ", ";
+    std::string const mailname = localPartListOf(options, separators);
+    std::string const domain = domainListOf(options, separators);
 
     return autoresponder_action(mailname.c_str(), domain.c_str(), action);
 }
@@ -45,7 +46,7 @@ struct MailAlias
 MailAlias parseMailAlias(int argc, char** argv)
 {
     ProgramOptionsHelper const options = parsedOptions(argc, argv);
-    return {domainOf(options), textOf(options, "mailname"), textOf(options, "alias")};
+    return {domainOf(options), knownLocalPartOf(options), knownLocalPartOf(options, "alias")};
 }
 
 // Copies the mailname's account to the alias, and the alias's account to each alias domain.

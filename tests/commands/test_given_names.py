@@ -259,3 +259,82 @@ def test_autoresponder_names_are_separated_by_commas_and_blanks():
     assert hooks() == expected
     done("--reset-autoresponder", domains, "--mailname=anna carla")
     assert hooks() == [hook for hook in expected if hook.startswith("recipient/bertha@")]
+
+
+# ------------------------------------------------------------- names for another language
+
+NO_LDH = "Fatal error: orvek::idn::IdnaError(Contains non-LDH characters)\n"
+SINGLE_DOMAINS = [(command, option) for command in COMMANDS for option in options_of(command, DOMAIN_OPTIONS)
+                  if (command, option) != ("--del-domain-alias", "domain-name") and "-key" not in command
+                  and "autoresponder" not in command]
+
+
+@pytest.mark.parametrize("evil", ["a,b.test", "a b.test", "x' OR '1", 'x"y', "b/a.test", "a@b.test", "#a.test"])
+def test_each_command_refuses_a_domain_with_a_separator(evil):
+    with nothing_changes():
+        for command, option in SINGLE_DOMAINS:
+            refused(command, NO_LDH, **{option: evil})
+
+
+@pytest.mark.parametrize("evil", ["a b", "a,b", "ceo@victim.test x", 'x"y', "a/b", "|id", "#a", "."])
+def test_each_command_refuses_a_local_part_with_a_separator(evil):
+    with nothing_changes():
+        for command in CHECKED + ["--add-redirect", "--remove-redirect", "--add-alias", "--remove-alias"]:
+            for option in options_of(command, (*LOCAL_PARTS, "alias")):
+                refused(command, no_local_part(evil), **{option: evil})
+
+
+@pytest.mark.parametrize("evil", ["|/bin/true", "|/bin/true@b.test", "a@b.test,c@d.test", "a@b.test x", "/etc/passwd",
+                                  ":include:/etc/passwd", "#a@b.test", "@b.test"])
+def test_an_address_is_an_address(evil):
+    with nothing_changes():
+        refused("--add-redirect", no_local_part(evil), redirect_email=evil)
+        refused("--remove-redirect", no_local_part(evil), redirect_email=evil)
+        refused("--set-catchall", no_local_part(evil), email=evil)
+        ended = mailvek("--add-domain-alias", AT, f"--domain-alias-name={NEW}", "--set-catchall", f"--email={evil}")
+        assert (ended.status, ended.err) == (1, no_local_part(evil)), ended
+
+
+@pytest.mark.parametrize("end", ["\n| /bin/true", "\n./planted/", "\r\n|id", "\n"])
+def test_an_address_with_a_line_end_is_refused(end):
+    with nothing_changes():
+        for command in ("--add-redirect", "--remove-redirect"):
+            ended = with_options(command, redirect_email=f"b@example.org{end}")
+            assert ended.status == 1 and "std::invalid_argument" in ended.err, ended
+
+
+@pytest.mark.parametrize("evil", ["0.0.0.0/0 10.0.0.0", "10.0.0.0, 0.0.0.0", "/etc/passwd", "$mydestination", "!10.0.0.1"])
+def test_a_network_is_one_address(evil):
+    with nothing_changes():
+        for command in ("--add-whitelist", "--remove-whitelist"):
+            ended = mailvek(command, f"--ip-address={evil}", "--netmask=8")
+            assert (ended.status, ended.err) == (1, no_local_part(evil)), ended
+
+
+def test_a_zone_names_no_parameter_of_main_cf():
+    with nothing_changes():
+        ended = mailvek("--set-maps-protection", "--maps-zones=a.test,${mydestination}")
+        assert (ended.status, ended.err) == (1, no_local_part("${mydestination}")), ended
+        assert mailvek("--set-maps-protection", "--maps-zones=a.test\ninet_interfaces=all").status == 1
+
+
+@pytest.mark.parametrize("sender", ["a b.test", "#a.test", "a.test\tOK", 'a"b', ""])
+def test_a_refused_sender_is_one_key(sender):
+    with nothing_changes():
+        for command in ("--add-badmailfrom", "--remove-badmailfrom"):
+            assert mailvek(command, "--domain-name", sender).status == 1
+
+
+def test_refused_senders_may_be_addresses():
+    for sender in ("a@b.test", "@c.test"):
+        done("--add-badmailfrom", f"--domain-name={sender}")
+        assert sender in postmap("blacklists")
+
+
+def test_an_apostrophe_in_a_mailname_is_honest(populated):
+    panel_mailname(f"o'brien@{DOMAIN}")
+    names = (AT, "--mailname=o'brien")
+    done("--add-mailname", *names, "--disk-quota=100000")
+    done("--add-mailbox", *names)
+    done("--add-redirect", *names, "--redirect-email=o'hara@example.org")
+    assert auth_rows()[f"o'brien@{DOMAIN}"] == ("secret", None, 0)
