@@ -1,13 +1,12 @@
 // get - single values from the panel's database
 //
-// my is an open connection or, where not stated otherwise, null: then the function makes one of
-// its own by db_connect and closes it. Arguments are pasted into the statement as they are,
-// without escaping.
+// my is an open connection or, where not stated otherwise, null: the function then makes one of
+// its own by db_connect and closes it. Arguments are texts, escaped for the connection.
 //
-// Result: a text in a static buffer of 4096 bytes, cut to what it holds, which the next call of
-// the same function overwrites; or a number. Null, or 0 for a number, after a failure, which has
-// been reported through messlog2, and, where not stated otherwise, without a report when there is
-// no such row or its value is NULL. errno stays as the failing call left it.
+// Result: a number, or a text in a static buffer of 4096 bytes. A text is cut to what the buffer
+// holds, and the next call of the same function overwrites it. A failure gives null, or 0 for a
+// number, and has been reported through messlog2. Where not stated otherwise a missing row and a
+// NULL value give the same without a report. errno stays as the failing call left it.
 
 #ifndef MAILVEK_LIB_PANEL_GET_H
 #define MAILVEK_LIB_PANEL_GET_H
