@@ -113,7 +113,7 @@ def become_traced(command: Command, stdin: Path) -> None:
 
 
 def peak_memory(row: Row) -> float:
-    """In MiB: VmHWM when the program ends. The resource usage of a child is no measure of it:
+    """In MiB: VmHWM when the program ends. A child's resource usage does not measure it:
     it begins at that of this process, and takes in the programs that the child has started."""
     row.before()
     pid = os.fork()

@@ -23,7 +23,7 @@ SUBMISSION = (
 
 
 def entries():
-    """The lines of master.cf that are no comments."""
+    """The lines of master.cf without comments."""
     return [line for line in mailhost.read(MASTER_CF).splitlines() if line and not line.startswith("#")]
 
 

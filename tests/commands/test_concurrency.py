@@ -122,7 +122,7 @@ def life_of(domain):
 
 
 def expected_maps(domains):
-    """What the maps hold behind life_of() for each domain."""
+    """What the maps hold after life_of() for each domain."""
     expected = {name: {} for name in MAP_NAMES}
     for domain in domains:
         number = number_of(domain)
@@ -251,7 +251,7 @@ def young(domain):
 
 
 def rewritten_records(domain):
-    """What virtual and vmailbox hold of a domain behind young() and rewritten()."""
+    """What virtual and vmailbox hold of a domain after young() and rewritten()."""
     kind = number_of(domain) % 4
     if kind == 1:
         return {}, {}

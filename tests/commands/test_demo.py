@@ -46,5 +46,5 @@ def test_a_part_that_breaks_off_is_a_failing_step():
     assert ended.status == 1 and 0 < good < steps, ended
     assert len(broken(lines)) == steps - good
     assert broken(lines)[0].startswith("DOES NOT HOLD  mailvek --add-domain")
-    assert broken(lines)[-1] == "DOES NOT HOLD  what comes behind it in whole_sequence"
+    assert broken(lines)[-1] == "DOES NOT HOLD  what comes after it in whole_sequence"
     assert any(line.startswith(" holds  mailvek --features") for line in lines)

@@ -1,5 +1,5 @@
 """Commands of domains and mailnames whose first, middle or last step fails: what was done stays,
-what comes behind it is not begun."""
+what comes after it is not begun."""
 import concurrent.futures
 import os
 

@@ -1,5 +1,5 @@
 """--add-whitelist, --remove-whitelist, --add-badmailfrom, --remove-badmailfrom,
---set-maps-protection: what they write, and what a failure leaves behind."""
+--set-maps-protection: what they write, and what a failure leaves."""
 import os
 
 import pytest

@@ -85,7 +85,7 @@ def test_a_second_map_that_cannot_be_changed_restores_the_first():
 def test_maps_that_cannot_be_restored_are_told_by_name():
     mailname_with_a_mailbox()
     read_only(MAILNAMES)
-    # Two runs for each of the two maps, and every one behind them fails.
+    # Two runs for each of the two maps, and every later one fails.
     spy(POSTMAP, Rule(times=4), Rule(exit=1, err="postmap: fatal: no\n"))
     ended = failed("--rename-mailname", *RENAME, env=PLAIN, saying="Read-only file system")
     for title in ("Postfix Virtual Aliases Database", "Postfix Virtual Mailboxes Database"):

@@ -1,5 +1,5 @@
 """--set-mail-params, --set-accounts-format, --set-max-letter-size, --get-max-letter-size,
---get-mailbox-size-limit, --update-spf: what they write, and what a failure leaves behind."""
+--get-mailbox-size-limit, --update-spf: what they write, and what a failure leaves."""
 import os
 import time
 
@@ -44,9 +44,9 @@ def setting(name):
     return found[0]
 
 
-def fail_writes(behind=0):
+def fail_writes(after=0):
     """postconf -e fails once that many writes have passed."""
-    spy(POSTCONF, *([Rule(having="-e", times=behind)] if behind else []),
+    spy(POSTCONF, *([Rule(having="-e", times=after)] if after else []),
         Rule(having="-e", exit=1, err="postconf: fatal: no\n"))
 
 
@@ -115,7 +115,7 @@ def test_courier_comes_first_and_the_reload_last():
 
 
 # postconf pauses for up to two seconds when main.cf has just been changed: with a pause at each
-# of the writes and at the reads behind them this took more than five seconds.
+# of the writes and at the reads after them this took more than five seconds.
 def test_no_parameter_waits_for_the_one_before_it():
     begin = time.monotonic()
     done("--set-mail-params", "--smtpauth", "--popauth")
@@ -155,7 +155,7 @@ def test_when_couriers_files_cannot_be_written_nothing_else_is_done():
 ])
 def test_a_failed_write_keeps_earlier_ones_without_a_reload(writes, restrictions, networks):
     before = postconf("smtpd_recipient_restrictions")
-    fail_writes(behind=writes)
+    fail_writes(after=writes)
     failed("--set-mail-params", "--smtpauth", "--popauth", report=f"{FATAL}(postconf: fatal: no\n)\n")
     assert postconf("smtpd_sasl_auth_enable") == ("yes" if writes else "no")
     assert postconf("smtpd_recipient_restrictions") == (before if restrictions is None else restrictions)

@@ -36,8 +36,8 @@ ERRORS = {
     "execve": ("EIO", "EACCES", "EMFILE"), "semop": ("EINTR",), "semget": ("ENOSPC", "EACCES"), "semctl": ("EACCES",),
     "clock_nanosleep": ("EINTR",),
 }
-# Calls that may change what others see. A process that is killed behind any other call leaves
-# what it would have left when killed behind the last of these.
+# Calls that may change what others see. A process that is killed after any other call leaves
+# what it would have left when killed after the last of these.
 TELLING = re.compile(
     r"write|pwrite64|writev|fsync|ftruncate|fallocate|close|rename|link|symlink|mkdir|unlink|rmdir|chmod|fchmod|chown|"
     r"fchown|lchown|utimensat|flock|fcntl|connect|sendto|clone|vfork|wait4|poll|recvfrom|read\(\d+<pipe|"
@@ -111,14 +111,14 @@ def traced(arguments, env):
     return ended, found
 
 
-# A run is looked at behind each of these: what is on the disk then is whole. None of them is
+# A run is looked at after each of these: what is on the disk then is whole. None of them is
 # begun again for a signal, as a fork is, and so would stop for ever.
 STEPS = "rename,renameat,unlink,rmdir,mkdir,symlink,wait4"
 
 
 @contextlib.contextmanager
 def step_by_step(arguments, env):
-    """A good run that stops behind each step: what is given goes on to the next one, and says
+    """A good run that stops after each step: what is given goes on to the next one, and says
     whether there was one."""
     log = pathlib.Path(LOG)
     log.write_bytes(b"")
@@ -202,7 +202,7 @@ def errors(name, line):
     if name == "openat" and "O_CREAT" in line:
         return ("ENOSPC", *ERRORS[name])
     if re.search(r"\(\d+<(pipe|socket):", line) and name in ("read", "write", "writev"):
-        return ("EINTR",)  # there is no disk to fail
+        return ("EINTR",)  # no disk can fail
     if name == "newfstatat" and re.search(r"\(\d+<", line):  # of an open file
         return ("EIO",)
     return ERRORS[name]

@@ -1,7 +1,7 @@
 """Faults after which a promise does not hold, each with the reason why that is as it should be.
 
 Each is told as narrowly as it is known: by the error, the call and the path of the fault, and by what
-was seen behind it. A fault that does the same elsewhere, or does more, is a broken promise.
+was seen after it. A fault that does the same elsewhere, or does more, is a broken promise.
 """
 import re
 
@@ -48,12 +48,12 @@ OF_ALIAS_DOMAIN = rf"{MAP}\.db \S*alias\.test: [^,;]*"
 REWRITES = "add-domain|remove-domain|rename-.*"
 CLONES = "add-alias|add-domain-alias|rename-.*"
 
-SAVED_MAP = "What is to be removed behind a rewrite cannot be: the map itself is whole, the next rewrite takes it away."
+SAVED_MAP = "What a rewrite should remove at its end stays: the map itself is whole, and the next rewrite removes the rest."
 HALF_MADE = ("A handler is a directory of several files and a marker. One that could not be finished or removed "
              "stays, for no step cleans up; once it has a hook, a type and a value it is found and not made again.")
 HOOKS_LAST = "Hooks come last. Those that cannot follow are reported and do not change the status."
 LINE_IGNORED = "The removal of a delivery line that may not be there is tried and its result ignored."
-NO_USER = "An unknown user has root's group. The uploaded key is removed behind a success, so there is no repeat."
+NO_USER = "An unknown user has root's group. The uploaded key is removed after a success, so the command cannot be repeated."
 UNSEEN_ATTACHMENT = "An attachment that cannot be looked at does not count."
 
 # Commands, promise, fault, what was seen, reason. What was seen may refer to groups of the fault.
@@ -81,7 +81,7 @@ EXCEPTIONS = (
      "A hook's directory goes when it is empty; one that cannot be removed does not matter."),
     ("remove-handler", "status", LOOK_AT_HANDLERS,
      rf"{LACKING_HANDLERS}Handler spam for recipient anna@example\.com does not exist in queue before-local\n",
-     "A handler that cannot be read counts as none, behind a report."),
+     "A handler that cannot be read counts as none, after a report."),
 
     ("rename-mailname(-password)?", "repeat", r"(E\w+|KILL) .*",
      rf"({ACCOUNTS}|{MAP}\.db) .* -> 1\nFatal error: boost::filesystem::filesystem_error\(boost::filesystem::rename: "
@@ -99,7 +99,7 @@ EXCEPTIONS = (
     ("remove-alias|remove-mailbox|remove-mailname|rename-mailname", "status", LOOK_AT_ACCOUNTS,
      rf"{LACKING}{ACCOUNTS} account [\w@.]+: [^;]* instead of None; said: "
      r"Unable to (execute the domain selection query|prepare SQL statement for query 'SELECT id FROM domains).*",
-     "A domain that cannot be looked up among the accounts counts as one that is not there, behind a report."),
+     "A domain that cannot be looked up among the accounts counts as missing, after a report."),
 
     ("add-mailbox|add-redirect|remove-mailbox", "left over", EDIT_LINES, rf"{DELIVERY}\.tmp",
      "A line edit that fails leaves its temporary file, and the next one uses it."),

@@ -75,7 +75,7 @@ class Bench:
         self.now = state.put_back(self.found, self.now)
 
     def run(self, *words):
-        """Runs the tool behind these words; None when it did not come back."""
+        """Runs the tool with these words before it; None when it did not come back."""
         try:
             return mailhost.run(*words, mailhost.TOOL, *self.command.arguments, env=self.env, timeout=SECONDS)
         except subprocess.TimeoutExpired:
@@ -145,7 +145,7 @@ def first_of(rows):
 
 
 def differences(after, wanted):
-    """How a view is not the wanted one; the first few of it, handlers behind all else."""
+    """How a view is not the wanted one; the first few differences, handlers last."""
     paths = [path for path in after.keys() | wanted.keys() if after.get(path) != wanted.get(path)]
     paths.sort(key=lambda path: ("/handlers/" in path, path))
     return "; ".join(f"{path} {difference(after.get(path), wanted.get(path))}" for path in paths[:3]) + (

@@ -44,7 +44,7 @@ class Demo:
         try:
             part(self)
         except Exception as error:
-            self.step(f"what comes behind it in {part.__name__}", f"{type(error).__name__}: {error}", False)
+            self.step(f"what comes after it in {part.__name__}", f"{type(error).__name__}: {error}", False)
 
     def tool(self, *arguments, status, out=None, err=None, within=0):
         """Runs the tool with what it must answer; None stands for any text. It is asked again until

@@ -7,7 +7,7 @@ import services
 
 
 def status(demo, component, expected):
-    """What a component is, in the end: behind a start or a reload Postfix takes a moment to start the
+    """What a component is, in the end: after a start or a reload Postfix takes a moment to start the
     queue manager, without which it counts as stopped."""
     demo.tool("--status-service", f"--mail-component={component}", within=10,
               status=0, out=f"{component} is {expected}\n", err="")

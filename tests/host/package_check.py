@@ -4,7 +4,7 @@
     package_check.py PACKAGE NEXT_PACKAGE [NEEDED_PACKAGE...]
 
 Runs inside a host (./dev package --check), which has to be entered without a tool. The last
-line says how many steps held, behind the demo, which runs from the installed package. Exits 1
+line says how many steps held, after the demo, which runs from the installed package. Exits 1
 when one did not.
 """
 import grp

@@ -58,7 +58,7 @@ build() { # PRESET [TARGET...]
 }
 
 # Why this machine allows no throw-away mail hosts; nothing when it allows them. An image that
-# cannot be built is no refusal but an error.
+# cannot be built is an error, not a refusal.
 host_refusal() {
     (as_root tests/host/enter --bare true) 2>&1 || return 0
     as_root tests/host/image >/dev/null || return 1
