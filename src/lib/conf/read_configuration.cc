@@ -68,6 +68,16 @@ char* end_of_value(char* value)
     return mark ? mark : position;
 }
 
+// Cuts the newline off a line that is to be reported, since a report shows control bytes; whether
+// there was one.
+bool cut_newline(char* line)
+{
+    char* const end = strchrnul(line, '\n');
+    bool const found = *end != '\0';
+    *end = '\0';
+    return found;
+}
+
 int read_line(char* line, conf_data* pconf)
 {
     char* const name = skip_space(line);
@@ -76,12 +86,18 @@ int read_line(char* line, conf_data* pconf)
     char* const name_end = skip_name(name);
     if (!is_space(*name_end)) {
         orvek_log(priority,
-                  "Invalid variable definition %s\nExpected a space after variable name\n", name);
+                  cut_newline(name)
+                      ? "Invalid variable definition %s\n\nExpected a space after variable name\n"
+                      : "Invalid variable definition %s\nExpected a space after variable name\n",
+                  name);
         return 0;
     }
     char* const value = skip_space(name_end);
     if (is_end(*value)) {
-        orvek_log(priority, "Invalid variable definition %s\nExpected a value", name);
+        orvek_log(priority,
+                  cut_newline(name) ? "Invalid variable definition %s\n\nExpected a value"
+                                    : "Invalid variable definition %s\nExpected a value",
+                  name);
         return 0;
     }
     *end_of_value(value) = '\0';
