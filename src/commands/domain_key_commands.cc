@@ -1,15 +1,19 @@
 #include "commands/command_values.h"
 #include "commands/handlers.h"
 #include "mail/lib/server/domain_keys.h"
+#include "util/idn.h"
 
 #include <unistd.h>
 
 namespace orvek::mail::postfix::mailvek_commands {
 
+// Both commands take lists. A bad name in a list fails, after the good ones are done, so the names
+// are checked where they become directories.
+
 int setDomainKey(int argc, char** argv)
 {
     ProgramOptionsHelper const options = parsedOptions(argc, argv);
-    std::string const domains = domainListOf(options, ",");
+    std::string const domains = idn::toAscii(textOf(options, "domain-name"));
     std::string const file = textOf(options, "file-name");
 
     int const set = set_domain_key(domains.c_str(), file.c_str());
@@ -20,7 +24,7 @@ int setDomainKey(int argc, char** argv)
 
 int removeDomainKey(int argc, char** argv)
 {
-    std::string const domains = domainListOf(parsedOptions(argc, argv), ",");
+    std::string const domains = idn::toAscii(textOf(parsedOptions(argc, argv), "domain-name"));
 
     return remove_domain_key(domains.c_str()) == -1 ? 1 : 0;
 }

@@ -178,18 +178,6 @@ def uploaded_key():
     done("--set-domain-key", f"--domain-name={DOMAIN}", "--file-name=/root/key")
 
 
-# A domain for which no key can be stored.
-KEYLESS = "/"
-
-
-def test_a_failed_key_clone_warns_and_the_rest_is_done():
-    uploaded_key()
-    ended = mailvek("--add-domain-alias", f"--domain-name={DOMAIN}", f"--domain-alias-name={KEYLESS}", "--set-reject")
-    warning = f"WARNING: cannot clone domain key for {KEYLESS}\n"
-    assert ended.status == 0 and ended.err.endswith(warning) and ended.out.endswith(warning), ended
-    assert addresses()[f"anna@{KEYLESS}"] == ANNA
-
-
 def test_failed_account_clones_end_it_before_the_catch_all():
     populated()
     os.rename(ACCOUNTS, ACCOUNTS + ".away")
@@ -303,16 +291,6 @@ def test_a_rename_tells_of_hooks_and_goes_on():
     assert ended.status == 0, ended
     assert ended.err.endswith(f"WARNING: unable to properly re-assign mail handlers from {ALIAS} to {NEW}\n")
     assert f"anna@{NEW}" in auth_rows() and ALIAS not in auth_domains()
-
-
-def test_a_rename_tells_of_a_key_and_goes_on():
-    uploaded_key()
-    panel_domain_alias(DOMAIN, ALIAS)
-    done(*ADD, "--set-reject")
-    ended = mailvek("--rename-domain-alias", f"--domain-name={DOMAIN}", f"--old-domain-alias-name={ALIAS}",
-                    f"--new-domain-alias-name={KEYLESS}", "--set-reject")
-    assert ended.status == 0 and ended.err.endswith(f"WARNING: cannot create domainkey for {KEYLESS}\n"), ended
-    assert aliased() == {} and addresses()[KEYLESS] == "1" and not os.path.exists(KEY.format(ALIAS))
 
 
 def test_new_accounts_that_cannot_be_made_keep_the_old_ones():
