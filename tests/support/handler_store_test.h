@@ -39,6 +39,7 @@ protected:
     static constexpr char root[] = "/usr/local/orv/handlers";
     static constexpr char tmpfs[] = "/usr/lib64/orvek-9.0/handlers-tmpfs";
     static constexpr char journal[] = "/run/handlers-tmpfs-journal";
+    static constexpr char lock_directory[] = "/var/lock/files";
     static constexpr char address[] = "someone@example.com";
 
     void SetUp() override
@@ -52,6 +53,13 @@ protected:
     {
         if (!HasFatalFailure())
             empty();
+    }
+
+    // A file in the place of the directory of the locks.
+    static void barLocks()
+    {
+        std::filesystem::remove_all(lock_directory);
+        writeFile(lock_directory, "");
     }
 
     static std::string info(std::string const& name)
@@ -203,7 +211,8 @@ private:
         fs::create_directory(handlers_info);
         fs::remove_all(tmpfs);
         fs::remove_all(journal);
-        fs::create_directories("/var/lock/files");
+        fs::remove_all(lock_directory);
+        fs::create_directory(lock_directory);
     }
 };
 

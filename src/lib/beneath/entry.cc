@@ -27,13 +27,6 @@ int rename_unless_there(Place const& from, Place const& to)
     return errno == ENOENT ? renameat(from.dir(), from.name(), to.dir(), to.name()) : -1;
 }
 
-OpenDescriptor take_for_rights(int dir, char const* path)
-{
-    OpenDescriptor taken = take_file_beneath(dir, path, any_size);
-    return taken.get() < 0 && errno == EISDIR ? open_directory_beneath(dir, path)
-                                              : OpenDescriptor(taken.release());
-}
-
 } // namespace
 
 int look_beneath(int dir, char const* path, struct stat& info)
@@ -87,14 +80,20 @@ int set_times_beneath(int dir, char const* path, timespec const (&times)[2])
     return place.found() ? utimensat(place.dir(), place.name(), times, AT_SYMLINK_NOFOLLOW) : -1;
 }
 
-int set_rights_beneath(int dir, char const* path, Rights const& rights)
+OpenDescriptor take_entry_beneath(int dir, char const* path)
 {
     int const before = errno;
-    OpenDescriptor const taken = take_for_rights(dir, path);
-    if (taken.get() < 0 || set_rights(taken.get(), rights) != 0)
-        return -1;
+    OpenDescriptor taken = take_file_beneath(dir, path, any_size);
+    if (taken.get() >= 0 || errno != EISDIR)
+        return OpenDescriptor(taken.release());
     errno = before;
-    return 0;
+    return open_directory_beneath(dir, path);
+}
+
+int set_rights_beneath(int dir, char const* path, Rights const& rights)
+{
+    OpenDescriptor const taken = take_entry_beneath(dir, path);
+    return taken.get() < 0 ? -1 : set_rights(taken.get(), rights);
 }
 
 int make_link_beneath(int dir, char const* path, char const* target)

@@ -7,6 +7,7 @@
 #define MAILVEK_LIB_BENEATH_ENTRY_H
 
 #include "lib/beneath/rights.h"
+#include "lib/report/owned.h"
 
 #include <cstddef>
 
@@ -30,6 +31,8 @@
 // Sets the times of access and modification, in the form of utimensat.
 [[nodiscard]] int set_times_beneath(int dir, char const* path, timespec const (&times)[2]);
 
+// Takes a directory, or a regular file with one name, for set_rights.
+[[nodiscard]] OpenDescriptor take_entry_beneath(int dir, char const* path);
 // Gives rights to a directory, or to a regular file with one name; failures as by
 // take_file_beneath for anything else.
 [[nodiscard]] int set_rights_beneath(int dir, char const* path, Rights const& rights);

@@ -87,6 +87,23 @@ OpenDescriptor make_file_beneath(int dir, char const* path, mode_t mode)
     return OpenDescriptor(made.release());
 }
 
+OpenDescriptor open_or_make_beneath(int dir, char const* path, int access, off_t most, mode_t mode)
+{
+    int const before = errno;
+    int opened = -1;
+    for (int i = 0; opened < 0 && i < most_replacements; ++i) {
+        opened = open_file_beneath(dir, path, access, most).release();
+        if (opened >= 0 || errno != ENOENT)
+            break;
+        opened = make_file_beneath(dir, path, mode).release();
+        if (opened < 0 && errno != EEXIST) // it has been made meanwhile
+            break;
+    }
+    if (opened >= 0)
+        errno = before;
+    return OpenDescriptor(opened);
+}
+
 OpenFile stream_of(OpenDescriptor descriptor, char const* mode)
 {
     OpenFile stream(descriptor.get() < 0 ? nullptr : fdopen(descriptor.get(), mode));

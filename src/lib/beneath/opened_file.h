@@ -35,6 +35,11 @@ constexpr off_t any_size = std::numeric_limits<off_t>::max();
 // there is anything of that name, a link too.
 [[nodiscard]] OpenDescriptor make_file_beneath(int dir, char const* path, mode_t mode);
 
+// Opens the file that is there, as open_file_beneath does, or makes it new, as make_file_beneath
+// does.
+[[nodiscard]] OpenDescriptor open_or_make_beneath(int dir, char const* path, int access, off_t most,
+                                                  mode_t mode);
+
 // A stream that takes the descriptor over; null with errno set, and the descriptor is closed then.
 [[nodiscard]] OpenFile stream_of(OpenDescriptor descriptor, char const* mode);
 

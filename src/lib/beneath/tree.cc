@@ -56,7 +56,7 @@ private:
         if (told < 0 || (told > 0 && ++entries > most_entries)) {
             if (told > 0)
                 errno = EFBIG;
-            return stop(TreeTrouble::read, levels.back().name);
+            return stop(TreeTrouble::read, levels.size() == 1, levels.back().name);
         }
         if (told == 0)
             return leave();
@@ -64,7 +64,7 @@ private:
             return enter(here(), entry.name);
         return steps.entry(here(), entry.name, entry.kind) == 0
                    ? 0
-                   : stop(TreeTrouble::step, entry.name);
+                   : stop(TreeTrouble::entry, false, entry.name);
     }
 
     int enter(int dir, char const* name)
@@ -77,14 +77,14 @@ private:
         }
         struct stat info = {};
         if (opened.get() < 0 || fstat(opened.get(), &info) != 0)
-            return stop(TreeTrouble::open, name);
+            return stop(TreeTrouble::open, levels.empty(), name);
         if (levels.size() == most_levels) {
             errno = ENAMETOOLONG;
-            return stop(TreeTrouble::open, name);
+            return stop(TreeTrouble::open, levels.empty(), name);
         }
         Level level = {name, info.st_dev, info.st_ino, stream_on(opened)};
         if (!level.stream)
-            return stop(TreeTrouble::open, name);
+            return stop(TreeTrouble::open, levels.empty(), name);
         if (levels.size() > kept_open)
             close_for_now(levels.back());
         levels.push_back(std::move(level));
@@ -94,7 +94,7 @@ private:
     int leave()
     {
         if (levels.size() > 1 && !levels[levels.size() - 2].stream && !open_again())
-            return stop(TreeTrouble::go_back, levels.back().name);
+            return stop(TreeTrouble::go_back, false, levels.back().name);
         Level& left = levels.back();
         bool const is_top = levels.size() == 1;
         int const above = is_top ? place.dir() : dirfd(levels[levels.size() - 2].stream.get());
@@ -107,7 +107,7 @@ private:
             return 0;
         }
         if (result != 0)
-            return stop(TreeTrouble::step, left.name);
+            return stop(TreeTrouble::directory, is_top, left.name);
         levels.pop_back();
         return 0;
     }
@@ -146,9 +146,9 @@ private:
         return above.stream != nullptr;
     }
 
-    int stop(TreeTrouble::Where where, std::string const& name)
+    int stop(TreeTrouble::Where where, bool argument, std::string const& name)
     {
-        trouble = {where, name};
+        trouble = {where, argument, name};
         return -1;
     }
 
@@ -177,16 +177,49 @@ int remove_emptied(int dir, char const* name)
     return errno == ENOTEMPTY ? again : -1;
 }
 
+int set_entry_rights(int dir, char const* name, Rights const& rights)
+{
+    int const before = errno;
+    OpenDescriptor const taken = take_file_beneath(dir, name, any_size);
+    if (taken.get() >= 0)
+        return set_rights(taken.get(), rights);
+    // Another kind has taken its place meanwhile, or it has further names.
+    bool const passed =
+        errno == ENOENT || errno == EMLINK || errno == ELOOP || errno == EISDIR || errno == EINVAL;
+    if (!passed)
+        return -1;
+    errno = before;
+    return 0;
+}
+
 } // namespace
+
+TreeSteps removal()
+{
+    return {
+        [](int at, char const* name, mode_t) { return remove_entry(at, name); },
+        [](int at, char const* name, int) { return remove_emptied(at, name); },
+    };
+}
+
+TreeSteps change_of_rights(Rights const& files, Rights const& directories)
+{
+    return {
+        [=](int at, char const* name, mode_t kind) {
+            return S_ISREG(kind) ? set_entry_rights(at, name, files) : 0;
+        },
+        [=](int, char const*, int self) { return set_rights(self, directories); },
+    };
+}
 
 int walk_tree(int dir, char const* name, TreeSteps const& steps, TreeTop top, TreeTrouble& trouble)
 {
     Place const place(dir, name);
     struct stat info = {};
-    trouble = {TreeTrouble::look, name};
+    trouble = {TreeTrouble::look, true, name};
     if (!place.found() || fstatat(place.dir(), place.name(), &info, AT_SYMLINK_NOFOLLOW) != 0)
         return -1;
-    trouble = {TreeTrouble::step, name};
+    trouble = {TreeTrouble::entry, true, name};
     if (!S_ISDIR(info.st_mode))
         return steps.entry(place.dir(), place.name(), info.st_mode & S_IFMT);
     return TreeWalk(place, steps, top, trouble).run();
@@ -209,30 +242,9 @@ int remove_tree_beneath(int dir, char const* path, TreeTop top)
     return 0;
 }
 
-int set_entry_rights(int dir, char const* name, Rights const& rights)
-{
-    int const before = errno;
-    OpenDescriptor const taken = take_file_beneath(dir, name, any_size);
-    if (taken.get() >= 0)
-        return set_rights(taken.get(), rights);
-    // Another kind has taken its place meanwhile, or it has further names.
-    bool const passed =
-        errno == ENOENT || errno == EMLINK || errno == ELOOP || errno == EISDIR || errno == EINVAL;
-    if (!passed)
-        return -1;
-    errno = before;
-    return 0;
-}
-
 int set_tree_rights_beneath(int dir, char const* path, Rights const& files,
                             Rights const& directories, TreeTop top)
 {
-    TreeSteps const steps = {
-        [&](int at, char const* name, mode_t kind) {
-            return S_ISREG(kind) ? set_entry_rights(at, name, files) : 0;
-        },
-        [&](int, char const*, int self) { return set_rights(self, directories); },
-    };
     TreeTrouble trouble = {};
-    return walk_tree(dir, path, steps, top, trouble);
+    return walk_tree(dir, path, change_of_rights(files, directories), top, trouble);
 }

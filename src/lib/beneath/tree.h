@@ -33,9 +33,6 @@ enum class TreeTop
 [[nodiscard]] int set_tree_rights_beneath(int dir, char const* path, Rights const& files,
                                           Rights const& directories, TreeTop top);
 
-// The same for one entry: what vanishes, other kinds and files with further names stay as they are.
-[[nodiscard]] int set_entry_rights(int dir, char const* name, Rights const& rights);
-
 // The walk itself, for what else is to be done with a tree. A step gives 0; -1 to end the walk,
 // with errno set.
 struct TreeSteps
@@ -48,6 +45,10 @@ struct TreeSteps
 };
 constexpr int again = 1;
 
+// The steps of the two functions above; removal passes over what vanishes.
+[[nodiscard]] TreeSteps removal();
+[[nodiscard]] TreeSteps change_of_rights(Rights const& files, Rights const& directories);
+
 // Where a walk has ended.
 struct TreeTrouble
 {
@@ -57,10 +58,12 @@ struct TreeTrouble
         open,    // a directory
         read,    // a directory's entries
         go_back, // to the directory above; ESTALE when it has been moved meanwhile
-        step,    // a step of the caller's
+        entry,   // the step of that name
+        directory,
     };
     Where where;
-    std::string name; // as given, or of the entry
+    bool argument;    // it is the argument itself
+    std::string name; // of the entry
 };
 
 // Entries of a directory come before it. name is a path beneath dir.

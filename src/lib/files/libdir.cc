@@ -1,14 +1,16 @@
 #include "lib/files/libdir.h"
 
+#include "lib/beneath/made_directory.h"
+#include "lib/beneath/place.h"
 #include "lib/report/failure.h"
 #include "lib/report/liblog.h"
 #include "lib/report/owned.h"
 
 #include <cerrno>
 #include <cstring>
+#include <string>
 
 #include <sys/stat.h>
-#include <unistd.h>
 
 namespace {
 
@@ -22,30 +24,34 @@ bool is_directory(char const* path)
     return stat(path, &info) == 0 && S_ISDIR(info.st_mode);
 }
 
-enum class Made
+std::string without_last_slashes(std::string path)
 {
-    new_one,
-    existing,
-    failed,
-};
+    while (path.size() > 1 && path.back() == '/')
+        path.pop_back();
+    return path;
+}
 
-// Takes a directory that another process has made meanwhile for an existing one.
-Made make_one(char const* path, mode_t mode)
+// Makes a directory, or opens the one that is there or that another process has made meanwhile.
+OpenDescriptor make_one(char const* path, mode_t mode, Making& making)
 {
-    int const before = errno;
-    if (mkdir(path, mode) == 0)
-        return Made::new_one;
-    if (errno != EEXIST || !is_directory(path))
-        return Made::failed;
-    errno = before;
-    return Made::existing;
+    std::string const whole = without_last_slashes(path);
+    char const* name = nullptr;
+    OpenDescriptor const parent = open_parent(whole.c_str(), name);
+    if (parent.get() < 0)
+        return OpenDescriptor(-1);
+    making = Making::anew;
+    OpenDescriptor opened = make_directory_beneath(parent.get(), name, mode_only(mode), &making);
+    if (opened.get() < 0 && making == Making::there && errno == ENOTDIR)
+        errno = EEXIST;
+    return OpenDescriptor(opened.release());
 }
 
 bool make_component(char const* path)
 {
-    if (is_directory(path) || make_one(path, nested_mode) != Made::failed)
+    Making making = Making::anew;
+    if (is_directory(path) || make_one(path, nested_mode, making).get() >= 0)
         return true;
-    if (errno == EEXIST)
+    if (making == Making::there)
         errno = ENOTDIR;
     return false;
 }
@@ -67,15 +73,11 @@ int make_dir_rec(char* dir_name, uid_t uid, gid_t gid, mode_t mode)
     if (is_directory(dir_name))
         return 0;
     make_parents(dir_name, uid, gid, mode);
-    switch (make_one(dir_name, mode)) {
-    case Made::existing:
-        return 0;
-    case Made::failed:
+    Making making = Making::anew;
+    OpenDescriptor const made = make_one(dir_name, mode, making);
+    if (made.get() < 0)
         fatal("Cannot create directory %s: %s", dir_name, strerror(errno));
-    case Made::new_one:
-        break;
-    }
-    if (chown(dir_name, uid, gid) != 0)
+    if (making == Making::anew && set_rights(made.get(), {uid, gid, same_mode}) != 0)
         messlog2(0, 0, "Cannot chown %s: %s", dir_name, strerror(errno));
     return 0;
 }
@@ -90,15 +92,19 @@ int make_dir_p(char const* dir_name, uid_t uid, gid_t gid, mode_t mode)
 
 int make_dir(char const* dir_name, uid_t dir_uid, gid_t dir_gid, mode_t dir_mode)
 {
-    if (make_one(dir_name, dir_mode) == Made::failed)
-        return failure(-1, "ERROR: Unable to mkdir %s: %s\n", dir_name, strerror(errno));
     int const before = errno;
-    // In this order, for chown takes away the set-id bits.
-    if (chown(dir_name, dir_uid, dir_gid) != 0 && errno != ENOENT)
-        return failure(-1, "ERROR: Unable to chown %s: %s\n", dir_name, strerror(errno));
-    if (chmod(dir_name, dir_mode) != 0 && errno != ENOENT)
-        return failure(-1, "ERROR: Unable to chmod %s: %s\n", dir_name, strerror(errno));
+    Making making = Making::anew;
+    OpenDescriptor const made = make_one(dir_name, dir_mode, making);
+    bool const has_vanished = made.get() < 0 && making == Making::there && errno == ENOENT;
+    if (made.get() < 0 && !has_vanished)
+        return failure(-1, "ERROR: Unable to mkdir %s: %s\n", dir_name, strerror(errno));
     errno = before;
+    if (has_vanished)
+        return 0;
+    if (set_rights(made.get(), {dir_uid, dir_gid, same_mode}) != 0)
+        return failure(-1, "ERROR: Unable to chown %s: %s\n", dir_name, strerror(errno));
+    if (set_rights(made.get(), mode_only(dir_mode)) != 0)
+        return failure(-1, "ERROR: Unable to chmod %s: %s\n", dir_name, strerror(errno));
     return 0;
 }
 

@@ -1,7 +1,10 @@
 // libdir - making directories
 //
-// Failures are reported through messlog2 unless stated. Modes are subject to the umask except
-// where chmod is named. A symbolic link to a directory counts as the directory.
+// Failures are reported through messlog2 unless stated. Modes ignore the umask. For directories
+// that an administrator may have moved: a symbolic link to one counts as the directory, except for
+// the one that make_dir treats. In trees that others own use lib/beneath/made_directory.h instead.
+// What is made gets its owner and mode by its descriptor, so that no link which takes its place is
+// followed.
 
 #ifndef MAILVEK_LIB_FILES_LIBDIR_H
 #define MAILVEK_LIB_FILES_LIBDIR_H
@@ -15,8 +18,8 @@
 int make_dir_rec(char* dir_name, uid_t uid, gid_t gid, mode_t mode);
 int make_dir_p(char const* dir_name, uid_t uid, gid_t gid, mode_t mode);
 
-// Makes one directory and sets its owner and mode, by chown and chmod, even if it existed. It
-// may vanish meanwhile. 0 or -1.
+// Makes one directory and sets its owner and mode, even if it existed. It may vanish meanwhile. A
+// link in its place is a failure. 0 or -1.
 int make_dir(char const* dir_name, uid_t dir_uid, gid_t dir_gid, mode_t dir_mode);
 
 // Makes the missing components of path, with mode 0755. 1, or 0 with errno set and no report:

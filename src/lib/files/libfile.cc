@@ -1,5 +1,8 @@
 #include "lib/files/libfile.h"
 
+#include "lib/beneath/entry.h"
+#include "lib/beneath/opened_file.h"
+#include "lib/beneath/place.h"
 #include "lib/report/failure.h"
 #include "lib/report/liblog.h"
 #include "lib/report/owned.h"
@@ -17,29 +20,42 @@
 namespace {
 
 constexpr mode_t new_file_mode = 0644;
+// Of a file that holds one line.
+constexpr off_t most_of_a_text = 1 << 20;
 
 bool make_file(char const* file, int flags)
 {
-    OpenDescriptor made(open(file, O_WRONLY | O_CREAT | flags, new_file_mode));
+    char const* name = nullptr;
+    OpenDescriptor const parent = open_parent(file, name);
+    if (parent.get() < 0)
+        return false;
+    OpenDescriptor made =
+        open_or_make_beneath(parent.get(), name, O_WRONLY | flags, any_size, new_file_mode);
     return made.get() >= 0 && made.close_now() == 0;
 }
 
-// The error of stat or lstat, or 0, without a trace in errno.
-int error_of(decltype(stat)* look, char const* path)
+int set_owner_and_mode(char const* file, OpenDescriptor const& taken, Rights const& rights)
+{
+    if (taken.get() < 0 || set_rights(taken.get(), {rights.uid, rights.gid, same_mode}) != 0)
+        return failure(-1, "ERROR: unable to chown %s: %s\n", file, strerror(errno));
+    if (set_rights(taken.get(), mode_only(rights.mode)) != 0)
+        return failure(-1, "ERROR: unable to chmod %s: %s\n", file, strerror(errno));
+    return 0;
+}
+
+OpenDescriptor take(char const* file)
+{
+    char const* name = nullptr;
+    OpenDescriptor const parent = open_parent(file, name);
+    return parent.get() < 0 ? OpenDescriptor(-1) : take_entry_beneath(parent.get(), name);
+}
+
+// Without a trace in errno of a path that is missing.
+bool exists(char const* path)
 {
     ErrnoKeeper const keeper;
     struct stat info = {};
-    return look(path, &info) == 0 ? 0 : errno;
-}
-
-int set_owner_and_mode(char const* file, uid_t uid, gid_t gid, mode_t mode)
-{
-    // In this order, for chown takes away the set-id bits.
-    if (chown(file, uid, gid) != 0)
-        return failure(-1, "ERROR: unable to chown %s: %s\n", file, strerror(errno));
-    if (chmod(file, mode) != 0)
-        return failure(-1, "ERROR: unable to chmod %s: %s\n", file, strerror(errno));
-    return 0;
+    return stat(path, &info) == 0;
 }
 
 // The first line with its newline; empty at the end of the file, null after a failure.
@@ -72,20 +88,35 @@ int create_file(char const* file)
 
 int rename_dir(char const* oDir, char const* nDir)
 {
-    if (error_of(lstat, oDir) == ENOENT)
+    int const before = errno;
+    struct stat info = {};
+    char const* from = nullptr;
+    char const* to = nullptr;
+    OpenDescriptor const source = open_parent(oDir, from);
+    bool const is_there = source.get() >= 0 && look_beneath(source.get(), from, info) == 0;
+    if (!is_there && errno == ENOENT) {
+        errno = before;
         return 0;
-    if (error_of(lstat, nDir) == 0)
-        return failure(-1, "Directory rename error: target directory %s already exists.\n", nDir);
-    if (rename(oDir, nDir) != 0)
+    }
+    OpenDescriptor const target = open_parent(nDir, to);
+    if (source.get() >= 0 && target.get() >= 0 &&
+        rename_new_beneath(source.get(), from, target.get(), to) == 0)
+        return 0;
+    if (errno != EEXIST)
         return failure(-1, "Remaming %s to %s failed: %s\n", oDir, nDir, strerror(errno));
-    return 0;
+    errno = before;
+    return failure(-1, "Directory rename error: target directory %s already exists.\n", nDir);
 }
 
 int file_set_perms(char const* file_name, uid_t file_uid, gid_t file_gid, mode_t file_mode)
 {
-    if (error_of(stat, file_name) == ENOENT)
+    int const before = errno;
+    OpenDescriptor const taken = take(file_name);
+    if (taken.get() < 0 && errno == ENOENT) {
+        errno = before;
         return 0;
-    return set_owner_and_mode(file_name, file_uid, file_gid, file_mode);
+    }
+    return set_owner_and_mode(file_name, taken, {file_uid, file_gid, file_mode});
 }
 
 int file_set_user_mode(char const* file, char const* user, mode_t mode)
@@ -96,7 +127,7 @@ int file_set_user_mode(char const* file, char const* user, mode_t mode)
     if (!found)
         return failure(-1, "user %s not found", user);
     errno = before;
-    return set_owner_and_mode(file, found->pw_uid, found->pw_gid, mode);
+    return set_owner_and_mode(file, take(file), {found->pw_uid, found->pw_gid, mode});
 }
 
 int p_fclose(FILE* stream)
@@ -108,7 +139,7 @@ int p_fclose(FILE* stream)
 
 int find_file(char const** target, char const* const* paths)
 {
-    while (*paths && error_of(stat, *paths) != 0)
+    while (*paths && !exists(*paths))
         ++paths;
     *target = *paths;
     return *target ? 1 : 0;
@@ -116,7 +147,10 @@ int find_file(char const** target, char const* const* paths)
 
 int get_string_from_file(char* buff, std::size_t buflen, char const* file)
 {
-    OpenFile const stream(fopen(file, "r"));
+    char const* name = nullptr;
+    OpenDescriptor const parent = open_parent(file, name);
+    OpenFile const stream =
+        parent.get() < 0 ? nullptr : read_file_beneath(parent.get(), name, most_of_a_text);
     if (!stream)
         return failure(-1, "Unable to open file %s: %s\n", file, strerror(errno));
     CString const line = first_line(stream.get());

@@ -1,15 +1,16 @@
 // libtree - owner, mode and removal of whole directory trees
 //
-// Symbolic links are never followed: chown_tree and chmod_tree leave them alone, rm_tree
-// removes them. chown_tree and chmod_tree change regular files and directories and leave other
-// kinds alone; rm_tree removes all kinds. dir may be a single file. When it is a directory, it
-// is itself treated only if force_self is not zero. What vanishes on the way is passed over.
+// No symbolic link is followed, dir itself not either; only the directory in which dir lies is
+// reached by way of links. chown_tree and chmod_tree change regular files with one name, and
+// directories. They leave other kinds alone, and files with further names, which may be somebody
+// else's. rm_tree removes all kinds. dir may be a single file. When it is a directory, it is itself
+// treated only if force_self is not zero. What vanishes on the way is passed over.
 //
 // Every failure is reported through messlog2 and ends the process with status 1. A dir that is
 // missing is such a failure, but not for rm_tree. errno is kept.
 //
-// The working directory changes on the way and is restored, so that a tree's paths may be of
-// any length; each level costs a descriptor.
+// A tree's paths may be of any length. Bounds are those of lib/beneath/tree.h: 100,000 levels and
+// 2^27 entries.
 
 #ifndef MAILVEK_LIB_FILES_LIBTREE_H
 #define MAILVEK_LIB_FILES_LIBTREE_H

@@ -1,5 +1,8 @@
 #include "lib/files/op_locks.h"
 
+#include "lib/beneath/made_directory.h"
+#include "lib/beneath/opened_file.h"
+#include "lib/beneath/place.h"
 #include "lib/files/libcrypt.h"
 #include "lib/report/liblog.h"
 #include "lib/report/owned.h"
@@ -11,6 +14,7 @@
 
 #include <fcntl.h>
 #include <sys/file.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 namespace {
@@ -18,6 +22,7 @@ namespace {
 constexpr char lock_directory[] = "/var/lock/files";
 constexpr int lock_file_flags = O_RDWR | O_CREAT | O_TRUNC;
 constexpr mode_t lock_file_mode = 0644;
+constexpr mode_t lock_directory_mode = 0700;
 
 struct FreeLock
 {
@@ -38,12 +43,60 @@ LockRecord new_record(char const* path, int opt)
     return record;
 }
 
-// A descriptor above 0, for 0 means a lock that another process holds. A process that was
-// started without standard input would be given 0.
-int open_above_zero(char const* path, int flags)
+// The directory is the user's own, which is root, or nobody may rely on it: /var/lock is open to
+// all.
+int open_lock_directory()
 {
-    OpenDescriptor opened(open(path, flags, lock_file_mode));
-    return opened.get() == 0 ? fcntl(opened.get(), F_DUPFD, 1) : opened.release();
+    char const* name = nullptr;
+    OpenDescriptor const parent = open_parent(lock_directory, name);
+    if (parent.get() < 0)
+        return -1;
+    OpenDescriptor opened =
+        make_directory_beneath(parent.get(), name, mode_only(lock_directory_mode), nullptr);
+    struct stat info = {};
+    if (opened.get() < 0 || fstat(opened.get(), &info) != 0)
+        return -1;
+    if (info.st_uid != geteuid()) {
+        errno = EPERM;
+        return -1;
+    }
+    bool const is_open = (info.st_mode & 07777) != lock_directory_mode;
+    if (is_open && set_rights(opened.get(), mode_only(lock_directory_mode)) != 0)
+        return -1;
+    return opened.release();
+}
+
+// Empties the file as the flags of the caller say, if it is the user's own.
+bool empty_own_file(int lock_file, int flags)
+{
+    struct stat info = {};
+    if (!(flags & O_TRUNC))
+        return true;
+    if (fstat(lock_file, &info) != 0)
+        return false;
+    return info.st_size == 0 || info.st_uid != geteuid() || ftruncate(lock_file, 0) == 0;
+}
+
+int open_lock_file(int dir, char const* name, int flags)
+{
+    int const access = flags & ~(O_CREAT | O_TRUNC);
+    OpenDescriptor opened((flags & O_CREAT
+                               ? open_or_make_beneath(dir, name, access, any_size, lock_file_mode)
+                               : open_file_beneath(dir, name, access, any_size))
+                              .release());
+    return opened.get() >= 0 && empty_own_file(opened.get(), flags) ? opened.release() : -1;
+}
+
+// A descriptor above 0, for 0 means a lock that another process holds; a process that was started
+// without standard input would be given 0. Children inherit it.
+int open_above_zero(char const* path, int flags, int opt)
+{
+    char const* name = nullptr;
+    OpenDescriptor const dir(opt ? open_lock_directory() : open_parent(path, name).release());
+    if (opt)
+        name = strrchr(path, '/') + 1;
+    OpenDescriptor const opened(dir.get() < 0 ? -1 : open_lock_file(dir.get(), name, flags));
+    return opened.get() < 0 ? -1 : fcntl(opened.get(), F_DUPFD, 1);
 }
 
 } // namespace
@@ -62,7 +115,7 @@ lock_struct_t* mk_lock_(char const* path, int flags, int flock_flags, int opt)
     LockRecord lock = new_record(path, opt);
     if (!lock)
         return nullptr;
-    OpenDescriptor opened(open_above_zero(lock->path, flags));
+    OpenDescriptor opened(open_above_zero(lock->path, flags, opt));
     if (opened.get() < 0) {
         messlog2(0, 0, "Unable to open file \"%s\": %s.", lock->path, strerror(errno));
         return lock.release();

@@ -1,8 +1,11 @@
 // op_locks - locks between processes, by flock
 //
 // mk_lock waits for the lock, mk_nonblock_lock gives up at once. The lock file is the path
-// itself, which is created or emptied, or, with opt non-zero, /var/lock/files/<md5 of the
-// path>, so that locking a configuration file never opens it. The directory must exist.
+// itself, which is created, or emptied if it is the user's own; or, with opt non-zero,
+// /var/lock/files/<md5 of the path>, so that locking a configuration file never opens it. That
+// directory is made with mode 0700 when it is missing. Another user's directory, or a link in its
+// place, is a failure (EPERM, ELOOP), and so is a lock file that is not regular, has further names
+// or is a link.
 //
 // Result: a record for rm_lock. Its fd is above 0 for a lock that is held, 0 when another
 // process holds it, below 0 after a failure; its path is the lock file. Only a lock file that

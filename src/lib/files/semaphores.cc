@@ -1,5 +1,7 @@
 #include "lib/files/semaphores.h"
 
+#include "lib/beneath/opened_file.h"
+#include "lib/beneath/place.h"
 #include "lib/conf/autoprepend.h"
 #include "lib/files/libdir.h"
 #include "lib/report/failure.h"
@@ -20,7 +22,11 @@ int semaphore_file = -1;
 
 int open_file(char const* path)
 {
-    return open(path, O_WRONLY | O_CREAT, 0600);
+    char const* name = nullptr;
+    OpenDescriptor const parent = open_parent(path, name);
+    if (parent.get() < 0)
+        return -1;
+    return open_or_make_beneath(parent.get(), name, O_WRONLY, any_size, 0600).release();
 }
 
 int open_with_directory(char const* path)

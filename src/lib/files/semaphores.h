@@ -10,8 +10,8 @@
 #ifndef MAILVEK_LIB_FILES_SEMAPHORES_H
 #define MAILVEK_LIB_FILES_SEMAPHORES_H
 
-// Opens the file, made with mode 0600 if missing, and its directory with it; shutdown_sem
-// closes it.
+// Opens the file, made with mode 0600 if missing, and its directory with it; a link or anything but
+// a regular file in its place is a failure. shutdown_sem closes it.
 void init_sem();
 void shutdown_sem();
 

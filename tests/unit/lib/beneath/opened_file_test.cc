@@ -195,6 +195,35 @@ TEST_F(OpenedFile, RemovesANewFileWhoseModeCannotBeSet)
     EXPECT_FALSE(fs::exists(path("new")));
 }
 
+TEST_P(OpenedFileEachWay, OpensTheFileThatIsThereOrMakesIt)
+{
+    auto const get = [&](char const* name) {
+        return open_or_make_beneath(root.get(), name, O_RDWR, small, 0604).release();
+    };
+    OpenDescriptor const there(get("sub/file"));
+    OpenDescriptor const made(get("sub/new"));
+    EXPECT_GE(there.get(), 0);
+    EXPECT_GE(made.get(), 0);
+    EXPECT_EQ(errno, 0);
+    EXPECT_EQ(readFile(path("sub/file")), "text");
+    EXPECT_EQ(modeOf(path("sub/new")), 0604U);
+    fs::create_symlink(outside + "/new", path("dangling"));
+    fs::create_directory_symlink(outside, path("way"));
+    EXPECT_BARRED(get("dangling"), ELOOP);
+    EXPECT_BARRED(get("way/file"), ELOOP);
+    EXPECT_BARRED(get("sub"), EISDIR);
+    EXPECT_BARRED(get("none/file"), ENOENT);
+    expectOutsideUntouched();
+}
+
+TEST_F(OpenedFile, OpensTheFileThatIsMadeMeanwhile)
+{
+    BeforeCall const make("openat", 2, [&] { writeFile(path("late"), "late"); });
+    OpenDescriptor const opened = open_or_make_beneath(root.get(), "late", O_RDWR, small, 0600);
+    EXPECT_GE(opened.get(), 0);
+    EXPECT_EQ(readFile(path("late")), "late");
+}
+
 TEST_F(OpenedFile, LeavesNoDescriptorOpenAfterAFailure)
 {
     fs::create_hard_link(outside + "/file", path("hard"));

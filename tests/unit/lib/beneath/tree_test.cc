@@ -173,7 +173,7 @@ TEST_F(TreeBeneath, IsGivenUpWhenSomebodyKeepsAddingToIt)
     TreeTrouble trouble = {};
     EXPECT_NE(walk_tree(root.get(), "sub/deep", steps, TreeTop::with, trouble), 0);
     EXPECT_EQ(late, 4);
-    EXPECT_EQ(trouble.where, TreeTrouble::step);
+    EXPECT_EQ(trouble.where, TreeTrouble::directory);
 }
 
 TEST_P(TreeEachWay, GetsItsModesAndLeavesOtherKindsAlone)
@@ -224,6 +224,7 @@ TEST_F(TreeBeneath, TellsWhereAWalkHasEnded)
         EXPECT_BARRED(walk_tree(root.get(), "sub", steps, TreeTop::with, trouble), EIO);
         EXPECT_EQ(trouble.where, failure.where) << failure.call;
         EXPECT_EQ(trouble.name, "sub");
+        EXPECT_TRUE(trouble.argument);
     }
     for (char const* const call : {"unlinkat", "openat"}) {
         makeDeep(root.get(), "top", 40);

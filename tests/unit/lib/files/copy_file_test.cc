@@ -181,8 +181,8 @@ TEST_F(CopyFileOnHost, ReportsASourceThatTellsNothing)
 {
     writeFile(src, content);
     auto const run = inChild([&] {
-        CallFailure const failing("fstat", EIO);
-        LogLevel = LOG_ERR; // the report's own, so that it is just printed
+        CallFailure const failing("fstat", EIO, 3); // after two of the lock
+        LogLevel = LOG_ERR;                         // the report's own, so that it is just printed
         return copy();
     });
     EXPECT_EQ(run.status, 1);
@@ -242,7 +242,8 @@ TEST_F(CopyFileOnHost, RepeatsAWriteOfZero)
 TEST_F(CopyFileOnHost, ReportsATargetAndASourceThatCannotBeClosed)
 {
     writeFile(src, content);
-    for (auto const& [number, name] : {std::pair{1, dst}, {2, src}}) {
+    // Three before them take the lock.
+    for (auto const& [number, name] : {std::pair{4, dst}, {5, src}}) {
         auto const run = inChild([&, number = number] {
             CallFailure const failing("close", EIO, number);
             return copy();
@@ -257,7 +258,7 @@ TEST_F(CopyFileOnHost, ReportsALockThatCannotBeReleasedAndDoesNotFail)
 {
     writeFile(src, content);
     auto const run = inChild([&] {
-        CallFailure const failing("close", EIO, 3);
+        CallFailure const failing("close", EIO, 6);
         return copy();
     });
     EXPECT_EQ(run.status, 0);

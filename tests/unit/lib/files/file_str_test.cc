@@ -200,7 +200,7 @@ TEST_F(FileStrOnHost, ReportsThatThereIsNoMemoryForALock)
 TEST_F(FileStrOnHost, ReportsALockThatCannotBeReleased)
 {
     auto const run = inChild([&] {
-        CallFailure const failing("close", EIO);
+        CallFailure const failing("close", EIO, 4); // three before it take the lock
         return edit("a", FILE_ADD);
     });
     EXPECT_EQ(run.status, 1);

@@ -126,7 +126,7 @@ TEST_F(Libdir, EndsTheProcessWithoutMemoryForACopy)
 TEST_F(Libdir, OnlyReportsADirectoryThatCannotBeGivenAway)
 {
     auto const run = inChild([&] {
-        CallFailure const failing("chown", EPERM);
+        CallFailure const failing("fchownat", EPERM);
         return makeParents(nested);
     });
     EXPECT_EQ(run.status, 0);
@@ -170,27 +170,75 @@ TEST_F(Libdir, DoesNotTakeAFileForADirectoryThatExists)
 
 TEST_F(Libdir, ReportsOneDirectoryWhoseOwnerOrModeCannotBeSet)
 {
-    for (auto const* const call : {"chown", "chmod"}) {
+    struct
+    {
+        char const* call;
+        int number;
+        char const* word;
+    } const failures[] = {{"fchownat", 1, "chown"}, {"fchmod", 2, "chmod"}};
+    for (auto const& failure : failures) {
+        fs::remove(dir / "a");
         auto const run = inChild([&] {
-            CallFailure const failing(call, EPERM);
+            CallFailure const failing(failure.call, EPERM, failure.number);
             return makeOne(dir / "a") == -1 ? 0 : 1;
         });
         EXPECT_EQ(run.status, 0);
-        EXPECT_EQ(run.err, withErrno("ERROR: Unable to " + std::string(call) + " " + (dir / "a") +
-                                         ": Operation not permitted\n",
+        EXPECT_EQ(run.err, withErrno("ERROR: Unable to " + std::string(failure.word) + " " +
+                                         (dir / "a") + ": Operation not permitted\n",
                                      EPERM));
     }
 }
 
 TEST_F(Libdir, AcceptsThatOneDirectoryVanishes)
 {
-    for (auto const* const call : {"chown", "chmod"}) {
-        auto const run = inChild([&] {
-            CallFailure const failing(call, ENOENT);
-            return makeOne(dir / "a") == 0 && errno == 0 ? 0 : 1;
+    fs::create_directory(dir / "a");
+    auto const run = inChild([&] {
+        CallFailure const failing("syscall", ENOENT);
+        return makeOne(dir / "a") == 0 && errno == 0 ? 0 : 1;
+    });
+    EXPECT_EQ(run.status, 0);
+    EXPECT_EQ(run.err, "");
+}
+
+TEST_F(Libdir, GivesNothingToALinkInTheDirectorysPlace)
+{
+    fs::create_directory(dir / "true");
+    fs::create_directory_symlink(dir / "true", dir / "a");
+    ASSERT_EQ(chmod((dir / "true").c_str(), 0700), 0);
+    auto const run = inChild([&] { return makeOne(dir / "a", 0777) == -1 ? 0 : 1; });
+    EXPECT_EQ(run.status, 0);
+    EXPECT_EQ(
+        run.err,
+        withErrno("ERROR: Unable to mkdir " + (dir / "a") + ": " + strerror(ELOOP) + "\n", ELOOP));
+    EXPECT_EQ(modeOf(dir / "true"), 0700U);
+}
+
+TEST_F(Libdir, GivesNothingToALinkThatTakesANewDirectorysPlace)
+{
+    fs::create_directory(dir / "true");
+    ASSERT_EQ(chmod((dir / "true").c_str(), 0700), 0);
+    auto const run = inChild([&] {
+        BeforeCall const swap("syscall", 1, [&] {
+            fs::remove(dir / "a");
+            fs::create_directory_symlink(dir / "true", dir / "a");
         });
-        EXPECT_EQ(run.status, 0);
-        EXPECT_EQ(run.err, "");
+        makeParents(dir / "a", 0777);
+        return 7;
+    });
+    EXPECT_EQ(run.status, 1);
+    EXPECT_EQ(modeOf(dir / "true"), 0700U);
+}
+
+TEST_F(Libdir, MakesModesThatIgnoreTheUmask)
+{
+    for (mode_t const mask_now : {0U, 0777U}) {
+        umask(mask_now);
+        std::string const top = std::to_string(mask_now);
+        EXPECT_EQ(makeParents(dir / (top + "/b"), 0750), 0);
+        EXPECT_EQ(createNestedDirectory((dir / (top + "/c")).c_str()), 1);
+        EXPECT_EQ(modeOf(dir / top), 0750U);
+        EXPECT_EQ(modeOf(dir / (top + "/b")), 0750U);
+        EXPECT_EQ(modeOf(dir / (top + "/c")), 0755U);
     }
 }
 

@@ -10,6 +10,7 @@
 #include <gtest/gtest.h>
 
 #include <filesystem>
+#include <utility>
 
 #include <pwd.h>
 #include <unistd.h>
@@ -183,20 +184,72 @@ TEST_F(Libfile, AcceptsThatAFileForPermissionsIsMissing)
     });
     EXPECT_EQ(run.status, 0);
     EXPECT_EQ(run.err, "");
-    std::filesystem::create_symlink(dir / "none", path);
-    EXPECT_EQ(file_set_perms(path.c_str(), getuid(), getgid(), 0600), 0);
+}
+
+TEST_F(Libfile, OpensAndChangesNoLinkFifoOrFurtherName)
+{
+    std::string const outside = dir / "outside";
+    writeFile(outside, "theirs");
+    unsigned const mode = modeOf(outside);
+    void (*const plants[])(std::string const& outside, std::string const& path) = {
+        [](std::string const& to, std::string const& at) {
+            std::filesystem::create_symlink(to, at);
+        },
+        [](std::string const& to, std::string const& at) {
+            std::filesystem::create_hard_link(to, at);
+        },
+        [](std::string const&, std::string const& at) { mkfifo(at.c_str(), mode_t{0600}); },
+    };
+    for (auto* const plant : plants) {
+        plant(outside, path);
+        auto const run = inChild([&] {
+            char buff[100] = {};
+            char const* const user = getpwuid(getuid())->pw_name;
+            int const done = create_file(path.c_str()) + create_empty_file(path.c_str()) +
+                             file_set_perms(path.c_str(), getuid(), getgid(), 0777) +
+                             file_set_user_mode(path.c_str(), user, 0777) +
+                             get_string_from_file(buff, sizeof buff, path.c_str());
+            return done == -5 ? 0 : 1;
+        });
+        EXPECT_EQ(run.status, 0) << run.err;
+        std::filesystem::remove(path);
+    }
+    EXPECT_EQ(readFile(outside), "theirs");
+    EXPECT_EQ(modeOf(outside), mode);
+}
+
+TEST_F(Libfile, MakesNothingThroughALinkThatLeadsNowhere)
+{
+    std::filesystem::create_symlink(dir / "new", path);
+    auto const run = inChild([&] {
+        return create_file(path.c_str()) == -1 && create_empty_file(path.c_str()) == -1 ? 0 : 1;
+    });
+    EXPECT_EQ(run.status, 0);
+    EXPECT_FALSE(std::filesystem::exists(dir / "new"));
+}
+
+TEST_F(Libfile, FollowsTheAdministratorsLinksAboveAFile)
+{
+    std::filesystem::create_directory(dir / "true");
+    std::filesystem::create_directory_symlink(dir / "true", dir / "link");
+    EXPECT_EQ(create_file((dir / "link/file").c_str()), 0);
+    EXPECT_EQ(file_set_perms((dir / "link/file").c_str(), getuid(), getgid(), 0604), 0);
+    EXPECT_EQ(modeOf(dir / "true/file"), 0604U);
 }
 
 TEST_F(Libfile, ReportsAnOwnerOrAModeThatCannotBeSet)
 {
     writeFile(path, "");
-    for (auto const* const call : {"chown", "chmod"}) {
+    // A descriptor that is not open for reading has its mode changed by way of /proc.
+    std::pair<char const*, char const*> const failures[] = {{"fchownat", "chown"},
+                                                            {"chmod", "chmod"}};
+    for (auto const& [call, word] : failures) {
         auto const run = inChild([&] {
             CallFailure const failing(call, EROFS);
             return file_set_perms(path.c_str(), getuid(), getgid(), 0600) == -1 ? 0 : 1;
         });
         EXPECT_EQ(run.status, 0);
-        EXPECT_EQ(run.err, withErrno("ERROR: unable to " + std::string(call) + " " + path + ": " +
+        EXPECT_EQ(run.err, withErrno("ERROR: unable to " + std::string(word) + " " + path + ": " +
                                          strerror(EROFS) + "\n",
                                      EROFS));
     }
@@ -333,10 +386,19 @@ TEST_F(GetStringFromFile, ReportsAFileThatCannotBeOpened)
               withErrno("Unable to open file " + path + ": No such file or directory\n", ENOENT));
 }
 
-TEST_F(GetStringFromFile, ReportsAFileThatCannotBeRead)
+TEST_F(GetStringFromFile, ReportsADirectoryAsAFileThatCannotBeOpened)
 {
     std::filesystem::create_directory(path);
     auto const run = inChild([&] { return get() == -1 ? 0 : 1; });
     EXPECT_EQ(run.status, 0);
-    EXPECT_EQ(run.err, withErrno("Unable to read line from file: Is a directory\n", EISDIR));
+    EXPECT_EQ(run.err, withErrno("Unable to open file " + path + ": Is a directory\n", EISDIR));
+}
+
+TEST_F(GetStringFromFile, RefusesAFileThatIsHuge)
+{
+    writeFile(path, "first\n");
+    ASSERT_EQ(truncate(path.c_str(), off_t{1} << 40), 0);
+    auto const run = inChild([&] { return get() == -1 ? 0 : 1; });
+    EXPECT_EQ(run.status, 0);
+    EXPECT_EQ(run.err, withErrno("Unable to open file " + path + ": File too large\n", EFBIG));
 }

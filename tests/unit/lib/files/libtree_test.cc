@@ -187,7 +187,7 @@ TEST_F(ChownTree, LeavesLinksAndOtherKindsAlone)
 {
     // Of what the tree holds only two files and two directories call for a change.
     auto const run = inChild([&] {
-        CallFailure const fifth("lchown", EPERM, 5);
+        CallFailure const fifth("fchownat", EPERM, 5);
         changeOwner(tree);
         changeOwner(tree + "/link");
         changeOwner(tree + "/pipe");
@@ -239,12 +239,12 @@ TEST_F(LibtreeOnHost, ChownTreeDoesNotFollowALinkThatTakesAFilesPlaceMeanwhile)
     TempDir const dir;
     writeFile(dir / "file", "");
     writeFile(dir / "outside", "");
-    BeforeCall const swap("lchown", 1, [&] {
+    BeforeCall const swap("fchownat", 1, [&] {
         fs::remove(dir / "file");
         fs::create_symlink(dir / "outside", dir / "file");
     });
     chown_tree((dir / "file").c_str(), "daemon", "daemon", 1);
-    EXPECT_EQ(infoOf(dir / "file").st_uid, getpwnam("daemon")->pw_uid);
+    EXPECT_EQ(infoOf(dir / "file").st_uid, getuid());
     EXPECT_EQ(infoOf(dir / "outside").st_uid, getuid());
 }
 
@@ -262,10 +262,24 @@ TEST_F(LibtreeOnHost, TreeSetPermsChangesOwnersAndModes)
     EXPECT_EQ(modeOf(tree + "/file"), file_mode);
 }
 
+TEST_F(ChmodTree, LeavesAFileWithAFurtherNameAlone)
+{
+    fs::create_hard_link(outside + "/file", tree + "/hard");
+    changeModes(tree);
+    changeModes(tree + "/hard");
+    expectOutsideUntouched();
+}
+
+TEST_F(RmTree, TakesAPathThatEndsInASlash)
+{
+    removeTree(tree + "/");
+    EXPECT_FALSE(fs::exists(tree));
+}
+
 TEST_F(Tree, TreeSetPermsChangesTheOwnerFirst)
 {
     EXPECT_EQ(lastWords([&] {
-                  CallFailure const failing("lchown", EPERM, 4);
+                  CallFailure const failing("fchownat", EPERM, 4);
                   tree_set_perms(tree.c_str(), ownUser().c_str(), std::to_string(getgid()).c_str(),
                                  file_mode, dir_mode, 1);
               }),

@@ -8,9 +8,14 @@
 #include "support/memory_faults.h"
 #include "support/other_process.h"
 #include "support/report.h"
+#include "support/rights.h"
+#include "support/set_aside.h"
 #include "support/temp_dir.h"
 
 #include <gtest/gtest.h>
+
+#include <filesystem>
+#include <utility>
 
 #include <fcntl.h>
 #include <sys/file.h>
@@ -20,6 +25,7 @@ namespace {
 
 constexpr int plain = 0;
 constexpr int hashed = 1;
+constexpr char const* lock_directory = "/var/lock/files";
 
 class OpLocks : public ::testing::Test
 {
@@ -61,6 +67,88 @@ TEST_F(OpLocks, OpenTheLockFileForReadingAndWritingAndEmptyIt)
     lock_struct_t* const lock = mk_lock(path.c_str(), plain);
     EXPECT_EQ(readFile(path), "");
     EXPECT_EQ(fcntl(lock->fd, F_GETFL) & O_ACCMODE, O_RDWR);
+    EXPECT_EQ(rm_lock(lock), 0);
+}
+
+TEST_F(OpLocks, OpenNoLinkNoFifoAndNoFileWithAFurtherName)
+{
+    std::string const outside = dir / "outside";
+    writeFile(outside, "theirs");
+    std::filesystem::create_symlink(outside, dir / "link");
+    std::filesystem::create_symlink(dir / "new", dir / "dangling");
+    std::filesystem::create_hard_link(outside, dir / "hard");
+    ASSERT_EQ(mkfifo((dir / "fifo").c_str(), 0600), 0);
+    std::pair<char const*, int> const bad[] = {
+        {"link", ELOOP}, {"dangling", ELOOP}, {"hard", EMLINK}, {"fifo", EINVAL}};
+    for (auto const& [name, error] : bad) {
+        auto const run = inChild([&, name = name, error = error] {
+            lock_struct_t* const lock = mk_lock((dir / name).c_str(), plain);
+            return lock && lock->fd < 0 && errno == error && free_lock(lock) == 0 ? 0 : 1;
+        });
+        EXPECT_EQ(run.status, 0) << name;
+        EXPECT_EQ(run.err, withErrno("Unable to open file \"" + (dir / name) +
+                                         "\": " + strerror(error) + ".",
+                                     error));
+    }
+    EXPECT_EQ(readFile(outside), "theirs");
+    EXPECT_FALSE(std::filesystem::exists(dir / "new"));
+}
+
+TEST_F(OpLocksOnHost, EmptyNoFileOfSomebodyElse)
+{
+    TempDir const dir;
+    std::string const path = dir / "theirs";
+    writeFile(path, "text");
+    ASSERT_EQ(chown(path.c_str(), 65534, 65534), 0);
+    EXPECT_EQ(rm_lock(mk_lock(path.c_str(), plain)), 0);
+    EXPECT_EQ(readFile(path), "text");
+}
+
+TEST_F(OpLocksOnHost, MakeTheirDirectoryWhereItIsMissing)
+{
+    for (mode_t const mask_now : {0U, 0777U}) {
+        std::filesystem::remove_all(lock_directory);
+        mode_t const before = umask(mask_now);
+        lock_struct_t* const lock = mk_lock("/any", hashed);
+        umask(before);
+        EXPECT_TRUE(is_locked(lock));
+        EXPECT_EQ(rm_lock(lock), 0);
+        EXPECT_EQ(rightsOf(lock_directory), "drwx------ root:root");
+    }
+}
+
+TEST_F(OpLocksOnHost, CloseTheirDirectoryToOthers)
+{
+    ASSERT_EQ(chmod(lock_directory, 0777), 0);
+    EXPECT_EQ(rm_lock(mk_lock("/any", hashed)), 0);
+    EXPECT_EQ(rightsOf(lock_directory), "drwx------ root:root");
+}
+
+TEST_F(OpLocksOnHost, RefuseADirectoryOfSomebodyElseAndALink)
+{
+    SetAside const aside(lock_directory);
+    TempDir const dir;
+    auto const refused = [](int error) {
+        return inChild([=] {
+                   lock_struct_t* const lock = mk_lock("/any", hashed);
+                   return lock && lock->fd < 0 && errno == error && free_lock(lock) == 0 ? 0 : 1;
+               })
+            .status;
+    };
+    std::filesystem::create_directory_symlink(dir.path(), lock_directory);
+    EXPECT_EQ(refused(ELOOP), 0);
+    std::filesystem::remove(lock_directory);
+    std::filesystem::create_directory(lock_directory);
+    ASSERT_EQ(chown(lock_directory, 65534, 65534), 0);
+    EXPECT_EQ(refused(EPERM), 0);
+    EXPECT_TRUE(std::filesystem::is_empty(dir.path()));
+    EXPECT_TRUE(std::filesystem::is_empty(lock_directory));
+}
+
+TEST_F(OpLocks, AreInheritedByChildren)
+{
+    lock_struct_t* const lock = mk_lock(path.c_str(), plain);
+    EXPECT_EQ(fcntl(lock->fd, F_GETFD), 0);
     EXPECT_EQ(rm_lock(lock), 0);
 }
 

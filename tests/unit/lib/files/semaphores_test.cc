@@ -131,6 +131,26 @@ TEST_F(Semaphores, EndTheProcessWhenTheirDirectoryCannotBeMade)
               withErrno("failed to open semaphore file " + file + ": Not a directory", ENOTDIR));
 }
 
+TEST_F(Semaphores, EndTheProcessForALinkOrAFifoInTheirFilesPlace)
+{
+    std::filesystem::create_directories(root + "/var");
+    auto const words = [&] {
+        return run([] {
+                   init_sem();
+                   return 7;
+               })
+            .err;
+    };
+    std::filesystem::create_symlink(dir / "new", file);
+    EXPECT_EQ(words(),
+              withErrno("failed to open semaphore file " + file + ": " + strerror(ELOOP), ELOOP));
+    EXPECT_FALSE(std::filesystem::exists(dir / "new"));
+    std::filesystem::remove(file);
+    ASSERT_EQ(mkfifo(file.c_str(), 0600), 0);
+    EXPECT_EQ(words(),
+              withErrno("failed to open semaphore file " + file + ": " + strerror(EINVAL), EINVAL));
+}
+
 TEST_F(Semaphores, EndTheProcessForARootThatIsTooLong)
 {
     std::string const longest(4095, 'a');

@@ -245,16 +245,15 @@ TEST_F(MainCfManagerOnHost, WaitsForTheLock)
 TEST_F(MainCfManagerOnHost, RaisesWithoutALockAndWritesNothing)
 {
     pretend("a");
-    shellRun("mv /var/lock/files /var/lock/files.away");
+    shellRun("mv /var/lock/files /var/lock/files.away; touch /var/lock/files");
     std::string const outcome = outcomeOf([] {
         orvek::mail::postfix::MainCfManager const& manager = MainCfManager::getInstance();
         FILE* const devnull = freopen("/dev/null", "w", stderr);
         EXPECT_TRUE(devnull);
         manager.replaceStringValue(parameter, "x");
     });
-    shellRun("mv /var/lock/files.away /var/lock/files");
-    EXPECT_NE(outcome.find("!SystemError: lock() failed: No such file or directory"),
-              std::string::npos)
+    shellRun("rm /var/lock/files; mv /var/lock/files.away /var/lock/files");
+    EXPECT_NE(outcome.find("!SystemError: lock() failed: Not a directory"), std::string::npos)
         << outcome;
     EXPECT_FALSE(wrote());
 }

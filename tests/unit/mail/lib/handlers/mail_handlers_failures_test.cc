@@ -112,17 +112,18 @@ TEST_F(MailHandlerAddFailsOnHost, WhenTheDescriptorsModeCannotBeSetAndLeavesItEm
 
 TEST_F(MailHandlerAddFailsOnHost, WhenAParameterCannotBeStoredAndLeavesTheEmptyFile)
 {
-    std::filesystem::remove_all("/var/lock/files");
+    barLocks();
     auto const run = printed([] { EXPECT_EQ(tryToAdd(), -1); });
     EXPECT_THAT(leftovers(), ElementsAre("hook"));
     std::string const dir = info(first());
-    EXPECT_THAT(run.err, EndsWith(withErrno(
-                             "Unable to add string 'before-local' to '" + dir + "/hook'", ENOENT)));
+    EXPECT_THAT(
+        run.err,
+        EndsWith(withErrno("Unable to add string 'before-local' to '" + dir + "/hook'", ENOTDIR)));
 }
 
 TEST_F(MailHandlerAddFailsOnHost, WithOneReportMoreForTheDirectoryOfTheParameter)
 {
-    std::filesystem::remove_all("/var/lock/files");
+    barLocks();
     printed([] {
         EXPECT_EQ(tryToAdd(), -1);
         EXPECT_THAT(reports(),
@@ -256,7 +257,8 @@ TEST_F(MailHandlerAddFailsOnHost, WithAValueThatIsTooLongToBeReadBack)
 TEST_F(MailHandlerAddFailsOnHost, WithAReportOfTheFileThatCannotBeCreated)
 {
     printed([] {
-        failSystemCallWith(SYS_openat, 2, O_WRONLY | O_CREAT | O_TRUNC, EDQUOT);
+        failSystemCallWith(SYS_openat, 2, O_RDWR | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC,
+                           EDQUOT);
         EXPECT_EQ(tryToAdd(), -1);
         EXPECT_EQ(reports().size(), 1U);
     });
