@@ -2,7 +2,7 @@
 
     bench/run.py PROGRAMS [--rounds N] [--markdown] [ROW...]
 
-PROGRAMS is the directory of the optimised programs. A row is a file bench/<layer>/<row>.py with
+PROGRAMS is the directory of the optimised programs. A row is a file bench/<room>/<row>.py with
 a function row(bench) that makes what its two sides need and returns a Row; one with SIZES, a table
 of names and sizes, is a row for each, <row>_<name>, and its function takes the size too. Both sides run in
 turns within one run, so that what else the machine does meets them alike; the table shows the
@@ -206,7 +206,7 @@ def cells(name: str, row: Row, ours: list[Spent], other: list[Spent], memory: fl
 
 
 def load(path: Path) -> dict:
-    sys.path.insert(0, str(path.parent))  # for what rows of a layer share, in _<name>.py
+    sys.path.insert(0, str(path.parent))  # for what rows of a room share, in _<name>.py
     return runpy.run_path(str(path))
 
 

@@ -1,15 +1,15 @@
-# One static library a row of src/layers.txt, linked to the layers its row names and to
-# nothing else of the project. Every .cc in a layer's directory belongs to the layer.
+# One static library for each room, a row of src/layers.txt. It links the rooms that its row names and
+# nothing else of the project. Every .cc in the room's directory belongs to it.
 
 option(MAILVEK_HEADERS_ALONE "compile every header by itself" OFF)
 
-# The CMake target of a layer: util -> layer_util, mail/lib/home -> layer_mail_lib_home.
+# The CMake target of a room: util -> layer_util, mail/lib/home -> layer_mail_lib_home.
 function(mailvek_layer_target layer result)
   string(REPLACE "/" "_" stem ${layer})
   set(${result} layer_${stem} PARENT_SCOPE)
 endfunction()
 
-# Compiles each header of a layer alone, so that no header leans on what its users included.
+# Compiles each header of a room alone, so that no header needs what its users include.
 function(mailvek_headers_alone target directory)
   file(GLOB headers CONFIGURE_DEPENDS ${directory}/*.h)
   set(probes)
@@ -37,7 +37,7 @@ function(mailvek_add_layer layer uses)
     mailvek_warnings(${target})
     set(scope PUBLIC)
   else()
-    add_library(${target} INTERFACE) # a layer whose sources have not landed
+    add_library(${target} INTERFACE) # a room of headers
     set(scope INTERFACE)
   endif()
   target_include_directories(${target} ${scope} ${CMAKE_SOURCE_DIR}/src)
@@ -63,7 +63,7 @@ function(mailvek_add_layers table)
   foreach(row ${rows})
     string(REGEX MATCH "^([a-z_/]+) *:(.*)$" matched "${row}")
     if(NOT matched)
-      message(FATAL_ERROR "${table}: not a layer row: ${row}")
+      message(FATAL_ERROR "${table}: not the row of a room: ${row}")
     endif()
     set(layer ${CMAKE_MATCH_1})
     separate_arguments(uses UNIX_COMMAND "${CMAKE_MATCH_2}")
