@@ -71,7 +71,7 @@ def test_an_unknown_command_is_named_on_standard_error_alone(case):
         ended = mailvek(case)
     assert ended.status == 1
     assert ended.out == ""
-    assert ended.err == f"Error: invalid command {case}\n{SHORT_USAGE}"
+    assert ended.err == "Error: invalid command " + case.replace("\n", "\\n") + f"\n{SHORT_USAGE}"
 
 
 def test_a_command_behind_another_argument_is_not_found():
