@@ -191,9 +191,8 @@ set(MAILVEK_WRAPPED_layer_maildir
 
 set(MAILVEK_WRAPPED_layer_postfix_maps
   ${call_faults}
-  copy_file_range
   mmap
-  sendfile)
+  unshare)
 
 set(MAILVEK_WRAPPED_layer_postfix_master_cf
   ${call_faults})

@@ -2,15 +2,13 @@
 
 #include "postfix/maps/change_lock.h"
 #include "postfix/maps/data_stream_filter.h"
-#include "postfix/maps/indexed_file.h"
 #include "postfix/maps/map_dump.h"
-#include "postfix/maps/map_names.h"
+#include "postfix/maps/map_room.h"
 #include "postfix/tools/postmap_output.h"
 #include "postfix/tools/tool_result.h"
 #include "util/autoclean_ofstream.h"
 #include "util/errors.h"
 #include "util/mapped_output.h"
-#include "util/mk_lock.h"
 
 #include <ostream>
 
@@ -29,17 +27,17 @@ void requireRemoval(ToolResult const& result)
 }
 
 // Whether the map has the key with a value that is not the record's.
-bool hasOther(std::string const& map, std::pair<std::string, std::string> const& record)
+bool hasOther(MapRoom const& room, std::pair<std::string, std::string> const& record)
 {
     ToolResult const result =
-        runPostmap({"-q", record.first, map}, ToolStreams::withoutInput().collected());
+        room.run({"-q", record.first, room.map}, ToolStreams::withoutInput().collected());
     requireRemoval(result);
     return !hasFailed(result.status) && result.output != record.second + '\n';
 }
 
-void removeKey(std::string const& map, std::string const& key)
+void removeKey(MapRoom const& room, std::string const& key)
 {
-    requireRemoval(runPostmap({"-d", key, map}, ToolStreams::withoutInput()));
+    requireRemoval(room.run({"-d", key, room.map}, ToolStreams::withoutInput()));
 }
 
 // The text source of a map. It raises when it cannot be written. Records go into it one at a time,
@@ -76,30 +74,19 @@ private:
     MappedOutput mapped;
 };
 
-// How many pieces of a dump go with one piece of the copy. A pipe holds twice as much, so postmap
-// does not have to wait.
-constexpr int pieces_per_copy = 32;
-
-// Writes what the filter keeps of the map, and copies the indexed file meanwhile.
-void filterInto(std::ostream& out, std::string const& map, RecordFilter const& filter,
-                IndexedFileCopy& copy)
+// Writes what the filter keeps of the map.
+void filterInto(std::ostream& out, MapRoom const& room, RecordFilter const& filter)
 {
     database::DataStreamFilter<RecordFilter> lines(filter, out);
-    int pieces = 0;
-    readMap(map, [&](std::vector<char> const& piece) {
-        lines.filterChunk(piece);
-        if (++pieces % pieces_per_copy == 0)
-            copy.proceed();
-    });
+    readMap(room, [&](std::vector<char> const& piece) { lines.filterChunk(piece); });
     lines.finish();
 }
 
-void rebuild(std::vector<std::string> const& arguments, IndexedFileCopy& copy)
+void rebuild(MapRoom& room, std::vector<std::string> const& arguments)
 {
-    copy.complete();
-    ToolResult const result = runPostmap(arguments);
+    ToolResult const result = room.run(arguments);
     requireSuccess(result.status, result.diagnostics);
-    copy.dismiss();
+    room.install();
 }
 
 } // namespace
@@ -115,7 +102,9 @@ void DatabaseHelper::removeRecord(std::string const& map, std::string const& key
 {
     requireKey(key);
     ChangeLock const changes(map);
-    removeKey(map, key);
+    MapRoom room(map);
+    room.borrow();
+    removeKey(room, key);
 }
 
 // postmap removes by the key alone. The lock keeps others from giving the key another value between
@@ -125,8 +114,10 @@ void DatabaseHelper::removeRecord(std::string const& map,
 {
     requireKey(record.first);
     ChangeLock const changes(map);
-    if (!hasOther(map, record))
-        removeKey(map, record.first);
+    MapRoom room(map);
+    room.borrow();
+    if (!hasOther(room, record))
+        removeKey(room, record.first);
 }
 
 void DatabaseHelper::appendText(std::vector<char>& text, std::string const& part)
@@ -137,40 +128,45 @@ void DatabaseHelper::appendText(std::vector<char>& text, std::string const& part
 void DatabaseHelper::feedAdditions(std::string const& map, TextSource const& records)
 {
     ChangeLock const changes(map);
-    ToolResult const result = runPostmap({"-r", "-i", map}, ToolStreams::fedBy(records));
+    MapRoom room(map);
+    room.borrow();
+    ToolResult const result = room.run({"-r", "-i", map}, ToolStreams::fedBy(records));
     requireSuccess(result.status, result.diagnostics);
+    room.install(); // what postmap has made of a map that was not there
 }
 
 void DatabaseHelper::feedRemovals(std::string const& map, TextSource const& keys)
 {
     ChangeLock const changes(map);
-    requireRemoval(runPostmap({"-d", "-", map}, ToolStreams::fedBy(keys)));
+    MapRoom room(map);
+    room.borrow();
+    requireRemoval(room.run({"-d", "-", map}, ToolStreams::fedBy(keys)));
 }
 
 void DatabaseHelper::rewrite(std::string const& map, TextSource const& records)
 {
-    MKLock const lock(mapPath(map));
     ChangeLock const changes(map);
-    TextFile out(mapPath(map));
+    MapRoom room(map);
+    TextFile out(room.textSource());
     std::vector<char> line;
     for (bool more = !records.empty(); more; line.clear()) {
         more = records(line);
         out.write(line.data(), static_cast<std::streamsize>(line.size()));
     }
     out.finish();
-    IndexedFileCopy copy(indexedFileOf(map));
-    rebuild({"-r", map}, copy);
+    rebuild(room, {"-r", map});
 }
 
 void DatabaseHelper::rewriteFiltered(std::string const& map, RecordFilter const& filter)
 {
-    MKLock const lock(mapPath(map));
     ChangeLock const changes(map);
-    TextFile out(mapPath(map));
-    IndexedFileCopy copy(indexedFileOf(map));
-    filterInto(out, map, filter, copy);
+    MapRoom room(map);
+    TextFile out(room.textSource());
+    room.borrow();
+    filterInto(out, room, filter);
     out.finish();
-    rebuild({map}, copy);
+    room.giveBack();
+    rebuild(room, {map});
 }
 
 } // namespace orvek::mail::postfix

@@ -3,20 +3,21 @@
 // DatabaseHelper keeps no state. Each operation takes the map's full name (see map_names.h) and is
 // complete when it returns. addRecords and removeRecords change the indexed file in place. Adding a
 // key that exists gives it the new value, removing a missing one is no failure, and an empty range
-// starts no program. replaceRecords and filterRecords rewrite the whole map under the lock of its
-// path. They write a text source and always remove it. filterRecords passes each record, as
-// postmap -s prints it, through a filter that may rewrite the line and says whether it stays; it
-// holds one line in memory.
+// starts no program. replaceRecords and filterRecords rewrite the whole map: postmap makes a new
+// indexed file of a text source, and the file is renamed over the one in use. Both are made in a
+// room of root's own, see map_room.h. filterRecords passes each record, as postmap -s prints it,
+// through a filter that may rewrite the line and says whether it stays; it holds one line in
+// memory.
 //
-// A rewrite that fails leaves the map as it was, see indexed_file.h. Single changes do not take the
-// lock of the path; change_lock.h tells how they and the rewrites wait for each other.
+// A rewrite that fails, or is killed, leaves the map as it was. change_lock.h tells how
+// changes of one map wait for each other; those of different maps do not.
 //
 // Failures: PostfixDatabaseError for a key or value that record_text.h does not allow, before
 // postmap is started; for what a filter makes, before the map is rebuilt. PostfixConfigurationError
 // with postmap's diagnostics, or "unknown error" without any, from adding, replacing and filtering;
 // PostfixDatabaseError with the diagnostics, if any, from removing; the stream's exception when the
 // text source cannot be written; system errors when postmap cannot be started, and from the lock
-// and the copy.
+// and the room.
 
 #ifndef MAILVEK_POSTFIX_MAPS_DATABASE_HELPER_H
 #define MAILVEK_POSTFIX_MAPS_DATABASE_HELPER_H

@@ -38,11 +38,11 @@ private:
 
 } // namespace
 
-void readMap(std::string const& map, process::ReceiverFunction const& receiver)
+void readMap(MapRoom const& room, process::ReceiverFunction const& receiver)
 {
     Postponed failure;
     ToolResult const result =
-        runPostmap({"-s", map}, ToolStreams::withoutInput().receivedBy([&](auto const& piece) {
+        room.run({"-s", room.map}, ToolStreams::withoutInput().receivedBy([&](auto const& piece) {
             failure.attempt([&] { receiver(piece); });
         }));
     failure.raise();

@@ -43,6 +43,7 @@ struct ToolStreams
     TextSource source;
     process::ReceiverFunction receiver;
     bool collects = false;
+    boost::function<void()> childSetup; // runs in the child just before it becomes the program
 };
 
 ToolResult runPostmap(std::vector<std::string> const& arguments, ToolStreams const& streams = {});

@@ -17,7 +17,9 @@ protected:
     std::string dump()
     {
         std::string text;
-        readMap(map, [&](auto const& piece) { text.append(piece.begin(), piece.end()); });
+        MapRoom room(map);
+        room.borrow();
+        readMap(room, [&](auto const& piece) { text.append(piece.begin(), piece.end()); });
         return text;
     }
 };
@@ -44,8 +46,9 @@ TEST_F(MapDumpOnHost, RaisesTheReceiversExceptionWhenPostmapHasEnded)
 {
     standIn("echo one; sleep 0.1; echo two; echo >> $dir/ended");
     int calls = 0;
+    MapRoom const room(map);
 
-    EXPECT_THROW(readMap(map,
+    EXPECT_THROW(readMap(room,
                          [&](auto const&) {
                              ++calls;
                              throw std::length_error("no");
