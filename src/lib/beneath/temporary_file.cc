@@ -70,9 +70,15 @@ TemporaryFile::TemporaryFile(int dir, char const* target, char const* suffix, mo
 
 TemporaryFile::~TemporaryFile()
 {
+    remove();
+}
+
+void TemporaryFile::remove()
+{
     ErrnoKeeper const keeper;
     if (!own_name.empty())
         unlinkat(place.dir(), own_name.c_str(), 0);
+    keep();
 }
 
 OpenFile TemporaryFile::write_stream()

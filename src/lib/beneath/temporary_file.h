@@ -36,6 +36,12 @@ public:
     // Closes what is still open and renames it over the target. 0, or -1 with errno set.
     [[nodiscard]] int replace();
 
+    // Closes what is still open, so that a failure is seen: the result of close.
+    [[nodiscard]] int close_now() { return made.close_now(); }
+
+    // Removes it now: exit runs no destructor of a local object. errno is kept.
+    void remove();
+
     // Leaves it where it is.
     void keep() { own_name.clear(); }
 

@@ -1,5 +1,9 @@
 #include "lib/files/copy_file.h"
 
+#include "lib/beneath/opened_file.h"
+#include "lib/beneath/place.h"
+#include "lib/beneath/rights.h"
+#include "lib/beneath/temporary_file.h"
 #include "lib/files/op_locks.h"
 #include "lib/report/failure.h"
 #include "lib/report/liblog.h"
@@ -11,6 +15,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <memory>
 
 #include <fcntl.h>
 #include <sys/stat.h>
@@ -20,6 +25,7 @@
 namespace {
 
 constexpr std::size_t block_size = 4096;
+constexpr mode_t new_file_mode = 0600; // until it has its owner
 
 enum class Copied
 {
@@ -50,18 +56,48 @@ Copied copy_blocks(int from, int to)
     return got < 0 ? Copied::read_failed : Copied::whole;
 }
 
+// A regular file with one name; what others may have planted in its place is not read.
+OpenDescriptor open_source(char const* filename)
+{
+    char const* name = nullptr;
+    OpenDescriptor const parent = open_parent(filename, name);
+    return OpenDescriptor(
+        parent.get() < 0 ? -1
+                         : open_file_beneath(parent.get(), name, O_RDONLY, any_size).release());
+}
+
+int open_target(char const* filename, mode_t mode)
+{
+    char const* name = nullptr;
+    OpenDescriptor const parent = open_parent(filename, name);
+    return parent.get() < 0
+               ? -1
+               : open_or_make_beneath(parent.get(), name, O_WRONLY, any_size, mode).release();
+}
+
 // Standard output stays open: it is not of our making.
 class Target
 {
 public:
     Target(char const* name, mode_t mode)
-        : opened(is_stdout(name) ? -1 : open(name, O_WRONLY | O_CREAT | O_TRUNC, mode)),
+        : opened(is_stdout(name) ? -1 : open_target(name, mode)),
           descriptor(is_stdout(name) ? STDOUT_FILENO : opened.get())
     {
     }
 
     int get() const { return descriptor; }
     int close_now() { return opened.close_now(); }
+
+    // True for standard output.
+    [[nodiscard]] bool make_empty() { return opened.get() < 0 || ftruncate(opened.get(), 0) == 0; }
+
+    // Whether it is open on the file that info tells of, however it was spelled.
+    [[nodiscard]] bool is_open_on(struct stat const& info) const
+    {
+        struct stat own = {};
+        return opened.get() >= 0 && fstat(opened.get(), &own) == 0 && own.st_dev == info.st_dev &&
+               own.st_ino == info.st_ino;
+    }
 
 private:
     static bool is_stdout(char const* name) { return strcmp(name, "-") == 0; }
@@ -91,7 +127,7 @@ int copy_into(OpenDescriptor& from, char const* src_fname, Target& to, char cons
 
 int copy_under_lock(char const* src_fname, char const* dst_fname)
 {
-    OpenDescriptor from(open(src_fname, O_RDONLY));
+    OpenDescriptor from = open_source(src_fname);
     if (from.get() < 0)
         return failure(1, "Unable to open file %s: %s", src_fname, strerror(errno));
     struct stat info = {};
@@ -99,31 +135,27 @@ int copy_under_lock(char const* src_fname, char const* dst_fname)
         orvek_log(LOG_ERR, "Unable to get info for file '%s': %s", src_fname, strerror(errno));
         return 1;
     }
-    Target to(dst_fname, info.st_mode & 07777);
-    if (to.get() < 0)
+    Target to(dst_fname, info.st_mode & 0777);
+    if (to.get() >= 0 && to.is_open_on(info))
+        return 0;
+    if (to.get() < 0 || !to.make_empty())
         return failure(1, "Unable to open file %s: %s", dst_fname, strerror(errno));
     return copy_into(from, src_fname, to, dst_fname);
 }
 
 // The file is removed by hand: exit runs no destructor of a local object.
-[[noreturn, gnu::format(printf, 2, 3)]] void give_up(char const* temporary, char const* fmt, ...)
+[[noreturn, gnu::format(printf, 2, 3)]] void give_up(TemporaryFile& temporary, char const* fmt, ...)
 {
-    {
-        ErrnoKeeper const keeper;
-        unlink(temporary);
-    }
+    temporary.remove();
     va_list args;
     va_start(args, fmt);
     vfatal(fmt, args);
 }
 
-CString name_beside(char const* filename)
+struct FreeLock
 {
-    char* name = nullptr;
-    if (asprintf(&name, "%s.XXXXXX", filename) < 0)
-        fatal("Allocation failed");
-    return CString(name);
-}
+    void operator()(lock_struct_t* lock) const { free_lock(lock); }
+};
 
 } // namespace
 
@@ -131,13 +163,11 @@ int copy_file(char const* src_fname, char const* dst_fname)
 {
     if (strcmp(src_fname, dst_fname) == 0)
         return 0;
-    lock_struct_t* const lock = mk_lock(dst_fname, 1);
-    if (!is_locked(lock)) {
-        free_lock(lock);
+    std::unique_ptr<lock_struct_t, FreeLock> lock(mk_lock(dst_fname, 1));
+    if (!is_locked(lock.get()))
         return failure(1, "Error occurred while locking the file %s\n", dst_fname);
-    }
     int const result = copy_under_lock(src_fname, dst_fname);
-    if (rm_lock(lock) != 0)
+    if (rm_lock(lock.release()) != 0)
         messlog2(0, 0, "Error occurred while unlocking the file %s\n", dst_fname);
     return result;
 }
@@ -145,27 +175,26 @@ int copy_file(char const* src_fname, char const* dst_fname)
 void copy_file_atomic(char const* src_filename, char const* dest_filename, uid_t uid, gid_t gid,
                       mode_t mode)
 {
-    OpenDescriptor const from(open(src_filename, O_RDONLY));
+    OpenDescriptor const from = open_source(src_filename);
     if (from.get() < 0)
         fatal("copy_file_atomic(%s -> %s): open failed", src_filename, dest_filename);
-    CString const name = name_beside(dest_filename);
-    OpenDescriptor to(mkstemp(name.get()));
+    char const* name = nullptr;
+    OpenDescriptor const parent = open_parent(dest_filename, name);
+    TemporaryFile to(parent.get(), name, new_file_mode);
     if (to.get() < 0)
         fatal("copy_file_atomic(%s -> %s): mkstemp failed", src_filename, dest_filename);
 
-    char const* const temporary = name.get();
     Copied const copied = copy_blocks(from.get(), to.get());
     if (copied == Copied::read_failed)
-        give_up(temporary, "copy_file_atomic(%s -> %s): read failed", src_filename, dest_filename);
+        give_up(to, "copy_file_atomic(%s -> %s): read failed", src_filename, dest_filename);
     if (copied == Copied::write_failed)
-        give_up(temporary, "copy_file_atomic(%s -> %s): write failed", src_filename, dest_filename);
-    if (fchown(to.get(), uid, gid) != 0)
-        give_up(temporary, "copy_file_atomic(%s -> %s): chown failed", src_filename, dest_filename);
-    if (fchmod(to.get(), mode) != 0)
-        give_up(temporary, "copy_file_atomic(%s -> %s): chmod failed", src_filename, dest_filename);
+        give_up(to, "copy_file_atomic(%s -> %s): write failed", src_filename, dest_filename);
+    if (set_rights(to.get(), {uid, gid, same_mode}) != 0)
+        give_up(to, "copy_file_atomic(%s -> %s): chown failed", src_filename, dest_filename);
+    if (set_rights(to.get(), mode_only(mode)) != 0)
+        give_up(to, "copy_file_atomic(%s -> %s): chmod failed", src_filename, dest_filename);
     if (to.close_now() != 0)
-        give_up(temporary, "copy_file_atomic(%s -> %s): flush failed", src_filename, dest_filename);
-    if (rename(temporary, dest_filename) != 0)
-        give_up(temporary, "copy_file_atomic(%s -> %s): rename failed", src_filename,
-                dest_filename);
+        give_up(to, "copy_file_atomic(%s -> %s): flush failed", src_filename, dest_filename);
+    if (to.replace() != 0)
+        give_up(to, "copy_file_atomic(%s -> %s): rename failed", src_filename, dest_filename);
 }

@@ -1,14 +1,18 @@
 // copy_file - copies of regular files
 //
-// copy_file copies under the lock of mk_lock(dst_fname, 1) into a file that it creates, with
-// the mode of the source, or empties; "-" as the target means standard output. Equal names are
-// done at once. Result: 0 or 1. Failures are reported through messlog2, or orvek_log for a
-// source that tells nothing about itself, and leave behind what was copied; a lock that cannot
-// be released is reported and does not count.
+// copy_file copies under the lock of mk_lock(dst_fname, 1) into a file that it creates, with the
+// mode of the source but for the set-id and sticky bits and whatever the umask, or empties; "-" as
+// the target means standard output. Nothing is done for equal names, nor for a file that is to be
+// copied onto itself by another spelling. Result: 0 or 1. Failures are reported through messlog2,
+// or orvek_log for a source that tells nothing about itself, and leave what was copied; a lock that
+// cannot be released is reported and does not count.
 //
 // copy_file_atomic copies into a file beside the target, gives it owner and mode, and renames
 // it over the target. A failure removes that file and ends the process with status 1, reported
 // through messlog2.
+//
+// Source and target are regular files with one name; a link in the place of either is not followed
+// (copy_file_atomic replaces one at the target).
 
 #ifndef MAILVEK_LIB_FILES_COPY_FILE_H
 #define MAILVEK_LIB_FILES_COPY_FILE_H

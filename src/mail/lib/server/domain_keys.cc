@@ -1,5 +1,7 @@
 #include "mail/lib/server/domain_keys.h"
 
+#include "lib/beneath/opened_file.h"
+#include "lib/beneath/place.h"
 #include "lib/files/copy_file.h"
 #include "lib/files/libdir.h"
 #include "lib/files/libtree.h"
@@ -12,10 +14,12 @@
 #include "lib/text/string.h"
 
 #include <cerrno>
+#include <cstdlib>
 #include <cstring>
 #include <string_view>
 
 #include <sys/stat.h>
+#include <unistd.h>
 
 namespace {
 
@@ -24,6 +28,7 @@ constexpr char key_name[] = "default";
 constexpr char key_reader[] = "popuser";
 constexpr mode_t directory_mode = 0755;
 constexpr mode_t key_mode = 0440;
+constexpr off_t most_of_a_key = 1 << 20;
 
 // Null, reported, when out of memory.
 CString in_lower_case(char const* domain)
@@ -95,6 +100,36 @@ void make_key_directory(char const* directory)
     make_dir_p(directory, 0, 0, directory_mode);
 }
 
+// Whoever runs the tool by way of another user's right may not have that user's files installed.
+bool is_callers_key(char const* file)
+{
+    char const* name = nullptr;
+    OpenDescriptor const parent = open_parent(file, name);
+    if (parent.get() < 0)
+        return false;
+    OpenDescriptor const key = take_file_beneath(parent.get(), name, most_of_a_key);
+    struct stat info = {};
+    if (key.get() < 0 || fstat(key.get(), &info) != 0)
+        return false;
+    bool const own = getuid() == 0 || info.st_uid == getuid();
+    if (!own)
+        errno = EPERM;
+    return own;
+}
+
+int install_key(char const* DomainNameListAmixed, char const* file)
+{
+    gid_t const group = orvek_ugid(key_reader, 1);
+    return for_each_domain(DomainNameListAmixed, [&](char const* domain, char const* directory) {
+        make_key_directory(directory);
+        char path[path_size];
+        if (form_key_path(path, domain) != 0)
+            return -1;
+        copy_file_atomic(file, path, 0, group, key_mode);
+        return 0;
+    });
+}
+
 } // namespace
 
 char* get_domainkeys_file(char const* Domain)
@@ -120,32 +155,25 @@ int domainkeys_enabled(char const* Object)
 
 int set_domain_key(char const* DomainNameListAmixed, char const* FileName)
 {
-    struct stat info = {};
-    if (stat(FileName, &info) != 0) {
+    if (!is_callers_key(FileName)) {
         messlog2(0, 1, "No source file '%s': %s", FileName, strerror(errno));
         return -1;
     }
-    gid_t const group = orvek_ugid(key_reader, 1);
-    return for_each_domain(DomainNameListAmixed, [&](char const* domain, char const* directory) {
-        make_key_directory(directory);
-        char path[path_size];
-        if (form_key_path(path, domain) != 0)
-            return -1;
-        copy_file_atomic(FileName, path, 0, group, key_mode);
-        return 0;
-    });
+    return install_key(DomainNameListAmixed, FileName);
 }
 
 int clone_domain_key(char const* Source, char const* Destination)
 {
     if (!domainkeys_enabled(Source))
         return 0;
-    CString const file(get_domainkeys_file(Source));
+    CString const named(get_domainkeys_file(Source));
+    // The store is root's own: a link in it is the administrator's.
+    CString const file(named ? realpath(named.get(), nullptr) : nullptr);
     if (!file) {
         messlog2(0, 1, "Cannot get domainkeys key file for %s", Source);
         return -1;
     }
-    return set_domain_key(Destination, file.get());
+    return install_key(Destination, file.get());
 }
 
 int remove_domain_key(char const* DomainNameListAmixed)

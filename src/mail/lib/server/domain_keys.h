@@ -22,7 +22,9 @@
 // 1 or 0. A symbolic link is followed. errno is kept unless the path cannot be formed.
 int domainkeys_enabled(char const* Object);
 
-// Installs FileName as the key of each domain of the list.
+// Installs FileName as the key of each domain of the list. It has to be a regular file with one
+// name, no link, of at most 1 MiB, and the caller's own unless the caller is root; else it counts
+// as missing.
 int set_domain_key(char const* DomainNameListAmixed, char const* FileName);
 
 // Copies the key of one domain to another, or to a list. Does nothing when there is no key.

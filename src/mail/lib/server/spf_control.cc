@@ -1,5 +1,6 @@
 #include "mail/lib/server/spf_control.h"
 
+#include "lib/files/umask_guard.h"
 #include "lib/report/liblog.h"
 #include "lib/report/owned.h"
 
@@ -23,10 +24,17 @@ constexpr Parameter parameters[] = {
     {"/etc/orv-spf/spfexp", "Unable to update 'spf_exp' parameter"},
 };
 
+// A new file has mode 0644, whatever the umask.
+OpenFile open_for_all_to_read(char const* path)
+{
+    UmaskGuard const readable(022);
+    return OpenFile(fopen(path, "w"));
+}
+
 // 0, or -1 reported with errno as the failing call left it.
 int write_value(char const* path, char const* value)
 {
-    OpenFile file(fopen(path, "w"));
+    OpenFile file = open_for_all_to_read(path);
     if (!file) {
         messlog2(0, 1, "Unable to open file %s for writing: %s", path, strerror(errno));
         return -1;

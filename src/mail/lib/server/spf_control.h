@@ -7,7 +7,8 @@
 #define MAILVEK_MAIL_LIB_SERVER_SPF_CONTROL_H
 
 // Replaces the content of each file whose value is not null, in this order. The directory must
-// exist. 0, or -1 at the first failure, reported through messlog2; the files before it are changed.
+// exist; a new file has mode 0644, whatever the umask. 0, or -1 at the first failure, reported
+// through messlog2; the files before it are changed.
 int update_spf(char const* SpfBehavior, char const* SpfRules, char const* SpfGuess,
                char const* SpfExp);
 

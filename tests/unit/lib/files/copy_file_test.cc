@@ -61,10 +61,10 @@ protected:
         EXPECT_EQ(filesIn(dir.path()), files);
     }
 
-    void expectReport(char const* word, int error, char const* failing_call)
+    void expectReport(char const* word, int error, char const* failing_call, int number = 1)
     {
         auto const run = inChild([&] {
-            CallFailure const failing(failing_call, error);
+            CallFailure const failing(failing_call, error, number);
             copy();
             return 7;
         });
@@ -83,11 +83,11 @@ protected:
         return "";
     }
 
-    void expectFailureOf(char const* call, char const* word)
+    void expectFailureOf(char const* call, int number, char const* word)
     {
         writeFile(src, content);
         writeFile(dst, "old");
-        expectReport(word, EIO, call);
+        expectReport(word, EIO, call, number);
         EXPECT_EQ(readFile(dst), "old");
         EXPECT_EQ(filesIn(dir.path()), 2);
     }
@@ -103,7 +103,34 @@ TEST_F(CopyFileOnHost, CopiesTheContentAndTheMode)
     EXPECT_EQ(copy(), 0);
     umask(mask);
     EXPECT_EQ(readFile(dst), content);
-    EXPECT_EQ(modeOf(dst), 06750U);
+    EXPECT_EQ(modeOf(dst), 0750U);
+}
+
+TEST_F(CopyFileOnHost, DoesNotEmptyAFileThatIsCopiedOntoItselfByAnotherSpelling)
+{
+    writeFile(src, content);
+    EXPECT_EQ(copy_file(src.c_str(), (dir / "./src").c_str()), 0);
+    EXPECT_EQ(readFile(src), content);
+}
+
+TEST_F(CopyFileOnHost, FollowsNoLinkAndReadsNoFifo)
+{
+    writeFile(dir / "theirs", "secret");
+    std::filesystem::create_symlink(dir / "theirs", dir / "link");
+    std::filesystem::create_symlink(dir / "new", dir / "dangling");
+    ASSERT_EQ(mkfifo((dir / "fifo").c_str(), 0600), 0);
+    writeFile(src, content);
+    std::string const dangling = dir / "dangling";
+    std::string const link = dir / "link";
+    std::string const fifo = dir / "fifo";
+    auto const run = inChild([&] {
+        return copy_file(link.c_str(), dst.c_str()) + copy_file(fifo.c_str(), dst.c_str()) +
+               copy_file(src.c_str(), link.c_str()) + copy_file(src.c_str(), fifo.c_str()) +
+               copy_file(src.c_str(), dangling.c_str());
+    });
+    EXPECT_EQ(run.status, 5);
+    EXPECT_EQ(readFile(dir / "theirs"), "secret");
+    EXPECT_FALSE(std::filesystem::exists(dir / "new"));
 }
 
 TEST_F(CopyFileOnHost, OverwritesALongerTarget)
@@ -181,7 +208,7 @@ TEST_F(CopyFileOnHost, ReportsASourceThatTellsNothing)
 {
     writeFile(src, content);
     auto const run = inChild([&] {
-        CallFailure const failing("fstat", EIO, 3); // after two of the lock
+        CallFailure const failing("fstat", EIO, 4); // after three that open lock and source
         LogLevel = LOG_ERR;                         // the report's own, so that it is just printed
         return copy();
     });
@@ -205,16 +232,18 @@ TEST_F(CopyFileOnHost, ReportsASourceThatCannotBeRead)
     std::filesystem::create_directory(src);
     auto const run = inChild([&] { return copy(); });
     EXPECT_EQ(run.status, 1);
-    EXPECT_EQ(run.err, withErrno("Unable to copy file " + both() + ": Is a directory\n", EISDIR));
+    EXPECT_EQ(run.err, withErrno("Unable to open file " + src + ": Is a directory", EISDIR));
 }
 
 TEST_F(CopyFileOnHost, ReportsATargetThatCannotBeWritten)
 {
     writeFile(src, content);
-    auto const run = inChild([&] { return copy_file(src.c_str(), "/dev/full"); });
+    auto const run = inChild([&] {
+        CallFailure const failing("write", ENOSPC);
+        return copy();
+    });
     EXPECT_EQ(run.status, 1);
-    EXPECT_EQ(run.err, withErrno("Error while copying file " + src +
-                                     " to /dev/full: No space left on device",
+    EXPECT_EQ(run.err, withErrno("Error while copying file " + both() + ": No space left on device",
                                  ENOSPC));
 }
 
@@ -242,8 +271,8 @@ TEST_F(CopyFileOnHost, RepeatsAWriteOfZero)
 TEST_F(CopyFileOnHost, ReportsATargetAndASourceThatCannotBeClosed)
 {
     writeFile(src, content);
-    // Three before them take the lock.
-    for (auto const& [number, name] : {std::pair{4, dst}, {5, src}}) {
+    // The ones before them open lock, source and target, which exist the second time.
+    for (auto const& [number, name] : {std::pair{7, dst}, {10, src}}) {
         auto const run = inChild([&, number = number] {
             CallFailure const failing("close", EIO, number);
             return copy();
@@ -258,7 +287,7 @@ TEST_F(CopyFileOnHost, ReportsALockThatCannotBeReleasedAndDoesNotFail)
 {
     writeFile(src, content);
     auto const run = inChild([&] {
-        CallFailure const failing("close", EIO, 6);
+        CallFailure const failing("close", EIO, 9);
         return copy();
     });
     EXPECT_EQ(run.status, 0);
@@ -305,18 +334,6 @@ TEST_F(CopyFileAtomic, EndsTheProcessWithoutItsSource)
     expectFailure("open", ENOENT);
 }
 
-TEST_F(CopyFileAtomic, EndsTheProcessWithoutMemory)
-{
-    writeFile(src, content);
-    auto const run = inChild([&] {
-        AllocationFailure const failing(1);
-        copy();
-        return 7;
-    });
-    EXPECT_EQ(run.status, 1);
-    EXPECT_EQ(run.err, withErrno("Allocation failed", ENOMEM));
-}
-
 TEST_F(CopyFileAtomic, EndsTheProcessWithoutATemporaryFile)
 {
     writeFile(src, content);
@@ -330,18 +347,39 @@ TEST_F(CopyFileAtomic, EndsTheProcessWithoutATemporaryFile)
                                  ENOENT));
 }
 
-TEST_F(CopyFileAtomic, EndsTheProcessWhenTheSourceCannotBeRead)
+TEST_F(CopyFileAtomic, EndsTheProcessForASourceThatIsNoRegularFile)
 {
     std::filesystem::create_directory(src);
-    expectFailure("read", EISDIR);
+    expectFailure("open", EISDIR);
+    std::filesystem::remove(src);
+    writeFile(dir / "theirs", "secret");
+    std::filesystem::create_symlink(dir / "theirs", src);
+    expectFailure("open", ELOOP);
+    std::filesystem::remove(src);
+    std::filesystem::create_hard_link(dir / "theirs", src);
+    expectFailure("open", EMLINK);
+    std::filesystem::remove(src);
+    ASSERT_EQ(mkfifo(src.c_str(), 0600), 0);
+    expectFailure("open", EINVAL);
 }
 
 TEST_F(CopyFileAtomic, EndsTheProcessWhenAStepFailsAndLeavesTheTargetAsItWas)
 {
-    expectFailureOf("write", "write");
-    expectFailureOf("fchown", "chown");
-    expectFailureOf("fchmod", "chmod");
-    expectFailureOf("close", "flush");
+    expectFailureOf("read", 1, "read");
+    expectFailureOf("write", 1, "write");
+    expectFailureOf("fchownat", 1, "chown");
+    expectFailureOf("fchmod", 2, "chmod"); // the first is of the file that is made
+    expectFailureOf("close", 3, "flush");  // the first two are of the source's opening
+}
+
+TEST_F(CopyFileAtomic, ReplacesALinkAtTheTargetAndNotWhatItLeadsTo)
+{
+    writeFile(src, "new");
+    writeFile(dir / "theirs", "secret");
+    std::filesystem::create_symlink(dir / "theirs", dst);
+    copy();
+    EXPECT_EQ(readFile(dst), "new");
+    EXPECT_EQ(readFile(dir / "theirs"), "secret");
 }
 
 TEST_F(CopyFileAtomic, EndsTheProcessWhenTheTargetCannotBeReplaced)
@@ -355,7 +393,7 @@ TEST_F(CopyFileAtomic, WritesBesideTheTarget)
 {
     writeFile(src, content);
     std::string name;
-    BeforeCall const look("rename", 1, [&] { name = temporary(); });
+    BeforeCall const look("renameat", 1, [&] { name = temporary(); });
     copy();
     EXPECT_EQ(name.substr(0, dst.size() + 1), dst + ".");
     EXPECT_EQ(name.size(), dst.size() + 7);
@@ -367,7 +405,7 @@ TEST_F(CopyFileAtomic, NamesTheReasonWhateverBecomesOfTheTemporaryFile)
     writeFile(dst, "old");
     auto const run = inChild([&] {
         // A directory can neither take the target's place nor be unlinked.
-        BeforeCall const swap("rename", 1, [&] {
+        BeforeCall const swap("renameat", 1, [&] {
             std::string const name = temporary();
             std::filesystem::remove(name);
             std::filesystem::create_directory(name);

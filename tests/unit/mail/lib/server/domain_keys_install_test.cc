@@ -23,6 +23,40 @@ TEST(DomainKeys, AreNotInstalledFromAMissingFile)
     EXPECT_EQ(run.out, run.err);
 }
 
+TEST(DomainKeys, AreInstalledFromARegularFileOnly)
+{
+    TempDir const dir;
+    writeFile(dir / "theirs", "secret");
+    std::filesystem::create_hard_link(dir / "theirs", dir / "hard");
+    std::filesystem::create_symlink(dir / "theirs", dir / "link");
+    ASSERT_EQ(mkfifo((dir / "fifo").c_str(), 0600), 0);
+    writeFile(dir / "huge", "");
+    ASSERT_EQ(truncate((dir / "huge").c_str(), off_t{1} << 40), 0);
+    std::pair<char const*, int> const bad[] = {
+        {"hard", EMLINK}, {"link", ELOOP}, {"fifo", EINVAL}, {"huge", EFBIG}, {".", EINVAL}};
+    for (auto const& [name, error] : bad) {
+        std::string const source = dir / name;
+        ChildRun const run = inChild([&, error = error] {
+            return set_domain_key("a.com", source.c_str()) == -1 && errno == error ? 0 : 1;
+        });
+        EXPECT_EQ(run.status, 0) << name;
+    }
+}
+
+TEST_F(DomainKeysOnHost, AreInstalledOnlyFromAFileOfTheCallersUnlessThatIsRoot)
+{
+    ASSERT_EQ(chmod(source.c_str(), 0644), 0);
+    auto const install_as = [&](uid_t user) {
+        return inChild([&] { return setresuid(user, 0, 0) == 0 && install("a.com") == 0 ? 0 : 1; })
+            .status;
+    };
+    EXPECT_EQ(install_as(65534), 1);
+    EXPECT_FALSE(std::filesystem::exists(keyOf("a.com")));
+    ASSERT_EQ(chown(source.c_str(), 65534, 65534), 0);
+    EXPECT_EQ(install_as(65534), 0);
+    EXPECT_EQ(install_as(0), 0);
+}
+
 TEST_F(DomainKeysOnHost, AreInstalledForEachDomainOfTheListWithTheirRights)
 {
     mode_t const before = umask(077); // which must not keep the filter out

@@ -118,6 +118,17 @@ TEST_F(SpfControlOnHost, CreatesAMissingFile)
     EXPECT_THAT(values(), ElementsAre("old", "old", "old", "new"));
 }
 
+TEST_F(SpfControlOnHost, MakesFilesForAllToReadWhateverTheUmask)
+{
+    for (mode_t const mask : {0U, 0777U}) {
+        std::filesystem::remove(pathOf("spfexp"));
+        mode_t const before = umask(mask);
+        EXPECT_EQ(update_spf(nullptr, nullptr, nullptr, "new"), 0);
+        EXPECT_EQ(umask(before), mask);
+        EXPECT_EQ(modeOf(pathOf("spfexp")), 0644U);
+    }
+}
+
 TEST_F(SpfControlOnHost, EndsAtTheFirstFileThatCannotBeOpened)
 {
     for (size_t i = 0; i < files.size(); ++i) {
