@@ -70,9 +70,7 @@ std::string failureOf(Launch const& launch, int expected_status)
 {
     ProcessLaunch child = launch.start();
     std::string const text = textOf<E>([&] { child.waitExec(); });
-    int const status = child.waitExit();
-    EXPECT_TRUE(WIFEXITED(status));
-    EXPECT_EQ(WEXITSTATUS(status), expected_status);
+    EXPECT_EQ(child.waitExit(), W_EXITCODE(expected_status, 0));
     return text;
 }
 

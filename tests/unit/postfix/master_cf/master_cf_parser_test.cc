@@ -2,7 +2,6 @@
 
 #include <gtest/gtest.h>
 
-#include <ctime>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -51,26 +50,6 @@ ModuleInfo smtpOf(std::string_view text)
     EXPECT_TRUE(parse(content, text)) << text;
     return content.modules.at({"smtp", ModuleType::inet});
 }
-
-// Of the processor: what else the machine does is of no account.
-double secondsToParse(std::string_view text, bool accepted)
-{
-    std::clock_t const begin = std::clock();
-    MasterCfContent content;
-    EXPECT_EQ(MasterCfParser(content).parse(text.data(), text.data() + text.size()), accepted);
-    return static_cast<double>(std::clock() - begin) / CLOCKS_PER_SEC;
-}
-
-std::string repeated(std::string_view part, size_t size)
-{
-    std::string text;
-    while (text.size() < size)
-        text += part;
-    return text;
-}
-
-constexpr size_t huge = 10'000'000;
-constexpr size_t many = 1'000'000; // where each few bytes become an element
 
 } // namespace
 
@@ -362,28 +341,6 @@ TEST(MasterCfParser, GivesAFileItsMissingLastLineFeed)
     EXPECT_EQ(stored(content), std::string(smtp) + "\n");
 }
 
-// Far from what these take, the sanitizers included, and far below what they took if a byte were
-// looked at once for each line in front of it.
-constexpr double bound = 10;
-
-TEST(MasterCfParser, IsQuickWithHugeFilesOfGarbage)
-{
-    EXPECT_LT(secondsToParse(repeated("garbage ", huge), false), bound);
-    EXPECT_LT(secondsToParse(repeated("a", huge), false), bound);
-    EXPECT_LT(secondsToParse(repeated(" ", many), true), bound);
-    EXPECT_LT(secondsToParse(repeated("#", many), true), bound);
-    EXPECT_LT(secondsToParse("a" + repeated("\n#", many), false), bound);
-    EXPECT_LT(secondsToParse("a" + repeated("\n ", many), false), bound);
-    EXPECT_LT(secondsToParse("a inet - - - 1" + repeated("0", many), false), bound);
-    EXPECT_LT(secondsToParse(smtp + repeated("\n#", many) + "\n bad\nbad", false), bound);
-}
-
-TEST(MasterCfParser, IsQuickWithOneHugeEntry)
-{
-    EXPECT_LT(secondsToParse(smtp + repeated("\n\n#\n x", many), true), bound);
-    EXPECT_LT(secondsToParse(smtp + repeated("x", many), true), bound);
-}
-
 TEST(MasterCfParser, HoldsTheWordsOfAllServicesOnce)
 {
     MasterCfContent content;
@@ -391,12 +348,4 @@ TEST(MasterCfParser, HoldsTheWordsOfAllServicesOnce)
     auto const& words = content.modules.at({"a", ModuleType::inet}).command;
     auto const& more_words = content.modules.at({"b", ModuleType::inet}).command;
     EXPECT_EQ(&*words.begin(), &*more_words.begin());
-}
-
-TEST(MasterCfParser, IsQuickWithThousandsOfServices)
-{
-    std::string text;
-    for (int i = 0; i < 5000; ++i)
-        text += std::to_string(i) + " inet n - n - - smtpd -v\n#\n\n# comment\n";
-    EXPECT_LT(secondsToParse(text, true), bound);
 }
