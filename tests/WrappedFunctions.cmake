@@ -184,10 +184,10 @@ set(MAILVEK_WRAPPED_layer_restore
   ${mysql_spy})
 
 set(MAILVEK_WRAPPED_layer_maildir
-  chmod
-  chown
-  getpwnam
-  stat)
+  fchmod
+  fchownat
+  fstatat
+  getpwnam)
 
 set(MAILVEK_WRAPPED_layer_postfix_maps
   ${call_faults}

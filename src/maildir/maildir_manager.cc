@@ -1,24 +1,24 @@
 #include "maildir/maildir_manager.h"
 
+#include "lib/beneath/entry.h"
 #include "lib/beneath/file_name.h"
+#include "lib/beneath/made_directory.h"
+#include "lib/beneath/place.h"
+#include "lib/beneath/tree.h"
 #include "lib/conf/autoprepend.h"
-#include "lib/files/umask_guard.h"
-#include "lib/report/owned.h"
+#include "mail/lib/home/mail_tree.h"
 #include "maildir/maildirpp_manager.h"
 #include "util/errors.h"
 #include "util/retry_on_signal.h"
 
-#include <boost/filesystem/operations.hpp>
 #include <boost/system/error_code.hpp>
 
 #include <cerrno>
-#include <filesystem>
 #include <iterator>
-#include <system_error>
+#include <vector>
 
 #include <pwd.h>
 #include <sys/stat.h>
-#include <unistd.h>
 
 namespace orvek::mail {
 
@@ -26,7 +26,6 @@ namespace {
 
 using boost::filesystem::path;
 
-constexpr mode_t private_mask = 077;
 constexpr mode_t root_mode = 0750;
 constexpr mode_t home_mode = 0700;
 
@@ -60,39 +59,110 @@ path domainRoot(std::string const& domain)
     return mailRoot() / MaildirManager::getDomainRelativeRoot(domain);
 }
 
-// The standard library opens each directory beneath its parent and follows no link. Boost's
-// function walks whole paths, in which the mail user could swap a directory for a link.
-void removeTree(path const& tree)
+[[noreturn]] void raiseOfLibrary(std::string const& step, path const& directory)
 {
-    std::error_code error;
-    std::filesystem::remove_all(tree.native(), error);
-    // A file in the way means that there is no tree.
-    if (error && error != std::errc::not_a_directory)
-        throw boost::filesystem::filesystem_error("boost::filesystem::remove_all", tree,
-                                                  systemError(error.value()));
+    throw boost::filesystem::filesystem_error("boost::filesystem::" + step, directory,
+                                              systemError(errno));
 }
 
-void backup(path const& directory)
+// Raises a directory that could not be made or opened. Any other kind of file in its place is
+// EEXIST, as it is for mkdir; a link stays ELOOP.
+int opened(OpenDescriptor const& directory, char const* step, path const& where)
+{
+    if (directory.get() >= 0)
+        return directory.get();
+    if (errno == ENOTDIR)
+        errno = EEXIST;
+    raiseOfLibrary(step, where);
+}
+
+// New directories are root's alone until they get their rights.
+OpenDescriptor makeDirectory(int above, char const* name, Making& making)
+{
+    making = Making::there;
+    return make_directory_beneath(above, name, mode_only(home_mode), &making);
+}
+
+// Opens a directory of the configuration, and makes it with those above it when it is missing.
+OpenDescriptor openOrMake(path const& directory)
+{
+    OpenDescriptor found = open_root(directory.c_str());
+    if (found.get() >= 0 || errno != ENOENT || !directory.has_parent_path())
+        return OpenDescriptor(found.release());
+    OpenDescriptor const above = openOrMake(directory.parent_path());
+    if (above.get() < 0)
+        return OpenDescriptor(-1);
+    Making making = Making::there;
+    return makeDirectory(above.get(), directory.filename().c_str(), making);
+}
+
+// For renaming: the mail root, which has to be there.
+OpenDescriptor openRootFor(path const& from, path const& to)
+{
+    OpenDescriptor root = open_mail_root();
+    if (root.get() < 0)
+        throw boost::filesystem::filesystem_error("boost::filesystem::rename", from, to,
+                                                  systemError(errno));
+    return OpenDescriptor(root.release());
+}
+
+void renameDirectory(path const& from, path const& to)
+{
+    OpenDescriptor const root = openRootFor(mailRoot() / from, mailRoot() / to);
+    if (rename_beneath(root.get(), from.c_str(), root.get(), to.c_str()) != 0)
+        throw boost::filesystem::filesystem_error("boost::filesystem::rename", mailRoot() / from,
+                                                  mailRoot() / to, systemError(errno));
+}
+
+// As backupRename, for a source beneath dir. beneath is the path from there.
+bool backupBeneath(int dir, path const& beneath, path const& source, path& target)
+{
+    struct stat info = {};
+    auto const look = [&] { return look_beneath(dir, beneath.c_str(), info); };
+    if (dir < 0 || retryOnSignal(look) != 0) {
+        bool const missing = errno == ENOENT || errno == ENOTDIR;
+        if (missing)
+            target.clear();
+        return missing;
+    }
+    std::string const suffix = ".OrvekSaved." + std::to_string(info.st_ino);
+    target = source.native() + suffix;
+    if (rename_beneath(dir, beneath.c_str(), dir, (beneath.native() + suffix).c_str()) != 0)
+        throw boost::filesystem::filesystem_error("boost::filesystem::rename", source, target,
+                                                  systemError(errno));
+    return true;
+}
+
+bool backupInRoot(path const& beneath, path& target)
+{
+    OpenDescriptor const root = open_mail_root();
+    return backupBeneath(root.get(), beneath, mailRoot() / beneath, target);
+}
+
+void backup(path const& beneath)
 {
     path target;
-    if (!backupRename(directory, target))
-        throw FSError("rename", directory, target, systemError(errno));
+    if (!backupInRoot(beneath, target))
+        throw FSError("rename", mailRoot() / beneath, target, systemError(errno));
+}
+
+// A missing tree is removed, and so is one with a file in the way to it.
+void removeTree(path const& beneath)
+{
+    OpenDescriptor const root = open_mail_root();
+    bool const removed =
+        root.get() >= 0 && remove_tree_beneath(root.get(), beneath.c_str(), TreeTop::with) == 0;
+    if (!removed && errno != ENOENT && errno != ENOTDIR)
+        raiseOfLibrary("remove_all", mailRoot() / beneath);
 }
 
 } // namespace
 
 bool backupRename(path const& source, path& target)
 {
-    struct stat info = {};
-    if (retryOnSignal([&] { return stat(source.c_str(), &info); }) != 0) {
-        bool const missing = errno == ENOENT || errno == ENOTDIR;
-        if (missing)
-            target.clear();
-        return missing;
-    }
-    target = source.native() + ".OrvekSaved." + std::to_string(info.st_ino);
-    boost::filesystem::rename(source, target);
-    return true;
+    char const* name = nullptr;
+    OpenDescriptor const directory = open_parent(source.c_str(), name);
+    return backupBeneath(directory.get(), name, source, target);
 }
 
 MaildirManager& MaildirManager::getInstance()
@@ -131,31 +201,65 @@ path MaildirManager::getMailnameHome(std::string const& domain, std::string cons
     return mailRoot() / getMailnameRelativeHome(domain, mailname);
 }
 
-void MaildirManager::setRights(path const& directory, mode_t mode) const
+void MaildirManager::setRights(int directory, path const& where, mode_t mode) const
 {
-    auto const giveAway = [&] {
-        return chown(directory.c_str(), static_cast<uid_t>(uid), static_cast<gid_t>(gid));
-    };
-    if (retryOnSignal(giveAway) != 0)
-        throw FSError("chown", directory, systemError(errno));
-    if (retryOnSignal([&] { return chmod(directory.c_str(), mode); }) != 0)
-        throw FSError("chmod", directory, systemError(errno));
+    Rights const owner = {static_cast<uid_t>(uid), static_cast<gid_t>(gid), same_mode};
+    if (retryOnSignal([&] { return set_rights(directory, owner); }) != 0)
+        throw FSError("chown", where, systemError(errno));
+    if (retryOnSignal([&] { return set_rights(directory, mode_only(mode)); }) != 0)
+        throw FSError("chmod", where, systemError(errno));
 }
 
 void MaildirManager::createDomainRoot(std::string const& domain) const
 {
-    path const root = domainRoot(domain);
-    UmaskGuard const guard(private_mask);
-    boost::filesystem::create_directories(root);
-    setRights(root, root_mode);
+    path const where = domainRoot(domain);
+    OpenDescriptor const root = openOrMake(mailRoot());
+    opened(root, "create_directories", where);
+    Making making = Making::there;
+    OpenDescriptor const directory = makeDirectory(root.get(), domain.c_str(), making);
+    setRights(opened(directory, "create_directories", where), where, root_mode);
 }
 
-void MaildirManager::fillHome(path const& home) const
+// The directories that one call has made beneath dir. Unless they are kept, the destructor removes
+// those that are empty, the last one first; whatever others have put into them stays.
+class MaildirManager::MadeDirectories
+{
+public:
+    explicit MadeDirectories(int dir) : dir(dir) {}
+    ~MadeDirectories()
+    {
+        ErrnoKeeper const keeper;
+        for (auto name = names.rbegin(); name != names.rend(); ++name)
+            static_cast<void>(remove_directory_beneath(dir, name->c_str()));
+    }
+    MadeDirectories(MadeDirectories const&) = delete;
+    MadeDirectories& operator=(MadeDirectories const&) = delete;
+
+    OpenDescriptor make(char const* name)
+    {
+        Making making = Making::there;
+        OpenDescriptor directory = makeDirectory(dir, name, making);
+        note(name, making);
+        return OpenDescriptor(directory.release());
+    }
+    void note(char const* name, Making making)
+    {
+        if (making == Making::anew)
+            names.emplace_back(name);
+    }
+    void keep() { names.clear(); }
+
+private:
+    int const dir;
+    std::vector<std::string> names;
+};
+
+void MaildirManager::fillHome(MadeDirectories& made, path const& home) const
 {
     for (char const* const name : home_directories) {
-        path const directory = home / name;
-        boost::filesystem::create_directory(directory);
-        setRights(directory, home_mode);
+        path const where = home / name;
+        OpenDescriptor const directory = made.make(name);
+        setRights(opened(directory, "create_directory", where), where, home_mode);
     }
 }
 
@@ -163,58 +267,60 @@ void MaildirManager::createMailnameHome(std::string const& domain,
                                         std::string const& mailname) const
 {
     path const home = getMailnameHome(domain, mailname);
-    UmaskGuard const guard(private_mask);
-    boost::filesystem::create_directories(home);
-    setRights(home, home_mode);
-    try {
-        fillHome(home);
-    } catch (...) {
-        // Deliberate: an old home goes too. Half a home never stays.
-        ErrnoKeeper const keeper;
-        std::error_code ignored;
-        std::filesystem::remove_all(home.native(), ignored);
-        throw;
-    }
+    OpenDescriptor const root = openOrMake(mailRoot());
+    opened(root, "create_directories", home);
+    Making making = Making::there;
+    OpenDescriptor const above = makeDirectory(root.get(), domain.c_str(), making);
+    opened(above, "create_directories", home);
+    OpenDescriptor const directory = makeDirectory(above.get(), mailname.c_str(), making);
+    setRights(opened(directory, "create_directories", home), home, home_mode);
+
+    MadeDirectories itself(above.get());
+    itself.note(mailname.c_str(), making);
+    MadeDirectories inside(directory.get());
+    fillHome(inside, home);
+    inside.keep();
+    itself.keep();
 }
 
 void MaildirManager::renameDomainRoot(std::string const& oldDomain,
                                       std::string const& newDomain) const
 {
-    boost::filesystem::rename(domainRoot(oldDomain), domainRoot(newDomain));
+    renameDirectory(getDomainRelativeRoot(oldDomain), getDomainRelativeRoot(newDomain));
 }
 
 void MaildirManager::renameMailnameHome(std::string const& domain, std::string const& oldMailname,
                                         std::string const& newMailname) const
 {
-    boost::filesystem::rename(getMailnameHome(domain, oldMailname),
-                              getMailnameHome(domain, newMailname));
+    renameDirectory(getMailnameRelativeHome(domain, oldMailname),
+                    getMailnameRelativeHome(domain, newMailname));
 }
 
 void MaildirManager::backupDomainRoot(std::string const& domain) const
 {
-    backup(domainRoot(domain));
+    backup(getDomainRelativeRoot(domain));
 }
 
 void MaildirManager::backupMailnameHome(std::string const& domain,
                                         std::string const& mailname) const
 {
-    backup(getMailnameHome(domain, mailname));
+    backup(getMailnameRelativeHome(domain, mailname));
 }
 
 void MaildirManager::removeDomainRoot(std::string const& domain) const
 {
-    path const root = domainRoot(domain);
+    path const root = getDomainRelativeRoot(domain);
     path target;
-    if (!backupRename(root, target))
+    if (!backupInRoot(root, target))
         target = root;
     if (!target.empty())
-        removeTree(target);
+        removeTree(target.filename());
 }
 
 void MaildirManager::removeMailnameHome(std::string const& domain,
                                         std::string const& mailname) const
 {
-    removeTree(getMailnameHome(domain, mailname));
+    removeTree(getMailnameRelativeHome(domain, mailname));
 }
 
 } // namespace orvek::mail

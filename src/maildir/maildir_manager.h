@@ -5,13 +5,14 @@
 //                                folder .Spam, and @attachments
 //
 // <root> is ORVEK_MAILNAMES_D of the product configuration. Everything belongs to the user
-// popuser and that user's primary group. Modes ignore the umask, and the umask is restored
-// whether a call succeeds or fails.
+// popuser and that user's primary group. Modes ignore the umask.
+//
+// The tree belongs to others, so no link in it is followed (lib/beneath/place.h): a domain or home
+// that is one is ELOOP, and renaming, backing up and removing take the link itself.
 //
 // Failures are raised. FSError: owner, mode, a directory that cannot be looked at, and a domain
 // or mailname that is not a directory's name ("" or "..", for example), which is refused before
 // anything is touched. The file system library's own error: making, renaming and removing.
-// Removing follows no symbolic link.
 
 #ifndef MAILVEK_MAILDIR_MAILDIR_MANAGER_H
 #define MAILVEK_MAILDIR_MAILDIR_MANAGER_H
@@ -43,7 +44,8 @@ public:
 
     // An existing directory gets its owner and mode again.
     void createDomainRoot(std::string const& domain) const;
-    // When a directory in the home cannot be made, the whole home is removed, even an old one.
+    // When a directory in the home cannot be made, the directories that this call has made are
+    // removed again; a home that was there before stays, with everything in it.
     void createMailnameHome(std::string const& domain, std::string const& mailname) const;
 
     // Nothing is merged: a target that is not empty is an error.
@@ -72,8 +74,10 @@ protected:
     int gid = 0;
 
 private:
-    void setRights(boost::filesystem::path const& directory, mode_t mode) const;
-    void fillHome(boost::filesystem::path const& home) const;
+    class MadeDirectories;
+
+    void setRights(int directory, boost::filesystem::path const& where, mode_t mode) const;
+    void fillHome(MadeDirectories& made, boost::filesystem::path const& home) const;
 };
 
 // Renames source to <source>.OrvekSaved.<inode number> and stores that path in target. A missing

@@ -1,7 +1,9 @@
 #include "maildir/maildirpp_manager.h"
 
+#include "lib/beneath/entry.h"
 #include "lib/conf/autoprepend.h"
 #include "lib/files/saved_directory.h"
+#include "mail/lib/home/mail_tree.h"
 #include "mail/lib/quota/get_dir_size.h"
 #include "mail/lib/quota/maildirpp_group_quota.h"
 #include "mail/lib/quota/maildirpp_maildirsize.h"
@@ -12,6 +14,7 @@
 #include <cerrno>
 #include <iostream>
 
+#include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -44,7 +47,8 @@ public:
     explicit Visit(path const& directory)
     {
         check(before.save(), "getcwd", directory);
-        check(chdir(directory.c_str()) == 0, "chdir", directory);
+        OpenDescriptor const opened = open_mail_directory(directory.c_str());
+        check(opened.get() >= 0 && fchdir(opened.get()) == 0, "chdir", directory);
     }
     ~Visit() { before.restore(); }
     Visit(Visit const&) = delete;
@@ -57,7 +61,7 @@ private:
 bool hasAttachments()
 {
     struct stat info = {};
-    return stat(attachments, &info) == 0 && S_ISDIR(info.st_mode);
+    return look_beneath(AT_FDCWD, attachments, info) == 0 && S_ISDIR(info.st_mode);
 }
 
 // The value for the file, in which 0 would mean no quota.

@@ -1,7 +1,7 @@
 // maildir_manager_test - base of the suites that make and remove directories of mailboxes
 //
 // On real paths: the mailbox root, empty before and after each test. The umask is 0027 in a
-// test, and the code under test must leave it so. chown and chmod fail where chown_fault and
+// test, and the code under test must leave it so. fchownat and fchmod fail where chown_fault and
 // chmod_fault say, and popuser is unknown while without_popuser is set; a test program that
 // includes this is linked with --wrap for these two and getpwnam.
 
@@ -27,21 +27,25 @@
 
 namespace maildir_manager_test {
 
-// The calls of one function that fail, counted from 1, and how; the others are made.
+// The calls of one function that fail, counted from 1, and how; the others are made. An error of
+// 0 lets the call be made. What is told by before happens right before such a call.
 struct Fault
 {
     int first = 0;
     int last = -1;
     int error = 0;
     int calls = 0;
+    std::function<void()> before = nullptr;
 
     bool fails()
     {
         ++calls;
         if (calls < first || calls > last)
             return false;
-        errno = error;
-        return true;
+        if (before)
+            before();
+        errno = error != 0 ? error : errno;
+        return error != 0;
     }
 };
 
@@ -53,18 +57,19 @@ inline bool without_popuser = false;
 
 extern "C" {
 
-int __real_chown(char const* name, uid_t uid, gid_t gid);
-int __real_chmod(char const* name, mode_t mode);
+int __real_fchownat(int dir, char const* name, uid_t uid, gid_t gid, int flags);
+int __real_fchmod(int fd, mode_t mode);
 passwd* __real_getpwnam(char const* name);
 
-[[gnu::used]] inline int __wrap_chown(char const* name, uid_t uid, gid_t gid)
+[[gnu::used]] inline int __wrap_fchownat(int dir, char const* name, uid_t uid, gid_t gid, int flags)
 {
-    return maildir_manager_test::chown_fault.fails() ? -1 : __real_chown(name, uid, gid);
+    return maildir_manager_test::chown_fault.fails() ? -1
+                                                     : __real_fchownat(dir, name, uid, gid, flags);
 }
 
-[[gnu::used]] inline int __wrap_chmod(char const* name, mode_t mode)
+[[gnu::used]] inline int __wrap_fchmod(int fd, mode_t mode)
 {
-    return maildir_manager_test::chmod_fault.fails() ? -1 : __real_chmod(name, mode);
+    return maildir_manager_test::chmod_fault.fails() ? -1 : __real_fchmod(fd, mode);
 }
 
 [[gnu::used]] inline passwd* __wrap_getpwnam(char const* name)

@@ -1,9 +1,10 @@
 // place - where a path beneath a root leads, without following anybody's link
 //
 // The one door to trees that others own: what is done in them goes by a descriptor of a directory
-// and a path beneath it. Such a path has one or more components, each a file name (is_file_name),
-// parted by single slashes. No symbolic link is followed, wherever in the path it stands, and
-// nothing that others rename meanwhile leads out of the directory.
+// and a path beneath it; AT_FDCWD stands for the working directory. Such a path has one or more
+// components, each a file name (is_file_name), parted by single slashes. No symbolic link is
+// followed, wherever in the path it stands, and nothing that others rename meanwhile leads out of
+// the directory.
 //
 // Results: -1, or a descriptor below 0, with errno set. Nothing is reported. errno says
 //   EINVAL   the path has a component that is no file name
@@ -15,6 +16,8 @@
 #define MAILVEK_LIB_BENEATH_PLACE_H
 
 #include "lib/report/owned.h"
+
+#include <fcntl.h>
 
 // Opens a directory that root's configuration names; links in its path are followed.
 [[nodiscard]] OpenDescriptor open_root(char const* path);
@@ -34,7 +37,7 @@ public:
     Place(int dir, char const* path);
 
     // False with errno set when the way there is barred.
-    [[nodiscard]] bool found() const { return directory >= 0; }
+    [[nodiscard]] bool found() const { return directory >= 0 || directory == AT_FDCWD; }
     [[nodiscard]] int dir() const { return directory; }
     [[nodiscard]] char const* name() const { return last; }
 

@@ -29,12 +29,12 @@ std::string nameOfBackup(std::string const& source)
 
 extern "C" {
 
-int __real_stat(char const* name, struct stat* info);
+int __real_fstatat(int dir, char const* name, struct stat* info, int flags);
 
-int __wrap_stat(char const* name, struct stat* info)
+int __wrap_fstatat(int dir, char const* name, struct stat* info, int flags)
 {
     if (stats_to_interrupt == 0)
-        return __real_stat(name, info);
+        return __real_fstatat(dir, name, info, flags);
     --stats_to_interrupt;
     errno = EINTR;
     return -1;
@@ -55,13 +55,13 @@ TEST(BackupRename, RenamesTheSourceAfterItsInodeNextToWhereItStood)
     EXPECT_EQ(readFile(expected + "/letter"), "text");
 }
 
-TEST(BackupRename, NamesTheInodeOfWhatALinkLeadsToAndMovesTheLink)
+TEST(BackupRename, NamesTheInodeOfALinkAndMovesTheLink)
 {
     TempDir const dir;
     std::filesystem::create_directory(dir / "d");
     std::filesystem::create_symlink("d", dir / "link");
     struct stat info = {};
-    ASSERT_EQ(stat((dir / "d").c_str(), &info), 0);
+    ASSERT_EQ(lstat((dir / "link").c_str(), &info), 0);
     path target;
     EXPECT_TRUE(backupRename(dir / "link", target));
     EXPECT_EQ(target, (dir / "link") + ".OrvekSaved." + std::to_string(info.st_ino));
@@ -93,7 +93,7 @@ TEST(BackupRename, LeavesTheTargetAsItWasWhenTheSourceCannotBeLookedAt)
     std::filesystem::create_symlink("loop", dir / "loop");
     path target = "something";
     errno = 0;
-    EXPECT_FALSE(backupRename(dir / "loop", target));
+    EXPECT_FALSE(backupRename(dir / "loop/d", target));
     EXPECT_EQ(errno, ELOOP);
     EXPECT_EQ(target, "something");
     EXPECT_TRUE(std::filesystem::is_symlink(dir / "loop"));

@@ -2,6 +2,7 @@
 
 #include "maildir/maildir_manager.h"
 
+#include "support/deep_tree.h"
 #include "support/fd_census.h"
 #include "support/maildir_manager_test.h"
 #include "support/rights.h"
@@ -12,6 +13,8 @@
 #include <cstdlib>
 #include <filesystem>
 #include <string>
+
+#include <sys/stat.h>
 
 using namespace maildir_manager_test;
 using ::testing::ElementsAre;
@@ -90,11 +93,48 @@ TEST_F(MaildirManagerRemovalOnHost, LeavesWhatCannotBeLookedAtForABackup)
 {
     std::filesystem::create_symlink("example.com", domain);
     std::string const loop = ": Too many levels of symbolic links: \"";
-    EXPECT_EQ(fsErrorOf([] { manager().backupDomainRoot("example.com"); }),
-              "rename" + loop + domain + "\"");
     EXPECT_EQ(fsErrorOf([] { manager().backupMailnameHome("example.com", "info"); }),
               "rename" + loop + home + "\"");
     EXPECT_THAT(namesIn(root), ElementsAre("example.com"));
+}
+
+TEST_F(MaildirManagerRemovalOnHost, BacksUpTheLinkThatStandsInADomainRootsPlace)
+{
+    std::filesystem::create_symlink("example.com", domain);
+    manager().backupDomainRoot("example.com");
+    EXPECT_THAT(namesIn(root), ElementsAre(::testing::StartsWith("example.com.OrvekSaved.")));
+}
+
+TEST_F(MaildirManagerRemovalOnHost, ReachesNoHomeThroughADomainThatIsALink)
+{
+    TempDir const elsewhere;
+    makeDirectory(elsewhere / "info");
+    std::filesystem::create_symlink(elsewhere.path(), domain);
+    std::string const loop = "Too many levels of symbolic links: \"";
+    EXPECT_EQ(libraryErrorOf([] { manager().removeMailnameHome("example.com", "info"); }),
+              "boost::filesystem::remove_all: " + loop + home + "\"");
+    EXPECT_EQ(libraryErrorOf([] { manager().renameMailnameHome("example.com", "info", "b"); }),
+              "boost::filesystem::rename: " + loop + home + "\", \"" + domain + "/b\"");
+    EXPECT_THAT(namesIn(elsewhere.path()), ElementsAre("info"));
+}
+
+TEST_F(MaildirManagerRemovalOnHost, RemovesATreeDeeperThanItsDescriptors)
+{
+    makeDirectory(home);
+    auto const before = openDescriptors();
+    make_deep_tree(home, 2000);
+    manager().removeMailnameHome("example.com", "info");
+    EXPECT_THAT(namesIn(domain), IsEmpty());
+    EXPECT_EQ(openDescriptors(), before);
+}
+
+TEST_F(MaildirManagerRemovalOnHost, OpensNoFifoWhenItRemoves)
+{
+    makeDirectory(home);
+    ASSERT_EQ(mkfifo((home + "/.qmail").c_str(), 0666), 0);
+    ASSERT_EQ(mkfifo((home + "/Maildir").c_str(), 0666), 0);
+    manager().removeMailnameHome("example.com", "info");
+    EXPECT_THAT(namesIn(domain), IsEmpty());
 }
 
 // --------------------------------------------------------------------------------- removing

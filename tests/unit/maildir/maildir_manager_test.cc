@@ -21,7 +21,9 @@
 using namespace maildir_manager_test;
 using orvek::mail::MaildirManager;
 using orvek::mail::MaildirPPManager;
+using ::testing::ElementsAre;
 using ::testing::IsEmpty;
+using ::testing::UnorderedElementsAre;
 
 namespace {
 
@@ -179,7 +181,7 @@ TEST_F(MaildirManagerOnHost, LeavesADomainRootThatCannotBeGivenAway)
 
 TEST_F(MaildirManagerOnHost, LeavesADomainRootWhoseModeCannotBeSet)
 {
-    chmod_fault = {1, 1, EROFS};
+    chmod_fault = {2, 2, EROFS}; // a new directory gets a mode of its own first
     EXPECT_EQ(fsErrorOf([] { manager().createDomainRoot("example.com"); }),
               "chmod: Read-only file system: \"" + domain + "\"");
     EXPECT_EQ(rightsOf(domain), popusers("drwx------"));
@@ -188,10 +190,10 @@ TEST_F(MaildirManagerOnHost, LeavesADomainRootWhoseModeCannotBeSet)
 TEST_F(MaildirManagerOnHost, TriesOwnerAndModeAgainAfterASignal)
 {
     chown_fault = {1, 3, EINTR};
-    chmod_fault = {1, 2, EINTR};
+    chmod_fault = {2, 3, EINTR};
     manager().createDomainRoot("example.com");
     EXPECT_EQ(chown_fault.calls, 4);
-    EXPECT_EQ(chmod_fault.calls, 3);
+    EXPECT_EQ(chmod_fault.calls, 4);
     EXPECT_EQ(rightsOf(domain), popusers("drwxr-x---"));
 }
 
@@ -239,15 +241,27 @@ TEST_F(MaildirManagerOnHost, CompletesAHomeThatExistsAndKeepsItsMail)
     EXPECT_EQ(rightsOf(home + "/Maildir/.Spam/cur"), popusers("drwx------"));
 }
 
-TEST_F(MaildirManagerOnHost, LeavesNoHomeInWhichADirectoryCannotBeMade)
+TEST_F(MaildirManagerOnHost, TakesOnlyItsOwnDirectoriesFromAHomeThatWasThere)
 {
-    makeDirectory(home + "/Maildir");
+    makeDirectory(home + "/Maildir/new");
+    writeFile(home + "/Maildir/new/letter", "text");
     writeFile(home + "/Maildir/.Spam", "a file in its place");
     errno = 0;
     EXPECT_EQ(libraryErrorOf([] { manager().createMailnameHome("example.com", "info"); }),
               "boost::filesystem::create_directory: File exists: \"" + home + "/Maildir/.Spam\"");
-    EXPECT_FALSE(std::filesystem::exists(home));
-    EXPECT_THAT(namesIn(domain), IsEmpty());
+    EXPECT_THAT(namesIn(home), ElementsAre("Maildir"));
+    EXPECT_THAT(namesIn(home + "/Maildir"), UnorderedElementsAre("new", ".Spam"));
+    EXPECT_EQ(readFile(home + "/Maildir/new/letter"), "text");
+}
+
+TEST_F(MaildirManagerOnHost, LeavesWhatOthersPutIntoANewHomeThatFails)
+{
+    // The mail user is faster than the step that fails.
+    chown_fault = {10, 10, EPERM};
+    chown_fault.before = [this] { writeFile(home + "/Maildir/new/letter", "text"); };
+    EXPECT_NE(fsErrorOf([] { manager().createMailnameHome("example.com", "info"); }), "");
+    EXPECT_EQ(readFile(home + "/Maildir/new/letter"), "text");
+    EXPECT_THAT(namesIn(home + "/Maildir"), ElementsAre("new"));
 }
 
 TEST_F(MaildirManagerOnHost, LeavesNoHomeInWhichADirectoryCannotBeGivenAway)
@@ -260,30 +274,70 @@ TEST_F(MaildirManagerOnHost, LeavesNoHomeInWhichADirectoryCannotBeGivenAway)
 
 TEST_F(MaildirManagerOnHost, LeavesNoHomeInWhichTheLastModeCannotBeSetAndKeepsErrno)
 {
-    chmod_fault = {10, 10, EROFS};
+    chmod_fault = {21, 21, EROFS}; // of the domain, twice of the home, and twice of each directory
     EXPECT_EQ(fsErrorOf([] { manager().createMailnameHome("example.com", "info"); }),
               "chmod: Read-only file system: \"" + home + "/@attachments\"");
     EXPECT_EQ(errno, EROFS);
     EXPECT_THAT(namesIn(domain), IsEmpty());
 }
 
-TEST_F(MaildirManagerOnHost, RemovesNothingOutsideAHomeThatFails)
+TEST_F(MaildirManagerOnHost, FollowsNoLinkWhenItMakesOrGivesAway)
 {
     TempDir const elsewhere;
-    writeFile(elsewhere / "file", "kept");
-    makeDirectory(home);
-    std::filesystem::create_symlink(elsewhere.path(), home + "/link");
-    writeFile(home + "/@attachments", "");
-    EXPECT_NE(libraryErrorOf([] { manager().createMailnameHome("example.com", "info"); }), "");
-    EXPECT_FALSE(std::filesystem::exists(home));
-    EXPECT_EQ(readFile(elsewhere / "file"), "kept");
+    std::string const before = rightsOf(elsewhere.path());
+    std::string const loop = "Too many levels of symbolic links: \"";
+    makeDirectory(home + "/Maildir");
+    for (std::string const name : {"@attachments", "Maildir/.Spam", "Maildir/tmp", "Maildir"}) {
+        std::filesystem::remove_all(home + "/" + name);
+        std::filesystem::create_symlink(elsewhere.path(), home + "/" + name);
+        EXPECT_EQ(libraryErrorOf([] { manager().createMailnameHome("example.com", "info"); }),
+                  "boost::filesystem::create_directory: " + loop + home + "/" + name + "\"");
+    }
+    for (std::string const& name : {home, domain}) {
+        std::filesystem::remove_all(name);
+        std::filesystem::create_symlink(elsewhere.path(), name);
+        EXPECT_EQ(libraryErrorOf([] { manager().createMailnameHome("example.com", "info"); }),
+                  "boost::filesystem::create_directories: " + loop + home + "\"");
+    }
+    EXPECT_EQ(libraryErrorOf([] { manager().createDomainRoot("example.com"); }),
+              "boost::filesystem::create_directories: " + loop + domain + "\"");
+    EXPECT_THAT(namesIn(elsewhere.path()), IsEmpty());
+    EXPECT_EQ(rightsOf(elsewhere.path()), before);
+}
+
+TEST_F(MaildirManagerOnHost, GivesAwayNothingThatTakesADirectorysPlaceMeanwhile)
+{
+    TempDir const elsewhere;
+    std::string const before = rightsOf(elsewhere.path());
+    for (int number = 1; number <= 10; ++number) {
+        chown_fault = {number, number, 0};
+        chown_fault.before = [&] {
+            if (rename(home.c_str(), (domain + "/moved").c_str()) == 0)
+                std::filesystem::create_symlink(elsewhere.path(), home);
+        };
+        static_cast<void>(
+            libraryErrorOf([] { manager().createMailnameHome("example.com", "info"); }));
+        EXPECT_EQ(rightsOf(elsewhere.path()), before) << number;
+        EXPECT_THAT(namesIn(elsewhere.path()), IsEmpty()) << number;
+        std::filesystem::remove_all(domain);
+    }
+}
+
+TEST_F(MaildirManagerOnHost, FollowsALinkOfTheConfigurationToTheRoot)
+{
+    TempDir const elsewhere;
+    std::filesystem::create_symlink(elsewhere.path(), "/srv/linked");
+    MailnamesRoot const other("/srv/linked/mail");
+    manager().createMailnameHome("example.com", "info");
+    EXPECT_EQ(rightsOf(elsewhere / "mail/example.com/info"), popusers("drwx------"));
+    std::filesystem::remove("/srv/linked");
 }
 
 TEST_F(MaildirManagerOnHost, RaisesTheFirstErrorWhenAHomeCannotBeRemovedEither)
 {
     makeDirectory(home);
     ASSERT_EQ(system(("mount -t tmpfs tmpfs " + home).c_str()), 0);
-    chmod_fault = {10, 10, EROFS};
+    chmod_fault = {19, 19, EROFS};
     EXPECT_EQ(fsErrorOf([] { manager().createMailnameHome("example.com", "info"); }),
               "chmod: Read-only file system: \"" + home + "/@attachments\"");
     EXPECT_EQ(errno, EROFS);
@@ -311,7 +365,7 @@ TEST_F(MaildirManagerOnHost, LeavesAHomeThatCannotItselfBeGivenAway)
 
 TEST_F(MaildirManagerOnHost, LeavesAHomeWhoseOwnModeCannotBeSet)
 {
-    chmod_fault = {1, 1, EROFS};
+    chmod_fault = {3, 3, EROFS};
     EXPECT_EQ(fsErrorOf([] { manager().createMailnameHome("example.com", "info"); }),
               "chmod: Read-only file system: \"" + home + "\"");
     EXPECT_EQ(rightsOf(home), popusers("drwx------"));

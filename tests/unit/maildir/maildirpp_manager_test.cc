@@ -13,7 +13,7 @@
 #include <functional>
 #include <string>
 
-#include <fcntl.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 using orvek::mail::FSError;
@@ -133,13 +133,13 @@ TEST_F(MaildirPPManagerOnHost, WarnsOnTheStandardErrorWhenTheAttachmentsTakeMore
     EXPECT_EQ(quota(), "1S,0C");
 }
 
-TEST_F(MaildirPPManagerOnHost, CountsALinkToADirectoryAsTheLinkThatItIs)
+TEST_F(MaildirPPManagerOnHost, DeductsNothingForALinkToADirectory)
 {
     std::string const attachments = std::string(home) + "/@attachments";
     fs::remove(attachments);
     fs::create_directory_symlink("Maildir", attachments);
     EXPECT_EQ(printedBySetting(5007), "");
-    EXPECT_EQ(quota(), "5000S,0C");
+    EXPECT_EQ(quota(), "5007S,0C");
 }
 
 TEST_F(MaildirPPManagerOnHost, TakesADirectoryAloneForTheAttachments)
@@ -153,6 +153,26 @@ TEST_F(MaildirPPManagerOnHost, TakesADirectoryAloneForTheAttachments)
     fs::create_symlink("nowhere", attachments);
     EXPECT_EQ(printedBySetting(5001), "");
     EXPECT_EQ(quota(), "5001S,0C");
+}
+
+TEST_F(MaildirPPManagerOnHost, WritesThroughNoLinkAndHoldsAtNoFifo)
+{
+    TempDir const elsewhere;
+    std::string const maildir = std::string(home) + "/Maildir";
+    fs::create_directory(elsewhere / "tmp");
+    fs::remove_all(maildir);
+    fs::create_symlink(elsewhere.path(), maildir);
+    EXPECT_EQ(raisedBy([](auto& manager) { manager.setMailboxQuota("info", "example.com", 1); }),
+              "create maildirsize 40 " + std::string(home));
+    fs::remove(maildir);
+    ASSERT_EQ(mkfifo(maildir.c_str(), 0666), 0);
+    EXPECT_EQ(raisedBy([](auto& manager) { manager.setMailboxQuota("info", "example.com", 1); }),
+              "create maildirsize 20 " + std::string(home));
+    fs::remove_all(home);
+    fs::create_symlink(elsewhere.path(), home);
+    EXPECT_EQ(raisedBy([](auto& manager) { manager.setMailboxQuota("info", "example.com", 1); }),
+              "chdir 40 " + std::string(home));
+    EXPECT_EQ(rightsBelow(elsewhere.path()).size(), 1U);
 }
 
 TEST_F(MaildirPPManagerOnHost, RaisesTheStepThatFailed)
@@ -180,11 +200,10 @@ TEST_F(MaildirPPManagerOnHost, RaisesTheStepThatFailed)
 TEST_F(MaildirPPManagerOnHost, RaisesThatTheAttachmentsCannotBeCountedAndComesBack)
 {
     EXPECT_EQ(raisedBy([](auto& manager) {
-                  // Of the calls that open something, those for a directory.
-                  failSystemCallWith(SYS_openat, 2, O_NONBLOCK | O_DIRECTORY | O_CLOEXEC, EMFILE);
+                  failSystemCall(SYS_getdents64, EIO);
                   manager.setMailboxQuota("info", "example.com", 5000);
               }),
-              "unable to count attachments folder size 24 /var/qmail/mailnames/example.com/info");
+              "unable to count attachments folder size 5 /var/qmail/mailnames/example.com/info");
     EXPECT_EQ(quota(), "");
 }
 

@@ -1,14 +1,16 @@
 #include "mail/lib/home/attachments.h"
 
+#include "lib/beneath/entry.h"
 #include "lib/beneath/file_name.h"
+#include "lib/beneath/listing.h"
 #include "lib/conf/autoprepend.h"
-#include "lib/files/copy_file.h"
-#include "lib/files/dot_entry.h"
 #include "lib/names/idn.h"
 #include "lib/names/idn_error.h"
 #include "lib/report/failure.h"
 #include "lib/report/form_path.h"
 #include "lib/report/owned.h"
+#include "mail/lib/home/attachment_copy.h"
+#include "mail/lib/home/mail_tree.h"
 
 #include <cerrno>
 #include <cstdio>
@@ -16,12 +18,12 @@
 
 #include <dirent.h>
 #include <sys/stat.h>
-#include <unistd.h>
 
 namespace {
 
-constexpr mode_t attachment_mode = 0644;
 constexpr long long block_size = 512;
+// More attachments, or mailnames, than anybody has. Whoever makes more must not keep a list going.
+constexpr std::size_t most_entries = 1'000'000;
 
 // Ends the process when there is none.
 CString ascii_domain(char const* DomainName)
@@ -63,33 +65,46 @@ bool is_name(char const* name)
     return false;
 }
 
-// Calls visit with the name of each entry while it returns 0.
+OpenDir open_stream(char const* directory)
+{
+    OpenDescriptor opened = open_mail_directory(directory);
+    OpenDir stream(opened.get() < 0 ? nullptr : fdopendir(opened.get()));
+    if (stream)
+        static_cast<void>(opened.release());
+    return stream;
+}
+
+// Calls visit with the name of each entry while it returns 0, and with the directory's descriptor.
 template<typename Visit>
 int visit_entries(char const* directory, OpenDir dir, Visit visit)
 {
     if (!dir)
         return failure(-1, "Unable to open dir %s: %s\n", directory, strerror(errno));
-    for (;;) {
-        errno = 0;
-        dirent const* const entry = readdir(dir.get());
-        if (!entry)
+    ListedEntry entry = {};
+    int more = 0;
+    for (std::size_t count = 0; (more = next_listed(dir, entry)) > 0; ++count) {
+        if (count == most_entries) {
+            errno = EFBIG;
+            more = -1;
             break;
-        if (visit(entry->d_name) != 0)
+        }
+        if (visit(dirfd(dir.get()), entry) != 0)
             return -1;
     }
-    if (errno != 0)
+    if (more < 0)
         return failure(-1, "Unable to read dir %s: %s\n", directory, strerror(errno));
     if (closedir(dir.release()) != 0)
         return failure(-1, "Unable to close dir: %s\n", strerror(errno));
     return 0;
 }
 
-int list_entry(char const* store, char const* name, bool in_blocks, bool fullname)
+// A link is listed as it lies: what it leads to is none of the mail user's business.
+int list_entry(int dir, char const* store, char const* name, bool in_blocks, bool fullname)
 {
     char path[path_size];
     form_entry(path, store, name);
     struct stat info = {};
-    if (stat(path, &info) != 0)
+    if (look_beneath(dir, name, info) != 0)
         return failure(-1, "stat %s failed: %s", path, strerror(errno));
     if (S_ISDIR(info.st_mode))
         return 0;
@@ -98,14 +113,11 @@ int list_entry(char const* store, char const* name, bool in_blocks, bool fullnam
     return 0;
 }
 
-bool is_home(char const* domain_root, char const* name)
+int remove_from_store(char const* path)
 {
-    if (is_dot_entry(name))
-        return false;
-    char path[path_size];
-    form_entry(path, domain_root, name);
-    struct stat info = {};
-    return stat(path, &info) == 0 && S_ISDIR(info.st_mode);
+    char const* name = nullptr;
+    OpenDescriptor const store = open_directory_of(path, &name);
+    return store.get() < 0 ? -1 : remove_file_beneath(store.get(), name);
 }
 
 } // namespace
@@ -117,9 +129,11 @@ int list_attachments(char const* MailName, char const* DomainName, short in_bloc
         fatal("MailName empty for domain '%s'", DomainName);
     char store[path_size];
     form_store(store, domain.get(), MailName);
-    return visit_entries(
-        store, OpenDir(is_name(MailName) ? opendir(store) : nullptr),
-        [&](char const* name) { return list_entry(store, name, in_blocks != 0, fullname != 0); });
+    return visit_entries(store, is_name(MailName) ? open_stream(store) : nullptr,
+                         [&](int dir, ListedEntry const& entry) {
+                             return list_entry(dir, store, entry.name, in_blocks != 0,
+                                               fullname != 0);
+                         });
 }
 
 int list_all_attachments(char const* DomainName, short in_blocks, short fullname)
@@ -127,10 +141,10 @@ int list_all_attachments(char const* DomainName, short in_blocks, short fullname
     CString const domain = ascii_domain(DomainName);
     char root[path_size];
     form_entry(root, orvConfGetDefaultByIndex(_ORVEK_MAILNAMES_D_INDEX), domain.get());
-    return visit_entries(root, OpenDir(opendir(root)), [&](char const* name) {
+    return visit_entries(root, open_stream(root), [&](int, ListedEntry const& entry) {
         // A list that fails does not stop the others.
-        if (is_home(root, name))
-            static_cast<void>(list_attachments(name, DomainName, in_blocks, fullname));
+        if (S_ISDIR(entry.kind))
+            static_cast<void>(list_attachments(entry.name, DomainName, in_blocks, fullname));
         return 0;
     });
 }
@@ -141,14 +155,12 @@ int add_attachment(char const* MailName, char const* DomainName, char const* Fil
     char path[path_size];
     form_attachment(path, MailName, DomainName, AttachmentFileName);
     int const result =
-        is_name(MailName) && is_name(AttachmentFileName) ? copy_file(FileName, path) : 1;
+        is_name(MailName) && is_name(AttachmentFileName) ? copy_attachment(FileName, path) : 1;
     if (result != 0) {
         static_cast<void>(
             failure(-1, "Unable to copy the attachment file %s to %s\n", FileName, path));
         return -result;
     }
-    ErrnoKeeper const keeper;
-    chmod(path, attachment_mode);
     return 0;
 }
 
@@ -156,7 +168,7 @@ int remove_attachment(char const* MailName, char const* DomainName, char const* 
 {
     char path[path_size];
     form_attachment(path, MailName, DomainName, AttachmentFileName);
-    if (is_name(MailName) && is_name(AttachmentFileName) && unlink(path) == 0)
+    if (is_name(MailName) && is_name(AttachmentFileName) && remove_from_store(path) == 0)
         return 0;
     if (errno == ENOENT)
         return 0;

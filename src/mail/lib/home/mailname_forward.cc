@@ -1,6 +1,5 @@
 #include "mail/lib/home/mailname_forward.h"
 
-#include "lib/files/file_str.h"
 #include "lib/names/idn.h"
 #include "lib/names/idn_error.h"
 #include "lib/report/failure.h"
@@ -25,11 +24,11 @@ CString ascii_address(char const* Email)
     return address;
 }
 
-// "&", the address and the end; null with errno set when there is no memory.
-CString forward_line(char const* address, char const* end)
+// "&" and the address; null with errno set when there is no memory.
+CString forward_line(char const* address)
 {
     char* line = nullptr;
-    return CString(asprintf(&line, "&%s%s", address, end) < 0 ? nullptr : line);
+    return CString(asprintf(&line, "&%s", address) < 0 ? nullptr : line);
 }
 
 bool is_one_line(char const* address)
@@ -47,14 +46,15 @@ int dotqmail_add_forward(char const* file, char const* Email)
     CString const address = ascii_address(Email);
     if (!address)
         return -1;
-    CString const line = forward_line(address.get(), "");
+    CString const line = forward_line(address.get());
     if (!line)
         return failure(-1, "asprintf(\"&%%s\", %s) failed: %s", address.get(), strerror(errno));
     if (!is_one_line(address.get()))
         return failure(-1, "Unable to add string to %s file.", file);
-    if (dotqmail_put_line(file, line.get()) != 0)
+    DotQmail const delivery(file);
+    if (delivery.put_line(line.get()) != 0)
         return -1;
-    return dotqmail_set_rights(file);
+    return delivery.set_rights_of_mail_user();
 }
 
 int dotqmail_remove_forward(char const* file, char const* Email)
@@ -62,12 +62,13 @@ int dotqmail_remove_forward(char const* file, char const* Email)
     CString const address = ascii_address(Email);
     if (!address)
         return -1;
-    CString const line = forward_line(address.get(), "\n");
+    CString const line = forward_line(address.get());
     if (!line)
         return failure(-1, "asprintf(\"&%%s\", %s): %s", address.get(), strerror(errno));
-    if (!is_one_line(address.get()) || file_str(file, line.get(), FILE_REMOVE, FILE_BEGIN) != 0)
+    DotQmail const delivery(file);
+    if (!is_one_line(address.get()) || delivery.remove_line(line.get()) != 0)
         return failure(-1, "Unable to remove string from %s file.", file);
-    return dotqmail_set_rights(file);
+    return delivery.set_rights_of_mail_user();
 }
 
 int add_mn_forward(char const* MailName, char const* MailDomain, char const* Email)

@@ -27,10 +27,13 @@ void form_paths(Paths* paths, char const* MailName, char const* DomainName)
     if (!domain)
         fatal("idn_toascii() failed: %s", idn_strerror(idn_errno));
     char home[path_size];
+    char with_slash[path_size];
+    // Deliberate: there must be room for one slash more than the paths have.
     if (!form_path(home, "%s/%s/%s/", orvConfGetDefaultByIndex(_ORVEK_MAILNAMES_D_INDEX),
                    domain.get(), MailName) ||
-        !form_path(paths->attachments, "%s/%s", home, "@attachments") ||
-        !form_path(paths->maildir, "%s/%s", home, "Maildir"))
+        !form_path(with_slash, "%s/%s", home, "@attachments") ||
+        !form_path(paths->attachments, "%s%s", home, "@attachments") ||
+        !form_path(paths->maildir, "%s%s", home, "Maildir"))
         fatal("user mailbox path is too long");
 }
 

@@ -1,5 +1,7 @@
 #include "mail/lib/quota/maildirpp_folders.h"
 
+#include "lib/beneath/entry.h"
+#include "lib/beneath/listing.h"
 #include "lib/report/failure.h"
 #include "lib/report/form_path.h"
 #include "lib/report/liblog.h"
@@ -9,9 +11,14 @@
 #include <cerrno>
 #include <cstring>
 
+#include <fcntl.h>
 #include <sys/stat.h>
 
 namespace {
+
+constexpr char maildir[] = ".";
+// The log must not grow with what somebody else puts into a Maildir.
+constexpr int most_reports = 100;
 
 int raise_mtime(char const* dir, char const* subdir, time_t* mtime)
 {
@@ -21,7 +28,8 @@ int raise_mtime(char const* dir, char const* subdir, time_t* mtime)
         return failure(0, "Maildir subfolder '%s' name too long to fit the allowed buffer", subdir);
     }
     struct stat info = {};
-    if (stat(path, &info) != 0) {
+    bool const is_here = strcmp(dir, maildir) == 0;
+    if (look_beneath(AT_FDCWD, is_here ? subdir : path, info) != 0 || !S_ISDIR(info.st_mode)) {
         errno = EIO;
         return failure(0, "Maildir subfolder '%s' stat failed", subdir);
     }
@@ -34,16 +42,19 @@ bool is_directory(dirent const* entry)
     if (entry->d_type != DT_UNKNOWN)
         return entry->d_type == DT_DIR;
     struct stat info = {};
-    return stat(entry->d_name, &info) == 0 && S_ISDIR(info.st_mode);
+    return look_beneath(AT_FDCWD, entry->d_name, info) == 0 && S_ISDIR(info.st_mode);
 }
 
-int raise_mtime_by(dirent const* entry, char const* maildir, time_t* mtime)
+int raise_mtime_by(dirent const* entry, int* reports, time_t* mtime)
 {
     if (!is_maildirpp_subfolder(entry->d_name))
         return 1;
-    if (!is_directory(entry))
-        return failure(1, "Bad/unrecognized entry %s within Maildir folder %s\n", entry->d_name,
-                       maildir);
+    if (!is_directory(entry)) {
+        if (++*reports <= most_reports)
+            messlog2(0, 0, "Bad/unrecognized entry %s within Maildir folder %s\n", entry->d_name,
+                     maildir);
+        return 1;
+    }
     return get_maildirpp_folder_mtime(entry->d_name, mtime);
 }
 
@@ -61,18 +72,18 @@ int get_maildirpp_folder_mtime(char const* dir, time_t* mtime)
 
 int get_maildirpp_latest_mtime(time_t* mtime)
 {
-    constexpr char maildir[] = ".";
     if (get_maildirpp_folder_mtime(maildir, mtime) == 0)
         return 0;
-    OpenDir const stream(opendir(maildir));
+    OpenDir const stream = open_listing(AT_FDCWD);
     if (!stream)
         return failure(0, "Unable to open Maildir folder. Has it just been removed?");
+    int reports = 0;
     for (;;) {
         errno = 0;
         dirent const* const entry = readdir(stream.get());
         if (!entry)
             return errno == 0 ? 1 : 0;
-        if (raise_mtime_by(entry, maildir, mtime) == 0)
+        if (raise_mtime_by(entry, &reports, mtime) == 0)
             return 0;
     }
 }

@@ -1,9 +1,12 @@
 #include "mail/lib/quota/maildirpp_maildirsize.h"
 
+#include "lib/beneath/entry.h"
+#include "lib/beneath/opened_file.h"
 #include "lib/files/saved_directory.h"
 #include "lib/report/failure.h"
 #include "lib/report/form_path.h"
 #include "lib/report/owned.h"
+#include "mail/lib/home/mail_tree.h"
 #include "mail/lib/quota/maildirpp_folders.h"
 #include "mail/lib/quota/maildirpp_messages.h"
 
@@ -16,11 +19,11 @@
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
-#include <utime.h>
 
 namespace {
 
 constexpr char maildirsize[] = "maildirsize";
+constexpr mode_t new_file_mode = 0644;
 constexpr int max_attempts = 5;
 constexpr unsigned int pause_seconds = 2;
 
@@ -41,11 +44,6 @@ bool get_host_name(HostName& host)
         return false;
     host[sizeof host - 1] = '\0';
     return true;
-}
-
-bool is_same_file(struct stat const& one, struct stat const& other)
-{
-    return one.st_dev == other.st_dev && one.st_ino == other.st_ino;
 }
 
 bool write_whole(int file, char const* text, std::size_t length)
@@ -86,17 +84,12 @@ private:
     bool exists = false;
 };
 
-// Follows no link that somebody has put there.
+// Takes no file or link that is there already.
 bool NewFile::attempt()
 {
-    struct stat info = {};
-    if (stat(name, &info) == 0 || errno != ENOENT)
-        return false;
-    file = open(name, O_WRONLY | O_CREAT | O_NOFOLLOW, 0644);
+    file = make_file_beneath(AT_FDCWD, name, new_file_mode).release();
     exists = file >= 0;
-    struct stat opened = {};
-    return exists && fstat(file, &opened) == 0 && lstat(name, &info) == 0 &&
-           is_same_file(opened, info) && ftruncate(file, 0) == 0;
+    return exists;
 }
 
 void NewFile::discard()
@@ -105,7 +98,7 @@ void NewFile::discard()
     if (file >= 0)
         close(std::exchange(file, -1));
     if (std::exchange(exists, false))
-        unlink(name);
+        static_cast<void>(remove_file_beneath(AT_FDCWD, name));
 }
 
 bool NewFile::create(HostName const& host)
@@ -149,7 +142,7 @@ bool NewFile::commit()
 
 bool NewFile::put_in_place()
 {
-    if (rename(name, maildirsize) != 0)
+    if (rename_beneath(AT_FDCWD, name, AT_FDCWD, maildirsize) != 0)
         return false;
     exists = false;
     return true;
@@ -162,8 +155,10 @@ void date_back_if_changed(time_t counted)
     time_t latest = 0;
     if (get_maildirpp_latest_mtime(&latest) != 0 && latest <= counted)
         return;
-    utimbuf const times = {time(nullptr), counted - back_dating};
-    utime(maildirsize, &times);
+    timespec const times[] = {{time(nullptr), 0}, {counted - back_dating, 0}};
+    OpenDescriptor const file = open_file_beneath(AT_FDCWD, maildirsize, O_RDONLY, any_size);
+    if (file.get() >= 0)
+        futimens(file.get(), times);
     errno = 0;
 }
 
@@ -190,7 +185,10 @@ int write_maildirpp_maildirsize(char const* maildir, uid_t owner, gid_t group, s
                                 fcount_t cq)
 {
     SavedDirectory before;
-    if (!before.save() || chdir(maildir) != 0)
+    if (!before.save())
+        return 0;
+    OpenDescriptor const opened = open_mail_directory(maildir);
+    if (opened.get() < 0 || fchdir(opened.get()) != 0)
         return 0;
     if (write_maildirsize(owner, group, {sq, cq}) != 0)
         return 1;

@@ -1,5 +1,8 @@
 #include "mail/lib/quota/maildirpp_messages.h"
 
+#include "lib/beneath/entry.h"
+#include "lib/beneath/listing.h"
+#include "lib/beneath/place.h"
 #include "lib/files/dot_entry.h"
 #include "lib/report/form_path.h"
 #include "lib/report/owned.h"
@@ -10,11 +13,14 @@
 #include <cstdlib>
 #include <cstring>
 
+#include <fcntl.h>
 #include <sys/stat.h>
 
 namespace {
 
 constexpr char size_mark[] = ",S=";
+// More messages than any mailbox has. Whoever makes more must not keep the tool counting.
+constexpr fcount_t most_messages = 4'000'000;
 
 bool size_in_name(char const* name, sizequota_t* size)
 {
@@ -37,50 +43,55 @@ enum class Found
     failure,
 };
 
-Found size_on_disk(char const* dir, char const* name, sizequota_t* size)
+Found size_on_disk(int dir, char const* name, sizequota_t* size)
 {
-    char path[path_size];
-    if (!form_path(path, "%s/%s", dir, name)) {
-        errno = ENAMETOOLONG;
-        return Found::failure;
-    }
     struct stat info = {};
-    if (lstat(path, &info) != 0)
+    if (look_beneath(dir, name, info) != 0)
         return errno == ENOENT || errno == ENOTDIR ? Found::nothing : Found::failure;
     *size = info.st_size;
     return Found::message;
 }
 
-Found measure(char const* dir, char const* name, sizequota_t* size)
+Found measure(int dir, char const* name, sizequota_t* size)
 {
     if (is_dot_entry(name))
         return Found::nothing;
     return size_in_name(name, size) ? Found::message : size_on_disk(dir, name, size);
 }
 
+OpenDir open_messages(char const* dir)
+{
+    OpenDescriptor opened = open_directory_beneath(AT_FDCWD, dir);
+    OpenDir stream(opened.get() < 0 ? nullptr : fdopendir(opened.get()));
+    if (stream)
+        static_cast<void>(opened.release());
+    return stream;
+}
+
 } // namespace
 
 int process_maildir_subdir(char const* dir, sizequota_t* size, fcount_t* count, time_t* mtime)
 {
+    OpenDir const stream = open_messages(dir);
     struct stat info = {};
-    if (stat(dir, &info) != 0)
+    if (!stream || fstat(dirfd(stream.get()), &info) != 0)
         return 1;
     *mtime = std::max(*mtime, info.st_mtime);
-    OpenDir const stream(opendir(dir));
-    if (!stream)
-        return 1;
     for (;;) {
         errno = 0;
         dirent const* const entry = readdir(stream.get());
         if (!entry)
             return errno == 0 ? 1 : 0;
         sizequota_t bytes = 0;
-        Found const found = measure(dir, entry->d_name, &bytes);
+        Found const found = measure(dirfd(stream.get()), entry->d_name, &bytes);
         if (found == Found::failure)
             return 0;
         if (found == Found::message) {
             add_size(size, bytes);
-            ++*count;
+            if (++*count > most_messages) {
+                errno = EFBIG;
+                return 0;
+            }
         }
     }
 }
@@ -103,7 +114,7 @@ int process_maildirpp_subfolder(char const* dir, sizequota_t* size, fcount_t* co
 
 int get_maildirpp_messages_usage(sizequota_t* size, fcount_t* count, time_t* mtime)
 {
-    OpenDir const stream(opendir("."));
+    OpenDir const stream = open_listing(AT_FDCWD);
     if (!stream)
         return 0;
     *size = 0;
@@ -111,7 +122,7 @@ int get_maildirpp_messages_usage(sizequota_t* size, fcount_t* count, time_t* mti
     if (process_maildir_subdir("new", size, count, mtime) == 0 ||
         process_maildir_subdir("cur", size, count, mtime) == 0)
         return 0;
-    for (;;) {
+    for (fcount_t entries = 0; entries < most_messages; ++entries) {
         errno = 0;
         dirent const* const entry = readdir(stream.get());
         if (!entry)
@@ -120,4 +131,6 @@ int get_maildirpp_messages_usage(sizequota_t* size, fcount_t* count, time_t* mti
             process_maildirpp_subfolder(entry->d_name, size, count, mtime) == 0)
             return 0;
     }
+    errno = EFBIG;
+    return 0;
 }

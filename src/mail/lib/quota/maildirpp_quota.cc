@@ -1,5 +1,6 @@
 #include "mail/lib/quota/maildirpp_quota.h"
 
+#include "lib/beneath/entry.h"
 #include "lib/conf/autoprepend.h"
 #include "lib/files/saved_directory.h"
 #include "lib/host/orvek_ugid.h"
@@ -9,12 +10,14 @@
 #include "lib/report/form_path.h"
 #include "lib/report/liblog.h"
 #include "lib/report/owned.h"
+#include "mail/lib/home/mail_tree.h"
 #include "mail/lib/quota/get_dir_size.h"
 #include "mail/lib/quota/maildirpp_maildirsize.h"
 
 #include <cerrno>
 #include <cstring>
 
+#include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -43,7 +46,8 @@ bool enter(char const* home, SavedDirectory* before)
 {
     if (!before->save())
         return failure(false, "unable to get current working directory");
-    if (chdir(home) != 0)
+    OpenDescriptor const opened = open_mail_directory(home);
+    if (opened.get() < 0 || fchdir(opened.get()) != 0)
         return failure(false, "unable to change to mbox folder %s: %s", home, strerror(errno));
     return true;
 }
@@ -53,7 +57,7 @@ bool has_attachments()
 {
     ErrnoKeeper const keeper;
     struct stat info = {};
-    return lstat(attachments, &info) == 0;
+    return look_beneath(AT_FDCWD, attachments, info) == 0;
 }
 
 bool deduct_attachments(sizequota_t* quota)
@@ -94,7 +98,7 @@ int store_mbox_quota(char const* MailDomain, char const* MailName, sizequota_t q
     // Deliberate: after such a failure the process stays in the mailbox.
     if (quota >= 0 && has_attachments() && !deduct_attachments(&quota))
         return 0;
-    int const result = store_maildirpp_quota_raw("./Maildir", quota);
+    int const result = store_maildirpp_quota_raw("Maildir", quota);
     before.restore();
     return result;
 }

@@ -1,7 +1,9 @@
 #include "mail/lib/quota/maildirpp_usage.h"
 
+#include "lib/beneath/opened_file.h"
 #include "lib/files/saved_directory.h"
 #include "lib/report/owned.h"
+#include "mail/lib/home/mail_tree.h"
 #include "mail/lib/quota/maildirpp_messages.h"
 
 #include <cctype>
@@ -13,6 +15,7 @@
 #include <cstring>
 #include <ctime>
 
+#include <fcntl.h>
 #include <unistd.h>
 
 namespace {
@@ -28,7 +31,7 @@ struct Content
 
 bool read_file(Content* content)
 {
-    OpenFile const file(fopen("maildirsize", "rt"));
+    OpenFile const file = read_file_beneath(AT_FDCWD, "maildirsize", max_file_size);
     if (!file)
         return false;
     content->length = fread(content->text, 1, sizeof content->text, file.get());
@@ -118,7 +121,10 @@ int get_maildirpp_usage_internal(sizequota_t* size, fcount_t* count)
 int get_maildirpp_usage(char const* maildir, sizequota_t* size, fcount_t* count)
 {
     SavedDirectory before;
-    if (!before.save() || chdir(maildir) != 0)
+    if (!before.save())
+        return 0;
+    OpenDescriptor const opened = open_mail_directory(maildir);
+    if (opened.get() < 0 || fchdir(opened.get()) != 0)
         return 0;
     int const result = get_maildirpp_usage_internal(size, count);
     before.restore();

@@ -41,14 +41,16 @@ TEST_F(AttachmentsChangesOnHost, ReplacesTheContentOfAnAttachment)
 TEST_F(AttachmentsChangesOnHost, IgnoresAModeThatCannotBeSet)
 {
     writeFile(upload, "text");
-    chmod(upload.c_str(), 0600);
+    writeFile(store + "/a", "older");
+    chmod((store + "/a").c_str(), 0600);
     auto const run = callOf(0, [&] {
-        failSystemCall(SYS_chmod, EPERM);
+        failSystemCall(SYS_fchmod, EPERM);
         int const result = add("a");
         return result != 0 ? result : errno;
     });
     EXPECT_EQ(run.out + run.err, "");
     EXPECT_EQ(rightsOf(store + "/a"), "-rw------- root:root");
+    EXPECT_EQ(readFile(store + "/a"), "text");
 }
 
 TEST_F(AttachmentsChangesOnHost, SaysThatThereIsNothingToCopy)
@@ -103,6 +105,79 @@ TEST_F(AttachmentsChangesOnHost, AddNothingOutsideTheStore)
                                 mailname + "/@attachments/a\n",
                             EINVAL));
     EXPECT_EQ(rightsBelow(domain).size(), 2U);
+}
+
+TEST_F(AttachmentsChangesOnHost, CopiesThroughNoLinkAndIntoNoOtherKind)
+{
+    writeFile(upload, "text");
+    writeFile(dir / "precious", "precious");
+    std::string const before = rightsOf(dir / "precious");
+    auto const expectRefusal = [&](char const* reason) {
+        EXPECT_NE(failureOf([&] { return add("a"); }).find(reason), std::string::npos);
+        EXPECT_EQ(readFile(dir / "precious"), "precious");
+        EXPECT_EQ(rightsOf(dir / "precious"), before);
+        EXPECT_EQ(rightsOf(dir / "a"), "missing");
+    };
+    char const loop[] = "Too many levels of symbolic links";
+    std::filesystem::create_symlink(dir / "precious", store + "/a");
+    expectRefusal(loop);
+    std::filesystem::remove(store + "/a");
+    writeFile(home + "/others", "precious");
+    std::filesystem::create_hard_link(home + "/others", store + "/a");
+    expectRefusal("Too many links");
+    EXPECT_EQ(readFile(home + "/others"), "precious");
+    std::filesystem::remove(store + "/a");
+    ASSERT_EQ(mkfifo((store + "/a").c_str(), 0666), 0);
+    expectRefusal("Invalid argument");
+    for (std::string const& name : {store, home, domain}) {
+        std::filesystem::remove_all(name);
+        std::filesystem::create_symlink(dir.path(), name);
+        if (name == home)
+            std::filesystem::create_directory(dir / "@attachments");
+        if (name == domain)
+            std::filesystem::create_directories(dir / "info/@attachments");
+        expectRefusal(loop);
+    }
+    EXPECT_EQ(rightsBelow(dir / "@attachments").size(), 0U);
+    EXPECT_EQ(rightsBelow(dir / "info/@attachments").size(), 0U);
+    std::filesystem::remove(domain);
+}
+
+TEST_F(AttachmentsChangesOnHost, TakesNoSourceButARegularFileOfOneName)
+{
+    writeFile(dir / "file", "text");
+    std::filesystem::create_symlink(dir / "file", upload);
+    auto const refused = [&] { return failureOf([&] { return add("a"); }); };
+    EXPECT_NE(refused().find("Too many levels of symbolic links"), std::string::npos);
+    std::filesystem::remove(upload);
+    ASSERT_EQ(mkfifo(upload.c_str(), 0666), 0);
+    EXPECT_NE(refused().find("Invalid argument"), std::string::npos);
+    std::filesystem::remove(upload);
+    std::filesystem::create_hard_link(dir / "file", upload);
+    EXPECT_NE(refused().find("Too many links"), std::string::npos);
+    std::filesystem::remove(upload);
+    writeFile(upload, "");
+    ASSERT_EQ(truncate(upload.c_str(), off_t{8} << 40), 0);
+    EXPECT_NE(refused().find("File too large"), std::string::npos);
+    EXPECT_EQ(rightsBelow(store).size(), 0U);
+}
+
+TEST_F(AttachmentsChangesOnHost, LeavesAnAttachmentThatIsCopiedOntoItself)
+{
+    writeFile(store + "/a", "text");
+    EXPECT_EQ(add_attachment("info", "example.com", (store + "/../@attachments/a").c_str(), "a"),
+              0);
+    EXPECT_EQ(readFile(store + "/a"), "text");
+}
+
+TEST_F(AttachmentsChangesOnHost, RemovesNothingThroughALink)
+{
+    writeFile(dir / "a", "kept");
+    std::filesystem::remove_all(store);
+    std::filesystem::create_symlink(dir.path(), store);
+    EXPECT_NE(failureOf([] { return remove("a"); }).find("Too many levels of symbolic links"),
+              std::string::npos);
+    EXPECT_EQ(readFile(dir / "a"), "kept");
 }
 
 // --------------------------------------------------------------------------------- removing

@@ -6,6 +6,11 @@
 
 #include <gtest/gtest.h>
 
+#include <filesystem>
+#include <functional>
+#include <vector>
+
+#include <sys/stat.h>
 #include <sys/syscall.h>
 
 namespace {
@@ -18,6 +23,12 @@ protected:
     int add() const { return dotqmail_add_delivery(file.c_str()); }
     int remove() const { return dotqmail_remove_delivery(file.c_str()); }
     int reset() const { return dotqmail_reset(file.c_str()); }
+
+    // All changes there are.
+    std::vector<std::function<int()>> changes() const
+    {
+        return {[this] { return add(); }, [this] { return remove(); }, [this] { return reset(); }};
+    }
 
     std::string noFile(std::string const& text) const { return withErrno(text, ENOENT); }
 };
@@ -87,7 +98,7 @@ TEST_F(MailnameDeliveryOnHost, SaysThatALineCannotBeAdded)
 TEST_F(MailnameDeliveryOnHost, SaysThatTheFileCannotBeGivenAwayAndKeepsTheLine)
 {
     EXPECT_EQ(failureOf([&] {
-                  failSystemCall(SYS_chown, EPERM);
+                  failSystemCall(SYS_fchownat, EPERM);
                   return add();
               }),
               withErrno("ERROR: unable to chown " + file + ": Operation not permitted\n", EPERM));
@@ -138,7 +149,7 @@ TEST_F(MailnameDeliveryOnHost, ResetsAnyFileToOneLine)
 
 TEST_F(MailnameDeliveryOnHost, ResetsToAFileThatNobodyElseReadsEvenIfItsRightsCannotBeSet)
 {
-    CallFailure const failing("chown", EPERM);
+    CallFailure const failing("fchownat", EPERM);
     EXPECT_EQ(failureOf([&] { return reset(); }),
               withErrno("ERROR: unable to chown " + file + ": Operation not permitted\n", EPERM));
     EXPECT_EQ(rightsOf(file), "-rw------- root:root");
@@ -166,12 +177,129 @@ TEST_F(MailnameDeliveryOnHost, TellsWhyAFileCannotBeWrittenThoughItCannotBeRemov
     ASSERT_EQ(system(("mount -t tmpfs -o size=4096 tmpfs " + home).c_str()), 0);
     writeFile(home + "/full", std::string(4096, 'x'));
     EXPECT_EQ(failureOf([&] {
-                  failSystemCall(SYS_unlink, EPERM);
+                  failSystemCall(SYS_unlinkat, EPERM);
                   return reset();
               }),
               withErrno("Unable to write to " + file + ": No space left on device", ENOSPC));
     EXPECT_EQ(readFile(file), "");
     EXPECT_EQ(system(("umount " + home).c_str()), 0);
+}
+
+// ------------------------------------------------------------------------ among strangers
+
+TEST_F(MailnameDeliveryOnHost, FollowsNoLinkAtAnyPlaceOnTheWay)
+{
+    TempDir const elsewhere;
+    writeFile(elsewhere / ".qmail", "precious\n");
+    std::string const before = rightsOf(elsewhere / ".qmail");
+    std::filesystem::create_directories(elsewhere / "info");
+    std::filesystem::rename(elsewhere / ".qmail", elsewhere / "info/.qmail");
+    std::string const others = elsewhere / "info/.qmail";
+
+    auto const expectRefusal = [&] {
+        for (auto const& change : changes())
+            EXPECT_NE(failureOf(change).find("Too many levels of symbolic links"),
+                      std::string::npos);
+        EXPECT_EQ(rightsOf(others), before);
+        EXPECT_EQ(readFile(others), "precious\n");
+        EXPECT_EQ(rightsBelow(elsewhere.path()).size(), 2U);
+    };
+    std::filesystem::create_symlink(others, file);
+    expectRefusal();
+    std::filesystem::remove_all(home);
+    std::filesystem::create_symlink(elsewhere / "info", home);
+    expectRefusal();
+    std::filesystem::remove_all(domain);
+    std::filesystem::create_symlink(elsewhere.path(), domain);
+    expectRefusal();
+    std::filesystem::remove(domain);
+}
+
+TEST_F(MailnameDeliveryOnHost, ChangesNoFileThatHasFurtherNames)
+{
+    std::string const other = domain + "/precious";
+    writeFile(other, "precious\n");
+    std::string const before = rightsOf(other);
+    std::filesystem::create_hard_link(other, file);
+    for (auto const& change : changes())
+        EXPECT_NE(failureOf(change).find("Too many links"), std::string::npos);
+    EXPECT_EQ(rightsOf(other), before);
+    EXPECT_EQ(readFile(other), "precious\n");
+}
+
+TEST_F(MailnameDeliveryOnHost, HoldsAtNoFifoAndNoHugeFile)
+{
+    ASSERT_EQ(mkfifo(file.c_str(), 0666), 0);
+    for (auto const& change : changes())
+        EXPECT_NE(failureOf(change).find("Invalid argument"), std::string::npos);
+    std::filesystem::remove(file);
+    writeFile(file, "");
+    ASSERT_EQ(truncate(file.c_str(), off_t{8} << 40), 0);
+    for (auto const& change : changes())
+        EXPECT_NE(failureOf(change).find("File too large"), std::string::npos);
+    std::filesystem::resize_file(file, (1 << 20) + 1);
+    EXPECT_NE(failureOf([&] { return reset(); }).find("File too large"), std::string::npos);
+    std::filesystem::resize_file(file, 1 << 20);
+    EXPECT_EQ(reset(), 0);
+}
+
+TEST_F(MailnameDeliveryOnHost, WritesThroughNothingInTheTemporaryFilesPlace)
+{
+    std::string const precious = domain + "/precious";
+    std::string const temporary = file + ".tmp";
+    writeFile(precious, "precious\n");
+    std::function<void()> const plants[] = {
+        [&] { std::filesystem::create_symlink(precious, temporary); },
+        [&] { ASSERT_EQ(mkfifo(temporary.c_str(), 0666), 0); },
+        [&] { std::filesystem::create_hard_link(precious, temporary); },
+    };
+    for (auto const& plant : plants) {
+        writeFile(file, "./Maildir/\n");
+        plant();
+        EXPECT_EQ(add(), 0);
+        EXPECT_EQ(left(), delivery);
+        EXPECT_EQ(rightsOf(temporary), "missing");
+        EXPECT_EQ(readFile(precious), "precious\n");
+    }
+    std::filesystem::create_directory(temporary);
+    EXPECT_NE(failureOf([&] { return remove(); }).find("Unable to open file " + temporary),
+              std::string::npos);
+}
+
+TEST_F(MailnameDeliveryOnHost, GivesAwayNothingThatTakesTheFilesPlaceMeanwhile)
+{
+    TempDir const elsewhere;
+    writeFile(elsewhere / "precious", "precious\n");
+    std::string const before = rightsOf(elsewhere / "precious");
+    writeFile(file, "./Maildir/\n");
+    for (int number = 1; number <= 6; ++number) {
+        auto const run = inChild([&] {
+            BeforeCall const swap("fchownat", number, [&] {
+                std::filesystem::remove(file);
+                std::filesystem::create_symlink(elsewhere / "precious", file);
+            });
+            static_cast<void>(add());
+            return 0;
+        });
+        EXPECT_EQ(run.status, 0);
+        EXPECT_EQ(rightsOf(elsewhere / "precious"), before) << number;
+        EXPECT_EQ(readFile(elsewhere / "precious"), "precious\n") << number;
+        std::filesystem::remove(file);
+    }
+}
+
+TEST_F(MailnameDeliveryOnHost, TakesNoSetIdBitOver)
+{
+    writeFile(file, "./Maildir/\n");
+    ASSERT_EQ(chmod(file.c_str(), 06755), 0);
+    // The one that is renamed over it, before it gets its rights.
+    mode_t mode = 07777;
+    {
+        BeforeCall const look("renameat", 1, [&] { mode = modeOf(file + ".tmp"); });
+        EXPECT_EQ(remove(), 0);
+    }
+    EXPECT_EQ(mode, mode_t{0755});
+    EXPECT_EQ(left(), "");
 }
 
 // ---------------------------------------------------------------------------- by mailname

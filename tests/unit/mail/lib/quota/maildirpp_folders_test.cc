@@ -6,6 +6,9 @@
 #include "support/path_faults.h"
 #include "support/report.h"
 
+#include <algorithm>
+#include <cstring>
+
 namespace fs = std::filesystem;
 
 namespace {
@@ -132,22 +135,19 @@ TEST_F(MaildirppFolders, LooksAtAnEntryWhoseTypeIsUnknown)
         return *mtime == 2000 ? result : -1;
     };
     setTime(".Sent/cur", 2000);
-    fs::rename(".Sent", "elsewhere");
-    fs::create_directory_symlink("elsewhere", ".Sent");
     EXPECT_EQ(report(1, look), "");
     writeFile(".file", "");
     EXPECT_EQ(report(1, look), "Bad/unrecognized entry .file within Maildir folder .\n");
     fs::remove(".file");
-    fs::create_symlink("nowhere", ".broken");
-    EXPECT_EQ(report(1, look),
-              withErrno("Bad/unrecognized entry .broken within Maildir folder .\n", ENOENT));
+    fs::create_directory_symlink(".Sent", ".link");
+    EXPECT_EQ(report(1, look), "Bad/unrecognized entry .link within Maildir folder .\n");
 }
 
 TEST_F(MaildirppFolders, ReportsAMaildirThatCannotBeOpened)
 {
     EXPECT_EQ(report(0,
                      [](time_t* mtime) {
-                         CallFailure const failing("opendir", ENOENT);
+                         CallFailure const failing("openat", ENOENT);
                          return get_maildirpp_latest_mtime(mtime);
                      }),
               withErrno("Unable to open Maildir folder. Has it just been removed?", ENOENT));
@@ -167,8 +167,32 @@ TEST_F(MaildirppFolders, FailsForAFolderThatIsRenamedMeanwhile)
 {
     EXPECT_EQ(report(0,
                      [](time_t* mtime) {
-                         BeforeCall const renaming("stat", 3, [] { fs::rename(".Sent", ".Old"); });
+                         BeforeCall const renaming("syscall", 1,
+                                                   [] { fs::rename(".Sent", ".Old"); });
                          return get_maildirpp_latest_mtime(mtime);
                      }),
               withErrno("Maildir subfolder 'cur' stat failed", EIO));
+}
+
+TEST_F(MaildirppFolders, LooksThroughNoLinkForATime)
+{
+    fs::rename(".Sent", "elsewhere");
+    for (char const* const name : {".Sent/cur", ".Sent"}) {
+        fs::remove_all(".Sent");
+        if (strcmp(name, ".Sent") != 0)
+            makeMaildir(".Sent");
+        fs::remove_all(name);
+        fs::create_directory_symlink("../elsewhere/cur", name);
+        EXPECT_EQ(
+            report(0, [](time_t* mtime) { return get_maildirpp_folder_mtime(".Sent", mtime); }),
+            withErrno("Maildir subfolder 'cur' stat failed", EIO));
+    }
+}
+
+TEST_F(MaildirppFolders, ReportsAHundredEntriesThatAreNoFolderAndNoMore)
+{
+    for (int i = 0; i < 150; ++i)
+        writeFile(".file" + std::to_string(i), "");
+    std::string const text = report(1, get_maildirpp_latest_mtime);
+    EXPECT_EQ(std::count(text.begin(), text.end(), '\n'), 100);
 }

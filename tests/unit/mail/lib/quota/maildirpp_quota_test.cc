@@ -97,7 +97,7 @@ TEST_F(MaildirppQuotaOnHost, StaysInTheMailboxWhenTheAttachmentsCannotBeCounted)
     put("@attachments/file", 1000);
     auto const run = inChild([&] {
         // The first look is whether they are there.
-        CallFailure const failing("lstat", EIO, 2);
+        CallFailure const failing("fstatat", EIO, 2);
         return store(5000) == 0 && errno == EIO && fs::current_path() == home ? 0 : 1;
     });
     EXPECT_EQ(run.status, 0);

@@ -125,13 +125,45 @@ TEST_F(MaildirppUsage, CountsWhenTheFileCannotBeRead)
     EXPECT_EQ(result, 1);
 }
 
+TEST_F(MaildirppUsage, CountsWhenTheFileIsNoRegularFileOfOneName)
+{
+    std::string const file = "Maildir/maildirsize";
+    writeFile("other", "0S,0C\n42 1\n");
+    fs::create_symlink("../other", file);
+    EXPECT_EQ(usage(), counted);
+    fs::remove(file);
+    fs::create_hard_link("other", file);
+    EXPECT_EQ(usage(), counted);
+    fs::remove(file);
+    ASSERT_EQ(mkfifo(file.c_str(), 0666), 0);
+    EXPECT_EQ(usage(), counted);
+    fs::remove(file);
+    writeFile(file, "0S,0C\n42 1\n");
+    ASSERT_EQ(truncate(file.c_str(), off_t{8} << 40), 0);
+    EXPECT_EQ(usage(), counted);
+    EXPECT_EQ(result, 1);
+}
+
+TEST_F(MaildirppUsage, EntersNoMaildirThatIsALinkOrAFifo)
+{
+    fs::rename("Maildir", "Other");
+    fs::create_directory_symlink("Other", "Maildir");
+    EXPECT_EQ(usage(), Usage(-7, 7));
+    EXPECT_EQ(result, 0);
+    EXPECT_EQ(errno, ELOOP);
+    fs::remove("Maildir");
+    ASSERT_EQ(mkfifo("Maildir", 0666), 0);
+    EXPECT_EQ(usage(), Usage(-7, 7));
+    EXPECT_EQ(errno, ENOTDIR);
+}
+
 TEST_F(MaildirppUsage, ComesBackToTheWorkingDirectory)
 {
     std::string const before = here();
     usage();
     EXPECT_EQ(here(), before);
     writeFile("Maildir/new/1", "");
-    CallFailure const failing("lstat", EIO);
+    CallFailure const failing("fstatat", EIO);
     usage();
     EXPECT_EQ(result, 0);
     EXPECT_EQ(errno, EIO);

@@ -1,0 +1,132 @@
+#include "mail/lib/home/attachment_copy.h"
+
+#include "lib/beneath/opened_file.h"
+#include "lib/beneath/place.h"
+#include "lib/beneath/rights.h"
+#include "lib/files/op_locks.h"
+#include "lib/report/failure.h"
+#include "lib/report/liblog.h"
+#include "lib/report/owned.h"
+#include "mail/lib/home/mail_tree.h"
+
+#include <cerrno>
+#include <cstring>
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+namespace {
+
+constexpr off_t largest_upload = off_t{1} << 30;
+constexpr mode_t permission_bits = 0777; // no set-id bit comes over
+constexpr mode_t attachment_mode = 0644;
+constexpr std::size_t block_size = 65536;
+
+[[nodiscard]] int open_failure(char const* file)
+{
+    return failure(1, "Unable to open file %s: %s", file, strerror(errno));
+}
+
+OpenDescriptor open_source(char const* source)
+{
+    char const* name = nullptr;
+    OpenDescriptor const directory = open_parent(source, name);
+    return directory.get() < 0 ? OpenDescriptor(-1)
+                               : open_file_beneath(directory.get(), name, O_RDONLY, largest_upload);
+}
+
+// An attachment that is there is not emptied yet: it may be the source.
+OpenDescriptor open_copy(char const* copy, mode_t mode)
+{
+    char const* name = nullptr;
+    OpenDescriptor const store = open_directory_of(copy, &name);
+    if (store.get() < 0)
+        return OpenDescriptor(-1);
+    int const before = errno;
+    OpenDescriptor there = open_file_beneath(store.get(), name, O_WRONLY, any_size);
+    if (there.get() >= 0 || errno != ENOENT)
+        return OpenDescriptor(there.release());
+    errno = before;
+    return make_file_beneath(store.get(), name, mode);
+}
+
+bool is_same_file(int one, int other)
+{
+    struct stat first = {};
+    struct stat second = {};
+    return fstat(one, &first) == 0 && fstat(other, &second) == 0 && first.st_dev == second.st_dev &&
+           first.st_ino == second.st_ino;
+}
+
+// A short write is followed by another, which tells the reason.
+bool write_block(int to, char const* block, ssize_t length)
+{
+    while (length > 0) {
+        ssize_t const written = write(to, block, static_cast<std::size_t>(length));
+        if (written < 0)
+            return false;
+        block += written;
+        length -= written;
+    }
+    return true;
+}
+
+int copy_content(int from, int to, char const* source, char const* copy)
+{
+    char block[block_size];
+    bool written = ftruncate(to, 0) == 0;
+    ssize_t got = 0;
+    // A source that grows meanwhile must not keep the copy going.
+    for (off_t copied = 0; written && copied < largest_upload; copied += got) {
+        got = read(from, block, sizeof block);
+        if (got <= 0)
+            break;
+        written = write_block(to, block, got);
+    }
+    if (!written)
+        return failure(1, "Error while copying file %s to %s: %s", source, copy, strerror(errno));
+    if (got < 0)
+        return failure(1, "Unable to copy file %s to %s: %s\n", source, copy, strerror(errno));
+    return 0;
+}
+
+int copy_under_lock(char const* source, char const* copy)
+{
+    OpenDescriptor from = open_source(source);
+    if (from.get() < 0)
+        return open_failure(source);
+    struct stat info = {};
+    if (fstat(from.get(), &info) != 0)
+        return failure(1, "Unable to get info for file '%s': %s", source, strerror(errno));
+    OpenDescriptor to = open_copy(copy, info.st_mode & permission_bits);
+    if (to.get() < 0)
+        return open_failure(copy);
+    if (!is_same_file(from.get(), to.get()) &&
+        copy_content(from.get(), to.get(), source, copy) != 0)
+        return 1;
+    {
+        ErrnoKeeper const keeper;
+        static_cast<void>(set_rights(to.get(), mode_only(attachment_mode)));
+    }
+    if (to.close_now() != 0)
+        return failure(1, "Unable to close file %s: %s\n", copy, strerror(errno));
+    if (from.close_now() != 0)
+        return failure(1, "Unable to close file %s: %s\n", source, strerror(errno));
+    return 0;
+}
+
+} // namespace
+
+int copy_attachment(char const* source, char const* copy)
+{
+    lock_struct_t* const lock = mk_lock(copy, 1);
+    if (!is_locked(lock)) {
+        free_lock(lock);
+        return failure(1, "Error occurred while locking the file %s\n", copy);
+    }
+    int const result = copy_under_lock(source, copy);
+    if (rm_lock(lock) != 0)
+        messlog2(0, 0, "Error occurred while unlocking the file %s\n", copy);
+    return result;
+}
