@@ -9,8 +9,6 @@
 // failure; 0 and 1 are both successes. Failures are reported by orvek_log at priority 3, here and
 // by the functions called. One operation uses one connection to the panel's database, and a new one
 // only when that breaks.
-//
-// Names go into the statements to the panel as they are, without escaping.
 
 #ifndef MAILVEK_MAIL_LIB_ALIASES_MAIL_DATABASE_H
 #define MAILVEK_MAIL_LIB_ALIASES_MAIL_DATABASE_H

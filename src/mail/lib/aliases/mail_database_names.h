@@ -1,7 +1,7 @@
 // mail_database_names - lists of names from the panel's database
 //
 // my is an open connection, or null; then the function connects by db_connect and closes.
-// Names go into the statements as they are, without escaping.
+// Names are escaped before they go into a statement; the query of exec_mysql_query runs as it is.
 //
 // Result: 0, or -1 reported by orvek_log at priority 3. A list is a null-terminated array that
 // the caller frees with free_array; it is null when there are no rows. A failure leaves the

@@ -5,6 +5,7 @@
 
 #include <cstdlib>
 #include <cstring>
+#include <utility>
 
 namespace {
 
@@ -39,19 +40,34 @@ int collect(MYSQL* my, MYSQL_RES* result, StringArray* names)
 
 } // namespace
 
+MYSQL* PanelNames::connect()
+{
+    used = false;
+    own.reset();
+    own.reset(db_connect());
+    return own ? own.get() : log_null("Unable to connect to mysql database");
+}
+
+MYSQL* PanelNames::connection()
+{
+    if (given)
+        return given;
+    return own ? own.get() : connect();
+}
+
 MysqlResult PanelNames::run(char const* query)
 {
-    MysqlResult result;
-    if (given)
-        result = result_of(given, query);
-    else if (own)
-        result = tried_on(own.get(), query);
-    if (!result && !given) {
-        own.reset();
-        own.reset(db_connect());
-        if (!own)
-            return log_null("Unable to connect to mysql database");
-        result = result_of(own.get(), query);
+    MYSQL* my = connection();
+    if (!my)
+        return nullptr;
+    bool const may_be_broken = std::exchange(used, true) && !given;
+    MysqlResult result = may_be_broken ? tried_on(my, query) : result_of(my, query);
+    if (!result && may_be_broken) {
+        my = connect();
+        if (!my)
+            return nullptr;
+        used = true;
+        result = result_of(my, query);
     }
     if (!result)
         return log_null("Unable to get data from mysql database");
@@ -61,57 +77,74 @@ MysqlResult PanelNames::run(char const* query)
 int PanelNames::read(char const* query, StringArray* names)
 {
     MysqlResult const result = run(query);
-    return result ? collect(given ? given : own.get(), result.get(), names) : -1;
+    return result ? collect(connection(), result.get(), names) : -1;
+}
+
+CString PanelNames::escaped(char const* name)
+{
+    MYSQL* const my = connection();
+    return my ? escaped_text(my, name) : nullptr;
 }
 
 int PanelNames::get_domaliases_by_domain(char const* domain, StringArray* aliases)
 {
+    constexpr char not_read[] = "Unable to get domain aliases from database for: %s";
+    CString const value = escaped(domain);
+    if (!value)
+        return log_failure(not_read, domain);
     CString const query(asprintf_safe("SELECT da.name FROM domainaliases da JOIN domains d WHERE "
                                       "da.dom_id=d.id and d.name='%s'",
-                                      domain));
+                                      value.get()));
     if (!query)
         return log_failure(not_formed);
-    if (read(query.get(), aliases) == -1)
-        return log_failure("Unable to get domain aliases from database for: %s", domain);
-    return 0;
+    return read(query.get(), aliases) == -1 ? log_failure(not_read, domain) : 0;
 }
 
 int PanelNames::get_aliases_by_mailname(char const* mailname, char const* domain,
                                         StringArray* aliases)
 {
+    constexpr char not_read[] = "Unable to get aliases for mailname: %s@%s";
+    CString const name = escaped(mailname);
+    CString const value = name ? escaped(domain) : nullptr;
+    if (!value)
+        return log_failure(not_read, mailname, domain);
     CString const query(asprintf_safe("SELECT ma.alias FROM mail_aliases ma JOIN mail m, domains d "
                                       "WHERE ma.mn_id=m.id AND m.mail_name='%s' AND m.dom_id=d.id "
                                       "AND d.name='%s'",
-                                      mailname, domain));
+                                      name.get(), value.get()));
     if (!query)
         return log_failure(not_formed);
-    if (read(query.get(), aliases) == -1)
-        return log_failure("Unable to get aliases for mailname: %s@%s", mailname, domain);
-    return 0;
+    return read(query.get(), aliases) == -1 ? log_failure(not_read, mailname, domain) : 0;
 }
 
 int PanelNames::get_mailnames_by_domain(char const* domain, StringArray* names)
 {
+    constexpr char not_read[] = "Unable to get mailnames from domain: %s";
+    CString const value = escaped(domain);
+    if (!value)
+        return log_failure(not_read, domain);
     CString const query(asprintf_safe("SELECT m.mail_name FROM mail m JOIN domains d WHERE "
                                       "m.dom_id=d.id AND d.name='%s'",
-                                      domain));
+                                      value.get()));
     if (!query)
         return log_failure(not_formed);
-    if (read(query.get(), names) == -1)
-        return log_failure("Unable to get mailnames from domain: %s", domain);
-    return 0;
+    return read(query.get(), names) == -1 ? log_failure(not_read, domain) : 0;
 }
 
 int PanelNames::get_domain_by_domainalias(char const* alias, CString* domain)
 {
+    constexpr char not_read[] = "Unable to get domain by domainalias: %s";
+    CString const value = escaped(alias);
+    if (!value)
+        return log_failure(not_read, alias);
     CString const query(asprintf_safe("SELECT d.name FROM domains d JOIN domainaliases da WHERE "
                                       "d.id=da.dom_id AND da.name='%s'",
-                                      alias));
+                                      value.get()));
     if (!query)
         return log_failure(not_formed);
     StringArray names;
     if (read(query.get(), &names) == -1)
-        return log_failure("Unable to get domain by domainalias: %s", alias);
+        return log_failure(not_read, alias);
     if (names && names[0]) {
         domain->reset(names[0]);
         names[0] = nullptr;

@@ -3,7 +3,7 @@
 // The connection is the caller's. When that is null, the first statement connects by db_connect and
 // the connection is kept for the next ones. A statement that fails on a kept connection is repeated
 // on a new one, and only the second result is reported: so each statement behaves as if it had its
-// own connection.
+// own connection. Names are escaped for the connection before they go into a statement.
 //
 // Result: 0, or -1 reported by orvek_log at priority 3, with the caller's variable left as it was.
 // A list is null when there are no rows.
@@ -31,11 +31,16 @@ public:
     [[nodiscard]] int get_domain_by_domainalias(char const* alias, CString* domain);
 
 private:
+    // Null, reported, without a connection.
+    MYSQL* connect();
+    MYSQL* connection();
+    CString escaped(char const* name);
     // Null, reported, after a failure.
     MysqlResult run(char const* query);
 
     MYSQL* const given;
     OpenMysql own;
+    bool used = false; // by a statement, since which it may have broken
 };
 
 #endif

@@ -1,5 +1,6 @@
 #include "mail/lib/handlers/handler_control.h"
 
+#include "lib/beneath/file_name.h"
 #include "lib/files/libdir.h"
 #include "lib/files/libfile.h"
 #include "lib/files/umask_guard.h"
@@ -105,10 +106,16 @@ int find_place(char const* name, HookPlace& place)
     place.hook = fetch(name, "hook");
     if (!place.hook)
         return -1;
+    if (!is_file_name(place.hook.get()))
+        return log_failure("Invalid handler hook '%s' for handler '%s'", place.hook.get(), name);
     if (type == global_handler_type)
         return form_place(name, place, nullptr);
     CString const value(fetch(name, place.type));
-    return value ? form_place(name, place, value.get()) : -1;
+    if (!value)
+        return -1;
+    if (!is_file_name(value.get()))
+        return log_failure("Invalid handler value '%s' for handler '%s'", value.get(), name);
+    return form_place(name, place, value.get());
 }
 
 Outcome enable(HookPlace& place)

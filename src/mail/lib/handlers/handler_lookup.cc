@@ -1,5 +1,6 @@
 #include "mail/lib/handlers/handler_lookup.h"
 
+#include "lib/beneath/file_name.h"
 #include "lib/files/libfile.h"
 #include "lib/files/next_entry.h"
 #include "lib/report/form_path.h"
@@ -157,6 +158,8 @@ int mail_handler_check_all(char const* value, char const* hook)
     // Deliberate: for a value without a domain the path of the previous type stays, and that
     // directory is looked at again.
     char const* const values[] = {value, value, domain, domain, value};
+    if (!is_file_name(hook) || !is_file_name(value))
+        return log_failure("Invalid handler hook '%s' or value '%s'", hook, value);
     char path[path_size] = "";
     for (std::size_t type = 0; handler_types[type]; ++type) {
         if (!form_hook_directory(path, hook, type, values[type])) {

@@ -1,5 +1,6 @@
 #include "mail/lib/handlers/handler_parameters.h"
 
+#include "lib/beneath/file_name.h"
 #include "lib/files/file_str.h"
 #include "lib/files/libfile.h"
 #include "lib/report/asprintf_safe.h"
@@ -9,14 +10,45 @@
 #include "lib/report/owned.h"
 #include "lib/text/libsafe.h"
 
+#include <algorithm>
+#include <cctype>
 #include <cerrno>
 #include <cstring>
+#include <string_view>
 
 #include <sys/stat.h>
+
+namespace {
+
+bool is_control_byte(unsigned char byte)
+{
+    return byte < 0x20 || byte == 0x7f;
+}
+
+bool is_blank(char byte)
+{
+    return isspace(static_cast<unsigned char>(byte)) != 0;
+}
+
+} // namespace
+
+bool is_storable_name(char const* name)
+{
+    std::string_view const text = name ? name : "";
+    return is_file_name(name ? name : "") && !is_blank(text.front()) && !is_blank(text.back()) &&
+           std::ranges::none_of(text, is_control_byte);
+}
+
+bool is_readable_line(char const* text)
+{
+    return !text || (strlen(text) < handler_parameter_size && !strchr(text, '\n'));
+}
 
 char* get_handler_parameter(char const* name, char const* param)
 {
     char path[path_size];
+    if (!is_file_name(name) || !is_file_name(param))
+        return log_null("No such parameter '%s' for handler '%s'", param, name);
     if (!form_path(path, "%s/%s/%s", handlers_info, name, param)) {
         return log_null("either handler name '%s' or param '%s' are too long to be stored in the "
                         "filesystem",

@@ -15,6 +15,13 @@ constexpr char handlers_info[] = "/usr/local/orv/handlers/info";
 // The buffer that a parameter is read into. A longer one cannot be read back.
 constexpr std::size_t handler_parameter_size = 311;
 
+// Whether the text can be a part of a path in the store and be read back from a parameter: a file
+// name without control bytes and without white space at its ends.
+[[nodiscard]] bool is_storable_name(char const* name);
+
+// Whether the text is one line that can be read back. A null text is stored as none, and can.
+[[nodiscard]] bool is_readable_line(char const* text);
+
 // The value of a parameter, without white space at its ends. The caller frees it. Null, reported
 // through orvek_log, when the file is missing, has more than 310 characters or cannot be read.
 [[nodiscard]] char* get_handler_parameter(char const* name, char const* param);

@@ -14,6 +14,7 @@
 #include "mail/lib/handlers/handler_types.h"
 
 #include <cerrno>
+#include <climits>
 #include <cstdlib>
 #include <cstring>
 #include <string>
@@ -36,6 +37,33 @@ int check_executable(char const* executable)
     struct stat info = {};
     if (stat(executable, &info) != 0)
         return log_failure("Unable to stat executable '%s': %s", executable, strerror(errno));
+    return 0;
+}
+
+int check_name(char const* what, char const* name)
+{
+    return is_storable_name(name) ? 0 : log_failure("Invalid handler %s '%s'", what, shown(name));
+}
+
+// One that is also a directory in the store, and is read back.
+int check_stored_name(char const* what, char const* name)
+{
+    if (check_name(what, name) != 0)
+        return -1;
+    return strlen(name) <= NAME_MAX ? 0 : log_failure("Invalid handler %s '%s'", what, name);
+}
+
+// What cannot be read back would end every later walk over the store.
+int check_parameters(char const* name_template, char const* typeName, char const* context,
+                     char const* hook, char const* priority)
+{
+    if (check_name("template", name_template) != 0 || check_stored_name("hook", hook) != 0 ||
+        check_name("priority", priority) != 0)
+        return -1;
+    if (!isempty(typeName) && check_stored_name("value", typeName) != 0)
+        return -1;
+    if (!is_readable_line(context))
+        return log_failure("Invalid handler context '%s'", context);
     return 0;
 }
 
@@ -125,6 +153,8 @@ int mail_handler_add(char const* name_template, char const* type, char const* ty
     bool const global = index == global_handler_type;
     if (!global && isempty(typeName))
         return log_failure("HandlerTypeName parameter is not defined");
+    if (check_parameters(name_template, typeName, context, hook, priority) != 0)
+        return -1;
 
     Path dir;
     if (make_descriptor(dir, name_template, priority) != 0 ||

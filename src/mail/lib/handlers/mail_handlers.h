@@ -15,7 +15,9 @@
 #include "mail/lib/handlers/handler_control.h"
 
 // Adds a handler and applies the action to it: HOOK_ENABLE or HOOK_DISABLE. The executable must
-// exist; the link to it has the path as given.
+// exist; the link to it has the path as given. Template, hook, priority and value must be storable
+// names, hook and value of at most 255 bytes, and the context a readable line
+// (handler_parameters.h); otherwise nothing is made.
 int mail_handler_add(char const* name_template, char const* type, char const* typeName,
                      char const* executable, char const* context, char const* hook,
                      char const* priority, handler_control_t action);

@@ -3,6 +3,7 @@
 #include "lib/beneath/opened_file.h"
 #include "lib/beneath/place.h"
 #include "lib/files/copy_file.h"
+#include "lib/beneath/file_name.h"
 #include "lib/files/libdir.h"
 #include "lib/files/libtree.h"
 #include "lib/files/umask_guard.h"
@@ -16,7 +17,6 @@
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
-#include <string_view>
 
 #include <sys/stat.h>
 #include <unistd.h>
@@ -39,28 +39,14 @@ CString in_lower_case(char const* domain)
     return lower;
 }
 
-// A domain such as "." or ".." leads to the store itself or out of it, where a removal would take
-// the keys of all domains, and more.
-bool is_below_store(char const* domain)
-{
-    bool below = false;
-    for (domain += strspn(domain, "/"); *domain; domain += strspn(domain, "/")) {
-        std::string_view const component(domain, strcspn(domain, "/"));
-        if (component == "." || component == "..")
-            return false;
-        below = true;
-        domain += component.size();
-    }
-    return below;
-}
-
 // 0, or -1 reported. The domain is in lower case from here on.
 int form_directory(char (&path)[path_size], char const* domain)
 {
     if (!form_path(path, "%s/%s", keys_directory, domain))
         return failure(-1, "Domain name '%s' is too long to be stored in %s", domain,
                        keys_directory);
-    if (!is_below_store(domain))
+    // "." and ".." are the store itself and what holds it: a removal would take all keys, and more.
+    if (!is_file_name(domain))
         return failure(-1, "Domain name '%s' cannot be stored in %s", domain, keys_directory);
     return 0;
 }

@@ -234,24 +234,45 @@ TEST_F(MailHandlerAddFailsOnHost, NotWhenTheLinkIsThere)
     EXPECT_EQ(run.err, "");
 }
 
-TEST_F(MailHandlerAddFailsOnHost, WhenItCannotBeEnabledAndLeavesTheWholeDescriptor)
+TEST_F(MailHandlerAddFailsOnHost, WithANameThatLeadsElsewhere)
 {
-    EXPECT_EQ(
-        mail_handler_add("spam", "recipient", address, "/bin/true", "c", "", "10", HOOK_ENABLE),
-        -1);
-    EXPECT_THAT(leftovers(), ElementsAre("context", "executable", "handler-type", "recipient"));
-    EXPECT_THAT(
-        reports(),
-        ElementsAre(error("No such parameter 'hook' for handler '" + first() + "'"),
-                    error("Unable to fetch 'hook' parameter value for handler '" + first() + "'")));
+    for (char const* const name : {"", ".", "..", "a/b", "../../x", "a\nb", " a", "a\t", "\x7f"}) {
+        SCOPED_TRACE(name);
+        EXPECT_EQ(mail_handler_add(name, "recipient", address, "/bin/true", "c", "before-local",
+                                   "10", HOOK_ENABLE),
+                  -1);
+        EXPECT_EQ(
+            mail_handler_add("a", "recipient", address, "/bin/true", "c", name, "10", HOOK_ENABLE),
+            -1);
+        EXPECT_EQ(mail_handler_add("a", "recipient", address, "/bin/true", "c", "before-local",
+                                   name, HOOK_ENABLE),
+                  -1);
+        EXPECT_EQ(tryToAdd("recipient", name), -1);
+    }
+    EXPECT_THAT(names(), IsEmpty());
+    EXPECT_EQ(reports().front(), error("Invalid handler template ''"));
+    EXPECT_EQ(reports().back(), error("Invalid handler value '\x7f'"));
 }
 
-TEST_F(MailHandlerAddFailsOnHost, WithAValueThatIsTooLongToBeReadBack)
+TEST_F(MailHandlerAddFailsOnHost, WithWhatCannotBeReadBack)
 {
-    std::string const value(311, 'x');
-    auto const run = printed([&] { EXPECT_EQ(tryToAdd("recipient", value.c_str()), -1); });
-    EXPECT_EQ(run.err, "The buffer too short\n");
-    EXPECT_EQ(readFile(info(first() + "/recipient")), value + "\n");
+    std::string const longest_name(255, 'x');
+    std::string const name = longest_name + 'x';
+    std::string const context(311, 'x');
+    EXPECT_EQ(tryToAdd("recipient", name.c_str()), -1);
+    EXPECT_EQ(mail_handler_add("a", "recipient", address, "/bin/true", "c", name.c_str(), "10",
+                               HOOK_ENABLE),
+              -1);
+    for (char const* const text : {context.c_str(), "two\nlines"})
+        EXPECT_EQ(mail_handler_add("a", "recipient", address, "/bin/true", text, "before-local",
+                                   "10", HOOK_ENABLE),
+                  -1);
+    EXPECT_THAT(names(), IsEmpty());
+    EXPECT_THAT(reports(), ElementsAre(error("Invalid handler value '" + name + "'"),
+                                       error("Invalid handler hook '" + name + "'"),
+                                       error("Invalid handler context '" + context + "'"),
+                                       error("Invalid handler context 'two\nlines'")));
+    EXPECT_EQ(tryToAdd("recipient", longest_name.c_str()), 0);
 }
 
 TEST_F(MailHandlerAddFailsOnHost, WithAReportOfTheFileThatCannotBeCreated)

@@ -9,20 +9,6 @@ using ::testing::ElementsAre;
 using ::testing::EndsWith;
 using ::testing::IsEmpty;
 
-namespace {
-
-// Of directories with short names, for there is none of more than 255 characters.
-std::string deepDomain(size_t length)
-{
-    std::string domain;
-    while (domain.size() < length)
-        domain += std::string(199, 'x') + "/";
-    domain.resize(length);
-    return domain;
-}
-
-} // namespace
-
 TEST(DomainKeys, AreNotRemovedWithoutMemoryForTheList)
 {
     ChildRun const run = inChild([] {
@@ -79,16 +65,6 @@ TEST_F(DomainKeysOnHost, AreInstalledForTheOtherDomainsBesideOneThatIsTooLong)
         -1, [&] { return remove_domain_key(("a.com," + longer + ",b.com").c_str()); },
         domainTooLong(longer));
     EXPECT_THAT(namesIn(keys), IsEmpty());
-}
-
-TEST_F(DomainKeysOnHost, AreInstalledForTheOtherDomainsBesideOneWhoseFileIsTooLong)
-{
-    std::string const deep = deepDomain(longestDomain("/default").size() + 1);
-    expect(
-        -1, [&] { return install("a.com," + deep + ",b.com"); }, fileTooLong(deep));
-    EXPECT_EQ(readFile(keyOf("a.com")), "key\n");
-    EXPECT_EQ(readFile(keyOf("b.com")), "key\n");
-    EXPECT_TRUE(std::filesystem::is_directory(keys + ("/" + deep))) << "it is made before";
 }
 
 TEST_F(DomainKeysOnHost, AreInstalledForTheOtherDomainsWithoutMemoryForOne)
