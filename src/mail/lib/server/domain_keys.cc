@@ -1,9 +1,9 @@
 #include "mail/lib/server/domain_keys.h"
 
+#include "lib/beneath/file_name.h"
 #include "lib/beneath/opened_file.h"
 #include "lib/beneath/place.h"
 #include "lib/files/copy_file.h"
-#include "lib/beneath/file_name.h"
 #include "lib/files/libdir.h"
 #include "lib/files/libtree.h"
 #include "lib/files/umask_guard.h"
