@@ -27,7 +27,7 @@ bool is_plain_in_local_part(char c)
 bool is_plain_domain(std::string_view name)
 {
     return !name.empty() && name.size() <= longest_domain && name.front() != '-' &&
-           name.front() != '.' && name.find("..") == std::string_view::npos &&
+           name.front() != '.' && name.back() != '.' && name.find("..") == std::string_view::npos &&
            std::ranges::all_of(name, is_plain_in_domain);
 }
 

@@ -11,8 +11,8 @@
 #include <string_view>
 
 // Letters, digits, "-", "_" and ".", as a domain has in its ASCII form. Not empty, at most 255
-// bytes, and no empty label: ".." and a dot at the beginning are refused. A hyphen at the
-// beginning is refused too, because programs take it for an option.
+// bytes, and no empty label: ".." and a dot at either end are refused. A hyphen at the beginning is
+// refused too, because programs take it for an option.
 bool is_plain_domain(std::string_view name);
 
 // Everything but control bytes, the blank, and @ , / " \ | ` < > ( ) [ ] : ; . Bytes from 128 on
