@@ -19,7 +19,7 @@ def held(how, found, command):
     assert not found, f"{command}\n{how}\n" + "\n".join(found)
 
 
-HANDLER = {"name": "check", "type": "recipient", "type-name": f"anna@{DOMAIN}", "executable": "/bin/true",
+HANDLER = {"name": "spam", "type": "recipient", "type-name": f"anna@{DOMAIN}", "executable": "/bin/true",
            "context": "test", "hook": "before-local", "priority": "10"}
 
 

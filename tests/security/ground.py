@@ -212,7 +212,7 @@ def records_of_others(mine):
 # What any command may change, whoever attacks: its own data, which is compared by its meaning.
 OURS = (LOCKS, f"{MAPS}/virtual.db", f"{MAPS}/virtual_domains.db", f"{MAPS}/vmailbox.db", f"{MAPS}/aliases.db",
         f"{MAPS}/blacklists.db", f"{MAPS}/poplock.db", ACCOUNTS)
-NEVER = ("/run/mailvek", "/var/lib/mysql", "/var/log/", "/run/mysqld", "/run/syslog", "/proc")
+NEVER = ("/run/mount", "/run/mailvek", "/var/lib/mysql", "/var/log/", "/run/mysqld", "/run/syslog", "/proc")
 
 
 @dataclasses.dataclass

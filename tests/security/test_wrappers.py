@@ -24,7 +24,8 @@ def closing(*descriptors):
 
 
 def limited(which, value):
-    return lambda: resource.setrlimit(which, (value, value))
+    # The hard limit stays: who may not raise it in this host could not on any.
+    return lambda: resource.setrlimit(which, (value, resource.getrlimit(which)[1]))
 
 
 def ignoring(*signals):
@@ -86,8 +87,11 @@ QUICK = {("no standard descriptors", "add-redirect"), ("files of no size", "rena
 def attack(ledger, surroundings, command):
     prepare, _ = PREPARED[surroundings]
     honest(command)
+    before = state()
     how, left = done(command, before=prepare, close_fds=prepare is not with_many_descriptors)
-    ledger.tried(f"{surroundings}: {command}", unlike(command, how, left), how)
+    # An alarm may ring before the tool has begun, which is no harm.
+    rang = how.status == -signal.SIGALRM and left == before
+    ledger.tried(f"{surroundings}: {command}", [] if rang else unlike(command, how, left), how)
 
 
 @pytest.mark.parametrize("surroundings", PREPARED)
