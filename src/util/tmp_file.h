@@ -27,6 +27,7 @@ class TmpFileBase
 {
 public:
     std::string const& path() const { return file_path; }
+    int descriptor() { return buffer.fd(); }
 
 protected:
     explicit TmpFileBase(std::pair<std::string, int> const& file);

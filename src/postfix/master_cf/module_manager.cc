@@ -1,5 +1,8 @@
 #include "postfix/master_cf/module_manager.h"
 
+#include "lib/beneath/entry.h"
+#include "lib/beneath/opened_file.h"
+#include "lib/beneath/place.h"
 #include "lib/report/owned.h"
 #include "postfix/main_cf/main_cf_manager.h"
 #include "postfix/main_cf/parameter_names.h"
@@ -9,9 +12,8 @@
 #include "util/retry_on_signal.h"
 #include "util/tmp_file.h"
 
-#include <boost/filesystem/operations.hpp>
-
 #include <cerrno>
+#include <iostream>
 #include <stdexcept>
 
 #include <fcntl.h>
@@ -23,6 +25,45 @@ namespace orvek::mail::postfix {
 
 namespace {
 
+// The parking file lies in a directory of the user postfix, who may put anything there.
+bool isRootsAlone(struct stat const& info)
+{
+    return info.st_uid == 0 && (info.st_mode & (S_IWGRP | S_IWOTH)) == 0;
+}
+
+constexpr off_t largest_parking_file = off_t(64) << 20;
+
+int openParked()
+{
+    char const* name = nullptr;
+    OpenDescriptor const directory(open_parent(parking_file, name));
+    if (directory.get() < 0)
+        return -1;
+    return open_file_beneath(directory.get(), name, O_RDONLY, largest_parking_file).release();
+}
+
+// master.cf lies in root's directory and may be a link of the administrator's. Opening a FIFO must
+// not wait for its writer.
+int openMasterCf(std::string const& path)
+{
+    return open(path.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC);
+}
+
+// Whether there is a parking file that the tool has written. Whoever changes it after this look
+// gains nothing: it is looked at again when it is open.
+bool parkingCounts()
+{
+    char const* name = nullptr;
+    OpenDescriptor const directory(open_parent(parking_file, name));
+    struct stat info = {};
+    if (directory.get() < 0 || look_beneath(directory.get(), name, info) != 0)
+        return false;
+    if (S_ISREG(info.st_mode) && isRootsAlone(info))
+        return true;
+    std::clog << parking_file << " is not root's own and does not count" << std::endl;
+    return false;
+}
+
 // A regular file, mapped into memory. Nothing when it cannot be opened or mapped; an empty file
 // cannot be mapped. If somebody cuts the file short meanwhile, the process ends with nothing
 // stored: half a file must not replace a whole one.
@@ -31,11 +72,11 @@ class MappedFile
 public:
     explicit MappedFile(std::string const& path)
     {
-        // Opening a FIFO must not wait for its writer.
-        OpenDescriptor const file(
-            retryOnSignal([&] { return open(path.c_str(), O_RDONLY | O_NONBLOCK); }));
+        OpenDescriptor const file(retryOnSignal(
+            [&] { return path == parking_file ? openParked() : openMasterCf(path); }));
         struct stat info = {};
-        if (file.get() < 0 || fstat(file.get(), &info) != 0 || !S_ISREG(info.st_mode))
+        if (file.get() < 0 || fstat(file.get(), &info) != 0 || !S_ISREG(info.st_mode) ||
+            (path == parking_file && !isRootsAlone(info)))
             return;
         size = static_cast<size_t>(info.st_size);
         memory = mmap(nullptr, size, PROT_READ, MAP_PRIVATE, file.get(), 0);
@@ -75,7 +116,8 @@ std::string writeBeside(std::string const& path, MasterCfContent const& content)
     for (std::string const& line : content.lines)
         out << line << std::endl;
     std::string written = out.path();
-    if (chmod(written.c_str(), 0644) != 0) {
+    // By the descriptor: the parking file's neighbours may be renamed by the user postfix.
+    if (fchmod(out.descriptor(), 0644) != 0) {
         int const code = errno;
         throw FSError("chmod", written, errorOf(code));
     }
@@ -120,7 +162,7 @@ void ModuleManager::loadModules(bool force)
     auto content = std::make_unique<MasterCfContent>();
     loadMasterCf(masterCfPath, *content);
     masterCf = std::move(content);
-    if (boost::filesystem::exists(parking_file)) {
+    if (parkingCounts()) {
         content = std::make_unique<MasterCfContent>();
         loadMasterCf(parking_file, *content);
         disabledCf = std::move(content);

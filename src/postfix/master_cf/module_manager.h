@@ -40,7 +40,9 @@ public:
     ModuleManager& operator=(ModuleManager const&) = delete;
 
     // Reads both files. Does nothing when they are loaded, unless force is set. A missing parking
-    // file is no failure. When the parking file cannot be read, the new master.cf stays loaded.
+    // file is no failure. When the parking file cannot be read, the new master.cf stays loaded. A
+    // parking file that is not root's, that others may write, or that is no regular file does not
+    // count: a note on std::clog says so, and the next store replaces it.
     void loadModules(bool force);
 
     // Writes what has been changed, or with force what is loaded. Returns whether master.cf itself

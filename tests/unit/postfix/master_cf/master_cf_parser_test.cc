@@ -105,14 +105,11 @@ TEST(MasterCfParser, ReadsEachType)
     EXPECT_TRUE(content.hasModule("a", ModuleType::fifo));
     EXPECT_TRUE(content.hasModule("a", ModuleType::unix_dgram));
     EXPECT_TRUE(content.hasModule("a", ModuleType::pass));
-    EXPECT_EQ(content.lines.size(), 5U);
 }
 
 TEST(MasterCfParser, TakesAMinusAfterUnixForTheNextColumn)
 {
-    MasterCfContent content;
-    EXPECT_TRUE(parse(content, "a unix-y- - - c"));
-    EXPECT_TRUE(content.hasModule("a", ModuleType::unix));
+    EXPECT_TRUE(accepts("a unix-y- - - c"));
 }
 
 TEST(MasterCfParser, RejectsOtherTypes)

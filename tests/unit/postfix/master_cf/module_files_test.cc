@@ -109,6 +109,28 @@ TEST_F(LoadMasterCf, FollowsASymbolicLink)
     EXPECT_EQ(loadError(path), "nothing was raised");
 }
 
+TEST_F(ModuleFilesOnHost, CountNoParkingFileOfAnybodyElse)
+{
+    auto const parked = [] {
+        return printedBy([] {
+                   ModuleManager& manager = ModuleManager::getInstance();
+                   manager.loadModules(false);
+                   std::cout << manager.hasModule("smtps", ModuleType::inet, false);
+               })
+            .out;
+    };
+    std::string const file = "P=" + parking + "; ";
+    writeFile(parking, "smtps inet n - n - - smtpd\n");
+    EXPECT_EQ(parked(), "1");
+    for (std::string const change : {"chown postfix $P", "chown root $P && chmod 664 $P",
+                                     "chmod 646 $P", "chmod 644 $P && mv $P $P.x && ln -s $P.x $P",
+                                     "rm $P $P.x && mkfifo $P", "rm $P && mkdir $P"}) {
+        shellRun(file + change);
+        EXPECT_EQ(parked(), "0") << change;
+    }
+    shellRun(file + "rm -r $P");
+}
+
 TEST_F(ModuleFilesOnHost, StoresNothingWithoutAChange)
 {
     ino_t const before = inode(master_cf);
@@ -221,8 +243,7 @@ TEST_F(ModuleFilesOnHost, LeavesTheFileAloneWhenTheModeCannotBeSet)
 {
     std::string const before = readFile(master_cf);
     std::string const outcome = loaded([](ModuleManager& manager) {
-        failSystemCall(SYS_chmod, EPERM);
-        failSystemCall(SYS_fchmodat, EPERM);
+        failSystemCall(SYS_fchmod, EPERM);
         manager.storeModules(true);
     });
     EXPECT_EQ(outcome.rfind("!FSError: chmod: Operation not permitted: \"" + master_cf, 0), 0U)
