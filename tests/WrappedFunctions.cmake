@@ -47,7 +47,13 @@ set(call_faults
   renameat
   renameat2
   syscall
-  unlinkat)
+  unlinkat
+  fcntl
+  fork
+  poll
+  setsid
+  sigaction
+  sigprocmask)
 
 set(sqlite_spy
   sqlite3_open
@@ -108,7 +114,6 @@ set(MAILVEK_WRAPPED_layer_lib_files
   ${call_faults}
   ${memory_faults}
   EVP_DigestInit_ex
-  fcntl
   malloc)
 
 set(MAILVEK_WRAPPED_layer_lib_programs
@@ -164,15 +169,7 @@ set(MAILVEK_WRAPPED_layer_util
   posix_fallocate)
 
 set(MAILVEK_WRAPPED_layer_process
-  close
-  fcntl
-  fork
-  poll
-  read
-  setsid
-  sigaction
-  sigprocmask
-  write)
+  ${call_faults})
 
 set(MAILVEK_WRAPPED_layer_mysql
   ${mysql_spy}

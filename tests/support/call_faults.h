@@ -1,11 +1,12 @@
 // call_faults - lets a system call of the code under test fail
 //
-// While a CallFailure lives, the call of that name with that number, counted from 1, is not
-// made: it sets errno and gives the result, -1 or null unless another is named. The ones before
-// and after it are made. A BeforeCall does something right before such a call, which is made
-// then: what another process might do in between. One of either lives at a time. What counts is
-// what the program itself calls, which has to be linked with --wrap for each of the functions
-// below. A failing close, closedir or fclose closes all the same, as the true one does.
+// While a CallFailure lives, or after CallFailure::set, the call of that name with that number,
+// counted from 1, is not made: it sets errno and gives the result, -1 or null unless another is
+// named. The calls before and after it are made. Children that the program forks count on. A
+// BeforeCall does something right before such a call, which is made then: what another process
+// might do in between. One of either lives at a time. What counts is what the program itself calls,
+// which has to be linked with --wrap for each of the functions below. A failing close, closedir or
+// fclose closes all the same, as the true one does, but for a close with EINTR.
 //
 // While an UnknownTypes lives, readdir tells no entry's type, as some file systems do.
 
@@ -13,6 +14,7 @@
 #define MAILVEK_TESTS_SUPPORT_CALL_FAULTS_H
 
 #include <cerrno>
+#include <csignal>
 #include <cstdarg>
 #include <cstddef>
 #include <cstdio>
@@ -22,9 +24,11 @@
 
 #include <dirent.h>
 #include <fcntl.h>
+#include <poll.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
 #include <sys/types.h>
+#include <unistd.h>
 
 namespace call_faults_detail {
 
@@ -98,6 +102,14 @@ public:
         : Installed({call, number, error, result, {}})
     {
     }
+
+    // Until the next one, for a failure that begins in the middle of a scope.
+    static void set(char const* call, int error, int number = 1, long result = -1)
+    {
+        static call_faults_detail::Fault lasting;
+        lasting = {call, number, error, result, {}};
+        call_faults_detail::fault = &lasting;
+    }
 };
 
 class BeforeCall : call_faults_detail::Installed
@@ -130,6 +142,12 @@ public:
 
 extern "C" {
 
+int __real_fcntl(int fd, int command, ...);
+pid_t __real_fork();
+int __real_poll(pollfd* entries, nfds_t count, int timeout);
+pid_t __real_setsid();
+int __real_sigaction(int number, struct sigaction const* action, struct sigaction* old);
+int __real_sigprocmask(int how, sigset_t const* mask, sigset_t* old);
 int __real_open(char const* path, int flags, ...);
 int __real_close(int fd);
 int __real_closedir(DIR* dir);
@@ -172,7 +190,8 @@ int __real_unlinkat(int dir, char const* path, int flags);
     if (!call_faults_detail::fails("close"))
         return __real_close(fd);
     int const error = errno;
-    __real_close(fd);
+    if (error != EINTR)
+        __real_close(fd);
     errno = error;
     return call_faults_detail::result<int>();
 }
@@ -418,6 +437,46 @@ int __real_unlinkat(int dir, char const* path, int flags);
     va_end(args);
     return call_faults_detail::fails("open") ? call_faults_detail::result<int>()
                                              : __real_open(path, flags, mode);
+}
+
+[[gnu::used]] inline int __wrap_fcntl(int fd, int command, ...)
+{
+    va_list args;
+    va_start(args, command);
+    long const argument = va_arg(args, long);
+    va_end(args);
+    return call_faults_detail::fails("fcntl") ? call_faults_detail::result<int>()
+                                              : __real_fcntl(fd, command, argument);
+}
+
+[[gnu::used]] inline pid_t __wrap_fork()
+{
+    return call_faults_detail::fails("fork") ? call_faults_detail::result<pid_t>() : __real_fork();
+}
+
+[[gnu::used]] inline int __wrap_poll(pollfd* entries, nfds_t count, int timeout)
+{
+    return call_faults_detail::fails("poll") ? call_faults_detail::result<int>()
+                                             : __real_poll(entries, count, timeout);
+}
+
+[[gnu::used]] inline pid_t __wrap_setsid()
+{
+    return call_faults_detail::fails("setsid") ? call_faults_detail::result<pid_t>()
+                                               : __real_setsid();
+}
+
+[[gnu::used]] inline int __wrap_sigaction(int number, struct sigaction const* action,
+                                          struct sigaction* old)
+{
+    return call_faults_detail::fails("sigaction") ? call_faults_detail::result<int>()
+                                                  : __real_sigaction(number, action, old);
+}
+
+[[gnu::used]] inline int __wrap_sigprocmask(int how, sigset_t const* mask, sigset_t* old)
+{
+    return call_faults_detail::fails("sigprocmask") ? call_faults_detail::result<int>()
+                                                    : __real_sigprocmask(how, mask, old);
 }
 
 } // extern "C"

@@ -1,8 +1,8 @@
 #include "process/child_report.h"
 
+#include "support/call_faults.h"
 #include "support/child_run.h"
 #include "support/launch_test.h"
-#include "support/process_call_faults.h"
 #include "util/errors.h"
 
 #include <gmock/gmock.h>
@@ -80,12 +80,12 @@ TEST_F(ChildReportTest, IsWhollyWrittenAndReadThoughSignalsInterrupt)
 {
     for (int call = 1; call <= 5; ++call)
         EXPECT_EQ(writtenBy([call](int fd) {
-                      CallFailure const failure("write", call, EINTR);
+                      CallFailure const failure("write", EINTR, call);
                       writeException(fd, "SystemError", "m");
                       writeErrorCode(fd, 7);
                   }),
                   "ET: SystemError\0EM: m\0EC: 7\0"s);
-    CallFailure const failure("read", 1, EINTR);
+    CallFailure const failure("read", EINTR);
     EXPECT_EQ(reportOf("ET: std::exception\0EM: m\0"s).message, "m");
 }
 

@@ -1,8 +1,8 @@
 #include "process/fd_owner.h"
 
+#include "support/call_faults.h"
 #include "support/child_run.h"
 #include "support/launch_test.h"
-#include "support/process_call_faults.h"
 #include "util/errors.h"
 
 #include <gtest/gtest.h>
@@ -95,7 +95,7 @@ TEST_F(FdOwnerTest, RaisesAFailedCloseAndIsEmptyAllTheSame)
 TEST_F(FdOwnerTest, RepeatsACloseThatASignalHasInterrupted)
 {
     FdOwner owner(dup(0));
-    CallFailure const failure("close", 1, EINTR);
+    CallFailure const failure("close", EINTR);
     owner.close();
     EXPECT_EQ(openDescriptors(), descriptors);
 }
@@ -167,13 +167,13 @@ TEST_F(PipeOwnerTest, RaisesTheFirstErrorNumberOfTwo)
     EXPECT_EQ(textOf<SystemError>([&] {
                   PipeOwner const made = orvek::openPipe("pipe");
                   close(made.readEnd.fd);
-                  CallFailure::set("close", 1, EIO);
+                  CallFailure::set("close", EIO);
               }),
               "pipe read-end close: Input/output error");
     EXPECT_EQ(textOf<SystemError>([&] {
                   PipeOwner const made = orvek::openPipe("pipe");
                   close(made.writeEnd.fd); // which is to be closed before the call that fails
-                  CallFailure::set("close", 2, EIO);
+                  CallFailure::set("close", EIO, 2);
               }),
               "pipe read-end close: Bad file descriptor");
 }
@@ -255,7 +255,7 @@ TEST_F(FdOwnerTest, SetNonBlockingRepeatsWhatASignalHasInterrupted)
 {
     for (int call = 1; call <= 2; ++call) {
         FdOwner const null(open("/dev/null", O_WRONLY));
-        CallFailure const failure("fcntl", call, EINTR);
+        CallFailure const failure("fcntl", EINTR, call);
         orvek::setNonBlocking(null.fd, "fcntl");
         EXPECT_TRUE(fcntl(null.fd, F_GETFL) & O_NONBLOCK);
     }

@@ -1,8 +1,8 @@
 #include "process/nonblock_write.h"
 
 #include "process/fd_owner.h"
+#include "support/call_faults.h"
 #include "support/launch_test.h"
-#include "support/process_call_faults.h"
 #include "util/errors.h"
 
 #include <gtest/gtest.h>
@@ -88,7 +88,7 @@ TEST_F(NonblockWriteTest, RaisesAnyOtherFailure)
 TEST_F(NonblockWriteTest, RepeatsAWriteThatASignalHasInterruptedWithAllThereIs)
 {
     PipeOwner const ends = openNonBlocking();
-    CallFailure const failure("write", 1, EINTR);
+    CallFailure const failure("write", EINTR);
     errno = ENOSPC;
     EXPECT_EQ(nonblock_write(ends.writeEnd.fd, "abc", 3), 3U);
     EXPECT_EQ(errno, ENOSPC);
@@ -97,6 +97,6 @@ TEST_F(NonblockWriteTest, RepeatsAWriteThatASignalHasInterruptedWithAllThereIs)
 TEST_F(NonblockWriteTest, GivesTheNothingThatWasWritten)
 {
     PipeOwner const ends = openNonBlocking();
-    CallFailure const failure("write", 1, 0);
+    CallFailure const failure("write", 0, 1, 0);
     EXPECT_EQ(nonblock_write(ends.writeEnd.fd, "abc", 3), 0U);
 }

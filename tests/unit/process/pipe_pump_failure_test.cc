@@ -1,6 +1,6 @@
 #include "process/pipe_pump.h"
 
-#include "support/process_call_faults.h"
+#include "support/call_faults.h"
 #include "support/pump_test.h"
 #include "util/errors.h"
 
@@ -93,7 +93,7 @@ TEST_F(PipePumpFailureTest, NamesTheCallThatFailed)
     auto const failing = [&](char const* call, int code) {
         pipe = prototype;
         pipe.stdinSource = [&, call, code](Chunk& chunk) {
-            CallFailure::set(call, 1, code);
+            CallFailure::set(call, code);
             return prototype.stdinSource(chunk);
         };
         std::string const text = textOf<SystemError>([&] { pipe.run(); });
@@ -108,7 +108,7 @@ TEST_F(PipePumpFailureTest, NamesTheCallThatFailed)
 TEST_F(PipePumpFailureTest, NamesAFailedReadOfAChannel)
 {
     pipe.append(stage("spew", "100000")); // more than fits in a pipe: it cannot have ended yet
-    pipe.stdoutReceiver = [](Chunk const&) { CallFailure::set("read", 1, EIO); };
+    pipe.stdoutReceiver = [](Chunk const&) { CallFailure::set("read", EIO); };
     EXPECT_EQ(textOf<SystemError>([&] { pipe.run(); }), "read: Input/output error");
     waitForAllChildren();
 }
@@ -122,7 +122,7 @@ TEST_F(PipePumpFailureTest, FailsWhenADescriptorCannotBeMadeNonBlocking)
     // first of the six, whose number is that of a call in the child as well.
     for (int call = 9; call <= 13; ++call) {
         pipe = prototype;
-        CallFailure const failure("fcntl", call, EINVAL);
+        CallFailure const failure("fcntl", EINVAL, call);
         EXPECT_EQ(textOf<SystemError>([&] { pipe.run(); }), "fcntl: Invalid argument") << call;
         waitForAllChildren();
     }

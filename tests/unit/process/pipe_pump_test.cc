@@ -1,6 +1,6 @@
 #include "process/pipe_pump.h"
 
-#include "support/process_call_faults.h"
+#include "support/call_faults.h"
 #include "support/pump_test.h"
 
 #include <gtest/gtest.h>
@@ -102,7 +102,7 @@ TEST_F(PipePumpTest, DropsTheRestWhenAWriteGivesNothing)
     feed(3, 5);
     auto const source = pipe.stdinSource;
     pipe.stdinSource = [=](Chunk& chunk) {
-        CallFailure::set("write", 1, 0);
+        CallFailure::set("write", 0, 1, 0);
         return source(chunk);
     };
     pipe.append(stage("count"));
@@ -243,7 +243,7 @@ TEST_F(PipePumpTest, RepeatsWhatASignalHasInterrupted)
         pipe.append(stage("echo"));
         auto const source = pipe.stdinSource;
         pipe.stdinSource = [=](Chunk& chunk) {
-            CallFailure::set(call, 1, EINTR);
+            CallFailure::set(call, EINTR);
             return source(chunk);
         };
         EXPECT_EQ(pipe.run(), 0) << call;

@@ -1,9 +1,9 @@
 #include "process/process_launch.h"
 
 #include "build_paths.h"
+#include "support/call_faults.h"
 #include "support/child_run.h"
 #include "support/launch_test.h"
-#include "support/process_call_faults.h"
 #include "support/temp_dir.h"
 #include "util/errors.h"
 #include "util/uerr.h"
@@ -19,9 +19,7 @@
 using namespace orvek::process;
 using orvek::FdOwner;
 using orvek::SystemError;
-using ::testing::HasSubstr;
-using ::testing::Not;
-using ::testing::StartsWith;
+using ::testing::HasSubstr, ::testing::Not, ::testing::StartsWith;
 
 namespace {
 
@@ -185,14 +183,14 @@ TEST_F(ProcessLaunchTest, RaisesASessionThatCannotBeStarted)
 {
     Launch launch({"report"});
     launch.newSession = true;
-    CallFailure const failure("setsid", 1, EPERM);
+    CallFailure const failure("setsid", EPERM);
     EXPECT_EQ(failureOf<SystemError>(launch, 67), "setsid: Operation not permitted");
 }
 
 TEST_F(ProcessLaunchTest, RaisesAReportPipeThatCannotBeMadeCloseOnExec)
 {
     Launch const launch({"report"});
-    CallFailure const failure("fcntl", 1, EINVAL);
+    CallFailure const failure("fcntl", EINVAL);
     EXPECT_EQ(failureOf<SystemError>(launch, 67),
               "control pipe close-on-exec fcntl: Invalid argument");
 }
@@ -327,7 +325,7 @@ TEST_F(ProcessLaunchTest, FailsWithTheWordOfThePipeWhenItCannotFork)
 
 TEST_F(ProcessLaunchTest, RepeatsAForkThatASignalHasInterrupted)
 {
-    CallFailure const failure("fork", 1, EINTR);
+    CallFailure const failure("fork", EINTR);
     EXPECT_EQ(outputOf(Launch({"say", "out", "\n"})), "out");
 }
 
@@ -336,7 +334,7 @@ TEST_F(ProcessLaunchTest, RaisesAnEndOfAChildsPipeThatCannotBeClosed)
     for (int call = 1; call <= 4; ++call) {
         Launch launch({"exit", "0"});
         launch.in = launch.out = launch.err = Capture;
-        CallFailure const failure("close", call, EIO);
+        CallFailure const failure("close", EIO, call);
         EXPECT_EQ(textOf<SystemError>([&] { launch.start(); }), "close: Input/output error");
         waitForAllChildren();
     }
@@ -353,7 +351,7 @@ TEST_F(ProcessLaunchTest, ClosesItsPipesFromTheReportToTheStandardInputWhenItEnd
             ProcessLaunch const child = launch.start();
             if (closed_before)
                 close((child.*closed_before).fd);
-            CallFailure::set("close", call, EIO);
+            CallFailure::set("close", EIO, call);
         });
     };
     EXPECT_EQ(failureOfClose(1, &ProcessLaunch::stderrPipe),

@@ -1,9 +1,9 @@
 #include "process/process_set_catcher.h"
 
 #include "process/sig_blocker.h"
+#include "support/call_faults.h"
 #include "support/child_run.h"
 #include "support/launch_test.h"
-#include "support/process_call_faults.h"
 #include "util/errors.h"
 
 #include <gtest/gtest.h>
@@ -298,12 +298,12 @@ TEST_F(ProcessSetCatcherTest, RaisesAFailedCloseOfItsSelfPipe)
 TEST_F(ProcessSetCatcherTest, NamesTheStepOfItsInstallingThatFailed)
 {
     ProcessSetCatcher catcher;
-    CallFailure::set("sigprocmask", 1, EFAULT);
+    CallFailure::set("sigprocmask", EFAULT);
     EXPECT_EQ(textOf<SystemError>([&] { catcher.install(); }), "get sigprocmask: Bad address");
-    CallFailure::set("sigaction", 1, EINVAL);
+    CallFailure::set("sigaction", EINVAL);
     EXPECT_EQ(textOf<SystemError>([&] { catcher.install(); }), "sigaction: Invalid argument");
     for (int call = 1; call <= 4; ++call) {
-        CallFailure::set("fcntl", call, EINVAL);
+        CallFailure::set("fcntl", EINVAL, call);
         EXPECT_EQ(textOf<SystemError>([&] { catcher.install(); }),
                   "control pipe fcntl: Invalid argument");
         EXPECT_TRUE(hasDefaultAction(SIGCHLD));
@@ -316,7 +316,7 @@ TEST_F(ProcessSetCatcherTest, RaisesAnActionThatCannotBePutBack)
 {
     ProcessSetCatcher catcher;
     catcher.install();
-    CallFailure::set("sigaction", 1, EINVAL);
+    CallFailure::set("sigaction", EINVAL);
     EXPECT_EQ(textOf<SystemError>([&] { catcher.remove(false); }),
               "restore sigaction: Invalid argument");
     EXPECT_EQ(__global_handler, &catcher);
@@ -326,14 +326,14 @@ TEST_F(ProcessSetCatcherTest, RaisesAnActionThatCannotBePutBack)
 TEST_F(ProcessSetCatcherTest, RepeatsWhatASignalHasInterrupted)
 {
     ProcessSetCatcher catcher;
-    CallFailure::set("sigaction", 1, EINTR);
+    CallFailure::set("sigaction", EINTR);
     catcher.install();
-    CallFailure::set("write", 1, EINTR);
+    CallFailure::set("write", EINTR);
     startEntered(catcher, [] {});
     ASSERT_TRUE(wokenWithin(catcher, 20000));
-    CallFailure::set("read", 1, EINTR);
+    CallFailure::set("read", EINTR);
     EXPECT_EQ(catcher.clear_control(), 1U);
-    CallFailure::set("sigaction", 1, EINTR);
+    CallFailure::set("sigaction", EINTR);
     catcher.remove(false);
 }
 

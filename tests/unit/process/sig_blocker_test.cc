@@ -1,7 +1,7 @@
 #include "process/sig_blocker.h"
 
+#include "support/call_faults.h"
 #include "support/launch_test.h"
-#include "support/process_call_faults.h"
 #include "util/errors.h"
 
 #include <gtest/gtest.h>
@@ -87,9 +87,9 @@ TEST_F(SigBlockerTest, RestoresTheMaskWhileAnExceptionIsInFlight)
 TEST_F(SigBlockerTest, NamesTheStepThatFailed)
 {
     SigBlocker blocker;
-    CallFailure::set("sigprocmask", 1, EFAULT);
+    CallFailure::set("sigprocmask", EFAULT);
     EXPECT_EQ(textOf<SystemError>([&] { blocker.block(SIGCHLD); }), "get sigprocmask: Bad address");
-    CallFailure::set("sigprocmask", 2, EFAULT);
+    CallFailure::set("sigprocmask", EFAULT, 2);
     EXPECT_EQ(textOf<SystemError>([&] { blocker.block(SIGCHLD); }), "set sigprocmask: Bad address");
     EXPECT_EQ(blockedSignals(), blocked);
 }
@@ -97,7 +97,7 @@ TEST_F(SigBlockerTest, NamesTheStepThatFailed)
 TEST_F(SigBlockerTest, RepeatsWhatASignalHasInterrupted)
 {
     for (int call = 1; call <= 3; ++call) {
-        CallFailure const failure("sigprocmask", call, EINTR);
+        CallFailure const failure("sigprocmask", EINTR, call);
         SigBlocker blocker;
         blocker.block(SIGCHLD);
     }
@@ -108,7 +108,7 @@ TEST_F(SigBlockerTest, RaisesFromItsDestructorWhenItCannotRestoreTheMask)
     EXPECT_EQ(textOf<SystemError>([] {
                   SigBlocker blocker;
                   blocker.block(SIGCHLD);
-                  CallFailure::set("sigprocmask", 1, EFAULT);
+                  CallFailure::set("sigprocmask", EFAULT);
               }),
               "restore sigprocmask: Bad address");
     unblockChildSignal();
@@ -125,7 +125,7 @@ TEST_F(SigBlockerTest, IgnoresThatAndKeepsErrnoWhileAnExceptionIsInFlight)
                   } const observer{after};
                   SigBlocker blocker;
                   blocker.block(SIGCHLD);
-                  CallFailure::set("sigprocmask", 1, EFAULT);
+                  CallFailure::set("sigprocmask", EFAULT);
                   errno = ENOSPC;
                   throw std::runtime_error("in flight");
               }),

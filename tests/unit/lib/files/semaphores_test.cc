@@ -10,7 +10,6 @@
 #include <gtest/gtest.h>
 
 #include <csignal>
-#include <cstdarg>
 #include <filesystem>
 #include <functional>
 #include <vector>
@@ -39,9 +38,6 @@ protected:
     std::string const file = root + "/var/utilities.sem";
 };
 
-// What the next record locks fail with, the last one first.
-std::vector<int> lock_errors;
-
 // What another process gets for the semaphore.
 int otherProcessGets(long semnum)
 {
@@ -54,26 +50,6 @@ int otherProcessGets(long semnum)
 }
 
 } // namespace
-
-extern "C" {
-
-int __real_fcntl(int fd, int command, ...);
-
-int __wrap_fcntl(int fd, int command, ...)
-{
-    va_list args;
-    va_start(args, command);
-    void* const argument = va_arg(args, void*);
-    va_end(args);
-    bool const locks = command == F_SETLK || command == F_SETLKW;
-    if (!locks || lock_errors.empty())
-        return __real_fcntl(fd, command, argument);
-    errno = lock_errors.back();
-    lock_errors.pop_back();
-    return -1;
-}
-
-} // extern "C"
 
 TEST_F(Semaphores, MakeTheirFileAndItsDirectory)
 {
@@ -245,8 +221,8 @@ TEST_F(Semaphores, AreAskedForAgainWhenASignalComesInBetween)
     for (auto* const lock : {sem_lock, sem_lock_nonblock, sem_unlock}) {
         auto const result = run([=] {
             init_sem();
-            lock_errors = {EINTR, EINTR};
-            return lock(3) == 0 && lock_errors.empty() ? 0 : 1;
+            CallFailure const failure("fcntl", EINTR);
+            return lock(3);
         });
         EXPECT_EQ(result.status, 0);
         EXPECT_EQ(result.err, "");
@@ -258,7 +234,7 @@ TEST_F(Semaphores, AreHeldByAnotherProcessForBothErrorsThatSaySo)
     for (int const error : {EAGAIN, EACCES}) {
         auto const result = run([=] {
             init_sem();
-            lock_errors = {error};
+            CallFailure const failure("fcntl", error);
             return sem_lock_nonblock(3) == -1 ? 0 : 1;
         });
         EXPECT_EQ(result.status, 0);
@@ -271,7 +247,7 @@ TEST_F(Semaphores, EndTheProcessForAnyOtherError)
     for (auto* const lock : {sem_lock, sem_lock_nonblock, sem_unlock}) {
         auto const result = run([=] {
             init_sem();
-            lock_errors = {ENOLCK};
+            CallFailure const failure("fcntl", ENOLCK);
             lock(3);
             return 7;
         });
