@@ -75,7 +75,7 @@ def test_what_the_completion_lacks_or_invents_is_found(pattern, new, told, tmp_p
     assert f"completion: {told}" in checked(completion=changed(COMPLETION, tmp_path, pattern, new))
 
 
-def test_a_table_of_the_completion_that_is_old_is_made_anew(tmp_path):
+def test_an_old_table_of_the_completion_is_remade(tmp_path):
     old = changed(COMPLETION, tmp_path, r" --turn-off-domain --set-domain-disk-quota", "")
     ended = run(CHECK, "--renew", TOOL, PAGE, old)
     assert (ended.status, ended.out, ended.err) == (0, f"{old}: renewed\n", "")

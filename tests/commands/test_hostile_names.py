@@ -81,7 +81,7 @@ def add_handler(**changes):
     {"handler-name": "../../x"}, {"handler-name": "a/b"}, {"hook": "../info"}, {"hook": ".."}, {"priority": "1/2"},
     {"handler-type-name": "../../../../etc"}, {"handler-type-name": "a/b@c.test"}, {"hook": "x" * 311},
     {"handler-type-name": "a" * 320}, {"context": "x" * 311}, {"context": "a\nb"}, {"hook": "a\nb"}])
-def test_a_handler_that_could_not_be_read_back_is_not_made(changes):
+def test_a_handler_beyond_reading_back_is_not_made(changes):
     add_hook(f"bertha@{DOMAIN}")
     with nothing_changes():
         ended = add_handler(**changes)

@@ -148,7 +148,7 @@ def test_children_get_ordinary_signals_umask_and_descriptors():
         assert not [target for target in call.fds.values() if target == "/etc/shadow"]
 
 
-def test_a_name_with_a_newline_writes_no_line_of_its_own():
+def test_a_name_with_a_newline_writes_no_second_line():
     ended = mailvek("--add\nforged\x1b[2J")
     assert ended.err.startswith("Error: invalid command --add\\nforged\\x1b[2J\n"), ended
     ended = mailvek("--add-domain", AT, "--x\nforged")

@@ -55,7 +55,7 @@ REPORTED = {
 
 
 @pytest.mark.quick
-def test_a_name_writes_no_line_of_its_own_into_a_report(ledger):
+def test_a_name_writes_no_second_line_into_a_report(ledger):
     for place, words in REPORTED.items():
         how = ground.mailvek(*words)
         lines = (how.out + how.err).replace("\r", "\n").splitlines()
@@ -70,7 +70,7 @@ def test_a_name_speaks_to_no_terminal(evil):
 
 
 @pytest.mark.quick
-def test_a_files_name_writes_no_line_of_its_own_into_a_list():
+def test_a_files_name_writes_no_second_line_into_a_list():
     attackers.by("popuser", lambda: open(f"{HOME}/@attachments/x\t1\nforged\t999", "x").close())
     for command in (("--list-attachments", *ANNA), ("--list-attachments", "--mail-all", AT)):
         how = ground.mailvek(*command)

@@ -123,7 +123,7 @@ def test_the_worst_names_are_no_lines_of_a_map(ledger):
 @pytest.mark.quick
 @pytest.mark.parametrize("evil", [f"{CEO} x", f"x\n{CEO} anna@{DOMAIN}\ny"])
 @pytest.mark.parametrize("where", ["a mail alias", "a mailname", "an alias domain"])
-def test_a_name_in_the_panels_tables_is_no_line_of_a_map(where, evil):
+def test_a_name_from_the_panel_becomes_no_map_line(where, evil):
     command = ("--add-domain-alias", AT, f"--domain-alias-name={NEW}", "--set-reject")
     if where == "a mail alias":
         panel.panel_mail_alias(f"anna@{DOMAIN}", evil)
@@ -162,7 +162,7 @@ def test_an_address_is_one_line_of_a_delivery_file(verb, evil):
     assert all(line in ("| true", "| /usr/bin/deliverquota ./Maildir") or line.startswith("&") for line in lines), lines
 
 
-def test_a_very_long_address_does_no_harm_to_the_lines_beside_it():
+def test_a_very_long_address_harms_no_line_beside_it():
     for verb in ("--add-redirect", "--remove-redirect"):
         how, found = attacked(verb, *ANNA, f"--redirect-email={'x' * 9000}@b.test")
         held(how, found, verb)
@@ -247,7 +247,7 @@ HANDLERS = {
 }
 
 
-def test_a_handler_lies_in_its_store_and_can_be_read_back(ledger):
+def test_a_handler_stays_in_its_store_and_reads_back(ledger):
     for evil, changes in HANDLERS.items():
         before = set(mailhost.tree(STORE))
         how, found = attacked(*own_handler("--add-handler", **changes),

@@ -51,7 +51,7 @@ PASSED_ON = ("add-alias", "rename-mailname", "set-max-letter-size", "start-submi
 
 @pytest.mark.parametrize("command", [
     pytest.param(name, marks=[pytest.mark.quick] if name == "rename-mailname" else []) for name in PASSED_ON])
-def test_a_child_is_given_no_password_and_nothing_of_the_callers(command):
+def test_a_child_gets_no_password_and_nothing_of_callers(command):
     seen = watched()
     secret = os.open(CANARY, os.O_RDWR)
     os.set_inheritable(secret, True)

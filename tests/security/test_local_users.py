@@ -104,7 +104,7 @@ def test_the_lock_directory_that_the_tool_makes_is_roots_alone():
 
 
 @pytest.mark.parametrize("path", ["/etc/postfix/main.cf", "/etc/postfix/master.cf", "/etc/passwd", "/etc/orv/orv.conf"])
-def test_a_readable_file_held_by_a_local_user_holds_nobody_up(path):
+def test_a_file_held_by_a_local_user_delays_nobody(path):
     def take():
         descriptor = os.open(path, os.O_RDONLY)
         fcntl.flock(descriptor, fcntl.LOCK_EX)
@@ -182,7 +182,7 @@ def test_an_upload_that_is_no_file_gives_nothing_away(command, kind):
 
 @pytest.mark.quick
 @pytest.mark.parametrize("mode", [0o600, 0o640])
-def test_what_others_may_not_read_is_not_printed_by_an_attachment_of_it(mode):
+def test_no_attachment_prints_what_others_may_not_read(mode):
     """A caller who hands over a path of root's gets no copy that everybody can read by a link."""
     os.chown("/srv/uploads", 33, 33)
     attackers.by("www-data", lambda: os.symlink(CANARY, "/srv/uploads/upload"))

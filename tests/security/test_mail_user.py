@@ -171,7 +171,7 @@ GROWTH = {
 
 
 @pytest.mark.parametrize("what", GROWTH)
-def test_what_grows_under_the_tools_hands_does_not_hold_it_up(what):
+def test_what_grows_meanwhile_does_not_delay_the_tool(what):
     growth, command = GROWTH[what]
     if command is SIZE:
         os.unlink(f"{HOME}/Maildir/maildirsize")

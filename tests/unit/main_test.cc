@@ -58,7 +58,7 @@ TEST(Main, ReportsAnExceptionOnBothStreamsAndEndsWithOne)
     EXPECT_EQ(run.out, run.err);
 }
 
-TEST(Main, ReportsWhatIsNoExceptionOnBothStreamsAndEndsWithTwo)
+TEST(Main, ReportsANonExceptionOnBothStreamsWithStatusTwo)
 {
     auto const run = toolThat([](int, char**) -> int { throw "a mere string"; });
     EXPECT_EQ(run.status, 2);

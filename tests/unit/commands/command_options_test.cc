@@ -127,7 +127,7 @@ TEST(WhitelistOptions, NameTheMaskFirstWhenBothAreMissing)
     }
 }
 
-TEST(WhitelistOptions, RefuseAPrefixThatIsTooLongLikeAnyBadOption)
+TEST(WhitelistOptions, RefuseATooLongPrefixLikeAnyBadOption)
 {
     auto const run = whitelist("33");
     EXPECT_EQ(run.status, 1);
@@ -135,7 +135,7 @@ TEST(WhitelistOptions, RefuseAPrefixThatIsTooLongLikeAnyBadOption)
     EXPECT_EQ(run.out.find(run.err + "add a network to whitelist\nUsage: --add-whitelist\n"), 0U);
 }
 
-TEST(WhitelistOptions, LetAMaskThatIsNoNumberPassTheStandardCatchWithTheTypeThatBoostMade)
+TEST(WhitelistOptions, LetAMaskWithoutANumberPassTheStandardCatch)
 {
     auto const run = whitelist("x");
     EXPECT_EQ(run.status, 2);

@@ -18,7 +18,7 @@ TEST(CommandTable, BeginsEachUsageLineWithTheCommand)
     }
 }
 
-TEST(CommandTable, HasTheArgumentsInBothTextsAlikeButForFiveCommands)
+TEST(CommandTable, HasTheSameArgumentsInBothTextsButForFive)
 {
     std::set<std::string_view> const differ = {"--rename-mailname", "--add-mailbox",
                                                "--set-password", "--set-accounts-format",
@@ -76,7 +76,7 @@ TEST(CommandNamed, RefusesANameThatNoRowHas)
     EXPECT_THROW(commandNamed(""), std::logic_error);
 }
 
-TEST(CommandTexts, PutThePasswordVariablesAfterTheUsageOfWhatSetsAPassword)
+TEST(CommandTexts, NameThePasswordVariablesAfterTheUsageThatNeedsThem)
 {
     EXPECT_STREQ(commandNamed("--set-password").usage_line,
                  "--set-password --domain-name=<domain_name> --mailname=<mail_name> "

@@ -93,7 +93,7 @@ TEST(DoMain, MatchesNamesExactlyAndCaseSensitively)
     expectUnknown("--features=");
 }
 
-TEST(DoMain, EndsInTheSameErrorForBytesThatAreNoUtf8AndForNewlines)
+TEST(DoMain, TakesInvalidUtf8AndNewlinesForUnknownCommands)
 {
     expectUnknown("\xff\xfe\x80");
     expectUnknown("--features\n--help");
@@ -112,7 +112,7 @@ TEST(DoMain, LooksAtTheFirstArgumentOnly)
     EXPECT_EQ(run.out, "");
 }
 
-TEST(DoMain, RunsTheHandlerOfTheLongAndTheShortNameAlike)
+TEST(DoMain, RunsOneHandlerForTheLongAndTheShortName)
 {
     EXPECT_EQ(tool({"mailvek", "--help"}).out, tool({"mailvek", "-h"}).out);
     EXPECT_EQ(tool({"mailvek", "--help"}).status, 0);
@@ -132,7 +132,7 @@ TEST(DoMain, RunsTheThreeHelpCommandsWhateverStandsBehindThem)
     }
 }
 
-TEST(DoMain, PointsTheAuthenticationDatabaseAtThePostfixPathBeforeTheHandler)
+TEST(DoMain, PointsAccountsAtThePostfixDatabaseBeforeTheHandler)
 {
     auto const run = features([](int, char**) {
         return std::string(mailAuthDB) == "/var/spool/postfix/orvek/passwd.db" ? 0 : 1;
@@ -171,7 +171,7 @@ TEST(DoMain, LetsWhatTheHandlerRaisesPass)
     EXPECT_EQ(run.status, 5);
 }
 
-TEST(CommandMap, HasTheHandlerOfEachRowAfterEachOfItsNames)
+TEST(CommandMap, HasEachRowsHandlerUnderAllItsNames)
 {
     auto const map = commandMap();
     size_t names = 0;

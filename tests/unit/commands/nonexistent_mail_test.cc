@@ -41,7 +41,7 @@ TEST(NonexistentMail, IsRejectedWithoutADeed)
     EXPECT_THAT(LogRecorder::reports(), IsEmpty());
 }
 
-TEST(NonexistentMail, IsReportedAsAnErrorWhenNothingIsSaidOfIt)
+TEST(NonexistentMail, IsAnErrorWithoutAnyOption)
 {
     LogRecorder const log;
     EXPECT_EQ(processNotexistingMailnamesOptions(
@@ -60,7 +60,7 @@ TEST(NonexistentMail, IsNotCaughtWithoutAnAddress)
         EXPECT_THROW(processNotexistingMailnamesOptions(parsed(words)), MissingMandatoryOption);
 }
 
-TEST(NonexistentMail, IsNeitherBouncedNorCaughtWithoutAnOptionForTheAlias)
+TEST(NonexistentMail, IsNeitherBouncedNorCaughtWithoutAnOption)
 {
     for (auto const* const option : {"--set-bounce", "--set-catchall"})
         EXPECT_THROW(processNotexistingMailnamesOptions(parsed({"", option}, false)),

@@ -43,7 +43,7 @@ TEST(OptionErrorText, EndsWithAWordThatHoldsItsOwnPlaceholder)
         EXPECT_EQ(refusalOf(word), "the argument ('" + word + "') for option '--size' is invalid");
 }
 
-TEST(OptionErrorText, KeepsTheMarkOfItsOwnWhereAWordHasIt)
+TEST(OptionErrorText, KeepsTheMarkThatAWordAlreadyHas)
 {
     for (std::string const word : {"\1", "%\1", "%\1\1", "\1%\1value%\1"})
         EXPECT_EQ(refusalOf(word), "the argument ('" + word + "') for option '--size' is invalid");

@@ -90,7 +90,7 @@ TEST(IPv4Mask, RefusesALongerPrefixByName)
     EXPECT_NE(refusal([] { mask({"--try", "--netmask=65535"}); }), "accepted");
 }
 
-TEST(IPv4Mask, LeavesAWordThatIsNoNumberToTheConversionsOwnError)
+TEST(IPv4Mask, LeavesAWordWithoutANumberToTheConversion)
 {
     for (auto const* const word : {"x", "24x", "70000", "255.255.255.0", " 24"})
         EXPECT_THROW(mask({"--try", "--netmask", word}), boost::bad_lexical_cast) << word;

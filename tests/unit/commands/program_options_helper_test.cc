@@ -91,7 +91,7 @@ TEST(OptionsParse, GivesTheValuesBehindTheCommandsName)
     EXPECT_EQ(run.err, "");
 }
 
-TEST(OptionsParse, SkipsArgumentZeroEvenWhenItIsNoOptionOfTheCommand)
+TEST(OptionsParse, SkipsArgumentZeroWhateverItIs)
 {
     EXPECT_EQ(addDomain({"--anything", "--domain-name=x"}).out, "[x]quiet");
 }
@@ -251,7 +251,7 @@ TEST(OptionsParse, IgnoresStrayWordsOfAnyBytesAndLengths)
     }
 }
 
-TEST(OptionsParse, GivesAValueOfAnyBytesAndAnyLengthAsItStands)
+TEST(OptionsParse, GivesAnyValueUnchanged)
 {
     std::string const value = std::string(100000, '\xff') + "\n%n%s%value%";
     EXPECT_EQ(addDomain({"--add-domain", "--domain-name", value}).out, "[" + value + "]quiet");

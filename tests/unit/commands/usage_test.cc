@@ -22,7 +22,7 @@ bool holds(std::string const& text, std::string const& part)
 
 } // namespace
 
-TEST(Usage, ShortIsFourLinesOnTheGivenStreamAndTheGivenStatus)
+TEST(Usage, ShortPrintsFourLinesAndGivesTheGivenStatus)
 {
     auto const run = inChild([]() -> int { usageShort(5, std::cerr); });
     EXPECT_EQ(run.status, 5);
@@ -30,7 +30,7 @@ TEST(Usage, ShortIsFourLinesOnTheGivenStreamAndTheGivenStatus)
     EXPECT_EQ(run.out, "");
 }
 
-TEST(Usage, CommandsShowsNamesInAColumnTwoWiderThanTheLongestAndNoArguments)
+TEST(Usage, CommandsPadsNamesTwoBeyondTheLongest)
 {
     auto const run = inChild([]() -> int { usageCommands(0, std::cout); });
     EXPECT_EQ(run.status, 0);
@@ -46,7 +46,7 @@ TEST(Usage, CommandsShowsNamesInAColumnTwoWiderThanTheLongestAndNoArguments)
     EXPECT_FALSE(holds(run.out, "--domain-name"));
 }
 
-TEST(Usage, CommandsPrintsTheHeaderAndALineForEachRowBesideTheirLineBreaks)
+TEST(Usage, CommandsPrintsTheHeaderAndEachRowsLines)
 {
     auto const run = inChild([]() -> int { usageCommands(0, std::cout); });
     size_t breaks = 0;
@@ -94,7 +94,7 @@ TEST(Usage, ListsGoToTheGivenStreamWithTheGivenStatus)
     EXPECT_NE(legacy.err, "");
 }
 
-TEST(WrongUsage, PrintsTheMessageAndTheShortUsageOnStandardErrorAlone)
+TEST(WrongUsage, PrintsMessageAndShortUsageOnStandardErrorAlone)
 {
     auto const run = inChild([]() -> int { wrongUsage("no command specified"); });
     EXPECT_EQ(run.status, 1);

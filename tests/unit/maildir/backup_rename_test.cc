@@ -42,7 +42,7 @@ int __wrap_fstatat(int dir, char const* name, struct stat* info, int flags)
 
 } // extern "C"
 
-TEST(BackupRename, RenamesTheSourceAfterItsInodeNextToWhereItStood)
+TEST(BackupRename, RenamesTheSourceAfterItsInodeInPlace)
 {
     TempDir const dir;
     std::filesystem::create_directory(dir / "d");
@@ -69,7 +69,7 @@ TEST(BackupRename, NamesTheInodeOfALinkAndMovesTheLink)
     EXPECT_TRUE(std::filesystem::is_directory(dir / "d"));
 }
 
-TEST(BackupRename, SavesNothingAndEmptiesTheTargetWhenThereIsNoSource)
+TEST(BackupRename, SavesNothingAndEmptiesTheTargetWithoutASource)
 {
     TempDir const dir;
     path target = "something";
@@ -78,7 +78,7 @@ TEST(BackupRename, SavesNothingAndEmptiesTheTargetWhenThereIsNoSource)
     EXPECT_TRUE(std::filesystem::is_empty(dir.path()));
 }
 
-TEST(BackupRename, SavesNothingWhenAFileStandsInTheWayToTheSource)
+TEST(BackupRename, SavesNothingWhenAFileBlocksThePath)
 {
     TempDir const dir;
     writeFile(dir / "file", "");
@@ -87,7 +87,7 @@ TEST(BackupRename, SavesNothingWhenAFileStandsInTheWayToTheSource)
     EXPECT_EQ(target, "");
 }
 
-TEST(BackupRename, LeavesTheTargetAsItWasWhenTheSourceCannotBeLookedAt)
+TEST(BackupRename, LeavesTheTargetWhenStatOfTheSourceFails)
 {
     TempDir const dir;
     std::filesystem::create_symlink("loop", dir / "loop");

@@ -68,7 +68,7 @@ TEST_F(MaildirManagerRemovalOnHost, RaisesTheLibrarysErrorForAMissingSource)
 
 // ------------------------------------------------------------------------------- backing up
 
-TEST_F(MaildirManagerRemovalOnHost, BacksUpADomainRootAndAHomeNextToWhereTheyStood)
+TEST_F(MaildirManagerRemovalOnHost, BacksUpRootsAndHomesInPlace)
 {
     makeDirectory(home);
     std::string const homesInode = inodeOf(home);
@@ -98,7 +98,7 @@ TEST_F(MaildirManagerRemovalOnHost, LeavesWhatCannotBeLookedAtForABackup)
     EXPECT_THAT(namesIn(root), ElementsAre("example.com"));
 }
 
-TEST_F(MaildirManagerRemovalOnHost, BacksUpTheLinkThatStandsInADomainRootsPlace)
+TEST_F(MaildirManagerRemovalOnHost, BacksUpTheLinkAtADomainRoot)
 {
     std::filesystem::create_symlink("example.com", domain);
     manager().backupDomainRoot("example.com");
@@ -188,7 +188,7 @@ TEST_F(MaildirManagerRemovalOnHost, RemovesALinkThatCannotBeLookedAt)
     EXPECT_THAT(namesIn(root), IsEmpty());
 }
 
-TEST_F(MaildirManagerRemovalOnHost, LeavesWhatCannotBeRemovedOfADomainRootUnderItsSavedName)
+TEST_F(MaildirManagerRemovalOnHost, LeavesTheRestOfARootUnderItsSavedName)
 {
     makeDirectory(home);
     std::string const saved = domain + ".OrvekSaved." + inodeOf(domain);
@@ -200,7 +200,7 @@ TEST_F(MaildirManagerRemovalOnHost, LeavesWhatCannotBeRemovedOfADomainRootUnderI
     EXPECT_EQ(system(("umount " + saved + "/info").c_str()), 0);
 }
 
-TEST_F(MaildirManagerRemovalOnHost, LeavesADomainRootThatCannotGoOutOfTheWay)
+TEST_F(MaildirManagerRemovalOnHost, LeavesADomainRootThatCannotBeRenamed)
 {
     makeDirectory(home);
     std::string const saved = domain + ".OrvekSaved." + inodeOf(domain);
@@ -219,7 +219,7 @@ TEST_F(MaildirManagerRemovalOnHost, RemovesNothingWhereAFileStandsInTheWay)
     EXPECT_EQ(readFile(domain), "kept");
 }
 
-TEST_F(MaildirManagerRemovalOnHost, RaisesTheLibrarysErrorForAHomeThatCannotBeRemoved)
+TEST_F(MaildirManagerRemovalOnHost, RaisesTheLibrarysErrorForAnUnremovableHome)
 {
     makeDirectory(home);
     ASSERT_EQ(system(("mount -t tmpfs tmpfs " + home).c_str()), 0);

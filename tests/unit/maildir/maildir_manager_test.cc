@@ -163,7 +163,7 @@ TEST_F(MaildirManagerOnHost, CorrectsOwnerAndModeOfADomainRootThatExists)
     EXPECT_EQ(rightsOf(domain + "/file"), "-rw-r----- root:root");
 }
 
-TEST_F(MaildirManagerOnHost, RaisesTheLibrarysErrorWhenAFileStandsInADomainRootsPlace)
+TEST_F(MaildirManagerOnHost, RaisesTheLibrarysErrorForAFileAtARoot)
 {
     writeFile(domain, "file");
     EXPECT_THAT(libraryErrorOf([] { manager().createDomainRoot("example.com"); }),
@@ -223,7 +223,7 @@ TEST_F(MaildirManagerOnHost, CreatesAHomeWithItsNineDirectoriesWhateverTheUmask)
     EXPECT_EQ(rightsOf(domain), popusers("drwxr-x---"));
 }
 
-TEST_F(MaildirManagerOnHost, MakesAMissingDomainRootOfAHomePrivateToRoot)
+TEST_F(MaildirManagerOnHost, MakesAMissingDomainRootPrivateToRoot)
 {
     manager().createMailnameHome("example.com", "info");
     EXPECT_EQ(rightsOf(domain), "drwx------ root:root");
@@ -241,7 +241,7 @@ TEST_F(MaildirManagerOnHost, CompletesAHomeThatExistsAndKeepsItsMail)
     EXPECT_EQ(rightsOf(home + "/Maildir/.Spam/cur"), popusers("drwx------"));
 }
 
-TEST_F(MaildirManagerOnHost, TakesOnlyItsOwnDirectoriesFromAHomeThatWasThere)
+TEST_F(MaildirManagerOnHost, RemovesOnlyItsOwnDirectoriesFromAnExistingHome)
 {
     makeDirectory(home + "/Maildir/new");
     writeFile(home + "/Maildir/new/letter", "text");
@@ -264,7 +264,7 @@ TEST_F(MaildirManagerOnHost, LeavesWhatOthersPutIntoANewHomeThatFails)
     EXPECT_THAT(namesIn(home + "/Maildir"), ElementsAre("new"));
 }
 
-TEST_F(MaildirManagerOnHost, LeavesNoHomeInWhichADirectoryCannotBeGivenAway)
+TEST_F(MaildirManagerOnHost, LeavesNoHomeWhenADirectorysOwnerFails)
 {
     chown_fault = {6, 6, EPERM}; // the home's own is the first
     EXPECT_EQ(fsErrorOf([] { manager().createMailnameHome("example.com", "info"); }),
@@ -272,7 +272,7 @@ TEST_F(MaildirManagerOnHost, LeavesNoHomeInWhichADirectoryCannotBeGivenAway)
     EXPECT_THAT(namesIn(domain), IsEmpty());
 }
 
-TEST_F(MaildirManagerOnHost, LeavesNoHomeInWhichTheLastModeCannotBeSetAndKeepsErrno)
+TEST_F(MaildirManagerOnHost, LeavesNoHomeWhenTheLastModeFails)
 {
     chmod_fault = {21, 21, EROFS}; // of the domain, twice of the home, and twice of each directory
     EXPECT_EQ(fsErrorOf([] { manager().createMailnameHome("example.com", "info"); }),
@@ -333,7 +333,7 @@ TEST_F(MaildirManagerOnHost, FollowsALinkOfTheConfigurationToTheRoot)
     std::filesystem::remove("/srv/linked");
 }
 
-TEST_F(MaildirManagerOnHost, RaisesTheFirstErrorWhenAHomeCannotBeRemovedEither)
+TEST_F(MaildirManagerOnHost, RaisesTheFirstErrorWhenRemovalFailsToo)
 {
     makeDirectory(home);
     ASSERT_EQ(system(("mount -t tmpfs tmpfs " + home).c_str()), 0);

@@ -154,7 +154,7 @@ TEST_F(ConnectionOnHost, IsClosedWithItsLife)
     EXPECT_EQ(spy.open.size(), 0U);
 }
 
-TEST_F(ConnectionOnHost, FailsToOpenOnAStoppedServerAndCanBeOpenedLater)
+TEST_F(ConnectionOnHost, OpensLaterAfterAStoppedServerRefusedIt)
 {
     panel.stop();
     Connection other(false);
@@ -280,7 +280,7 @@ TEST_F(ConnectionOnHost, UsesTheModeUpWithANullString)
     EXPECT_EQ(statement(), "`");
 }
 
-TEST_F(ConnectionOnHost, RaisesBadAllocWhenThereIsNoMemoryToEscapeIn)
+TEST_F(ConnectionOnHost, RaisesBadAllocWithoutMemoryToEscapeIn)
 {
     ArrayAllocationFailure const failure;
     EXPECT_THROW(conn << Query::value << "x", std::bad_alloc);

@@ -50,7 +50,7 @@ TEST(Field, HasNoNumberBeyondTheTypesRange)
     expectNoNumberIn<short>("-32769");
 }
 
-TEST(Field, TakesTheWholeTextForANumberOrNoneOfIt)
+TEST(Field, ReadsANumberFromTheWholeTextOrFails)
 {
     for (char const* const text : {"", " ", "1 ", " 1", "1k", "0x10", "1.0", "--1", "-", "true"}) {
         expectNoNumberIn<long>(text);

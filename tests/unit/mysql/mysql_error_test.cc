@@ -20,7 +20,7 @@ TEST(MysqlError, SaysTheTextItWasGiven)
     EXPECT_STREQ(orvek::mysql::mError("connection failed").what(), "connection failed");
 }
 
-TEST(MysqlError, IsAnUnknownErrorOverTheContextWithoutAPendingError)
+TEST(MysqlError, IsUnknownWithItsContextWithoutAPendingError)
 {
     Handle const handle(mysql_init(nullptr));
     EXPECT_STREQ(orvek::mysql::mError(handle.get(), " executing query").what(),

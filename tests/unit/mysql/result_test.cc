@@ -119,7 +119,7 @@ TEST_F(ResultOnHost, TakesATextByItsLength)
     EXPECT_EQ(text(row["y"]), std::string("\0", 1));
 }
 
-TEST_F(ResultOnHost, ReadsATextThatIsSaidToHaveNoLengthToItsEnd)
+TEST_F(ResultOnHost, ReadsATextWithoutALengthToItsEnd)
 {
     lengths_are_lost = true;
     resultOf("SELECT 'text' AS x, NULL AS n, '' AS e").fetch(&row);
@@ -137,7 +137,7 @@ TEST_F(ResultOnHost, ReadsNullAndTheEmptyTextAsTheEmptyText)
     EXPECT_THROW(static_cast<void>(static_cast<int>(row["n"])), mError);
 }
 
-TEST_F(ResultOnHost, RaisesForTwoColumnsOfOneNameAndGoesOnBehindThem)
+TEST_F(ResultOnHost, RaisesForADuplicateColumnAndGoesOnAfterIt)
 {
     Result result = resultOf("SELECT 1 AS a, 2 AS a UNION ALL SELECT 3, 4");
     for (int i = 0; i < 2; ++i)
@@ -156,7 +156,7 @@ TEST_F(ResultOnHost, TellsColumnsThatAreRenamedApart)
     EXPECT_EQ(row.size(), 2U);
 }
 
-TEST_F(ResultOnHost, RaisesForAColumnThatIsNotInTheSelectList)
+TEST_F(ResultOnHost, RaisesForAColumnThatWasNotSelected)
 {
     resultOf("SELECT 'v' AS val").fetch(&row);
     try {

@@ -60,7 +60,7 @@ TEST_F(ChildReportTest, HasTheErrorNumberInDecimal)
     EXPECT_EQ(writtenBy([](int fd) { writeErrorCode(fd, -1); }), "EC: -1\0"s);
 }
 
-TEST_F(ChildReportTest, IsWrittenWithACallForEachTagAndEachText)
+TEST_F(ChildReportTest, IsWrittenWithOneCallPerTagAndText)
 {
     int ends[2];
     ASSERT_EQ(pipe2(ends, O_DIRECT), 0); // each read gives what one write has written
@@ -161,7 +161,7 @@ TEST_F(ChildReportTest, CannotBeReadFromADescriptorThatIsNone)
               "control pipe read: Bad file descriptor");
 }
 
-TEST_F(ChildReportTest, IsRaisedAsASystemErrorThatSaysItsTextOnce)
+TEST_F(ChildReportTest, IsRaisedAsASystemErrorWithItsTextOnce)
 {
     try {
         raiseReported({"SystemError", "execvp: No such file or directory", ENOENT});
@@ -171,7 +171,7 @@ TEST_F(ChildReportTest, IsRaisedAsASystemErrorThatSaysItsTextOnce)
     }
 }
 
-TEST_F(ChildReportTest, IsRaisedWithTheTextOfAnErrorWithoutAMessageOfItsOwn)
+TEST_F(ChildReportTest, IsRaisedWithTheErrorsTextWhenItHasNone)
 {
     EXPECT_EQ(textOf<SystemError>([] {
                   raiseReported({"SystemError", "Permission denied", EACCES});

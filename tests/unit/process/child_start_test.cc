@@ -122,7 +122,7 @@ TEST_F(ChildStreamsTest, AndAllElseIsInPlaceWhenTheSetupRuns)
     EXPECT_EQ(child.waitExit(), 0);
 }
 
-TEST_F(ChildStreamsTest, OfAFailedChildEndWithAnExitThatRunsWhatWasLeftForIt)
+TEST_F(ChildStreamsTest, OfAFailedChildEndInAFullExit)
 {
     char const* const argv[] = {"x", nullptr};
     ProcessLaunch child(
@@ -132,7 +132,7 @@ TEST_F(ChildStreamsTest, OfAFailedChildEndWithAnExitThatRunsWhatWasLeftForIt)
     EXPECT_EQ(readAll(child.stdoutPipe.fd), "left by exit");
 }
 
-TEST_F(ChildStreamsTest, LeaveNothingOfAFileForAFailedChildToWriteAgain)
+TEST_F(ChildStreamsTest, LeaveAFailedChildNothingToWriteAgain)
 {
     FILE* const file = fopen((dir / "file").c_str(), "w");
     ASSERT_NE(file, nullptr);
@@ -145,7 +145,7 @@ TEST_F(ChildStreamsTest, LeaveNothingOfAFileForAFailedChildToWriteAgain)
     EXPECT_EQ(readFile(dir / "file"), "once");
 }
 
-TEST_F(ChildStreamsTest, LeaveTheToolOneEndOfEachCaptureAndNothingElse)
+TEST_F(ChildStreamsTest, LeaveTheToolOnlyOneEndPerCapture)
 {
     ProcessLaunch child = start({"exit", "0"}, Capture, Capture, Capture);
     EXPECT_EQ(openDescriptors().size(), descriptors.size() + 3);
@@ -154,7 +154,7 @@ TEST_F(ChildStreamsTest, LeaveTheToolOneEndOfEachCaptureAndNothingElse)
     EXPECT_EQ(child.waitExit(), 0);
 }
 
-TEST_F(ChildStreamsTest, OfAnotherLaunchDoNotLiveOnInALaterChild)
+TEST_F(ChildStreamsTest, OfAnEarlierLaunchAreClosedInALaterChild)
 {
     ProcessLaunch first = start({"count"}, Capture, Capture, DevNull);
     ProcessLaunch second = start({"echo"}, Capture, DevNull, DevNull);
@@ -298,7 +298,7 @@ TEST_F(ChildStreamsTest, StayApartWhicheverOfTheToolsStreamsAreClosed)
     }
 }
 
-TEST_F(ChildStreamsTest, ReportAFailedExecWhicheverOfTheToolsStreamsAreClosed)
+TEST_F(ChildStreamsTest, ReportAFailedExecWhicheverStreamsAreClosed)
 {
     FdOwner const in(open("/dev/null", O_RDONLY));
     FdOwner const out = openForWriting(dir / "out");
@@ -328,7 +328,7 @@ TEST_F(ChildStreamsTest, AreRefusedForAModeThatIsNone)
     EXPECT_EQ(refusalToStart(Capture, Capture, -6), "invalid FD for stderr");
 }
 
-TEST_F(ChildStreamsTest, FailWithTheirOwnWordsWhenThereAreNoDescriptorsLeft)
+TEST_F(ChildStreamsTest, FailWithTheirOwnWordsWithoutDescriptors)
 {
     DescriptorShortage const shortage(1);
     EXPECT_EQ(failureToStart(Capture, Inherit, Inherit), "stdin pipe: Too many open files");
@@ -344,7 +344,7 @@ TEST_F(ChildStreamsTest, FailWithTheirOwnWordsWhenThereAreNoDescriptorsLeft)
               "stdin /dev/null open: Too many open files");
 }
 
-TEST_F(ChildStreamsTest, FailWithTheirOwnWordsWhenTheyCannotBePutInPlace)
+TEST_F(ChildStreamsTest, FailWithTheirOwnWordsWhenDup2Fails)
 {
     int const closed = 900;
     EXPECT_EQ(failureToStart(closed, Inherit, Inherit), "stdin dup2: Bad file descriptor");

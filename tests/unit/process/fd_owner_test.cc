@@ -106,7 +106,7 @@ TEST_F(FdOwnerTest, RaisesAFailedCloseFromItsDestructor)
               "close: Bad file descriptor");
 }
 
-TEST_F(FdOwnerTest, IsQuietAndKeepsErrnoWhileAnExceptionIsInFlight)
+TEST_F(FdOwnerTest, IsQuietAndKeepsErrnoDuringAnException)
 {
     int after = 0;
     EXPECT_EQ(textOf<std::runtime_error>([&] {
@@ -150,7 +150,7 @@ TEST_F(PipeOwnerTest, ClosesTheReadEndAlsoWhenTheWriteEndFails)
     EXPECT_FALSE(isOpen(read_end));
 }
 
-TEST_F(PipeOwnerTest, ClosesTheWriteEndBeforeItRaisesTheReadEndsFailure)
+TEST_F(PipeOwnerTest, ClosesTheWriteEndBeforeRaisingTheReadEndsFailure)
 {
     int write_end = -1;
     EXPECT_EQ(textOf<SystemError>([&] {
@@ -218,7 +218,7 @@ TEST_F(PipeOwnerTest, NeverTakesThePlaceOfAClosedStandardStream)
     }
 }
 
-TEST_F(PipeOwnerTest, LeavesNothingWhenAnEndCannotBeMovedAboveTheStreams)
+TEST_F(PipeOwnerTest, LeavesNothingWhenAnEndCannotBeMoved)
 {
     auto const run = inChild([] {
         close(0);
@@ -235,7 +235,7 @@ TEST_F(PipeOwnerTest, LeavesNothingWhenAnEndCannotBeMovedAboveTheStreams)
     EXPECT_EQ(run.status, 0);
 }
 
-TEST_F(FdOwnerTest, KeptAboveStreamsRaisesTheGivenWordForAFailedOpen)
+TEST_F(FdOwnerTest, KeptAboveStreamsRaisesTheGivenWordForFailedOpens)
 {
     errno = EACCES;
     EXPECT_EQ(textOf<SystemError>([] { orvek::keptAboveStreams(-1, "stdin /dev/null open"); }),

@@ -85,7 +85,7 @@ TEST_F(NonblockWriteTest, RaisesAnyOtherFailure)
               "write: Bad file descriptor");
 }
 
-TEST_F(NonblockWriteTest, RepeatsAWriteThatASignalHasInterruptedWithAllThereIs)
+TEST_F(NonblockWriteTest, RepeatsAnInterruptedWriteWhole)
 {
     PipeOwner const ends = openNonBlocking();
     CallFailure const failure("write", EINTR);

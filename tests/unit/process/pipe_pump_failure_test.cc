@@ -34,7 +34,7 @@ TEST_F(PipePumpFailureTest, RefusesASourceThatPromisesMoreAndGivesNothing)
     waitForAllChildren();
 }
 
-TEST_F(PipePumpFailureTest, FailsForACaptureThatTheLastStageDoesNotHave)
+TEST_F(PipePumpFailureTest, FailsForACaptureTheLastStageLacks)
 {
     pipe.stderrMode = Unspecified;
     pipe.append(stage("exit", "0"));

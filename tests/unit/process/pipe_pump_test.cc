@@ -65,7 +65,7 @@ TEST_F(PipePumpTest, FeedsALastChunkThatComesWithFalse)
     EXPECT_EQ(calls, 1);
 }
 
-TEST_F(PipePumpTest, EndsTheInputOfASourceThatHasNothingAtAll)
+TEST_F(PipePumpTest, EndsTheInputOfAnEmptySource)
 {
     feed(1, 0);
     pipe.append(stage("count"));
@@ -89,7 +89,7 @@ TEST_F(PipePumpTest, DropsTheRestWhenTheFirstStageEndsWithoutReading)
     EXPECT_LT(calls, 100000);
 }
 
-TEST_F(PipePumpTest, DropsTheRestWhenTheFirstStageHasClosedItsInput)
+TEST_F(PipePumpTest, DropsTheRestWhenTheFirstStageClosesItsInput)
 {
     feed(100000, 10000);
     pipe.append(stage("shut", "200"));
@@ -119,14 +119,14 @@ TEST_F(PipePumpTest, WaitsForAStageThatNeverReadsItsInput)
     EXPECT_LT(calls, 100);
 }
 
-TEST_F(PipePumpTest, DropsTheRestWhenTheFirstStageDiesByASignal)
+TEST_F(PipePumpTest, DropsTheRestWhenTheFirstStageIsKilled)
 {
     feed(100000, 10000);
     pipe.append(stage("signal", "11"));
     EXPECT_EQ(pipe.run() & 0x7f, 11);
 }
 
-TEST_F(PipePumpTest, GoesOnWithTheChainWhenTheFirstStageHasEnded)
+TEST_F(PipePumpTest, GoesOnAfterTheFirstStageEnded)
 {
     feed(100000, 10000);
     pipe.append(stage("exit", "1"));
@@ -135,7 +135,7 @@ TEST_F(PipePumpTest, GoesOnWithTheChainWhenTheFirstStageHasEnded)
     EXPECT_EQ(out, "0");
 }
 
-TEST_F(PipePumpTest, EndsTheFeedingWithTheFirstStageEvenIfAGrandchildGoesOnReading)
+TEST_F(PipePumpTest, EndsTheFeedingWithTheFirstStageDespiteAGrandchild)
 {
     feed(100000, 10000);
     pipe.append(stage("orphan", "0"));
@@ -145,7 +145,7 @@ TEST_F(PipePumpTest, EndsTheFeedingWithTheFirstStageEvenIfAGrandchildGoesOnReadi
     EXPECT_EQ(out, "0");
 }
 
-TEST_F(PipePumpTest, LeavesTheFirstStageToABrokenPipeWhenALaterOneEnds)
+TEST_F(PipePumpTest, BreaksTheFirstStagesPipeWhenALaterEnds)
 {
     int first = 0;
     pipe.exitHandler = [&](unsigned long index, int status) {

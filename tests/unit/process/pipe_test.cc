@@ -100,7 +100,7 @@ TEST_F(PipeTest, LeavesUnspecifiedStreamsToTheTools)
     EXPECT_EQ(run.err, "E");
 }
 
-TEST_F(PipeTest, GivesADescriptorOfTheCallersToTheFirstAndTheLastStage)
+TEST_F(PipeTest, GivesTheCallersDescriptorsToFirstAndLastStage)
 {
     TempDir const dir;
     writeFile(dir / "in", "text");
@@ -114,7 +114,7 @@ TEST_F(PipeTest, GivesADescriptorOfTheCallersToTheFirstAndTheLastStage)
     EXPECT_EQ(readFile(dir / "out"), "text one two");
 }
 
-TEST_F(PipeTest, StartsItsStagesWithChildSignalsBlockedAndNothingElseChanged)
+TEST_F(PipeTest, StartsStagesWithOnlyChildSignalsBlocked)
 {
     pipe.append(stage("report"));
     pipe.run();
@@ -123,7 +123,7 @@ TEST_F(PipeTest, StartsItsStagesWithChildSignalsBlockedAndNothingElseChanged)
     EXPECT_THAT(out, HasSubstr("session: inherited\n"));
 }
 
-TEST_F(PipeTest, SeesItsStagesEndWhereTheToolWasStartedWithChildSignalsBlocked)
+TEST_F(PipeTest, SeesStagesEndThoughStartedWithChildSignalsBlocked)
 {
     orvek::SigBlocker blocker;
     blocker.block(SIGCHLD);
@@ -133,7 +133,7 @@ TEST_F(PipeTest, SeesItsStagesEndWhereTheToolWasStartedWithChildSignalsBlocked)
     EXPECT_EQ(blockedSignals().count(SIGCHLD), 1U);
 }
 
-TEST_F(PipeTest, LeavesAnIgnoredPipeSignalIgnoredForItselfAndItsStages)
+TEST_F(PipeTest, LeavesAnIgnoredPipeSignalIgnored)
 {
     signal(SIGPIPE, SIG_IGN);
     pipe.append(stage("report"));
@@ -221,7 +221,7 @@ TEST_F(PipeTest, FillsTheStandardErrorModeTogetherWithItsReceiver)
     EXPECT_EQ(of_stage, "");
 }
 
-TEST_F(PipeTest, KeepsTheStandardErrorModeOfAStageThatHasOne)
+TEST_F(PipeTest, KeepsAStagesOwnStandardErrorMode)
 {
     std::string captured;
     pipe.stderrMode = Capture;
@@ -280,7 +280,7 @@ TEST_F(PipeTest, RaisesAMissingDirectory)
     EXPECT_EQ(textOf<SystemError>([&] { pipe.run(); }), "cwd chdir: No such file or directory");
 }
 
-TEST_F(PipeTest, RaisesAMissingLaterProgramAndLeavesTheFirstToItself)
+TEST_F(PipeTest, RaisesAMissingLaterProgramAndLeavesTheFirst)
 {
     pipe.stdinMode = Capture;
     pipe.append(stage("count"));

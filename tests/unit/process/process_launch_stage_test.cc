@@ -32,7 +32,7 @@ TEST_F(LaunchOneTest, TakesTheProgramFromThePathOrTheFirstArgument)
     EXPECT_EQ(by_path.waitExit(), 3 << 8);
 }
 
-TEST_F(LaunchOneTest, SearchesThePathUnlessTheProgramBeginsWithADotOrASlash)
+TEST_F(LaunchOneTest, SearchesThePathUnlessDotOrSlashComesFirst)
 {
     auto const failure = [](char const* program) {
         return textOf<SystemError>([program] {

@@ -93,7 +93,7 @@ TEST_F(ProcessLaunchTest, PassesArgumentsEvenEmptyOnes)
     EXPECT_THAT(outputOf(Launch({"report", "a b", "", "c"})), HasSubstr("args: [a b] [] [c]\n"));
 }
 
-TEST_F(ProcessLaunchTest, RaisesAMissingProgramAtTheExecAndNotAtTheEnd)
+TEST_F(ProcessLaunchTest, RaisesAMissingProgramAtTheExec)
 {
     Launch launch({});
     launch.path = "no-such-program";
@@ -187,7 +187,7 @@ TEST_F(ProcessLaunchTest, RaisesASessionThatCannotBeStarted)
     EXPECT_EQ(failureOf<SystemError>(launch, 67), "setsid: Operation not permitted");
 }
 
-TEST_F(ProcessLaunchTest, RaisesAReportPipeThatCannotBeMadeCloseOnExec)
+TEST_F(ProcessLaunchTest, RaisesAReportPipeThatCannotCloseOnExec)
 {
     Launch const launch({"report"});
     CallFailure const failure("fcntl", EINVAL);
@@ -205,7 +205,7 @@ TEST_F(ProcessLaunchTest, KeepsTheSignalMask)
     sigprocmask(SIG_UNBLOCK, &mask, nullptr);
 }
 
-TEST_F(ProcessLaunchTest, LetsTheChildInheritWhatIsOpenUnlessToldToCloseIt)
+TEST_F(ProcessLaunchTest, LetsTheChildInheritDescriptorsUnlessToldOtherwise)
 {
     FdOwner const inherited(fcntl(0, F_DUPFD, 60));
     EXPECT_THAT(outputOf(Launch({"report"})), HasSubstr(" 60"));
@@ -302,7 +302,7 @@ TEST_F(ProcessLaunchTest, PrintsPendingTextOnce)
     EXPECT_THAT(run.out, HasSubstr("uerr"));
 }
 
-TEST_F(ProcessLaunchTest, FailsWithTheWordOfThePipeWhenItCannotFork)
+TEST_F(ProcessLaunchTest, FailsWithThePipesWordWhenForkFails)
 {
     auto const run = inChild([] {
         if (geteuid() == 0 && (setgid(65534) != 0 || setuid(65534) != 0))
@@ -329,7 +329,7 @@ TEST_F(ProcessLaunchTest, RepeatsAForkThatASignalHasInterrupted)
     EXPECT_EQ(outputOf(Launch({"say", "out", "\n"})), "out");
 }
 
-TEST_F(ProcessLaunchTest, RaisesAnEndOfAChildsPipeThatCannotBeClosed)
+TEST_F(ProcessLaunchTest, RaisesAPipeEndThatCannotBeClosed)
 {
     for (int call = 1; call <= 4; ++call) {
         Launch launch({"exit", "0"});
@@ -342,7 +342,7 @@ TEST_F(ProcessLaunchTest, RaisesAnEndOfAChildsPipeThatCannotBeClosed)
 
 // What is left open is the read end of the report pipe and the tool's ends of three captures.
 // A close that fails makes the ones after it quiet, so that the first of two failures is told.
-TEST_F(ProcessLaunchTest, ClosesItsPipesFromTheReportToTheStandardInputWhenItEnds)
+TEST_F(ProcessLaunchTest, ClosesItsPipesFromReportToStandardInput)
 {
     auto const failureOfClose = [](int call, FdOwner ProcessLaunch::*closed_before) {
         return textOf<SystemError>([=] {

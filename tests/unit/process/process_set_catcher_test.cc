@@ -235,7 +235,7 @@ TEST_F(ProcessSetCatcherTest, IsNotRemovedWithoutForceWhileChildrenAreRunning)
     EXPECT_EQ(waitpid(child, nullptr, 0), child);
 }
 
-TEST_F(ProcessSetCatcherTest, RaisesFromItsDestructorWhenChildrenAreRunningAndLeavesNoHandler)
+TEST_F(ProcessSetCatcherTest, RaisesFromItsDestructorWhenChildrenAreRunning)
 {
     pid_t child = -1;
     EXPECT_EQ(textOf<std::logic_error>([&] {
@@ -264,7 +264,7 @@ TEST_F(ProcessSetCatcherTest, IsRemovedByForceWhileAnExceptionIsInFlight)
     EXPECT_EQ(waitpid(child, nullptr, 0), child);
 }
 
-TEST_F(ProcessSetCatcherTest, RaisesNothingOnTopOfAnExceptionInFlightAndKeepsErrno)
+TEST_F(ProcessSetCatcherTest, RaisesNothingDuringAnExceptionAndKeepsErrno)
 {
     int after = 0;
     EXPECT_EQ(textOf<std::runtime_error>([&] {

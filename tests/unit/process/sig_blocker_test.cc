@@ -40,7 +40,7 @@ TEST_F(SigBlockerTest, BlocksASignalForTheLengthOfItsScope)
     EXPECT_FALSE(isBlocked(SIGCHLD));
 }
 
-TEST_F(SigBlockerTest, PutsBackTheMaskThatWasThereBeforeTheFirstSignal)
+TEST_F(SigBlockerTest, PutsBackTheMaskBeforeTheFirstSignal)
 {
     {
         SigBlocker blocker;
@@ -66,7 +66,7 @@ TEST_F(SigBlockerTest, LeavesASignalBlockedThatWasBlockedBefore)
     EXPECT_FALSE(isBlocked(SIGCHLD));
 }
 
-TEST_F(SigBlockerTest, RaisesForANumberThatIsNoSignalAndBlocksNothing)
+TEST_F(SigBlockerTest, RaisesForABadSignalNumberAndBlocksNothing)
 {
     SigBlocker blocker;
     EXPECT_EQ(textOf<SystemError>([&] { blocker.block(4711); }), "sigaddset: Invalid argument");
@@ -114,7 +114,7 @@ TEST_F(SigBlockerTest, RaisesFromItsDestructorWhenItCannotRestoreTheMask)
     unblockChildSignal();
 }
 
-TEST_F(SigBlockerTest, IgnoresThatAndKeepsErrnoWhileAnExceptionIsInFlight)
+TEST_F(SigBlockerTest, IgnoresThatAndKeepsErrnoDuringAnException)
 {
     int after = 0;
     EXPECT_EQ(textOf<std::runtime_error>([&] {

@@ -112,7 +112,7 @@ TEST_F(MailnamesCycleOnHost, GivesAMailboxWithoutAQuotaThatOfItsDomain)
                             "setMailboxQuota d.test c 0"));
 }
 
-TEST_F(MailnamesCycleOnHost, PassesAnUnsetQuotaOnWhenTheDomainHasNoDefault)
+TEST_F(MailnamesCycleOnHost, PassesAnUnsetQuotaOnWithoutADefault)
 {
     addDomain(1, "d.test");
     addMailbox(1, "joe", "-1");
@@ -145,7 +145,7 @@ TEST_F(MailnamesCycleOnHost, WarnsOfADefaultQuotaThatCannotBeRead)
     EXPECT_THAT(callsOf("setMailboxQuota"), ElementsAre("setMailboxQuota d.test joe -1"));
 }
 
-TEST_F(MailnamesCycleOnHost, WarnsOfAQuotaThatIsNoNumberAndTakesTheDefault)
+TEST_F(MailnamesCycleOnHost, TakesTheDefaultForAQuotaWithoutNumber)
 {
     setDefaultQuota("500");
     spy.replace(mailnames, "SELECT 1 AS id, 'joe' AS mail_name, 'true' AS postbox, 'false' AS "
@@ -158,7 +158,7 @@ TEST_F(MailnamesCycleOnHost, WarnsOfAQuotaThatIsNoNumberAndTakesTheDefault)
                 ElementsAre("setMailboxQuota d.test joe 500", "setMailboxQuota d.test kim 500"));
 }
 
-TEST_F(MailnamesCycleOnHost, SaysNothingOfTheQuotaOfAMailboxThatIsOff)
+TEST_F(MailnamesCycleOnHost, SkipsTheQuotaOfAMailboxThatIsOff)
 {
     spy.replace(mailnames,
                 "SELECT 1 AS id, 'joe' AS mail_name, 'false' AS postbox, 'false' AS "
@@ -240,7 +240,7 @@ TEST_F(MailnamesCycleOnHost, PassesAMailnameOverWhoseRowLacksAColumn)
     EXPECT_THAT(calls, ElementsAre("addMailname d.test joe", "setMailbox d.test joe 1"));
 }
 
-TEST_F(MailnamesCycleOnHost, PassesARowOfAliasesOrAddressesOverThatLacksItsColumn)
+TEST_F(MailnamesCycleOnHost, SkipsAnAliasOrAddressRowWithoutItsColumn)
 {
     addMailname(7, 1, "joe", ", mail_group", ", 'true'");
     spy.replace("SELECT alias FROM mail_aliases WHERE mn_id=7", "SELECT 'a' AS b");

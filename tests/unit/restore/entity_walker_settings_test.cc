@@ -36,7 +36,7 @@ TEST_F(WalkerSettingsOnHost, SplitsTheRblServers)
     EXPECT_EQ(spy.statements.back(), paramQuery("rbl_server"));
 }
 
-TEST_F(WalkerSettingsOnHost, PassesAnEmptyListOnWhenThePanelUsesNoRblServers)
+TEST_F(WalkerSettingsOnHost, PassesAnEmptyListOnWithoutRblServers)
 {
     setParam("rbl_server", "a.rbl");
     walkedWith(&MailsrvEntitiesCallbacks::setRblServers);

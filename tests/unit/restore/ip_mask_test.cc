@@ -46,7 +46,7 @@ TEST(IpMask, HasNoPrefixForAMaskWithHoles)
         EXPECT_EQ(lengthOf(mask), no_prefix) << mask;
 }
 
-TEST(IpMask, HasNoPrefixForANumberThatIsOutOfRange)
+TEST(IpMask, HasNoPrefixForANumberOutOfRange)
 {
     for (char const* const mask : {"-1", "-256", "4294967296", "9223372036854775807"})
         EXPECT_EQ(lengthOf(mask), no_prefix) << mask;

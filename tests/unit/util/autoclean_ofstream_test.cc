@@ -58,7 +58,7 @@ TEST(AutocleanOFStream, KeepsTheErrorNumberThoughThereIsNothingToRemove)
     EXPECT_EQ(errno, EPROTO);
 }
 
-TEST(AutocleanOFStream, KeepsTheErrorNumberThoughWhatIsLeftCannotBeWritten)
+TEST(AutocleanOFStream, KeepsErrnoThoughTheRestCannotBeWritten)
 {
     TempDir const dir;
     ChildRun const run = inChild([&] {

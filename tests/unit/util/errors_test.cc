@@ -28,7 +28,7 @@ TEST(SystemError, SaysTheMessageAndTheTextOfTheCode)
     EXPECT_STREQ(SystemError("select", EINTR).what(), "select: Interrupted system call");
 }
 
-TEST(SystemError, SaysTheTextOfTheCodeAloneForAnEmptyMessage)
+TEST(SystemError, SaysTheCodesTextForAnEmptyMessage)
 {
     EXPECT_STREQ(SystemError("", ENOENT).what(), "No such file or directory");
 }
@@ -60,7 +60,7 @@ TEST(SystemError, KeepsItsTextThroughACopy)
     EXPECT_STREQ(SystemError(before).what(), "read: Input/output error");
 }
 
-TEST(ThrowSystemError, RaisesATypeOfItsOwnForEachOfTheFiveNumbers)
+TEST(ThrowSystemError, RaisesOneTypeForEachOfFiveNumbers)
 {
     expectRaised<ExSystemError<1>>(EPERM);
     expectRaised<ExSystemError<2>>(ENOENT);
@@ -117,7 +117,7 @@ TEST(FSError, IsTheFilesystemLibrarysErrorWithItsPathsAndText)
     }
 }
 
-TEST(DoubleError, HasAHeadAndATailAroundTheNameOfWhatIsLost)
+TEST(DoubleError, HasAHeadAndTailAroundTheLostName)
 {
     using namespace orvek::mail::postfix;
     EXPECT_EQ(std::string(doubleErrorHead) + "virtual" + doubleErrorTail,

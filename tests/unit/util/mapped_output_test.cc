@@ -182,7 +182,7 @@ TEST_F(MappedOutputTest, IsNotOpenWhereNothingCanBeMapped)
     EXPECT_EQ(buffer.sputn("text", 4), 0);
 }
 
-TEST_F(MappedOutputTest, RefusesWhatTheDiskHasNoRoomForAndSaysWhy)
+TEST_F(MappedOutputTest, RefusesWhatFillsTheDiskAndSaysWhy)
 {
     std::string const written = writtenUpTo(rlim_t(300) * 1024);
     EXPECT_EQ(written.size(), 300U * 1024);
@@ -201,7 +201,7 @@ TEST_F(MappedOutputTest, IsNotOpenOnADiskWithoutAnyRoom)
     EXPECT_EQ(run.status, 0);
 }
 
-TEST_F(MappedOutputTest, TakesHalfAWindowWhereThereIsNoRoomForAWholeOne)
+TEST_F(MappedOutputTest, TakesHalfAWindowWithoutRoomForAWhole)
 {
     MappedOutput whole(path);
     auto const window = std::filesystem::file_size(path);

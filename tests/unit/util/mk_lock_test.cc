@@ -50,7 +50,7 @@ TEST(MKLock, HoldsTheLockForTheLengthOfItsScope)
     EXPECT_FALSE(isHeld(path));
 }
 
-TEST(MKLock, LeavesTheLockFileOnTheDiskAndNoDescriptorOpen)
+TEST(MKLock, LeavesTheLockFileButNoDescriptor)
 {
     TempDir const dir;
     auto const before = openDescriptors();
@@ -136,7 +136,7 @@ TEST(MKLock, RaisesASystemErrorWhenTheLockCannotBeMade)
     EXPECT_EQ(openDescriptors(), before);
 }
 
-TEST(MKLock, RaisesASystemErrorWhenTheFileCanBeOpenedAndNotLocked)
+TEST(MKLock, RaisesASystemErrorWhenLockingFails)
 {
     TempDir const dir;
     std::string const path = dir / "lock";
@@ -177,7 +177,7 @@ TEST(MKLock, OnlyReportsALockFileThatCannotBeClosed)
                                  EBADF));
 }
 
-TEST_F(MKLockOnHost, LocksAFileNamedAfterTheMd5OfThePathByDefault)
+TEST_F(MKLockOnHost, LocksAFileNamedByThePathsMd5)
 {
     std::filesystem::remove_all("/var/lock/files");
     std::filesystem::create_directories("/var/lock/files");

@@ -78,7 +78,7 @@ TEST(TmpFile, BeginsWithTheAutocleanItWasGiven)
     EXPECT_TRUE(fs::is_empty(dir.path()));
 }
 
-TEST(TmpFile, RaisesASystemErrorAndLeavesNothingWhenItCannotBeMade)
+TEST(TmpFile, RaisesASystemErrorAndLeavesNothingWhenMakingFails)
 {
     TempDir const dir;
     auto const before = openDescriptors();
@@ -103,7 +103,7 @@ TEST(TmpFile, ClosesItsDescriptor)
     EXPECT_EQ(openDescriptors(), before);
 }
 
-TEST(TmpFile, SaysOnStandardErrorThatItCouldNotBeRemovedAndGoesOn)
+TEST(TmpFile, SaysThatItsRemovalFailedAndGoesOn)
 {
     TempDir const dir;
     auto const run = printedBy([&] {
@@ -115,7 +115,7 @@ TEST(TmpFile, SaysOnStandardErrorThatItCouldNotBeRemovedAndGoesOn)
     EXPECT_EQ(run.out, "");
 }
 
-TEST(TmpFile, NamesTheReasonOfTheRemovalWhateverBecomesOfStandardOutput)
+TEST(TmpFile, NamesTheReasonWhateverHappensToStandardOutput)
 {
     TempDir const dir;
     auto const run = printedBy([&] {
@@ -127,7 +127,7 @@ TEST(TmpFile, NamesTheReasonOfTheRemovalWhateverBecomesOfStandardOutput)
     EXPECT_EQ(run.err, "TmpFile autoclean failed: No such file or directory\n");
 }
 
-TEST(TmpFile, FailsToWriteAsTheExceptionMaskSaysAndTakesTheFileAway)
+TEST(TmpFile, FailsByTheExceptionMaskAndRemovesTheFile)
 {
     TempDir const dir;
     auto const run = inChild([&] {

@@ -51,7 +51,7 @@ TEST(Uerr, ReachesStandardOutputWhenTheProgramEnds)
     EXPECT_EQ(run.out, "left over");
 }
 
-TEST(Uerr, IsWrittenOnceOnEachStreamByAFlushAndTheEnd)
+TEST(Uerr, IsWrittenOnceOnEachStream)
 {
     auto const run = printedBy([] { uerr << "text" << std::endl; });
     EXPECT_EQ(run.err, "text\n");
@@ -81,7 +81,7 @@ TEST(Uerr, PassesEveryByte)
     EXPECT_EQ(run.out, bytes);
 }
 
-TEST(UtilityErrorStreamBuf, PassesTheEndOfFileOverAndReturnsWhatItWasGiven)
+TEST(UtilityErrorStreamBuf, SkipsEndOfFileAndReturnsWhatItWasGiven)
 {
     class Probe : public orvek::UtilityErrorStreamBuf
     {

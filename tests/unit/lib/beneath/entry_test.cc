@@ -92,7 +92,7 @@ TEST_P(EntryEachWay, IsRenamedFromOneDirectoryToAnother)
     EXPECT_EQ(readFile(path("sub/deep/file")), "other");
 }
 
-TEST_P(EntryEachWay, IsRenamedOnlyToAFreeNameWhereThatIsAskedFor)
+TEST_P(EntryEachWay, IsRenamedOnlyToAFreeNameWhenAsked)
 {
     fs::create_symlink("none", path("dangling"));
     int const at = root.get();
@@ -103,7 +103,7 @@ TEST_P(EntryEachWay, IsRenamedOnlyToAFreeNameWhereThatIsAskedFor)
     EXPECT_EQ(readFile(path("sub/new")), "text");
 }
 
-TEST_F(Entry, IsRenamedToAFreeNameOnFileSystemsThatCannotPromiseIt)
+TEST_F(Entry, IsRenamedToAFreeNameWithoutTheKernelsPromise)
 {
     int const at = root.get();
     for (int const error : {EINVAL, ENOSYS}) {
@@ -140,7 +140,7 @@ TEST_P(EntryEachWay, GetsItsModeAsAFileOrADirectory)
     EXPECT_EQ(errno, 0);
 }
 
-TEST_F(Entry, GivesNoRightsToALinkAFifoOrAFurtherName)
+TEST_F(Entry, GivesNoRightsToLinksFifosOrSecondNames)
 {
     fs::create_symlink(outside + "/file", path("link"));
     fs::create_hard_link(outside + "/file", path("hard"));

@@ -65,7 +65,7 @@ TEST_F(MadeDirectory, GivesNothingToALinkThatTakesItsPlace)
     EXPECT_NE(modeOf(outside), 0750U);
 }
 
-TEST_F(MadeDirectory, TellsThatItWasMadeWhenItsRightsCannotBeSet)
+TEST_F(MadeDirectory, TellsThatItWasMadeWhenRightsFail)
 {
     Making making = Making::there;
     CallFailure const failing("fchmod", EIO);

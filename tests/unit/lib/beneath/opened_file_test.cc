@@ -119,7 +119,7 @@ TEST_F(OpenedFile, OpensNoFileThatIsLargerThanTold)
     EXPECT_GE(readable(root.get(), "sub/file", any_size), 0);
 }
 
-TEST_F(OpenedFile, IsNotLedAwayByALinkThatTakesItsPlace)
+TEST_F(OpenedFile, IsNotLedAwayByASwappedInLink)
 {
     BeforeCall const swap("openat", 1, [&] {
         fs::remove(path("sub/file"));

@@ -80,7 +80,7 @@ TEST_P(TreeEachWay, IsRemovedWithItsTopOrWithout)
     EXPECT_FALSE(fs::exists(path("file")));
 }
 
-TEST_P(TreeEachWay, IsRemovedWithItsLinksAndNotWhatTheyLeadTo)
+TEST_P(TreeEachWay, IsRemovedWithItsLinksButNotTheirTargets)
 {
     fs::create_directory_symlink(outside, path("sub/way"));
     fs::create_symlink(outside + "/file", path("sub/deep/link"));
@@ -91,7 +91,7 @@ TEST_P(TreeEachWay, IsRemovedWithItsLinksAndNotWhatTheyLeadTo)
     expectOutsideUntouched();
 }
 
-TEST_P(TreeEachWay, IsNotReachedThroughALinkOrANameThatLeadsElsewhere)
+TEST_P(TreeEachWay, IsNotReachedThroughLinksOrLeavingNames)
 {
     fs::create_directory_symlink(outside, path("way"));
     EXPECT_BARRED(remove(root.get(), "way/sub"), ELOOP);
@@ -133,14 +133,14 @@ TEST_F(TreeBeneath, IsRemovedWhereManyDirectoriesLieDeep)
     EXPECT_FALSE(fs::exists(path("top")));
 }
 
-TEST_F(TreeBeneath, IsNotLeftByALinkThatTakesADirectorysPlace)
+TEST_F(TreeBeneath, IsNotLeftByALinkForADirectory)
 {
     BeforeCall const swap("syscall", 2, [&] { swapForLink("sub/deep"); });
     EXPECT_BARRED(remove(root.get(), "sub"), ELOOP);
     expectOutsideUntouched();
 }
 
-TEST_F(TreeBeneath, IsNotLeftByWayOfADirectoryThatIsMovedMeanwhile)
+TEST_F(TreeBeneath, IsNotLeftThroughADirectoryMovedMeanwhile)
 {
     makeDeep(root.get(), "top", 40);
     std::string deepest = path("top");
@@ -192,7 +192,7 @@ TEST_P(TreeEachWay, GetsItsModesAndLeavesOtherKindsAlone)
     EXPECT_EQ(errno, 0);
 }
 
-TEST_F(TreeBeneath, GivesNoRightsToALinkThatTakesAFilesPlace)
+TEST_F(TreeBeneath, GivesNoRightsToASwappedInLink)
 {
     fs::remove(path("sub/deep"));
     BeforeCall const swap("fstat", 2, [&] {

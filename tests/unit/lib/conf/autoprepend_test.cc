@@ -103,7 +103,7 @@ TEST(Autoprepend, ReportsThatThereIsNoMemoryForTheConfiguration)
     EXPECT_EQ(run.out, run.err);
 }
 
-TEST(OrvConfGet, GivesTheValueOfTheFileOrNullWithoutADefault)
+TEST(OrvConfGet, GivesTheFilesValueOrNullWithoutDefault)
 {
     auto const run = withLoaded("NO_RESTART_DAEMON 1\n", [] {
         return same(orvConfGet("NO_RESTART_DAEMON"), "1") && !orvConfGet("PRODUCT_ROOT_D") ? 0 : 1;
@@ -181,7 +181,7 @@ TEST(OrvConfGetDefault, LooksUpAllNamesOfTheTableButTheLast)
                         "/etc/orv/orv.conf nor in compile-time defaults\n");
 }
 
-TEST(OrvConfGetDefault, ReportsANameOutsideTheTableEvenIfTheFileHasIt)
+TEST(OrvConfGetDefault, ReportsANameOutsideTheTableThoughConfigured)
 {
     auto const run = withLoaded("NO_RESTART_DAEMON 1\n", [] {
         errno = 0;
@@ -218,7 +218,7 @@ TEST_F(AutoprependOnHost, ReadsAGoodFileOnlyOnce)
     EXPECT_EQ(run.status, 0);
 }
 
-TEST_F(AutoprependOnHost, GivesNullOrTheDefaultForAMissingFileAndReportsAtEachLookup)
+TEST_F(AutoprependOnHost, ReportsAMissingFileAtEachLookup)
 {
     auto const run = inChild([] {
         LogLevel = 12;

@@ -128,7 +128,7 @@ TEST(ConfReadFile, EndsAValueAtTheEndOfTheFile)
     EXPECT_EQ(valueIn("NAME value"), "value");
 }
 
-TEST(ConfReadFile, LosesOneCharacterOfAnOddRunOfWhiteSpaceAndNoneOfAnEvenOne)
+TEST(ConfReadFile, LosesOneCharacterOfAnOddRunOfSpaceOnly)
 {
     EXPECT_EQ(valueIn("NAME value   # comment"), "value  ");
     EXPECT_EQ(valueIn("NAME value    # comment"), "value    ");
@@ -161,7 +161,7 @@ TEST(ConfReadFile, TakesBytesAbove127AsPartOfTheValue)
     EXPECT_EQ(valueIn("NAME /b\xc3\xbc\xff\n"), "/b\xc3\xbc\xff");
 }
 
-TEST(ConfReadFile, ReportsALineWithoutASpaceBehindTheNameAndGoesOn)
+TEST(ConfReadFile, ReportsALineWithoutSpaceAfterTheName)
 {
     std::string const text = "NAME=x\nOTHER y\n";
     auto const run = reportsOn(text);
@@ -181,7 +181,7 @@ TEST(ConfReadFile, ReportsALineThatBeginsWithAnotherCharacter)
               "Invalid variable definition \xc3\xbc x\nExpected a space after variable name\n\n");
 }
 
-TEST(ConfReadFile, ReportsANameAtTheVeryEndOfTheFileAsOneWithoutASpace)
+TEST(ConfReadFile, ReportsANameAtTheEndOfTheFile)
 {
     EXPECT_EQ(reportsOn("NAME").err,
               "Invalid variable definition NAME\nExpected a space after variable name\n\n");
@@ -250,7 +250,7 @@ TEST(ConfReadFile, SortsWhatItRead)
     EXPECT_STREQ(conf->data[2].key, "C");
 }
 
-TEST(ConfReadFile, FindsEveryVariableOfAFileThatLetTheArrayGrow)
+TEST(ConfReadFile, FindsEveryVariableAfterTheArrayGrew)
 {
     Conf const conf = confOf(variables(81));
     EXPECT_EQ(conf->nmemb, 81U);
@@ -284,7 +284,7 @@ TEST(ConfReadFile, ReportsAFileThatCannotBeOpenedAndKeepsErrno)
     EXPECT_EQ(run.out, run.err);
 }
 
-TEST(ConfReadFile, ReportsAReadErrorKeepsErrnoAndTheEntriesReadBefore)
+TEST(ConfReadFile, ReportsAReadErrorAndKeepsErrnoAndEntries)
 {
     auto const run = inChild([] {
         LogLevel = 12;
@@ -297,7 +297,7 @@ TEST(ConfReadFile, ReportsAReadErrorKeepsErrnoAndTheEntriesReadBefore)
     EXPECT_EQ(run.out, run.err);
 }
 
-TEST(ConfReadFile, KeepsTheEntriesReadBeforeAReadErrorInTheMiddleOfTheFile)
+TEST(ConfReadFile, KeepsTheEntriesBeforeAReadError)
 {
     std::deque<std::string> const ways[] = {{"NAME v\nOTHER w\n", ""}, {"NAME v\nOTHER w", ""}};
     for (auto const& way : ways) {

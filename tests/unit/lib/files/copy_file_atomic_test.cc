@@ -107,7 +107,7 @@ TEST_F(CopyFileAtomic, EndsTheProcessWithoutATemporaryFile)
                                  ENOENT));
 }
 
-TEST_F(CopyFileAtomic, EndsTheProcessForASourceThatIsNoRegularFile)
+TEST_F(CopyFileAtomic, EndsTheProcessForAnIrregularSource)
 {
     std::filesystem::create_directory(src);
     expectFailure("open", EISDIR);
@@ -123,7 +123,7 @@ TEST_F(CopyFileAtomic, EndsTheProcessForASourceThatIsNoRegularFile)
     expectFailure("open", EINVAL);
 }
 
-TEST_F(CopyFileAtomic, EndsTheProcessWhenAStepFailsAndLeavesTheTargetAsItWas)
+TEST_F(CopyFileAtomic, LeavesTheTargetUntouchedWhenAFailedStepEndsIt)
 {
     expectFailureOf("read", 1, "read");
     expectFailureOf("write", 1, "write");
@@ -132,7 +132,7 @@ TEST_F(CopyFileAtomic, EndsTheProcessWhenAStepFailsAndLeavesTheTargetAsItWas)
     expectFailureOf("close", 3, "flush");  // the first two are of the source's opening
 }
 
-TEST_F(CopyFileAtomic, ReplacesALinkAtTheTargetAndNotWhatItLeadsTo)
+TEST_F(CopyFileAtomic, ReplacesALinkAtTheTargetNotItsTarget)
 {
     writeFile(src, "new");
     writeFile(dir / "theirs", "secret");

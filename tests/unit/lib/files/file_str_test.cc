@@ -76,7 +76,7 @@ TEST_F(FileStrOnHost, LeavesTheDefaultModeToAFileThatItCreates)
     expectOwnerAndMode(getuid(), getgid(), 0644);
 }
 
-TEST_F(FileStrOnHost, KeepsErrnoOverAFileThatIsMissingAndMayBe)
+TEST_F(FileStrOnHost, KeepsErrnoOverAFileThatMayBeMissing)
 {
     errno = 0;
     EXPECT_EQ(edit("a", FILE_ADD), 0);
@@ -95,7 +95,7 @@ TEST_F(FileStrOnHost, RestoresOwnerAndModeOfAFileThatItRewrites)
     EXPECT_EQ(readFile(path), "a\nb\n");
 }
 
-TEST_F(FileStrOnHost, SetsOwnerAndModeOfAFileThatItOnlyAddsTo)
+TEST_F(FileStrOnHost, SetsOwnerAndModeWhenItOnlyAddsLines)
 {
     writeFile(path, "a\n");
     ASSERT_EQ(chown(path.c_str(), some_uid, some_gid), 0);
@@ -168,7 +168,7 @@ TEST_F(FileStrOnHost, ReportsALockThatCannotBeTaken)
     EXPECT_FALSE(std::filesystem::exists(path));
 }
 
-TEST_F(FileStrOnHost, ReportsALockFileThatCannotBeOpenedAndDoesNothing)
+TEST_F(FileStrOnHost, DoesNothingWithoutItsLockFile)
 {
     auto const run = inChild([&] {
         CallFailure const failing("open", EACCES);

@@ -213,7 +213,7 @@ TEST_F(Libdir, GivesNothingToALinkInTheDirectorysPlace)
     EXPECT_EQ(modeOf(dir / "true"), 0700U);
 }
 
-TEST_F(Libdir, GivesNothingToALinkThatTakesANewDirectorysPlace)
+TEST_F(Libdir, GivesNothingToALinkForANewDirectory)
 {
     fs::create_directory(dir / "true");
     ASSERT_EQ(chmod((dir / "true").c_str(), 0700), 0);
@@ -273,7 +273,7 @@ TEST_F(Libdir, MakesEachMissingComponentWithMode0755)
     EXPECT_EQ(modeOf(nested), 0755U);
 }
 
-TEST_F(Libdir, HasNothingToDoForTheRootAndTheEmptyPath)
+TEST_F(Libdir, DoesNothingForRootAndTheEmptyPath)
 {
     EXPECT_EQ(createNestedDirectory("/"), 1);
     EXPECT_EQ(createNestedDirectory(""), 1);
@@ -290,7 +290,7 @@ TEST_F(Libdir, FailsInSilenceForAComponentThatIsNoDirectory)
     }
 }
 
-TEST_F(Libdir, FailsWithTheErrorOfAComponentThatCannotBeMade)
+TEST_F(Libdir, FailsWithTheErrorOfTheFailedComponent)
 {
     std::string const path = dir / std::string(300, 'a');
     EXPECT_EQ(createNestedDirectory(path.c_str()), 0);

@@ -105,7 +105,7 @@ TEST_F(LibtreeFaults, EndsTheProcessWhenTheWayBackIsBarred)
               report("Unable to restore & close current dir d", EIO));
 }
 
-TEST_F(LibtreeFaults, RmTreeDoesNotFollowALinkThatTakesADirectorysPlaceMeanwhile)
+TEST_F(LibtreeFaults, RmTreeFollowsNoLinkSwappedInForADirectory)
 {
     std::string const sub = tree + "/sub";
     EXPECT_EQ(lastWords([&] {
@@ -119,7 +119,7 @@ TEST_F(LibtreeFaults, RmTreeDoesNotFollowALinkThatTakesADirectorysPlaceMeanwhile
     EXPECT_TRUE(fs::exists(outside + "/file"));
 }
 
-TEST_F(LibtreeFaults, ChmodTreeDoesNotFollowALinkThatTakesAFilesPlaceMeanwhile)
+TEST_F(LibtreeFaults, ChmodTreeFollowsNoLinkSwappedInForAFile)
 {
     std::string const file = tree + "/file";
     for (char const* const call : {"openat", "chmod"}) {

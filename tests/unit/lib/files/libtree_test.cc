@@ -234,7 +234,7 @@ TEST_F(LibtreeOnHost, ChownTreeChangesFilesAndDirectoriesOnly)
     EXPECT_EQ(infoOf(tree).st_gid, daemon->pw_gid);
 }
 
-TEST_F(LibtreeOnHost, ChownTreeDoesNotFollowALinkThatTakesAFilesPlaceMeanwhile)
+TEST_F(LibtreeOnHost, ChownTreeFollowsNoLinkSwappedInForAFile)
 {
     TempDir const dir;
     writeFile(dir / "file", "");

@@ -127,7 +127,7 @@ TEST_F(LineEdit, RemovesLinesThatEqualAString)
         EXPECT_EQ(removed("a\nb\na\nab\n", "a", FILE_REMOVE, set), "b\nab\n");
 }
 
-TEST_F(LineEdit, RemovesALineWhetherOrNotTheStringEndsInANewline)
+TEST_F(LineEdit, RemovesALineWhetherOrNotGivenANewline)
 {
     EXPECT_EQ(removed("a\nb\n", "a\n", FILE_REMOVE), "b\n");
     EXPECT_EQ(removed("b\na", "a\n", FILE_REMOVE), "b\n");
@@ -174,7 +174,7 @@ TEST_F(LineEdit, DropsLinesThatBeginWithTheString)
     EXPECT_EQ(removed("ab\nba\na\n", "a", FILE_REMSUB, FILE_BEGIN), "ba\n");
 }
 
-TEST_F(LineEdit, DropsLinesThatEndWithTheStringTheNewlineNotCounted)
+TEST_F(LineEdit, DropsLinesThatEndWithTheString)
 {
     EXPECT_EQ(removed("ab\nba\na\nca", "a", FILE_REMSUB, FILE_END), "ab\n");
     EXPECT_EQ(removed("a\n", "ba", FILE_REMSUB, FILE_END), "a\n");
@@ -229,7 +229,7 @@ TEST_F(LineEdit, OverwritesATemporaryFileThatAFailureLeftBehind)
     }
 }
 
-TEST_F(LineEdit, DoesNotFollowALinkInThePlaceOfTheTemporaryFile)
+TEST_F(LineEdit, DoesNotFollowALinkAtTheTemporaryFile)
 {
     writeFile(path, "a\n");
     writeFile(dir / "precious", "text");

@@ -28,7 +28,7 @@ protected:
 
 } // namespace
 
-TEST_F(NextEntry, GivesEachNameButTheDirectoryAndTheOneAboveIt)
+TEST_F(NextEntry, GivesEachNameButDotAndDotDot)
 {
     std::set<std::string> names;
     while (next_entry(stream, &name) == 1)

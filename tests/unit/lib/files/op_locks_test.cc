@@ -61,7 +61,7 @@ TEST_F(OpLocks, CreateTheLockFileAndLeaveItOnTheDisk)
     EXPECT_EQ(modeOf(path), 0644U);
 }
 
-TEST_F(OpLocks, OpenTheLockFileForReadingAndWritingAndEmptyIt)
+TEST_F(OpLocks, OpenTheLockFileReadWriteAndEmptyIt)
 {
     writeFile(path, "text");
     lock_struct_t* const lock = mk_lock(path.c_str(), plain);
@@ -70,7 +70,7 @@ TEST_F(OpLocks, OpenTheLockFileForReadingAndWritingAndEmptyIt)
     EXPECT_EQ(rm_lock(lock), 0);
 }
 
-TEST_F(OpLocks, OpenNoLinkNoFifoAndNoFileWithAFurtherName)
+TEST_F(OpLocks, OpenNoLinkNoFifoAndNoDoublyNamedFile)
 {
     std::string const outside = dir / "outside";
     writeFile(outside, "theirs");

@@ -107,7 +107,7 @@ TEST_F(Semaphores, EndTheProcessWhenTheirDirectoryCannotBeMade)
               withErrno("failed to open semaphore file " + file + ": Not a directory", ENOTDIR));
 }
 
-TEST_F(Semaphores, EndTheProcessForALinkOrAFifoInTheirFilesPlace)
+TEST_F(Semaphores, EndTheProcessForALinkOrFifoInstead)
 {
     std::filesystem::create_directories(root + "/var");
     auto const words = [&] {
@@ -229,7 +229,7 @@ TEST_F(Semaphores, AreAskedForAgainWhenASignalComesInBetween)
     }
 }
 
-TEST_F(Semaphores, AreHeldByAnotherProcessForBothErrorsThatSaySo)
+TEST_F(Semaphores, AreHeldByAnotherProcessForBothErrors)
 {
     for (int const error : {EAGAIN, EACCES}) {
         auto const result = run([=] {

@@ -85,7 +85,7 @@ TEST(GetEnvPassword, GivesTheEncryptedPasswordAndRemovesIt)
     EXPECT_EQ(run.status, 0);
 }
 
-TEST(GetEnvPassword, PrefersThePlainOneAndLeavesTheOtherInTheEnvironment)
+TEST(GetEnvPassword, PrefersThePlainOneAndLeavesTheOther)
 {
     auto const run = withPasswords("secret", "$1$hash", [] {
         char const* password = nullptr;

@@ -199,7 +199,7 @@ TEST_F(GetIfaceinfo, AcceptsANullNum)
     EXPECT_STREQ(list[0].name, "eth0");
 }
 
-TEST_F(GetIfaceinfo, AsksAgainWithTwiceTheRoomUntilTheAnswerLeavesSome)
+TEST_F(GetIfaceinfo, DoublesTheRoomUntilTheAnswerFits)
 {
     struct Row
     {
@@ -215,7 +215,7 @@ TEST_F(GetIfaceinfo, AsksAgainWithTwiceTheRoomUntilTheAnswerLeavesSome)
     }
 }
 
-TEST_F(GetIfaceinfo, ReportsAHardwareAddressThatIsNotToldAndTakesZeroes)
+TEST_F(GetIfaceinfo, TakesZeroesForAnUnknownHardwareAddress)
 {
     auto const run = inChild([this] {
         scripted.interfaces = {{"eth0", "192.0.2.7", "255.255.255.0", nullptr}};
@@ -228,7 +228,7 @@ TEST_F(GetIfaceinfo, ReportsAHardwareAddressThatIsNotToldAndTakesZeroes)
     EXPECT_EQ(run.out, run.err);
 }
 
-TEST_F(GetIfaceinfo, TakesAFullMaskInSilenceWhenItIsNotTold)
+TEST_F(GetIfaceinfo, TakesAFullMaskWhenThereIsNone)
 {
     auto const run = inChild([this] {
         scripted.interfaces = {{"eth0", "192.0.2.7", nullptr, mac}};

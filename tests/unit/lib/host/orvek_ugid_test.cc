@@ -84,7 +84,7 @@ TEST(OrvekGetpw, DoesNotReportAnErrorOfAnEarlierCall)
     EXPECT_EQ(run.err.find(strerror(EXDEV)), std::string::npos);
 }
 
-TEST(OrvekUgid, GivesTheUidForCommandZeroAndTheGidForOthers)
+TEST(OrvekUgid, GivesUidForCommandZeroAndGidForOthers)
 {
     passwd const user = syncUser();
     EXPECT_EQ(orvek_ugid("sync", 0), user.pw_uid);
@@ -140,7 +140,7 @@ TEST(GetGidById, ReportsAnUnknownGroup)
     EXPECT_EQ(run.out, run.err);
 }
 
-TEST(GetGroupId, TakesDigitsAsANumberAndAnythingElseAsAName)
+TEST(GetGroupId, TakesDigitsAsNumberAndAllElseAsName)
 {
     gid_t const gid = getgrnam("daemon")->gr_gid;
     EXPECT_EQ(get_group_id("daemon"), gid);
@@ -148,7 +148,7 @@ TEST(GetGroupId, TakesDigitsAsANumberAndAnythingElseAsAName)
     EXPECT_EQ(get_group_id(""), 0U);
 }
 
-TEST(GetGroupId, DoesNotTakeANumberPastTheLastGidForAnotherGroup)
+TEST(GetGroupId, RefusesANumberAboveTheLastGid)
 {
     auto const run = inChild([] { return static_cast<int>(get_group_id("4294967297")); });
     EXPECT_EQ(run.status, 0);

@@ -171,7 +171,7 @@ TEST_F(ProcessStatusOnHost, ReadsTheLinkOfTheProgram)
                              {3, "exe /" + std::string(4094, 'x') + " " + no_ids}}));
 }
 
-TEST_F(ProcessStatusOnHost, ShowsAProcessOnlyWhenAllThatWasAskedForIsThere)
+TEST_F(ProcessStatusOnHost, ShowsAProcessOnlyWithEverythingAskedFor)
 {
     file("2", "stat", "2 (two) S 1");
     file("2", "status", status_text);

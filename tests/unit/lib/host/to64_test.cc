@@ -12,7 +12,7 @@ TEST(Itoa64, IsTheAlphabetOfPasswordSalts)
     EXPECT_STREQ(itoa64, "./0123456789ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz");
 }
 
-TEST(To64, WritesAsManyCharactersAsItIsToldAndNoNul)
+TEST(To64, WritesTheGivenCountOfCharactersWithoutNul)
 {
     std::string text = "##########";
     to64(text.data() + 1, 8);

@@ -80,7 +80,7 @@ TEST(IdnToascii, GivesAnAsciiDomainBack)
     EXPECT_EQ(taken(idn_toascii("")), "");
 }
 
-TEST(IdnToascii, GivesNullAndTheResultForADomainThatIsRefused)
+TEST(IdnToascii, GivesNullAndTheResultForARefusedDomain)
 {
     auto const run = inChild([] {
         return idn_toascii(longLabel().c_str()) == nullptr && idn_errno == 5 &&
@@ -153,7 +153,7 @@ TEST(IdnToutf8, ConvertsADomain)
     EXPECT_EQ(taken(idn_toutf8("example.com")), "example.com");
 }
 
-TEST(IdnToutf8, GivesNullAndTheResultForTextThatIsNoUtf8)
+TEST(IdnToutf8, GivesNullAndTheResultForInvalidUtf8)
 {
     auto const run =
         inChild([] { return idn_toutf8("\xff\xfe") == nullptr && idn_errno == 9 ? 0 : 1; });
@@ -308,7 +308,7 @@ TEST(IdnUrlToascii, ReportsAHostThatIsRefused)
     EXPECT_EQ(run.out, run.err);
 }
 
-TEST(IdnUrlToascii, AcceptsAUrlThatFillsTheBufferAndReportsOneThatDoesNotFit)
+TEST(IdnUrlToascii, AcceptsAUrlThatFillsTheBufferAndNoLonger)
 {
     std::string const url = "http://example.com/" + std::string(4095 - 19, 'p');
     EXPECT_EQ(asciiUrl(url), url);

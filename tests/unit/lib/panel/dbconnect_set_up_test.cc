@@ -30,7 +30,7 @@ protected:
 
 } // namespace
 
-TEST_F(DbConnectSetUpOnHost, DoesNotMindAServerThatRefusesToLetForeignKeysBe)
+TEST_F(DbConnectSetUpOnHost, AcceptsAServerThatRefusesTheForeignKeySetting)
 {
     EXPECT_TRUE(connectsWith("set foreign_key_checks=0", "nonsense"));
     EXPECT_STREQ(message, "");
@@ -121,7 +121,7 @@ TEST_F(DbConnectSetUpOnHost, EndsTheSetUpAtTheStepThatFails)
     }
 }
 
-TEST_F(DbConnectSetUpOnHost, KeepsAConnectionWhoseStepFailedWithoutAnErrorOfTheServers)
+TEST_F(DbConnectSetUpOnHost, KeepsAConnectionWhoseStepFailedWithoutAServerError)
 {
     EXPECT_TRUE(connectsWith(version_query, "SELECT 1 FROM misc WHERE 1=0", db_connect_nothrow));
     EXPECT_STREQ(message, "DB error (fetch version row): unknown error");
@@ -134,7 +134,7 @@ TEST_F(DbConnectSetUpOnHost, KeepsAConnectionWhoseStepFailedWithoutAnErrorOfTheS
     EXPECT_EQ(spy.statements.size(), 2U);
 }
 
-TEST_F(DbConnectSetUpOnHost, KeepsTheCompatibilityWhenTheSetUpDoesNotGetThatFar)
+TEST_F(DbConnectSetUpOnHost, KeepsTheCompatibilityWhenTheSetUpEndsEarly)
 {
     _mysql41_compatible = 1;
     EXPECT_FALSE(connectsWith(version_query, "SELECT * FROM gone"));

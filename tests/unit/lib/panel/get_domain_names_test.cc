@@ -48,7 +48,7 @@ TEST_F(GetDomainNamesOnHost, EndsTheProcessForAnUnknownNameUnlessTold)
     expectNothing([](MYSQL* my) { return get_dom_id_noerr("unknown.test", 1, my); });
 }
 
-TEST_F(GetDomainNamesOnHost, EndsTheProcessForANameThatHasNoAsciiForm)
+TEST_F(GetDomainNamesOnHost, EndsTheProcessForANameWithoutAsciiForm)
 {
     auto const text = "idn_toascii() failed: Invalid length\n";
     EXPECT_EQ(fatalReportOf([] { return get_dom_id(std::string(64, 'x').c_str(), nullptr); }),

@@ -84,7 +84,7 @@ TEST_F(PanelQueryOnHost, FailsWithoutAResult)
     EXPECT_STREQ(query.error(), "");
 }
 
-TEST_F(PanelQueryOnHost, HasNoValueForNullAndForAColumnThatThereIsNot)
+TEST_F(PanelQueryOnHost, HasNoValueForNullOrAMissingColumn)
 {
     PanelQuery query(nullptr);
     ASSERT_TRUE(query.run("SELECT NULL, 'b'"));

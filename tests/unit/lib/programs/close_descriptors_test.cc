@@ -79,7 +79,7 @@ TEST(CloseDescriptors, LeavesTheExceptedOneWhereverItLies)
         });
 }
 
-TEST(CloseDescriptors, TakesAStandardStreamOrNothingForAnExceptionThatChangesNothing)
+TEST(CloseDescriptors, NeedsNoExceptionForAStandardStream)
 {
     for (int const kept : {-1, 0, 2, 1000})
         expectSuccessBothWays([=] {
@@ -91,7 +91,7 @@ TEST(CloseDescriptors, TakesAStandardStreamOrNothingForAnExceptionThatChangesNot
         });
 }
 
-TEST(CloseDescriptors, TakesNoTimeForALimitAsHighAsItGets)
+TEST(CloseDescriptors, TakesNoTimeForTheHighestLimit)
 {
     expectSuccessBothWays([] {
         setDescriptorLimit(RLIM_INFINITY);

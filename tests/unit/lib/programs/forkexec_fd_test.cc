@@ -91,7 +91,7 @@ TEST(ForkExecvFd, ReportsMegabytes)
     EXPECT_EQ(run.status, 0);
 }
 
-TEST(ForkExecvFd, RefusesTheStandardInputAndTheStandardOutputInTheirPlaces)
+TEST(ForkExecvFd, RefusesStandardInputAndOutputInTheirOwnPlaces)
 {
     for (auto const& [in, out] : {std::pair(0, 7), std::pair(7, 1), std::pair(0, 1)}) {
         auto const run = tidyRun([in = in, out = out] {
@@ -103,7 +103,7 @@ TEST(ForkExecvFd, RefusesTheStandardInputAndTheStandardOutputInTheirPlaces)
     }
 }
 
-TEST(ForkExecvFd, DoesNotStartTheProgramOnAnotherStandardStreamOrAClosedDescriptor)
+TEST(ForkExecvFd, StartsNoProgramOnAWrongOrClosedDescriptor)
 {
     for (auto const& [in, out] : {std::pair(1, 7), std::pair(2, 7), std::pair(7, 0),
                                   std::pair(7, 2), std::pair(-1, 7), std::pair(7, 999)}) {
@@ -131,7 +131,7 @@ TEST(ForkExecvFd, ReportsAMissingProgram)
     EXPECT_EQ(run.status, 0);
 }
 
-TEST(ForkExecvFd, GuessesAtAMissingNullWhenTheVectorIsNoVector)
+TEST(ForkExecvFd, SuspectsAMissingNullInABadVector)
 {
     auto const run = tidyRun([] {
         auto const* const nowhere = reinterpret_cast<char const* const*>(8);
@@ -191,7 +191,7 @@ TEST(ForkExecvFd, InheritsTheOtherDescriptorsButNotThePipe)
     EXPECT_EQ(run.status, 0);
 }
 
-TEST(ForkExecvFd, EndsTheProcessWhenItCannotForkOrMakeThePipe)
+TEST(ForkExecvFd, EndsTheProcessWithoutAForkOrAPipe)
 {
     auto const no_fork = tidyRun([] {
         failFork(EAGAIN);

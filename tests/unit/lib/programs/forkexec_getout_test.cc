@@ -42,7 +42,7 @@ TEST(ForkExecvGetout, CollectsTheStandardOutputAndLeavesTheStandardErrorAlone)
     EXPECT_EQ(run.status, 0);
 }
 
-TEST(ForkExecvGetout, GivesMinusOneForAChildThatDiedByASignal)
+TEST(ForkExecvGetout, GivesMinusOneForASignalledChild)
 {
     auto const run = tidyRun([] { printOutput("kill -KILL $$"); });
     EXPECT_EQ(run.out, "-1||");
@@ -69,7 +69,7 @@ TEST(ForkExecvGetout, DrainsMegabytes)
     EXPECT_EQ(run.status, 0);
 }
 
-TEST(ForkExecvGetout, NoticesThatTheChildHasEndedWhileItsStreamIsHeldOpen)
+TEST(ForkExecvGetout, NoticesTheChildsEndWhileItsStreamIsHeld)
 {
     TempDir const dir;
     auto const run = tidyRun([&] {
@@ -80,7 +80,7 @@ TEST(ForkExecvGetout, NoticesThatTheChildHasEndedWhileItsStreamIsHeldOpen)
     EXPECT_EQ(run.status, 0);
 }
 
-TEST(ForkExecvGetout, EndsTheProcessWithoutAPipeThatItCanReadWithoutWaiting)
+TEST(ForkExecvGetout, EndsTheProcessWhenThePipeStaysBlocking)
 {
     auto const no_pipe = tidyRun([] {
         failSystemCall(SYS_pipe, EMFILE);
@@ -111,7 +111,7 @@ TEST(ForkExeclGetout, TakesAListOfAnyLength)
     EXPECT_EQ(run.status, 0);
 }
 
-TEST(ForkExeclGetout, EndsTheProcessWhenThereIsNoMemoryForTheList)
+TEST(ForkExeclGetout, EndsTheProcessWithoutMemoryForTheList)
 {
     auto const run = tidyRun([] {
         char* out = nullptr;

@@ -82,7 +82,7 @@ TEST(ForkExecvGetouterr, GivesTheExitStatus)
     }
 }
 
-TEST(ForkExecvGetouterr, GivesMinusOneForAChildThatDiedByASignalAndKeepsWhatItPrinted)
+TEST(ForkExecvGetouterr, KeepsWhatASignalledChildPrintedAndGivesMinusOne)
 {
     auto const run = printedOf("echo half; kill -KILL $$");
     EXPECT_EQ(run.out, "-1|half\n||");
@@ -149,7 +149,7 @@ TEST(ForkExecvGetouterr, LetsTheChildReadTheStandardInput)
     EXPECT_EQ(run.status, 0);
 }
 
-TEST(ForkExecvGetouterr, NoticesWithinSecondsThatTheChildHasEndedWhileItsStreamsAreHeldOpen)
+TEST(ForkExecvGetouterr, NoticesTheChildsEndWithinSecondsWhileStreamsAreHeld)
 {
     TempDir const dir;
     auto const run = tidyRun([&] {
@@ -164,7 +164,7 @@ TEST(ForkExecvGetouterr, NoticesWithinSecondsThatTheChildHasEndedWhileItsStreams
     EXPECT_EQ(run.status, 0);
 }
 
-TEST(ForkExecvGetouterr, GivesMinusOneForASignalledChildWhoseStreamsAreHeldOpen)
+TEST(ForkExecvGetouterr, GivesMinusOneForASignalledChildWithHeldStreams)
 {
     TempDir const dir;
     auto const run = tidyRun([&] {
@@ -226,7 +226,7 @@ TEST(ForkExecvGetouterr, GoesOnAfterSignals)
 
 // The look at the pipes that has a time limit always fails here, so that the child's end is
 // what is noticed first.
-TEST(ForkExecvGetouterr, ReadsWhatIsLeftInThePipesOfAChildThatHasEnded)
+TEST(ForkExecvGetouterr, ReadsWhatAnEndedChildLeftInItsPipes)
 {
     auto const run = tidyRun([] {
         failSystemCallWith(SYS_poll, 2, 1000, EINTR);
@@ -294,7 +294,7 @@ TEST(ForkExecvGetouterr, EndsTheProcessWhenItCannotReadWithoutWaiting)
                        "System error 1: Operation not permitted\n");
 }
 
-TEST(ForkExecvGetouterr, EndsTheProcessWhenThereIsNoMemoryForTheOutput)
+TEST(ForkExecvGetouterr, EndsTheProcessWithoutMemoryForTheOutput)
 {
     for (int const step : {1, 3}) {
         auto const run = tidyRun([=] {
@@ -322,7 +322,7 @@ TEST(ForkExeclGetouterr, TakesAListOfAnyLength)
     EXPECT_EQ(run.status, 0);
 }
 
-TEST(ForkExeclGetouterr, EndsTheProcessWhenThereIsNoMemoryForTheList)
+TEST(ForkExeclGetouterr, EndsTheProcessWithoutMemoryForTheList)
 {
     auto const run = tidyRun([] {
         char* out = nullptr;

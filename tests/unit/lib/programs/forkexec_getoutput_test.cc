@@ -134,7 +134,7 @@ TEST(ForkExecvvGetoutput, ReportsAChildThatCannotBeWaitedFor)
     EXPECT_EQ(run.status, 0);
 }
 
-TEST(ForkExecvvGetoutput, NoticesThatTheChildHasEndedWhileItsStreamIsHeldOpen)
+TEST(ForkExecvvGetoutput, NoticesTheChildsEndWhileItsStreamIsHeld)
 {
     TempDir const dir;
     auto const run = tidyRun([&] {
@@ -145,7 +145,7 @@ TEST(ForkExecvvGetoutput, NoticesThatTheChildHasEndedWhileItsStreamIsHeldOpen)
     EXPECT_EQ(run.status, 0);
 }
 
-TEST(ForkExecvvGetoutput, OutlivesTimeoutsOfASlowChildAndWaitsForOneThatClosesItsStreams)
+TEST(ForkExecvvGetoutput, WaitsForChildrenThatAreSlowOrCloseStreams)
 {
     EXPECT_EQ(printedOf("sleep 1.3; echo late; exec >&- 2>&-; sleep 0.2; exit 0").out,
               "[0|late\n]");
@@ -153,7 +153,7 @@ TEST(ForkExecvvGetoutput, OutlivesTimeoutsOfASlowChildAndWaitsForOneThatClosesIt
 
 // The look at the pipe that has a time limit always fails here, so that the child's end is
 // what is noticed first.
-TEST(ForkExecvvGetoutput, ReadsWhatIsLeftInThePipeOfAChildThatHasEnded)
+TEST(ForkExecvvGetoutput, ReadsWhatAnEndedChildLeftInItsPipe)
 {
     auto const run = tidyRun([] {
         failSystemCallWith(SYS_poll, 2, 1000, EINTR);
@@ -213,7 +213,7 @@ TEST(ForkExecvvGetoutput, WorksWhereTheCallerHasAStandardStreamClosed)
     }
 }
 
-TEST(ForkExecvvGetoutput, EndsTheProcessWhenItCannotForkOrMakeThePipe)
+TEST(ForkExecvvGetoutput, EndsTheProcessWithoutAForkOrAPipe)
 {
     auto const no_fork = tidyRun([] {
         failFork(EAGAIN);
@@ -232,7 +232,7 @@ TEST(ForkExecvvGetoutput, EndsTheProcessWhenItCannotForkOrMakeThePipe)
                            "System error 24: Too many open files\n");
 }
 
-TEST(ForkExecvvGetoutput, EndsTheProcessWhenThereIsNoMemoryForTheOutput)
+TEST(ForkExecvvGetoutput, EndsTheProcessWithoutMemoryForTheOutput)
 {
     for (int const step : {1, 3}) {
         auto const run = tidyRun([=] {
@@ -246,7 +246,7 @@ TEST(ForkExecvvGetoutput, EndsTheProcessWhenThereIsNoMemoryForTheOutput)
     }
 }
 
-TEST(ForkExecvGetoutput, PutsThePathBeforeTheListAndTakesAListOfAnyLength)
+TEST(ForkExecvGetoutput, PutsThePathBeforeAListOfAnyLength)
 {
     auto const run = tidyRun([] {
         char* output = nullptr;
@@ -260,7 +260,7 @@ TEST(ForkExecvGetoutput, PutsThePathBeforeTheListAndTakesAListOfAnyLength)
     EXPECT_EQ(run.status, 0);
 }
 
-TEST(ForkExecvGetoutput, EndsTheProcessWhenThereIsNoMemoryForTheList)
+TEST(ForkExecvGetoutput, EndsTheProcessWithoutMemoryForTheList)
 {
     auto const run = tidyRun([] {
         char* output = nullptr;

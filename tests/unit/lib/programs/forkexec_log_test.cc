@@ -31,7 +31,7 @@ TEST(ForkExecvLog, IsSilentAboutAProgramThatSucceeds)
     EXPECT_EQ(run.status, 0);
 }
 
-TEST(ForkExecvLog, PrintsTheOutputOnStandardErrorAndReportsTheErrorsOfAProgramThatFails)
+TEST(ForkExecvLog, PrintsAFailingProgramsOutputAndErrorsOnStandardError)
 {
     auto const run = logged("echo result; echo complaint >&2; exit 3");
     EXPECT_EQ(run.err, "result\n/bin/sh execution failed:\ncomplaint\n");

@@ -89,7 +89,7 @@ TEST(ForkExecvPipes, TakesMinusOneForTheNullDeviceInBothDirections)
     EXPECT_EQ(readFile(dir / "streams"), "/dev/null /dev/null /dev/null \n");
 }
 
-TEST(ForkExecvPipes, ConnectsTheNullDeviceWhereTheCallerHasTheStreamClosed)
+TEST(ForkExecvPipes, ConnectsTheNullDeviceForAClosedStream)
 {
     auto const run = tidyRun([] {
         close(0);
@@ -102,7 +102,7 @@ TEST(ForkExecvPipes, ConnectsTheNullDeviceWhereTheCallerHasTheStreamClosed)
     EXPECT_EQ(run.status, 0);
 }
 
-TEST(ForkExecvPipes, LeavesAStreamAloneThatIsGivenInItsOwnPlace)
+TEST(ForkExecvPipes, LeavesAStreamInItsOwnPlaceAlone)
 {
     auto const run = tidyRun([] { runOnStandardStreams("echo result; echo complaint >&2"); });
     EXPECT_EQ(run.out, "result\n");
@@ -133,7 +133,7 @@ TEST(ForkExecvPipes, InheritsTheEnvironment)
     EXPECT_EQ(run.out, "from the parent\n");
 }
 
-TEST(ForkExecvPipes, PrintsOnTheChildsStandardErrorThatTheProgramIsMissing)
+TEST(ForkExecvPipes, ReportsAMissingProgramOnTheChildsStandardError)
 {
     TempDir const dir;
     auto const run = tidyRun([&] {
@@ -148,7 +148,7 @@ TEST(ForkExecvPipes, PrintsOnTheChildsStandardErrorThatTheProgramIsMissing)
                                      "No such file or directory\n");
 }
 
-TEST(ForkExecvPipes, DoesNotStartTheProgramWhenAStreamCannotBeConnected)
+TEST(ForkExecvPipes, DoesNotStartTheProgramWithoutItsStreams)
 {
     using Streams = std::array<int, 3>;
     for (Streams const& streams : {Streams{999, 1, 2}, Streams{0, 999, 2}, Streams{0, 1, 999}}) {
@@ -162,7 +162,7 @@ TEST(ForkExecvPipes, DoesNotStartTheProgramWhenAStreamCannotBeConnected)
     }
 }
 
-TEST(ForkExecvPipes, DoesNotStartTheProgramWhenTheNullDeviceCannotBeOpened)
+TEST(ForkExecvPipes, DoesNotStartTheProgramWithoutTheNullDevice)
 {
     auto const run = tidyRun([] {
         failSystemCallWith(SYS_openat, 2, O_RDWR, EACCES);
@@ -172,7 +172,7 @@ TEST(ForkExecvPipes, DoesNotStartTheProgramWhenTheNullDeviceCannotBeOpened)
     EXPECT_EQ(run.err, "fork_execv: dup() failed: Permission denied\n");
 }
 
-TEST(ForkExecvPipes, DoesNotPrintTheParentsUnwrittenTextAgainInAChildThatDoesNotStart)
+TEST(ForkExecvPipes, PrintsTheParentsBufferedTextOnceWhenTheChildFails)
 {
     auto const run = tidyRun([] {
         printf("once ");
@@ -213,7 +213,7 @@ TEST(ForkExeclPipes, CutsTheListAtAHundredEntries)
     EXPECT_EQ(run.out, "96\n");
 }
 
-TEST(ForkExecv, GivesZeroForAnyExitStatusAndForAMissingProgram)
+TEST(ForkExecv, GivesZeroForAnyExitAndAMissingProgram)
 {
     auto const run = tidyRun([] {
         printResult(fork_execv(shell, "sh", "-c", "exit 0", nullptr));
@@ -233,7 +233,7 @@ TEST(ForkExecv, GivesOneForAChildThatDiedByASignal)
     EXPECT_EQ(run.status, 0);
 }
 
-TEST(ForkExecv, WaitsOnForAChildThatIsStoppedForAWhile)
+TEST(ForkExecv, KeepsWaitingForAStoppedChild)
 {
     auto const run = tidyRun([] {
         printResult(fork_execv(shell, "sh", "-c",

@@ -48,13 +48,13 @@ TEST(PopenExecGetoutput, RunsTheCommandByTheShellAndCollectsItsOutput)
     EXPECT_EQ(run.status, 0);
 }
 
-TEST(PopenExecGetoutput, GivesTheExitStatusAndTheOutputOfACommandThatFails)
+TEST(PopenExecGetoutput, GivesStatusAndOutputOfAFailingCommand)
 {
     EXPECT_EQ(printedOf("echo because; exit 3").out, "[3|because\n]");
     EXPECT_EQ(printedOf("exit 255").out, "[255|]");
 }
 
-TEST(PopenExecGetoutput, GivesMinusOneForACommandThatDiedByASignal)
+TEST(PopenExecGetoutput, GivesMinusOneForASignalledCommand)
 {
     auto const run = printedOf("echo half; kill -KILL $$");
     EXPECT_EQ(run.out, "[-1|half\n]");
@@ -91,7 +91,7 @@ TEST(PopenExecGetoutput, PrintsThatThereIsNoMemory)
     EXPECT_EQ(run.status, 0);
 }
 
-TEST(PopenExecGetoutput, WarnsOnceWhenTheMemoryEndsAndLetsTheCommandFinish)
+TEST(PopenExecGetoutput, WarnsOnceWithoutMemoryAndLetsTheCommandFinish)
 {
     auto const run = tidyRun([] {
         AllocationFailure const failure(2);
@@ -103,7 +103,7 @@ TEST(PopenExecGetoutput, WarnsOnceWhenTheMemoryEndsAndLetsTheCommandFinish)
     EXPECT_EQ(run.status, 0);
 }
 
-TEST(PopenExecGetoutput, GivesMinusOneAndTheOutputWhenTheCommandCannotBeWaitedFor)
+TEST(PopenExecGetoutput, GivesMinusOneAndTheOutputWhenWaitingFails)
 {
     auto const run = tidyRun([] {
         failSystemCall(SYS_wait4, ECHILD);
@@ -143,7 +143,7 @@ TEST(PopenExec, ReportsACommandWithoutAnExitStatusByItsText)
     EXPECT_EQ(run.status, 0);
 }
 
-TEST(PopenExec, ReportsACommandThatCannotBeRunWithTheSystemError)
+TEST(PopenExec, ReportsTheSystemErrorOfAFailedStart)
 {
     auto const run = tidyRun([] {
         failFork(EAGAIN);

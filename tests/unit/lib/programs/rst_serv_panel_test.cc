@@ -47,7 +47,7 @@ protected:
 
 } // namespace
 
-TEST_F(ApplicationServerOnHost, IsStartedByItsOwnScriptAndTheWebServerIsRestarted)
+TEST_F(ApplicationServerOnHost, IsStartedByItsScriptAndRestartsTheWebServer)
 {
     setInstance(instance);
     std::string const web_server = "apache2 status\napache2 restart\napache2 status\n";

@@ -82,7 +82,7 @@ TEST_F(RcScript, LeavesTheScriptTheStandardErrorAlone)
     EXPECT_EQ(run.err, "seen\n");
 }
 
-TEST_F(RcScript, RunsTheScriptInItsDirectoryAndASessionOfItsOwn)
+TEST_F(RcScript, RunsTheScriptInItsDirectoryAndOwnSession)
 {
     write("pwd > told; [ `ps -o sid= -p $$` = $$ ] && echo leader >> told");
     EXPECT_EQ(called("start"), "0|");
@@ -102,7 +102,7 @@ TEST_F(RcScript, LeavesTheScriptNoDescriptorButTheStandardOnes)
     EXPECT_EQ(told(), "/dev/null /dev/null 0 1 2 3\n");
 }
 
-TEST_F(RcScript, GivesTheScriptNullStreamsThatItCanReadAndWrite)
+TEST_F(RcScript, GivesTheScriptUsableNullStreams)
 {
     write("cat > told; cat <&1 >> told; echo x >&0 && echo written >> told");
     EXPECT_EQ(called("start", 1,
@@ -173,7 +173,7 @@ TEST_F(RcScript, NamesThePathInTheReportsOfAPlainCall)
     EXPECT_EQ(run.out, run.err);
 }
 
-TEST_F(RcScript, AddsTheErrorThatTheCallerHasSetToAReport)
+TEST_F(RcScript, AddsTheCallersErrnoToAReport)
 {
     write("exit 1");
     EXPECT_EQ(called("stop", 1, [] { errno = EIO; }),

@@ -92,7 +92,7 @@ TEST_F(RestartDaemonOnHost, FindsAScriptWithASuffix)
 }
 
 // A script that is being replaced is missing for a moment.
-TEST_F(RestartDaemonOnHost, LooksOnceMoreForAScriptThatItDoesNotFindAtFirst)
+TEST_F(RestartDaemonOnHost, LooksTwiceForAMissingScript)
 {
     scripts.add("/etc/init.d/mvk", "exit 0");
     EXPECT_EQ(outcomeOf([] {
@@ -113,7 +113,7 @@ TEST_F(RestartDaemonOnHost, ReportsAServiceWithoutAScript)
                                 ENAMETOOLONG));
 }
 
-TEST_F(RestartDaemonOnHost, GivesMinusOneInSilenceForTheStatusOfWhatDoesNotRun)
+TEST_F(RestartDaemonOnHost, GivesMinusOneSilentlyForAStoppedServicesStatus)
 {
     scripts.add("/etc/init.d/mvk", "exit 3");
     EXPECT_EQ(restarted("mvk", "status"), "-1|");
@@ -139,7 +139,7 @@ TEST_F(RestartDaemonOnHost, DrivesTheTruePostfix)
     EXPECT_EQ(restarted("postfix", "status"), "-1|");
 }
 
-TEST_F(RestartApacheOnHost, IsKnownByTheBeginningOfItsNameInAnyCase)
+TEST_F(RestartApacheOnHost, IsKnownByItsNamesBeginningInAnyCase)
 {
     scripts.add(apache, "exit 0");
     for (char const* const name : {"apache2", "APACHE2", "Apache2-worker"})

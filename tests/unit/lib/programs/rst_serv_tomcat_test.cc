@@ -18,7 +18,7 @@ constexpr char tomcat[] = "/etc/init.d/tomcat6";
 
 } // namespace
 
-TEST_F(RestartTomcatOnHost, IsKnownByTheBeginningOfItsNameInAnyCase)
+TEST_F(RestartTomcatOnHost, IsKnownByItsNamesBeginningInAnyCase)
 {
     scripts.add(tomcat, "exit 0");
     for (char const* const name : {"tomcat6", "TomCat6-x"})
@@ -138,7 +138,7 @@ TEST_F(StuckTomcatOnHost, IsAFailureWhenItCannotBeEnded)
     EXPECT_EQ(scripts.journal(), "tomcat6 stop\n");
 }
 
-TEST_F(StuckTomcatOnHost, IsNotTakenForGoneWhenThereIsNoProcessTable)
+TEST_F(StuckTomcatOnHost, IsNotTakenForGoneWithoutAProcessTable)
 {
     ps.prepare();
     ps.run("exit 1");

@@ -124,7 +124,7 @@ TEST_F(SendSigOnHost, DoesNothingInSilenceWhenThereIsNoSuchProcess)
     EXPECT_EQ(run.out + run.err, "");
 }
 
-TEST_F(SendSigOnHost, GivesMinusOneWhenTheEndOfTheShellIsNotSeen)
+TEST_F(SendSigOnHost, GivesMinusOneWhenTheShellsEndIsLost)
 {
     ChildRun const run = inChild([] {
         signal(SIGCHLD, SIG_IGN); // so that there is nothing to wait for
@@ -319,7 +319,7 @@ TEST(GetPidByPidfile, EndsTheProcessForAFileWithoutAPid)
     }
 }
 
-TEST(GetPidByPidfile, EndsTheProcessForAFileThatCannotBeOpenedOrRead)
+TEST(GetPidByPidfile, EndsTheProcessForAnUnreadableFile)
 {
     TempDir const dir;
     writeFile(dir / "pid", "1234");

@@ -133,7 +133,7 @@ protected:
     std::string utility = "/usr/local/orv/admin/bin/" + name;
 };
 
-TEST_F(UtilExecOnHost, RunsAUtilityUnderTheProductsRootWithItsPathAsItsName)
+TEST_F(UtilExecOnHost, RunsAUtilityOfTheProductUnderItsWholePath)
 {
     writeProgram(utility, echoScript(out));
     auto const run = tidyRun([&] { print(util_exec(name.c_str(), "one two", "three", nullptr)); });

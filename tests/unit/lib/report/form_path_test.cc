@@ -30,7 +30,7 @@ TEST(FormPath, SaysSoAndKeepsErrnoWhenItCannotFormat)
     EXPECT_EQ(errno, EXDEV);
 }
 
-TEST(FormPathIn, FillsABufferOfAnySizeAndCutsWhatDoesNotFit)
+TEST(FormPathIn, FillsAnyBufferAndCutsTheRest)
 {
     char path[8] = "???????";
     EXPECT_TRUE(form_path_in(path, sizeof path, "/%s/%d", "etc", 42));

@@ -19,7 +19,7 @@ TEST(Messlog2, PrintsTheReportOnBothStreamsWhateverTheOutputArgument)
     }
 }
 
-TEST(Messlog2, AddsTheSystemErrorAsASecondLineWhileErrnoIsSet)
+TEST(Messlog2, AddsALineForErrnoWhileItIsSet)
 {
     auto const run = printedBy([] {
         errno = ENOENT;
@@ -29,7 +29,7 @@ TEST(Messlog2, AddsTheSystemErrorAsASecondLineWhileErrnoIsSet)
     EXPECT_EQ(run.out, run.err);
 }
 
-TEST(Messlog2, AddsTheSecondLineBehindATextThatEndsInANewline)
+TEST(Messlog2, AddsTheSecondLineAfterATextWithNewline)
 {
     auto const run = printedBy([] {
         errno = EACCES;
@@ -38,7 +38,7 @@ TEST(Messlog2, AddsTheSecondLineBehindATextThatEndsInANewline)
     EXPECT_EQ(run.out, "text\n\nSystem error 13: Permission denied\n");
 }
 
-TEST(Messlog2, GivesNoSecondNewlineToATextThatEndsInOne)
+TEST(Messlog2, AddsNoNewlineToATextThatHasOne)
 {
     auto const run = printedBy([] { messlog2(0, 0, "text\n"); });
     EXPECT_EQ(run.err, "text\n");
@@ -83,7 +83,7 @@ TEST(Messlog2, PrintsALongReportWhole)
     }
 }
 
-TEST(Messlog2, SaysThatItHasNoMemoryForTheReportAndStillEndsTheProcess)
+TEST(Messlog2, EndsTheProcessEvenWithoutMemoryForTheReport)
 {
     auto const run = inChild([] {
         errno = ENOENT;
@@ -150,7 +150,7 @@ TEST(ExMesslog, LeavesNothingInTheBuffersOfTheStreams)
     EXPECT_EQ(run.out, "text\n");
 }
 
-TEST(ExMesslog, PrefixesTheBaseNameOfTheProgramWhenItIsKnown)
+TEST(ExMesslog, PrefixesTheProgramsBaseNameWhenKnown)
 {
     auto const run = printedBy([] {
         PROGNAME = "/usr/sbin/tool";
@@ -183,7 +183,7 @@ TEST(ExMesslog, HasNoLineForErrno)
     EXPECT_EQ(run.err, "text\n");
 }
 
-TEST(ExMesslog, EndsTheProcessWithAStatusOtherThanZeroAndReturnsZeroOtherwise)
+TEST(ExMesslog, EndsTheProcessUnlessTheStatusIsZero)
 {
     EXPECT_EQ(inChild([] { return ex_messlog("text", 0, 0); }).status, 0);
     EXPECT_EQ(inChild([] { return ex_messlog("text", 9, 0) + 1; }).status, 9);

@@ -32,7 +32,7 @@ void __wrap_openlog(char const* ident, int option, int facility)
 
 } // extern "C"
 
-TEST(ProductLog, StartsAsTheConsoleLoggerAtLevelSixAndTheMailFacility)
+TEST(ProductLog, StartsOnTheConsoleAtLevelSixForMail)
 {
     EXPECT_EQ(orvek_log, &_orvek_utility_log);
     EXPECT_EQ(orvek_logv, &_orvek_utility_logv);
@@ -73,7 +73,7 @@ TEST(ProductLog, HasNoLineForErrno)
     EXPECT_EQ(run.out, "text\n");
 }
 
-TEST(ProductLog, PrintsPrioritySixAndNotPriorityTwelveAtTheDefaultLevel)
+TEST(ProductLog, PrintsPrioritySixButNotTwelveByDefault)
 {
     auto const run = printedBy([] {
         orvek_log(6, "six");
@@ -122,7 +122,7 @@ TEST(ProductLogInit, SwitchesLoggingOffForALevelBelowOne)
     }
 }
 
-TEST(ProductLogInit, KeepsLoggingEnabledForAPlaceThatBeginsWithConsoleInAnyCase)
+TEST(ProductLogInit, StaysEnabledForConsoleInAnyCase)
 {
     auto const run = inChild([] {
         orvek_log_init("CONSOLE and more", 6, 16, 0, "ident");
@@ -131,7 +131,7 @@ TEST(ProductLogInit, KeepsLoggingEnabledForAPlaceThatBeginsWithConsoleInAnyCase)
     EXPECT_EQ(run.status, 1);
 }
 
-TEST(ProductLogInit, ClearsTheSwitchForAnyOtherPlaceAndStillInstallsTheConsole)
+TEST(ProductLogInit, ClearsTheSwitchButInstallsTheConsoleForOtherPlaces)
 {
     auto const run = inChild([] {
         orvek_log_init("consol", 6, 16, 0, "ident");
@@ -142,7 +142,7 @@ TEST(ProductLogInit, ClearsTheSwitchForAnyOtherPlaceAndStillInstallsTheConsole)
     EXPECT_EQ(run.out, "printed\n");
 }
 
-TEST(ProductLogInit, OpensTheSystemLogAnewWithTheProcessIdAmongTheOptions)
+TEST(ProductLogInit, ReopensTheSystemLogWithTheProcessId)
 {
     auto const run = inChild([] {
         orvek_log_init(nullptr, 6, LOG_DAEMON, LOG_NDELAY, "ident");

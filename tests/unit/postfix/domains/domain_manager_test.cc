@@ -80,7 +80,7 @@ TEST_F(DomainManagerOnHost, RefusesTheServersOwnDomainsInEveryRole)
     EXPECT_EQ(contentOf(virtual_domains_map), Content());
 }
 
-TEST_F(DomainManagerOnHost, EndsTheAliasThatADomainWasUntilItIsCreated)
+TEST_F(DomainManagerOnHost, RemovesTheAliasThatANewDomainWas)
 {
     fill(virtual_map, {{"d.test", "1"}, {"a@d.test", "a@e.test"}, {"a@e.test", "a@e.test"}});
     DomainManager::createDomain("d.test", true);
@@ -145,7 +145,7 @@ TEST_F(DomainManagerOnHost, RemovesTheDirectoryOfARemovedDomain)
     EXPECT_EQ(contentOf(virtual_map), (Content{{"a@s.d.test", "a@s.d.test"}}));
 }
 
-TEST_F(DomainManagerOnHost, TakesKeysAndElementsInTheDomainOutOfBothMaps)
+TEST_F(DomainManagerOnHost, RemovesTheDomainsKeysAndElementsFromBothMaps)
 {
     fill(virtual_map, {{"a@d.test", "a@d.test"},
                        {"l@e.test", "a@d.test, b@e.test"},
@@ -160,7 +160,7 @@ TEST_F(DomainManagerOnHost, TakesKeysAndElementsInTheDomainOutOfBothMaps)
     EXPECT_EQ(contentOf(virtual_map), (Content{{"l@e.test", "b@e.test"}}));
 }
 
-TEST_F(DomainManagerOnHost, WritesACatchAllForTheDomainAndEachAliasDomain)
+TEST_F(DomainManagerOnHost, WritesACatchAllForDomainAndAliasDomains)
 {
     panelDomain("d.test", {"x.test", "y.test"});
     DomainManager::createCatchall("d.test", "a@e.test");
@@ -237,7 +237,7 @@ TEST_F(DomainManagerOnHost, GivesAnAliasDomainTheAddressesOfAllNames)
                                                                 {"b@x.test", "b@d.test"}}));
 }
 
-TEST_F(DomainManagerOnHost, RaisesWhenTheMailnamesForAnAliasDomainCannotBeRead)
+TEST_F(DomainManagerOnHost, RaisesWithoutTheMailnamesForAnAliasDomain)
 {
     run(HOST_SERVICE " stop mariadb");
     ChildRun const printed = inChild([] {
@@ -345,7 +345,7 @@ TEST_F(RenamedDomainOnHost, IsTheOldOneWhenItsDirectoryCannotBeRenamed)
 }
 
 // Each map takes two runs, one that lists it and one that builds it anew.
-TEST_F(RenamedDomainOnHost, IsTheOldOneWhenAnyOfItsMapsCannotBeRewritten)
+TEST_F(RenamedDomainOnHost, StaysTheOldOneWhenAMapCannotBeRewritten)
 {
     for (int const number : {1, 2, 3, 4, 5, 6}) {
         SCOPED_TRACE(number);
@@ -355,7 +355,7 @@ TEST_F(RenamedDomainOnHost, IsTheOldOneWhenAnyOfItsMapsCannotBeRewritten)
     }
 }
 
-TEST_F(RenamedDomainOnHost, TellsOfEachMapThatCannotBePutBackByOneNameAndRaisesTheFirstError)
+TEST_F(RenamedDomainOnHost, ReportsEachMapNotRestoredAndRaisesTheFirstError)
 {
     occupyTarget();
     // Two runs for each of the three maps; all runs behind them fail.

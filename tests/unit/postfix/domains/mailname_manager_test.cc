@@ -69,7 +69,7 @@ TEST_F(MailnameManagerOnHost, LeavesARemovedHomeForAnyOtherWish)
     EXPECT_TRUE(exists("d.test/a/Maildir"));
 }
 
-TEST_F(MailnameManagerOnHost, RenamesAnAddressUnderAnAliasDomainAsKeyAndAsElement)
+TEST_F(MailnameManagerOnHost, RenamesAnAliasDomainsAddressAsKeyAndElement)
 {
     fill(virtual_map,
          {{"a@x.test", "a@d.test"}, {"l@e.test", "b@e.test, a@x.test"}, {"aa@x.test", "q@d.test"}});
@@ -79,7 +79,7 @@ TEST_F(MailnameManagerOnHost, RenamesAnAddressUnderAnAliasDomainAsKeyAndAsElemen
                                                {"aa@x.test", "q@d.test"}}));
 }
 
-TEST_F(MailnameManagerOnHost, RenamesAMailboxValueOnlyWithoutASlashAtItsEnd)
+TEST_F(MailnameManagerOnHost, RenamesAMailboxValueWithoutFinalSlashOnly)
 {
     fill(vmailbox_map, {{"a@d.test", "d.test/a/Maildir"}, {"c@d.test", "d.test/a/Maildir/"}});
     std::filesystem::create_directories(std::string(mailnames) + "/d.test/a");

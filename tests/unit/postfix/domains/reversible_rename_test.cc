@@ -60,7 +60,7 @@ TEST(ReversibleRename, CarriesOutItsStepsInTheirOrder)
     EXPECT_EQ(steps.done, (std::vector<std::string>{"first old new", "second old new"}));
 }
 
-TEST(ReversibleRename, TakesFinishedStepsBackInReverseOrderAndRaisesTheFirstError)
+TEST(ReversibleRename, UndoesStepsInReverseAndRaisesTheFirstError)
 {
     Steps steps;
     ReversibleRename rename("old", "new");
@@ -101,7 +101,7 @@ TEST(ReversibleRename, LeavesWhatIsDoneWhenItEnds)
     EXPECT_EQ(steps.done, std::vector<std::string>{"first old new"});
 }
 
-TEST(ReversibleRename, ReportsAStepThatCannotBeTakenBackAndGoesOnWithTheOneBefore)
+TEST(ReversibleRename, ReportsAStepItCannotUndoAndGoesOn)
 {
     ChildRun const printed = inChild([] {
         Steps steps;

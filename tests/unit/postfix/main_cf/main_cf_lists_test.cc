@@ -10,14 +10,14 @@ TEST_F(MainCfListsOnHost, AppendsAWordToAnEmptyParameterWithoutAComma)
     EXPECT_EQ(trueSetting(parameter), "permit\n");
 }
 
-TEST_F(MainCfListsOnHost, AppendsAWordAndKeepsTheSpacingInFrontOfIt)
+TEST_F(MainCfListsOnHost, AppendsAWordAfterTheExistingSpacing)
 {
     pretend("a  b,c\td\n");
     EXPECT_EQ(append(parameter, "e"), "");
     EXPECT_EQ(pretended(), "a  b,c\td, e\n");
 }
 
-TEST_F(MainCfListsOnHost, AppendsAWordBehindTheSeparatorThatATextEndsIn)
+TEST_F(MainCfListsOnHost, AppendsAWordAfterAFinalSeparator)
 {
     pretend("a,");
     EXPECT_EQ(append(parameter, "b"), "");
@@ -136,7 +136,7 @@ TEST_F(MainCfListsOnHost, WritesNothingForAWordThatIsNotThere)
     EXPECT_FALSE(wrote());
 }
 
-TEST_F(MainCfListsOnHost, LeavesMainCfAsItWasWhenTheLastWriteFails)
+TEST_F(MainCfListsOnHost, KeepsMainCfWhenTheLastWriteFails)
 {
     std::string const before = readFile(main_cf);
     postconf.run("[ $1 = -h ] && exec $real \"$@\"\necho 'postconf: no' >&2; exit 1");

@@ -82,7 +82,7 @@ TEST_F(MainCfManagerOnHost, TakesADeathByASignalForAFailure)
     EXPECT_EQ(replace(parameter, "x"), "!PostfixConfigurationError: postconf: about to die\n");
 }
 
-TEST_F(MainCfManagerOnHost, RaisesForAnEmptyValueWithAFailureInTheDiagnostics)
+TEST_F(MainCfManagerOnHost, RaisesForAnEmptyValueWithAReportedFailure)
 {
     for (std::string const word : {"panic", "fatal", "error"}) {
         postconf.run("[ \"$2\" = config_directory ] && exec $real \"$@\"\n"
@@ -93,7 +93,7 @@ TEST_F(MainCfManagerOnHost, RaisesForAnEmptyValueWithAFailureInTheDiagnostics)
     }
 }
 
-TEST_F(MainCfManagerOnHost, TakesOtherWordsThanAWarningForNoFailureOfAnEmptyValue)
+TEST_F(MainCfManagerOnHost, TakesOnlyWarningsForFailuresOfAnEmptyValue)
 {
     postconf.run("[ \"$2\" = config_directory ] && exec $real \"$@\"\n"
                  "echo 'postconf: info: odd: thing' >&2");
@@ -125,7 +125,7 @@ TEST_F(MainCfManagerOnHost, RaisesWhatKeepsPostconfFromStarting)
     EXPECT_EQ(read(parameter), "!SystemError: execv: Permission denied");
 }
 
-TEST_F(MainCfManagerOnHost, RaisesWhatKeepsPostconfFromWritingAndLetsTheLockGo)
+TEST_F(MainCfManagerOnHost, RaisesPostconfsFailureAndReleasesTheLock)
 {
     postconf.run("exec $real \"$@\"");
     EXPECT_EQ(outcomeOf([&] {
@@ -204,7 +204,7 @@ TEST_F(MainCfManagerOnHost, RaisesWhatPostconfSaysWhenAWriteFails)
     EXPECT_EQ(readFile(main_cf), before);
 }
 
-TEST_F(MainCfManagerOnHost, HoldsTheLockWhileItWritesAndNotWhileItReads)
+TEST_F(MainCfManagerOnHost, HoldsTheLockWhileWritingNotWhileReading)
 {
     postconf.run("flock -n " + lockFileOf(main_cf) +
                  " true; printf '%s %s\\n' $1 $? >> $dir/lock; exec $real \"$@\"");
@@ -275,7 +275,7 @@ TEST_F(MainCfManagerOnHost, LeavesMainCfWholeWhenTheDiskIsFull)
 
 // The true postconf waits for a main.cf that has changed in this second or the one before. With
 // three pauses this took more than three seconds; without one it takes a tenth of one.
-TEST_F(MainCfManagerOnHost, DoesNotWaitForAMainCfThatItHasJustWritten)
+TEST_F(MainCfManagerOnHost, DoesNotWaitAfterItsOwnWrite)
 {
     postconf.run("printf '%s %s\\n' $1 $(($(date +%s) - $(stat -c %Y /etc/postfix/main.cf) >= 2)) "
                  ">> $dir/cool; "
@@ -296,7 +296,7 @@ TEST_F(MainCfManagerOnHost, DoesNotWaitForAMainCfThatItHasJustWritten)
         << readFile(postconf.dir / "cool");
 }
 
-TEST_F(MainCfManagerOnHost, LeavesTheDateOfAMainCfThatPostconfDidNotReplace)
+TEST_F(MainCfManagerOnHost, KeepsTheDateOfAMainCfLeftInPlace)
 {
     postconf.run("[ $1 = -h ] && exec $real \"$@\"\ntouch /etc/postfix/main.cf; exit 1");
     replace(parameter, "x");
@@ -305,7 +305,7 @@ TEST_F(MainCfManagerOnHost, LeavesTheDateOfAMainCfThatPostconfDidNotReplace)
     EXPECT_LT(time(nullptr) - info.st_mtim.tv_sec, 2);
 }
 
-TEST_F(MainCfManagerOnHost, LeavesTheDateOfAMainCfThatAnEditorHasOpenForWriting)
+TEST_F(MainCfManagerOnHost, KeepsAMainCfsDateWhileAnEditorWrites)
 {
     postconf.run(
         "[ $1 = -h ] && exec $real \"$@\"\n$real \"$@\"\n"
@@ -327,7 +327,7 @@ TEST_F(MainCfManagerOnHost, DatesMainCfTwoSecondsBackAndKeepsItsMode)
     EXPECT_EQ(modeOf(main_cf), 0644U);
 }
 
-TEST_F(MainCfManagerOnHost, ShowsARunningMailServerEachNewValueAfterAReload)
+TEST_F(MainCfManagerOnHost, ShowsARunningServerEachValueAfterAReload)
 {
     writeFile(postconf.dir / "greeting", R"(for try in {1..100}; do
         exec 3<> /dev/tcp/127.0.0.1/25 && read -t 20 line <&3 && [[ $line == "220 $1"* ]] && exit 0

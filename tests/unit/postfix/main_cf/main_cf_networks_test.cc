@@ -66,7 +66,7 @@ TEST_F(MainCfNetworksOnHost, KeepsAMynetworksWithoutTheDefaultInIt)
     EXPECT_EQ(read("mynetworks"), "10.0.0.2/8");
 }
 
-TEST_F(MainCfNetworksOnHost, KeepsWhatStandsBehindTheDefaultAndDropsWhatStandsInFront)
+TEST_F(MainCfNetworksOnHost, KeepsWhatFollowsTheDefaultAndDropsWhatPrecedes)
 {
     giveAddress();
     pretend("1.1.1.1, 10.0.0.0/8 , 2.2.2.2 10.0.0.0/8", "10.0.0.0/8");
@@ -90,7 +90,7 @@ TEST_F(MainCfNetworksOnHost, ReadsMynetworksOfAHostWithoutAnAddress)
     EXPECT_EQ(read("mynetworks"), "127.0.0.0/8, /32");
 }
 
-TEST_F(MainCfNetworksOnHost, ReadsMynetworksWithoutAnAddressWhenTheInterfacesCannotBeListed)
+TEST_F(MainCfNetworksOnHost, ReadsMynetworksWithoutAddressesWhenInterfacesFail)
 {
     giveAddress();
     pretend("10.0.0.0/8, x", "10.0.0.0/8");
@@ -113,7 +113,7 @@ TEST_F(MainCfNetworksOnHost, RaisesWhenTheDefaultOfMynetworksCannotBeRead)
     EXPECT_EQ(read("mynetworks"), "!PostfixConfigurationError: unknown error");
 }
 
-TEST_F(MainCfNetworksOnHost, DoesNotMindDiagnosticsOfADefaultThatCouldBeRead)
+TEST_F(MainCfNetworksOnHost, IgnoresDiagnosticsOfAReadableDefault)
 {
     giveAddress();
     postconf.run("case $2 in config_directory) echo /etc/postfix ;; "
@@ -121,7 +121,7 @@ TEST_F(MainCfNetworksOnHost, DoesNotMindDiagnosticsOfADefaultThatCouldBeRead)
     EXPECT_EQ(read("mynetworks"), "127.0.0.0/8, 192.0.2.7/32,a");
 }
 
-TEST_F(MainCfNetworksOnHost, StoresMynetworksForAWordThatIsThereThoughNothingIsBent)
+TEST_F(MainCfNetworksOnHost, StoresMynetworksForAnExistingWordUnbent)
 {
     pretend("10.0.0.2/8, x", "10.0.0.0/8");
     EXPECT_EQ(append("mynetworks", "x"), "");

@@ -89,7 +89,7 @@ TEST_F(ReplacedFileTest, DatesAFileBackThatWasRenamedIntoPlace)
     EXPECT_TRUE(settlesAfter([&] { replace(); }));
 }
 
-TEST_F(ReplacedFileTest, LeavesAFileThatWouldBeDatedBeforeTheOneItHasReplaced)
+TEST_F(ReplacedFileTest, LeavesAFileAloneThatWouldPredateItsPredecessor)
 {
     redate(+90);
     EXPECT_FALSE(settlesAfter([&] { replace(); }));

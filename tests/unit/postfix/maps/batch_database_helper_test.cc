@@ -66,7 +66,7 @@ TEST_F(BatchDatabaseHelperOnHost, AppliesNothingBeforeTheCommit)
     EXPECT_EQ(content(), "b\t2\n");
 }
 
-TEST_F(BatchDatabaseHelperOnHost, RunsOnceAMapInTheOrderOfTheirNamesAndRemovesLast)
+TEST_F(BatchDatabaseHelperOnHost, RunsOncePerMapByNameAndRemovesLast)
 {
     standIn("echo \"$(tr '\\n' , )\" >> $dir/journal");
     BatchDatabaseHelper batch(BatchContent::added, BatchTiming::at_commit);
@@ -81,7 +81,7 @@ TEST_F(BatchDatabaseHelperOnHost, RunsOnceAMapInTheOrderOfTheirNamesAndRemovesLa
                              "\na,nowhere,\n-d - " + other + "\na,nowhere,\n");
 }
 
-TEST_F(BatchDatabaseHelperOnHost, EndsWithoutAKeyThatWasRemovedBeforeItWasAdded)
+TEST_F(BatchDatabaseHelperOnHost, LeavesOutAKeyRemovedBeforeItsAddition)
 {
     BatchDatabaseHelper batch(BatchContent::added, BatchTiming::at_commit);
     batch.removeChanges(map, keys.begin(), keys.end());

@@ -20,7 +20,7 @@ protected:
 
 } // namespace
 
-TEST_F(ChangeLockOnHost, IsHeldOnThePathOfTheMapUntilItsEnd)
+TEST_F(ChangeLockOnHost, IsHeldOnTheMapsPathUntilItsEnd)
 {
     {
         ChangeLock const lock("hash:" + (dir / "virtual"));

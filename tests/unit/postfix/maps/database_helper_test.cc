@@ -233,14 +233,14 @@ TEST_F(DatabaseHelperOnHost, TakesASignalForAFailureOfRemoving)
     }
 }
 
-TEST_F(DatabaseHelperOnHost, IsToldOfAnAbsentKeyByTheExitStatusAlone)
+TEST_F(DatabaseHelperOnHost, LearnsOfAnAbsentKeyByExitStatusAlone)
 {
     for (std::string const command : {" -d absent ", " -d - "})
         run("said=$(echo absent | " + real + command + map +
             " 2>&1); [ $? = 1 ] && [ -z \"$said\" ]");
 }
 
-TEST_F(DatabaseHelperOnHost, RaisesWhatPostmapSaysWhenARemovalFailsWithAnyOtherStatus)
+TEST_F(DatabaseHelperOnHost, RaisesPostmapsWordsForAnyOtherFailedRemoval)
 {
     standIn("echo 'postmap: error: bad' >&2; exit 75");
     EXPECT_EQ(raisedBy<PostfixDatabaseError>([&] { DatabaseHelper::removeRecord(map, "a"); }),
@@ -266,7 +266,7 @@ TEST_F(DatabaseHelperOnHost, LetsOneChangeOfTheMapHappenAtATime)
     EXPECT_EQ(readFile(tools / "lock"), "-r 1\n-d 1\n-d 1\n-r 1\n-s 1\n" + map + " 1\n");
 }
 
-TEST_F(DatabaseHelperOnHost, LetsNoOtherChangeComeBetweenTheLookAtARecordAndItsRemoval)
+TEST_F(DatabaseHelperOnHost, LooksAtAndRemovesARecordUnderOneLock)
 {
     fill("a 1\n");
     noteLockOfTheMap();
@@ -286,7 +286,7 @@ TEST_F(DatabaseHelperOnHost, StopsFeedingAPostmapThatNeverReads)
               "postmap: fatal: x\n");
 }
 
-TEST_F(DatabaseHelperOnHost, SurvivesAPostmapThatReadsNothingAndSpewsOnBothStreams)
+TEST_F(DatabaseHelperOnHost, SurvivesAPostmapThatOnlyFloodsBothStreams)
 {
     std::vector<std::string> const many(100'000, "key@domain.test");
     standIn("exec 0<&-; yes out | head -c 200000; yes err | head -c 200000 >&2");

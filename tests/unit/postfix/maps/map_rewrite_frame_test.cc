@@ -73,7 +73,7 @@ TEST_F(MapRewriteFrameOnHost, LeavesTheModesOfTheFilesToTheUmask)
     EXPECT_EQ(readFile(tools / "modes"), "640\n640\n");
 }
 
-TEST_F(MapRewriteFrameOnHost, RaisesWhatTheRebuildSaidWithoutWhatTheDumpHadSaid)
+TEST_F(MapRewriteFrameOnHost, RaisesTheRebuildsWordsWithoutTheDumps)
 {
     standIn("[ $1 = -s ] && echo 'said by the dump' >&2 && exec $real \"$@\";"
             "echo 'said by the rebuild' >&2; exit 1");

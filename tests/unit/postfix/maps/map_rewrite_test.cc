@@ -256,7 +256,7 @@ TEST_F(MapRewriteOnHost, PutsTheOldMapBackWithItsOwnerAndMode)
     EXPECT_EQ(modeOf(path + ".db"), 0640U);
 }
 
-TEST_F(MapRewriteOnHost, LeavesTheFileItselfWhenTheRebuildFailsWithoutTouchingIt)
+TEST_F(MapRewriteOnHost, LeavesTheFileThatAFailedRebuildDidNotTouch)
 {
     fill("old 1\n");
     struct stat before = {};
@@ -288,14 +288,14 @@ TEST_F(MapRewriteOnHost, SurvivesADeathOfTheRebuildAtAnyMoment)
     EXPECT_GT(failed, 10);
 }
 
-TEST_F(MapRewriteOnHost, RaisesTheStreamsErrorWhenTheTextSourceCannotBeOpened)
+TEST_F(MapRewriteOnHost, RaisesTheStreamsErrorForAnUnopenableText)
 {
     std::string const nowhere = "hash:" + (dir / "no/map");
     EXPECT_THROW(replace(nowhere), std::ios_base::failure);
     EXPECT_THROW(filter(nowhere), std::ios_base::failure);
 }
 
-TEST_F(MapRewriteOnHost, KeepsTheMapWhenTheDiskIsFullUnderTheTextSource)
+TEST_F(MapRewriteOnHost, KeepsTheMapWhenTheTextFillsTheDisk)
 {
     std::string const old = fillWithALot();
     Records many;
@@ -307,7 +307,7 @@ TEST_F(MapRewriteOnHost, KeepsTheMapWhenTheDiskIsFullUnderTheTextSource)
     EXPECT_EQ(content(), old);
 }
 
-TEST_F(MapRewriteOnHost, KeepsTheMapWhenTheDiskIsFullUnderWhatIsFiltered)
+TEST_F(MapRewriteOnHost, KeepsTheMapWhenFilteredRecordsFillTheDisk)
 {
     std::string const old = fillWithALot();
     limitDiskTo(2 * indexedSize() + 200'000);
@@ -316,7 +316,7 @@ TEST_F(MapRewriteOnHost, KeepsTheMapWhenTheDiskIsFullUnderWhatIsFiltered)
     EXPECT_EQ(content(), old);
 }
 
-TEST_F(MapRewriteOnHost, RaisesTheStreamsErrorWhenTheTextIsRefusedOnlyAtItsClosing)
+TEST_F(MapRewriteOnHost, RaisesTheStreamsErrorOfAFailedClose)
 {
     fill("old 1\n");
     standIn("exec $real \"$@\"");
@@ -328,7 +328,7 @@ TEST_F(MapRewriteOnHost, RaisesTheStreamsErrorWhenTheTextIsRefusedOnlyAtItsClosi
     EXPECT_FALSE(std::filesystem::exists(path));
 }
 
-TEST_F(MapRewriteOnHost, KeepsTheMapWhenTheDiskIsFullUnderTheNewOne)
+TEST_F(MapRewriteOnHost, KeepsTheMapWhenTheNewOneFillsTheDisk)
 {
     std::string const old = fillWithALot();
     limitDiskTo(indexedSize() + old.size() + 200'000);

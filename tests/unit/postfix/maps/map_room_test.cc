@@ -132,7 +132,7 @@ TEST_F(MapRoomOnHost, LetsReadersHaveTheOldMapDuringARebuild)
     EXPECT_EQ(content(), "b\t2\n");
 }
 
-TEST_F(MapRoomOnHost, GivesTheNewFileTheOwnerAndModeOfTheOldOne)
+TEST_F(MapRoomOnHost, GivesTheNewFileTheOldOnesOwnerAndMode)
 {
     fill("a 1\n");
     run("chown 7:8 " + path + ".db && chmod 640 " + path + ".db");
@@ -153,7 +153,7 @@ TEST_F(MapRoomOnHost, FollowsNoLinkAtTheIndexedFile)
     expectVictimUntouched();
 }
 
-TEST_F(MapRoomOnHost, ReplacesALinkAtTheIndexedFileByAWholeMap)
+TEST_F(MapRoomOnHost, ReplacesALinkAtTheIndexedFileByAMap)
 {
     makeVictim();
     plant("ln -s " + (tools / "victim.db") + " " + path + ".db");
@@ -179,7 +179,7 @@ TEST_F(MapRoomOnHost, OpensNoFifoAtTheIndexedFile)
         EXPECT_EQ(codeOf(change), EINVAL);
 }
 
-TEST_F(MapRoomOnHost, FollowsNoLinkAtTheTextSourceAndOpensNoFifo)
+TEST_F(MapRoomOnHost, FollowsNoLinkAndOpensNoFifoAsText)
 {
     writeFile(tools / "victim", "precious");
     for (std::string const command :
@@ -244,7 +244,7 @@ TEST_F(MapRoomOnHost, IsNamedByItsDescriptorWhereNamespacesAreRefused)
     EXPECT_EQ(rooms(), 0);
 }
 
-TEST_F(MapRoomOnHost, LeavesTheOldMapOrTheNewWheneverAllAreKilled)
+TEST_F(MapRoomOnHost, LeavesTheOldOrNewMapWheneverAllAreKilled)
 {
     std::string old;
     std::string changed;

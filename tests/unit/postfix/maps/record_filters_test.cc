@@ -55,19 +55,19 @@ std::string withoutDomain(std::string const& line, bool subdomains = false)
 
 } // namespace
 
-TEST(KeyValueFilter, MakesTabsAndRunsOfBlanksBetweenKeyAndValueOneSpace)
+TEST(KeyValueFilter, MakesSpaceBetweenKeyAndValueOneBlank)
 {
     EXPECT_EQ(asIs("key\tvalue"), "key value");
     EXPECT_EQ(asIs("key \t  \tvalue"), "key value");
     EXPECT_EQ(asIs("key value"), "key value");
 }
 
-TEST(KeyValueFilter, TakesBlanksAndTabsOffTheEndOfTheValueAndKeepsThoseInside)
+TEST(KeyValueFilter, TrimsTheValuesEndAndKeepsInnerSpace)
 {
     EXPECT_EQ(asIs("key\ta  b\tc \t "), "key a  b\tc");
 }
 
-TEST(KeyValueFilter, RefusesABadKeyThatItMadeAndNoneThatWasThere)
+TEST(KeyValueFilter, RefusesABadKeyOnlyWhenItMadeIt)
 {
     std::string const from = "a@d.test";
     std::string const to = "#a@d.test";
@@ -108,7 +108,7 @@ TEST(KeyValueFilter, DropsALineWithoutABlankWithANote)
                        "invalid key/value ''\n");
 }
 
-TEST(KeyValueFilter, TakesALeadingBlankForTheEndOfAnEmptyKey)
+TEST(KeyValueFilter, TakesALeadingBlankForAnEmptyKey)
 {
     EXPECT_EQ(asIs("\tvalue"), " value");
 }
@@ -122,7 +122,7 @@ TEST(KeyValueFilter, DropsARecordWhoseKeyOrValueIsRefused)
     EXPECT_EQ(through(filter, "a\tb"), "a b");
 }
 
-TEST(KeyValueFilter, ComparesTheValueAsAWholeAndNotAsAList)
+TEST(KeyValueFilter, ComparesTheValueWholeNotAsAList)
 {
     std::string const from = "a@d.test";
     std::string const to = "b@d.test";
@@ -156,7 +156,7 @@ TEST(KeyValueFilter, RenamesADomainInTheMailboxMap)
               "a@sub.d.test sub.d.test/a/Maildir/");
 }
 
-TEST(ValueListFilter, SeparatesByACommaAndBySpaceAndByNothingElse)
+TEST(ValueListFilter, SeparatesByCommaAndSpaceOnly)
 {
     std::string const separators = ", \t\n\v\f\r";
     for (int byte = 0; byte < 256; ++byte) {
@@ -170,7 +170,7 @@ TEST(ValueListFilter, JoinsWithACommaAndASpace)
     EXPECT_EQ(through(ValueListFilter<KeepAll>(), "a b,c"), "a, b, c");
 }
 
-TEST(ValueListFilter, TakesARunOfSeparatorsForOneAndThoseAtTheEndsForNone)
+TEST(ValueListFilter, MergesRunsOfSeparatorsAndIgnoresThoseAtEnds)
 {
     EXPECT_EQ(through(ValueListFilter<KeepAll>(), " ,,a ,\t, b\r\v,"), "a, b");
 }
@@ -246,7 +246,7 @@ TEST(ElementsFilter, RenamesADomainInKeyAndElements)
               "@e.test _orvek_bounce_d.test@localhost.localdomain");
 }
 
-TEST(ElementsFilter, RenamesTheKeyOfAMailDomainAndLeavesItsPath)
+TEST(ElementsFilter, RenamesAMailDomainsKeyAndLeavesItsPath)
 {
     std::string const from = "d.test";
     std::string const to = "e.test";

@@ -168,7 +168,7 @@ TEST(MasterCfParser, RejectsWhatIsNoNumber)
     EXPECT_FALSE(accepts("smtp inet - - - - +1 smtpd"));
 }
 
-TEST(MasterCfParser, TakesTheMarkOfAWakeupAndNoneBehindTheLimit)
+TEST(MasterCfParser, TakesTheMarkOfAWakeupOnly)
 {
     EXPECT_TRUE(smtpOf("smtp inet - - - 60? - smtpd").wakeupIfUsed);
     EXPECT_FALSE(smtpOf("smtp inet - - - 60 - smtpd").wakeupIfUsed);
@@ -197,7 +197,7 @@ TEST(MasterCfParser, RejectsFewerThanEightColumns)
     EXPECT_TRUE(accepts(text));
 }
 
-TEST(MasterCfParser, AcceptsAnyPrintableASCIIButANumberSignInAWord)
+TEST(MasterCfParser, AcceptsPrintableASCIIButNoNumberSignInWords)
 {
     for (int byte = 0; byte < 256; ++byte) {
         char const c = static_cast<char>(byte);
@@ -240,7 +240,7 @@ TEST(MasterCfParser, SwallowsCommentAndEmptyLinesInFrontOfAContinuation)
     EXPECT_EQ(linesOf(text), Lines{text});
 }
 
-TEST(MasterCfParser, LeavesCommentAndEmptyLinesInFrontOfAnythingElseAlone)
+TEST(MasterCfParser, LeavesCommentsAndEmptyLinesBeforeAnythingAlone)
 {
     std::string const s = smtp;
     EXPECT_EQ(linesOf(s + "\n#d\n\n \n  # e\nx inet n - n - - y"),
@@ -277,7 +277,7 @@ TEST(MasterCfParser, RejectsAFileWithOneBadLineAnywhere)
     EXPECT_FALSE(accepts(std::string_view("\0", 1)));
 }
 
-TEST(MasterCfParser, KeepsTheLatestValuesWhereALaterEntryHasAMinus)
+TEST(MasterCfParser, KeepsEarlierValuesWhereALaterEntryHasMinus)
 {
     MasterCfContent content;
     ASSERT_TRUE(parse(content, "a inet y n y 60? 5 x\nb inet - - - - - y\nc unix n y n 7 - z"));
@@ -313,7 +313,7 @@ TEST(MasterCfParser, BeginsANewFileCleared)
     EXPECT_FALSE(smtpOf(smtp).wakeupIfUsed);
 }
 
-TEST(MasterCfParser, PutsASecondEntryOfAServiceInThePlaceOfTheFirst)
+TEST(MasterCfParser, ReplacesAServicesFirstEntryByItsSecond)
 {
     EXPECT_EQ(linesOf("a inet - - - - - x\n# c\na inet - - - - - y\n# d"),
               (Lines{"a inet - - - - - y", "# c", "# d"}));

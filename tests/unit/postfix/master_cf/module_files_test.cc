@@ -176,7 +176,7 @@ TEST_F(ModuleFilesOnHost, StoresNothingByItself)
     EXPECT_FALSE(std::filesystem::exists(parking));
 }
 
-TEST_F(ModuleFilesOnHost, TakesNoStoreOfTheParkingFileAloneForOneOfMasterCf)
+TEST_F(ModuleFilesOnHost, LeavesMasterCfWhenOnlyTheParkingFileIsStored)
 {
     ino_t const before = inode(master_cf);
     EXPECT_EQ(changed([](ModuleManager& m) { m.addModule(submission(), false); }), "0");
@@ -266,7 +266,7 @@ TEST_F(ModuleFilesOnHost, LeavesTheFileAloneWhenItCannotBeReplaced)
     EXPECT_EQ(readFile(master_cf), before);
 }
 
-TEST_F(ModuleFilesOnHost, TellsWhyTheFileCannotBeReplacedThoughTheNewOneCannotBeRemoved)
+TEST_F(ModuleFilesOnHost, TellsWhyReplacingFailedThoughRemovalFailsToo)
 {
     std::string const outcome = loaded([](ModuleManager& manager) {
         failSystemCall(SYS_rename, EXDEV);

@@ -103,7 +103,7 @@ TEST_F(ModuleManagerOnHost, LoadsOnceUnlessForced)
               "101");
 }
 
-TEST_F(ModuleManagerOnHost, ForgetsChangesAtAForcedLoadButNotWhatIsParked)
+TEST_F(ModuleManagerOnHost, ForgetsChangesButNotParkedAtAForcedLoad)
 {
     EXPECT_EQ(changed([](ModuleManager& manager) {
                   manager.disableModule("smtp", ModuleType::inet);
@@ -115,7 +115,7 @@ TEST_F(ModuleManagerOnHost, ForgetsChangesAtAForcedLoadButNotWhatIsParked)
     EXPECT_FALSE(std::filesystem::exists(parking));
 }
 
-TEST_F(ModuleManagerOnHost, ForgetsWhatIsParkedTooAtAForcedLoadOfAParkingFile)
+TEST_F(ModuleManagerOnHost, ForgetsParkedAtAForcedLoadOfAParkingFile)
 {
     writeFile(parking, submission_text);
     EXPECT_EQ(changed([&](ModuleManager& manager) {
@@ -129,7 +129,7 @@ TEST_F(ModuleManagerOnHost, ForgetsWhatIsParkedTooAtAForcedLoadOfAParkingFile)
     EXPECT_EQ(readFile(parking), "other inet n - n - - smtpd") << "nothing is left to store";
 }
 
-TEST_F(ModuleManagerOnHost, KeepsWhatIsParkedAtAForcedLoadWithoutAParkingFile)
+TEST_F(ModuleManagerOnHost, KeepsParkedAtAForcedLoadWithoutAParkingFile)
 {
     writeFile(parking, submission_text);
     EXPECT_EQ(changed([&](ModuleManager& manager) {
@@ -153,7 +153,7 @@ TEST_F(ModuleManagerOnHost, KeepsEverythingAfterALoadThatFailed)
     EXPECT_EQ(readFile(master_cf), head + relay + "\n\n");
 }
 
-TEST_F(ModuleManagerOnHost, KeepsTheNewMasterCfAndTheMarksWhenTheParkingFileIsBad)
+TEST_F(ModuleManagerOnHost, KeepsMasterCfWhenTheParkingFileIsBad)
 {
     EXPECT_EQ(changed([&](ModuleManager& manager) {
                   manager.disableModule("smtp", ModuleType::inet);
@@ -178,7 +178,7 @@ TEST_F(ModuleManagerOnHost, ParksAServiceAndBringsItBackAsItWas)
     EXPECT_EQ(changed([](ModuleManager&) {}), "0") << "the emptied parking file is sound";
 }
 
-TEST_F(ModuleManagerOnHost, CannotLoadAParkingFileEmptiedInTheProcessThatMadeIt)
+TEST_F(ModuleManagerOnHost, CannotReloadAParkingFileItEmptiedItself)
 {
     EXPECT_EQ(changed([](ModuleManager& m) {
                   m.disableModule("smtp", ModuleType::inet);
@@ -216,7 +216,7 @@ TEST_F(ModuleManagerOnHost, RaisesWhenItIsToEnableWhatNobodyKnowsOf)
     EXPECT_EQ(loaded(enable), "!out_of_range: no such module nobody");
 }
 
-TEST_F(ModuleManagerOnHost, PrefersTheRunningOneOfAServiceThatStandsInBothFiles)
+TEST_F(ModuleManagerOnHost, PrefersMasterCfForAServiceInBothFiles)
 {
     writeFile(parking, "smtp inet n - n - - parked");
     EXPECT_EQ(loaded([](ModuleManager& m) {
@@ -273,7 +273,7 @@ TEST_F(ModuleManagerOnHost, AddsARunningServiceAtTheEnd)
     EXPECT_FALSE(std::filesystem::exists(parking));
 }
 
-TEST_F(ModuleManagerOnHost, AddsAServiceThatRunsInItsPlaceAndOutOfTheParkingFile)
+TEST_F(ModuleManagerOnHost, AddsARunningServiceInPlaceAndUnparksIt)
 {
     writeFile(parking, "# a\nsmtp inet n - n - - parked\n# c");
     ModuleInfo info = submission();

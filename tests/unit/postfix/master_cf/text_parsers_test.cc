@@ -108,14 +108,14 @@ TEST(TextParsers, ASeparatorSkipsBlankAndCommentLines)
     EXPECT_EQ(separated("\n\n#c\n \n  #d\n x"), 13);
 }
 
-TEST(TextParsers, ASeparatorWithoutAnIndentedLineEndsBeforeTheFirstLineEnd)
+TEST(TextParsers, AnUnindentedSeparatorEndsBeforeTheFirstLineEnd)
 {
     EXPECT_EQ(separated(" # c\n\n#d\nx"), 4);
     EXPECT_EQ(separated("\n \n#d\n"), 0);
     EXPECT_EQ(separated("\n#d"), 0);
 }
 
-TEST(TextParsers, ASeparatorMayEndInTheBlanksOfTheLastLine)
+TEST(TextParsers, ASeparatorMayEndInFinalBlanks)
 {
     EXPECT_EQ(separated("\n  "), 3);
     EXPECT_EQ(separated("\n#c\n  "), 6);

@@ -87,7 +87,7 @@ TEST_F(BlackDomainsOnHost, AreAddedAtOnceByOneRun)
     EXPECT_EQ(postmap.journal(), std::string("-r -i ") + map + "\n");
 }
 
-TEST_F(BlackDomainsOnHost, MayBeAddedAgainAndTakeThePlaceOfAnotherRecord)
+TEST_F(BlackDomainsOnHost, MayReplaceAnotherRecordWhenAddedAgain)
 {
     fill("spam.test OK");
     SettingsManager::addBlackDomain("spam.test");

@@ -148,7 +148,7 @@ TEST_F(ServiceManagerOnHost, DoesNotCountAMasterWithoutItsQueueManager)
     EXPECT_EQ(ServiceManager::statusServer(0), 1);
 }
 
-TEST_F(ServiceManagerOnHost, DoesNotTakeAFailedWalkForPostfixAndWalksForNoneWithoutANumber)
+TEST_F(ServiceManagerOnHost, TakesNeitherFailedWalkNorMissingNumberForPostfix)
 {
     auto const withoutProc = [] {
         if (unshare(CLONE_NEWNS) != 0 ||

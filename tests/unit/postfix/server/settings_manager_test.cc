@@ -127,7 +127,7 @@ TEST_F(SettingsManagerOnHost, ClosesTheRelayWithoutSmtpAuth)
     EXPECT_EQ(trueSetting("smtpd_sasl_auth_enable"), "no\n");
 }
 
-TEST_F(SettingsManagerOnHost, EnablesSmtpAuthBeforeItBuildsTheListAndSetsTheNetworksLast)
+TEST_F(SettingsManagerOnHost, EnablesAuthThenBuildsTheListThenSetsNetworks)
 {
     postconf.run("exec $real \"$@\"");
     EXPECT_EQ(authRelay(true, true), "");
@@ -148,7 +148,7 @@ TEST_F(SettingsManagerOnHost, EnablesSmtpAuthBeforeItBuildsTheListAndSetsTheNetw
                   networks + ", " + poplock + "\n");
 }
 
-TEST_F(SettingsManagerOnHost, LeavesTheModeAndAuthenticationAloneWithoutAWordOnSmtpAuth)
+TEST_F(SettingsManagerOnHost, LeavesModeAndAuthenticationAloneUnlessTold)
 {
     configure("-e smtpd_sasl_auth_enable=yes");
     EXPECT_EQ(authRelay(indeterminate, true), "");
@@ -168,7 +168,7 @@ TEST_F(SettingsManagerOnHost, EndsPopBeforeSmtpWithoutAWordOnItToo)
     }
 }
 
-TEST_F(SettingsManagerOnHost, ListsThePoplockMapOnceAndPinsTheNetworksWithIt)
+TEST_F(SettingsManagerOnHost, ListsThePoplockMapOnceAndPinsNetworks)
 {
     giveAddress();
     configure("-X mynetworks");

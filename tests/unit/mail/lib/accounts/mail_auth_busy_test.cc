@@ -58,7 +58,7 @@ private:
 
 } // namespace
 
-TEST_F(MailAuthBusy, RepeatsABusyCallAtOnceThenAfterTenMicrosecondsMoreEachTime)
+TEST_F(MailAuthBusy, RepeatsABusyCallWithGrowingWaits)
 {
     MailAuthConnection db;
     ASSERT_EQ(db.openForReading(), 0);
@@ -198,7 +198,7 @@ TEST_F(MailAuthBusy, AbandonsEverythingWhenTheWaitIsRefusedInAPrepare)
     spy.closeAbandoned();
 }
 
-TEST_F(MailAuthBusy, AbandonsTheStatementTooWhenTheWaitIsRefusedInAStep)
+TEST_F(MailAuthBusy, AbandonsTheStatementWhenAStepsWaitIsRefused)
 {
     MailAuthConnection db;
     ASSERT_EQ(db.openForReading(), 0);
@@ -233,7 +233,7 @@ TEST_F(MailAuthBusy, FailsWhenTheWaitIsRefusedInAClose)
     spy.closeAbandoned();
 }
 
-TEST_F(MailAuthBusy, FailsWhenTheWaitIsRefusedAfterARepeatedCallThatSucceeded)
+TEST_F(MailAuthBusy, FailsWhenAWaitIsRefusedDespiteALaterSuccess)
 {
     MailAuthConnection db;
     ASSERT_EQ(db.openForReading(), 0);
@@ -274,7 +274,7 @@ TEST_F(MailAuthBusy, WaitsForAnotherProcessThatWrites)
     EXPECT_THAT(reports(), IsEmpty());
 }
 
-TEST_F(MailAuthBusy, WaitsWithinAStepForAReaderThatHoldsTheCommitOff)
+TEST_F(MailAuthBusy, WaitsInAStepWhileAReaderBlocksCommit)
 {
     MailAuthConnection db;
     ASSERT_EQ(db.openForWriting(), 0);

@@ -104,7 +104,7 @@ TEST_F(MailAuthDomains, GivesTheIdOfAKnownDomainWhateverTheFlags)
     EXPECT_THAT(domains(), ElementsAre("a.com|1", "b.com|0", "zero.com|0"));
 }
 
-TEST_F(MailAuthDomains, RegistersAnUnknownDomainAsDisabledWhenAnyFlagIsSet)
+TEST_F(MailAuthDomains, RegistersAnUnknownDomainAsDisabledWithAnyFlag)
 {
     EXPECT_EQ(idOf("plain.com", 0), 1);
     EXPECT_EQ(idOf("crypted.com", MAIL_AUTH_CRYPTED), 2);
@@ -120,7 +120,7 @@ TEST_F(MailAuthDomains, NeitherRegistersNorReportsWhenNothingIsToChange)
     EXPECT_THAT(reports(), IsEmpty());
 }
 
-TEST_F(MailAuthDomains, CloseTheCallersConnectionOnlyWhenAPrepareOrBindFails)
+TEST_F(MailAuthDomains, CloseTheConnectionOnlyWhenPrepareOrBindFails)
 {
     struct Row
     {

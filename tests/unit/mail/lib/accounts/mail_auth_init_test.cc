@@ -105,7 +105,7 @@ private:
 
 } // namespace
 
-TEST_F(MailAuthInit, CreatesAnEmptyDatabaseWithTheDirectoriesThatLeadToIt)
+TEST_F(MailAuthInit, CreatesAnEmptyDatabaseAndItsDirectories)
 {
     setPath(directory / "a/b/c/passwd.db");
     EXPECT_EQ(mailAuthDBInit(), 0);
@@ -126,7 +126,7 @@ TEST_F(MailAuthInit, DestroysTheDatabaseThatWasThere)
     EXPECT_THAT(domains(), IsEmpty());
 }
 
-TEST_F(MailAuthInit, RunsTheScriptAsOneCallWithTheTimeoutForWriting)
+TEST_F(MailAuthInit, RunsTheScriptInOneCallWithWritersTimeout)
 {
     EXPECT_EQ(mailAuthDBInit(), 0);
     EXPECT_THAT(spy.calls, ElementsAre("open_v2", "exec", "close"));
@@ -243,7 +243,7 @@ TEST_F(MailAuthInit, ReportsAnOwnerThatCannotBeSet)
                                         ", -1) failed: No such file or directory")));
 }
 
-TEST_F(MailAuthInit, LeavesTheModeOfADirectoryWhoseOwnerCannotBeSet)
+TEST_F(MailAuthInit, KeepsADirectorysModeWhenItsOwnerStays)
 {
     chmod(directory.path().c_str(), 0777);
     setPath(directory / "own/passwd.db");
@@ -270,7 +270,7 @@ TEST_F(MailAuthInit, ReportsAModeOfTheDirectoryThatCannotBeSet)
     EXPECT_EQ(run.err, "chmod(\"/usr\", 0751) failed: Operation not permitted\n");
 }
 
-TEST_F(MailAuthInit, ReportsAModeOfTheFileThatCannotBeSetAsTheDirectorysMode)
+TEST_F(MailAuthInit, ReportsTheFilesModeAsTheDirectorysMode)
 {
     if (geteuid() != 0)
         GTEST_SKIP() << "only root can make a file in a directory of somebody else";

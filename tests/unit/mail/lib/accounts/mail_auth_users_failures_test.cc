@@ -127,7 +127,7 @@ TEST_F(MailAuthUsersFailures, ReportTheStatementWhenTheFileIsMissing)
     EXPECT_EQ(readFile(path), "");
 }
 
-TEST_F(MailAuthUsersFailures, FailAtTheStepOfAFileThatMayOnlyBeRead)
+TEST_F(MailAuthUsersFailures, FailAtTheStepOfAReadOnlyFile)
 {
     mailAuthSet("joe", "a.com", "pw", 0);
     chmod(directory.path().c_str(), 0755);

@@ -34,7 +34,7 @@ protected:
 
 } // namespace
 
-TEST_F(AppendDomainaliasesOnHost, PutsTheAliasesOfOneDomainBehindTheNamesThatAreThere)
+TEST_F(AppendDomainaliasesOnHost, AppendsOneDomainsAliasesToTheNames)
 {
     append_domainaliases_by_domain(names, "a.com");
     EXPECT_THAT(names, UnorderedElementsAre("first", "1.a.com", "2.a.com"));

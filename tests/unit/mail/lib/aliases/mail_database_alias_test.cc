@@ -17,7 +17,7 @@ using MailDatabaseAliasOnHost = MailDatabaseTest;
 
 } // namespace
 
-TEST_F(MailDatabaseAliasOnHost, CopiesUsersAndTheirMailAliasesToANewDomainAlias)
+TEST_F(MailDatabaseAliasOnHost, CopiesUsersAndAliasesToANewDomainAlias)
 {
     addDomain("d.test");
     addMailname("d.test", "joe", {"j", "jo"});
@@ -67,7 +67,7 @@ TEST_F(MailDatabaseAliasOnHost, EndsWithTheFirstUserThatCannotBeCloned)
     EXPECT_THAT(addresses(), ElementsAre("x@a.test", "j@d.test", "joe@d.test", "zed@d.test"));
 }
 
-TEST_F(MailDatabaseAliasOnHost, ReportsListsThatCannotBeReadWhileItAddsADomainAlias)
+TEST_F(MailDatabaseAliasOnHost, ReportsUnreadableListsWhenItAddsADomainAlias)
 {
     addDomain("d.test");
     addMailname("d.test", "joe");
@@ -116,7 +116,7 @@ TEST_F(MailDatabaseAliasOnHost, ReportsADomainAliasThatCannotBeRemoved)
     EXPECT_THAT(panel.spy.statements, IsEmpty());
 }
 
-TEST_F(MailDatabaseAliasOnHost, ReportsListsThatCannotBeReadWhileItRemovesADomainAlias)
+TEST_F(MailDatabaseAliasOnHost, ReportsUnreadableListsWhenItRemovesADomainAlias)
 {
     addDomain("d.test", {"a.test"});
     addMailname("d.test", "joe", {"j"});
@@ -132,7 +132,7 @@ TEST_F(MailDatabaseAliasOnHost, ReportsListsThatCannotBeReadWhileItRemovesADomai
                         "Unable to get aliases for mailname joe@d.test"});
 }
 
-TEST_F(MailDatabaseAliasOnHost, ReportsAMailAliasThatCannotBeRemovedFromADomainAlias)
+TEST_F(MailDatabaseAliasOnHost, ReportsAMailAliasThatStaysInADomainAlias)
 {
     addJoeEverywhere();
     spy.forget();

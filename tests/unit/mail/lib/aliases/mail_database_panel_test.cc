@@ -65,7 +65,7 @@ TEST_F(MailDatabasePanelOnHost, LivesThroughAConnectionThatBreaksInTheMiddle)
     EXPECT_THAT(reports(), IsEmpty());
 }
 
-TEST_F(MailDatabasePanelOnHost, ReportsAServerThatStopsInTheMiddleAsOneThatCannotBeReached)
+TEST_F(MailDatabasePanelOnHost, ReportsAServerThatStopsMidwayAsUnreachable)
 {
     addJoeEverywhere();
     panel.spy.before = [&](int number) {

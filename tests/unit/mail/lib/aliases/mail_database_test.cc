@@ -84,7 +84,7 @@ TEST_F(MailDatabaseOnHost, RemovesTheRowsOfAnEmptyPassword)
     }
 }
 
-TEST_F(MailDatabaseOnHost, ReportsAPasswordThatCannotBeSetAndAsksForNoAlias)
+TEST_F(MailDatabaseOnHost, AsksForNoAliasAfterAFailedPassword)
 {
     addDomain("d.test", {"a.test"});
     addUsers({{"ann", "d.test"}});
@@ -104,7 +104,7 @@ TEST_F(MailDatabaseOnHost, StopsAtTheFirstAliasWhosePasswordCannotBeSet)
     EXPECT_THAT(addresses(), ElementsAre("joe@a.test", "ann@b.test", "joe@d.test"));
 }
 
-TEST_F(MailDatabaseOnHost, ReportsDomainAliasesThatCannotBeReadAfterTheFirstRow)
+TEST_F(MailDatabaseOnHost, ReportsUnreadableDomainAliasesAfterTheFirstRow)
 {
     addDomain("d.test", {"a.test"});
     expectQueryFailure(
@@ -127,7 +127,7 @@ TEST_F(MailDatabaseOnHost, RemovesAUserFromTheDomainAndItsAliases)
     EXPECT_THAT(reports(), IsEmpty());
 }
 
-TEST_F(MailDatabaseOnHost, ReportsAUserThatCannotBeRemovedAndAsksForNoAlias)
+TEST_F(MailDatabaseOnHost, AsksForNoAliasAfterAFailedRemoval)
 {
     addJoeEverywhere();
     panel.spy.forget();
@@ -226,7 +226,7 @@ TEST_F(MailDatabaseOnHost, ReportsAMailnameThatCannotBeRemoved)
     EXPECT_THAT(panel.spy.statements, IsEmpty());
 }
 
-TEST_F(MailDatabaseOnHost, ReportsAMailnameThatCannotBeRemovedFromADomainAlias)
+TEST_F(MailDatabaseOnHost, ReportsAMailnameThatStaysInADomainAlias)
 {
     addJoeEverywhere();
     refuse("DELETE", "joe", "a.test");
@@ -246,7 +246,7 @@ TEST_F(MailDatabaseOnHost, ReportsAMailAliasThatCannotBeRemoved)
     EXPECT_THAT(addresses(), ElementsAre("j@a.test"));
 }
 
-TEST_F(MailDatabaseOnHost, ReportsListsThatCannotBeReadWhileItRemovesAMailname)
+TEST_F(MailDatabaseOnHost, ReportsUnreadableListsWhenItRemovesAMailname)
 {
     addDomain("d.test", {"a.test"});
     addMailname("d.test", "joe", {"j"});
@@ -273,7 +273,7 @@ TEST_F(MailDatabaseOnHost, SetsThePasswordOfAMailnameAndAllItsAliases)
     EXPECT_THAT(reports(), IsEmpty());
 }
 
-TEST_F(MailDatabaseOnHost, StopsAtTheFirstMailAliasWhosePasswordCannotBeSet)
+TEST_F(MailDatabaseOnHost, StopsAtTheFirstMailAliasWithoutItsPassword)
 {
     addDomain("d.test", {"a.test"});
     addMailname("d.test", "joe", {"i", "j", "k"});

@@ -66,7 +66,7 @@ TEST_F(PanelNamesOnHost, LeaveErrnoAloneOnANewConnection)
     EXPECT_EQ(panel.spy.connects.size(), 2U);
 }
 
-TEST_F(PanelNamesOnHost, ReportAConnectionThatBrokeAsOneThatCouldNotBeMade)
+TEST_F(PanelNamesOnHost, ReportABrokenConnectionAsOneNeverMade)
 {
     PanelNames panel_names(nullptr);
     StringArray list;
@@ -78,7 +78,7 @@ TEST_F(PanelNamesOnHost, ReportAConnectionThatBrokeAsOneThatCouldNotBeMade)
     EXPECT_EQ(texts().size(), 4U);
 }
 
-TEST_F(PanelNamesOnHost, ReportAFailureOnceThoughItWasTriedOnANewConnection)
+TEST_F(PanelNamesOnHost, ReportAFailureOnceDespiteANewConnection)
 {
     PanelNames panel_names(nullptr);
     StringArray list;

@@ -74,7 +74,7 @@ TEST_F(AutoresponderOnHost, IsMadeForEachMailnameInEachDomain)
     EXPECT_THAT(responders(), ElementsAre("one@example.org", "two@example.org"));
 }
 
-TEST_F(AutoresponderOnHost, IsStoredAndFoundByTheAsciiFormOfTheDomain)
+TEST_F(AutoresponderOnHost, IsKeptUnderTheDomainsAsciiForm)
 {
     EXPECT_EQ(autoresponder_action("someone", "b\u00fccher.example", HOOK_ENABLE), 0);
     EXPECT_THAT(responders(), ElementsAre("someone@xn--bcher-kva.example"));
@@ -96,7 +96,7 @@ TEST_F(AutoresponderOnHost, IsNotTouchedByAnyOtherAction)
     EXPECT_THAT(reports(), IsEmpty());
 }
 
-TEST_F(AutoresponderOnHost, NeedsADomainThatCanBeConvertedEvenForAnActionThatDoesNothing)
+TEST_F(AutoresponderOnHost, NeedsAConvertibleDomainEvenToDoNothing)
 {
     EXPECT_EQ(autoresponder_action("someone", "\xff", HOOK_CHECK), -1);
 }
@@ -110,20 +110,20 @@ TEST_F(AutoresponderOnHost, IsNobodysForAnEmptyListOfMailnames)
     EXPECT_THAT(names(), IsEmpty());
 }
 
-TEST_F(AutoresponderOnHost, IsAlsoMadeForTheEmptyNameBehindTheLastSeparator)
+TEST_F(AutoresponderOnHost, IsMadeForTheEmptyNameAfterTheLastSeparator)
 {
     EXPECT_EQ(autoresponder_action("one,", "example.com", HOOK_ENABLE), 0);
     EXPECT_THAT(responders(), ElementsAre("@example.com", "one@example.com"));
 }
 
-TEST_F(AutoresponderOnHost, EndsAtADomainThatCannotBeConvertedWithTheOnesBeforeItDone)
+TEST_F(AutoresponderOnHost, EndsAtAnInconvertibleDomainAfterThoseBeforeIt)
 {
     EXPECT_EQ(autoresponder_action("one two", "example.com \xff example.org", HOOK_ENABLE), -1);
     EXPECT_THAT(responders(), ElementsAre("one@example.com"));
     EXPECT_THAT(reports(), ElementsAre(error("idn_toascii() failed: Iconv error")));
 }
 
-TEST_F(AutoresponderOnHost, EndsAtAnAddressThatIsTooLongWithTheOnesBeforeItDone)
+TEST_F(AutoresponderOnHost, EndsAtATooLongAddressAfterThoseBeforeIt)
 {
     std::string const longest(254 - strlen("@example.org"), 'x');
     EXPECT_EQ(autoresponder_action((longest + " one").c_str(), "example.org", HOOK_ENABLE), 0);
@@ -136,7 +136,7 @@ TEST_F(AutoresponderOnHost, EndsAtAnAddressThatIsTooLongWithTheOnesBeforeItDone)
     EXPECT_THAT(reports(), ElementsAre(error("domain name too long\n")));
 }
 
-TEST_F(AutoresponderOnHost, FailsAtTheEndWhenSingleHandlersCouldNotBeRemoved)
+TEST_F(AutoresponderOnHost, FailsAtTheEndWhenSomeHandlersStay)
 {
     autoresponder_action("one two", "example.com", HOOK_ENABLE);
     auto const one = lookup("autoresponder", "recipient", "one@example.com");
@@ -149,7 +149,7 @@ TEST_F(AutoresponderOnHost, FailsAtTheEndWhenSingleHandlersCouldNotBeRemoved)
     EXPECT_EQ(reports().back(), error("Unable to make action for some autoresponder handlers"));
 }
 
-TEST_F(AutoresponderOnHost, FailsAtTheEndWhenSingleHandlersCouldNotBeAdded)
+TEST_F(AutoresponderOnHost, FailsAtTheEndWhenSomeHandlersCannotBeAdded)
 {
     std::filesystem::rename("/usr/local/orv/handlers/hooks", "/usr/local/orv/hooks.away");
     EXPECT_EQ(autoresponder_action("one two", "example.com", HOOK_ENABLE), -1);

@@ -79,7 +79,7 @@ TEST_F(HookCloneOnHost, ChangesNothingWhenThereIsACopy)
     EXPECT_THAT(reports(), IsEmpty());
 }
 
-TEST_F(HookCloneOnHost, TakesTheHandlerItselfForTheCopyOfAGlobalOne)
+TEST_F(HookCloneOnHost, TakesAGlobalHandlerForItsOwnCopy)
 {
     auto const name = add("spam", "global", nullptr);
     EXPECT_EQ(control(name, HOOK_CLONE, other), 0);
@@ -144,7 +144,7 @@ TEST_F(HookCloneOnHost, NamesBothExecutableAndContextWhenBothAreMissing)
                             error("No such parameter 'context' for handler '10-spam-a1B2c3'")));
 }
 
-TEST_F(HookCloneOnHost, FindsItsCopyWhateverTheLettersOfTheHandlersOwnType)
+TEST_F(HookCloneOnHost, FindsItsCopyWhateverTheTypesLetters)
 {
     descriptor("10-spam-a1B2c3", {{"handler-type", "RECIPIENT\n"}});
     EXPECT_EQ(control("10-spam-a1B2c3", HOOK_CLONE, other), 0);

@@ -94,7 +94,7 @@ TEST_F(HookEnableOnHost, EndsTheProcessWhereMakingADirectoryDoes)
     EXPECT_THAT(run.err, ::testing::StartsWith("Cannot create directory "));
 }
 
-TEST_F(HookDisableOnHost, RemovesTheMarkerAndTheHookDirectoryThatItLeavesEmpty)
+TEST_F(HookDisableOnHost, RemovesTheMarkerAndAnEmptyHookDirectory)
 {
     auto const name = add("spam");
     EXPECT_EQ(control(name, HOOK_DISABLE), 0);
@@ -126,7 +126,7 @@ TEST_F(HookDisableOnHost, SucceedsWithoutAMarkerAndRemovesTheEmptyDirectory)
     EXPECT_THAT(reports(), IsEmpty());
 }
 
-TEST_F(HookDisableOnHost, RemovesALinkInTheMarkersPlaceAndNotWhatItLeadsTo)
+TEST_F(HookDisableOnHost, RemovesALinkAtTheMarkerNotItsTarget)
 {
     auto const name = add("spam");
     TempDir const dir;
@@ -239,7 +239,7 @@ TEST_F(HookDeleteOnHost, RefreshesOnceForTheMarkerAndTwiceForItself)
     EXPECT_EQ(refreshes(), 3);
 }
 
-TEST_F(HookDeleteOnHost, FailsAndKeepsTheDescriptorWhenTheMarkerCannotBeRemoved)
+TEST_F(HookDeleteOnHost, KeepsTheDescriptorWhenTheMarkerStays)
 {
     auto const name = add("spam");
     std::filesystem::remove(marker(name));
@@ -274,7 +274,7 @@ TEST_F(UnknownActionOnHost, IsReportedAndChangesNothing)
                                        error("UKNOWN ACTION 7 requested for handler " + name)));
 }
 
-TEST_F(UnknownActionOnHost, IsFollowedByTheRefreshAndTheRemovalOfAnEmptyDirectory)
+TEST_F(UnknownActionOnHost, EndsWithTheRefreshAndEmptyDirectoryRemoval)
 {
     auto const name = add("spam", "recipient", address, "before-local", HOOK_DISABLE);
     std::filesystem::create_directories(hookDirectory());
@@ -334,7 +334,7 @@ TEST_F(HookPlaceOnHost, NeedsNoValueForAGlobalHandler)
     EXPECT_TRUE(std::filesystem::exists(at("before-local/global/10-spam-a1B2c3")));
 }
 
-TEST_F(HookPlaceOnHost, CannotBeFormedOfAValueThatIsTooLongToBeReadBack)
+TEST_F(HookPlaceOnHost, CannotBeFormedOfATooLongValue)
 {
     descriptor("10-spam-a1B2c3", {{"recipient", std::string(311, 'x') + "\n"}});
     auto const run = printed([] {

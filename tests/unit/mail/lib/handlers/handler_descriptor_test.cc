@@ -30,7 +30,7 @@ TEST_F(RefreshHandlersOnHost, RunsTheProgramByItsOwnPathWithOneArgument)
     EXPECT_THAT(reports(), IsEmpty());
 }
 
-TEST_F(RefreshHandlersOnHost, TakesAProgramThatOnlyItsOwnerMayExecuteAndNoOther)
+TEST_F(RefreshHandlersOnHost, TakesAProgramOnlyWhenItsOwnerMayExecuteIt)
 {
     refresher("", 0100);
     refresh_handlers();

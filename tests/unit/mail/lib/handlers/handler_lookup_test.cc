@@ -48,7 +48,7 @@ TEST_F(GetHandlerNameOnHost, FindsATemplateThatIsPartOfTheWholeName)
     EXPECT_EQ(lookup("Spam"), "(null)") << "the letters of a template count";
 }
 
-TEST_F(GetHandlerNameOnHost, ComparesTheValueInAnyLettersButHookAndTypeExactly)
+TEST_F(GetHandlerNameOnHost, IgnoresCaseInValuesButNotHookAndType)
 {
     descriptor("10-spam-a1B2c3");
     EXPECT_EQ(lookup("spam", "recipient", "SomeOne@Example.COM"), "10-spam-a1B2c3");
@@ -169,7 +169,7 @@ TEST_F(GetHandlerNameOnHost, DoesNotMindDamagedDescriptorsThatCannotMatch)
     EXPECT_THAT(reports(), IsEmpty());
 }
 
-TEST_F(GetHandlerNameOnHost, EndsAtAValueThatIsTooLongToBeReadBack)
+TEST_F(GetHandlerNameOnHost, EndsAtATooLongValue)
 {
     descriptor("10-spam-a1B2c3", {{"recipient", std::string(311, 'x') + "\n"}});
     auto const run = printed([] { EXPECT_EQ(lookup("spam"), "(null)"); });
@@ -251,7 +251,7 @@ TEST_F(CheckAllOnHost, TakesTheDomainBehindTheFirstAt)
     EXPECT_EQ(check("a@b@c"), 1);
 }
 
-TEST_F(CheckAllOnHost, LooksAtTheRecipientsDirectoryAgainForAValueWithoutADomain)
+TEST_F(CheckAllOnHost, LooksInTheRecipientsDirectoryTwiceWithoutADomain)
 {
     mark("global");
     EXPECT_EQ(check("localname"), 1);

@@ -73,7 +73,7 @@ TEST_F(ByTemplateOnHost, SucceedsWithoutAnyHandler)
     EXPECT_THAT(reports(), IsEmpty());
 }
 
-TEST_F(ByTemplateOnHost, CountsANameThatCannotBeTakenApartAndGoesOn)
+TEST_F(ByTemplateOnHost, CountsAnUnparsableNameAndGoesOn)
 {
     descriptor("stray");
     descriptor("10-stray");
@@ -127,7 +127,7 @@ TEST_F(ByTemplateOnHost, ReportsAStoreThatCannotBeOpened)
     EXPECT_THAT(reports(), ElementsAre(missing, missing));
 }
 
-TEST_F(ByTemplateOnHost, WorksOnNoneOfAStoreThatCannotBeReadToItsEnd)
+TEST_F(ByTemplateOnHost, TouchesNothingInAStoreThatCannotBeRead)
 {
     auto const first = add("spam");
     auto const second = add("spam", "sender", "other@example.com");
@@ -182,7 +182,7 @@ TEST_F(ByMailnameOnHost, TakesNoAddressForADomain)
     EXPECT_THAT(names(), ElementsAre(name));
 }
 
-TEST_F(ByMailnameOnHost, ClonesEachAddressOfADomainActiveWhateverTheStateOfTheHandler)
+TEST_F(ByMailnameOnHost, ClonesEachAddressActiveWhateverTheHandlersState)
 {
     auto const name = add("spam", "recipient", address, "before-local", HOOK_DISABLE);
     add("spam", "sender-domain", "example.com");
@@ -195,7 +195,7 @@ TEST_F(ByMailnameOnHost, ClonesEachAddressOfADomainActiveWhateverTheStateOfTheHa
     EXPECT_THAT(reports(), IsEmpty());
 }
 
-TEST_F(ByMailnameOnHost, MovesEachAddressOfADomainToTheSameNameInTheNewOne)
+TEST_F(ByMailnameOnHost, MovesEachAddressToItsNameInTheNewDomain)
 {
     add("spam");
     add("spam", "sender", "else@example.com");
@@ -208,7 +208,7 @@ TEST_F(ByMailnameOnHost, MovesEachAddressOfADomainToTheSameNameInTheNewOne)
     EXPECT_THAT(reports(), IsEmpty());
 }
 
-TEST_F(ByMailnameOnHost, ClonesTheHandlersOfAnAddressOnceHoweverOftenItIsAsked)
+TEST_F(ByMailnameOnHost, ClonesAnAddresssHandlersOnlyOnce)
 {
     add("spam");
     add("virus");
@@ -221,7 +221,7 @@ TEST_F(ByMailnameOnHost, ClonesTheHandlersOfAnAddressOnceHoweverOftenItIsAsked)
     EXPECT_THAT(reports(), IsEmpty());
 }
 
-TEST_F(ByMailnameOnHost, ClonesTheHandlersThatWereThereAtTheBeginningAndNoCopies)
+TEST_F(ByMailnameOnHost, ClonesOnlyTheHandlersPresentAtTheStart)
 {
     for (int i = 0; i < 5; ++i)
         descriptor("10-spam" + std::to_string(i) + "-a1B2c3");

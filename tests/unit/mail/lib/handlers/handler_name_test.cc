@@ -45,7 +45,7 @@ std::vector<std::string> sorted(std::vector<char const*> names)
 
 } // namespace
 
-TEST(SplitHandlerName, TakesThePriorityBeforeTheFirstHyphenAndTheRandomPartBehindTheLast)
+TEST(SplitHandlerName, SplitsAtTheFirstAndTheLastHyphen)
 {
     expectParts("10-spam-a1B2c3", "10", "spam", "a1B2c3");
 }

@@ -146,7 +146,7 @@ TEST_F(StringToFileOnHost, ReportsAFileThatCannotBeCreated)
     EXPECT_EQ(run.out, run.err);
 }
 
-TEST_F(StringToFileOnHost, ReportsAStringThatCannotBeAddedAndLeavesTheFileEmpty)
+TEST_F(StringToFileOnHost, ReportsAFailedAdditionAndLeavesTheFileEmpty)
 {
     TempDir const dir;
     barLocks();

@@ -100,7 +100,7 @@ TEST_F(MailHandlerAddFailsOnHost, WhenTheDescriptorCannotBeMade)
                              "[A-Za-z0-9]{6}: No such file or directory"));
 }
 
-TEST_F(MailHandlerAddFailsOnHost, WhenTheDescriptorsModeCannotBeSetAndLeavesItEmpty)
+TEST_F(MailHandlerAddFailsOnHost, WhenTheDescriptorsModeFailsAndItStaysEmpty)
 {
     failingCall(SYS_chmod, EPERM,
                 ElementsAre(Pair(3, MatchesRegex("Unable to change permissions for directory "
@@ -110,7 +110,7 @@ TEST_F(MailHandlerAddFailsOnHost, WhenTheDescriptorsModeCannotBeSetAndLeavesItEm
     EXPECT_EQ(modeOf(info(first())), 0700U);
 }
 
-TEST_F(MailHandlerAddFailsOnHost, WhenAParameterCannotBeStoredAndLeavesTheEmptyFile)
+TEST_F(MailHandlerAddFailsOnHost, WhenAParameterFailsAndTheFileStaysEmpty)
 {
     barLocks();
     auto const run = printed([] { EXPECT_EQ(tryToAdd(), -1); });
@@ -161,7 +161,7 @@ TEST_F(MailHandlerAddFailsOnHost, AnywhereBehindHookContextAndTypeInThisOrder)
                            Files{"context", "executable", "handler-type", "hook", "recipient"}));
 }
 
-TEST_F(MailHandlerAddFailsOnHost, WhenTheValueCannotBeLoweredAndLeavesTheOtherParameters)
+TEST_F(MailHandlerAddFailsOnHost, WhenLoweringFailsAndTheOtherParametersStay)
 {
     auto const run = printed([] {
         int number = 0;

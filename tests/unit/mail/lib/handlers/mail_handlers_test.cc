@@ -65,7 +65,7 @@ TEST_F(MailHandlerAddOnHost, GivesDescriptorAndFilesTheirModesWhateverTheUmask)
     EXPECT_THAT(all, Contains(Pair("info/NAME/recipient", "f 0644 0:0 someone@example.com\n")));
 }
 
-TEST_F(MailHandlerAddOnHost, MakesAFlagInThePlaceOfAGlobalHandlersValue)
+TEST_F(MailHandlerAddOnHost, MakesAFlagForAGlobalHandlersValue)
 {
     auto const name = add("spam", "global", nullptr);
     EXPECT_THAT(tree(info(name)),
@@ -82,7 +82,7 @@ TEST_F(MailHandlerAddOnHost, EmptiesTheValueThatAGlobalHandlerIsGiven)
     EXPECT_THAT(tree(info(name)), Contains(Pair("global", "f 0644 0:0 ")));
 }
 
-TEST_F(MailHandlerAddOnHost, StoresTheValueInLowerCaseAndTheTypeInTheTablesLetters)
+TEST_F(MailHandlerAddOnHost, StoresLowerCaseValuesAndTheTablesTypes)
 {
     auto const name = add("spam", "SENDER-Domain", "Example.COM");
     EXPECT_EQ(readFile(info(name + "/handler-type")), "sender-domain\n");
@@ -126,7 +126,7 @@ TEST_F(MailHandlerAddOnHost, MakesNoContextFileForAnEmptyContext)
     EXPECT_FALSE(std::filesystem::exists(info(first() + "/context")));
 }
 
-TEST_F(MailHandlerAddOnHost, AddsASecondHandlerOfTheSameKindUnderAnotherName)
+TEST_F(MailHandlerAddOnHost, GivesASecondHandlerAnotherName)
 {
     auto const one = add("spam");
     EXPECT_NE(add("spam"), one);
@@ -207,7 +207,7 @@ TEST_F(MailHandlerUpdateOnHost, UpdatesAGlobalHandler)
     EXPECT_TRUE(std::filesystem::exists(at("before-local/global/" + first())));
 }
 
-TEST_F(MailHandlerUpdateOnHost, GivesTheHandlerThatItFindsTheTemplateThatItLookedFor)
+TEST_F(MailHandlerUpdateOnHost, GivesTheFoundHandlerTheSearchedTemplate)
 {
     add("antispam");
     EXPECT_EQ(update("", "", ""), 0);
@@ -256,7 +256,7 @@ TEST_F(MailHandlerUpdateOnHost, GoesOnWithoutAContextThatCannotBeRead)
     EXPECT_FALSE(std::filesystem::exists(info(first() + "/context")));
 }
 
-TEST_F(MailHandlerUpdateOnHost, LooksForTheExecutableBeforeTheContextAndForBothBeforeThePriority)
+TEST_F(MailHandlerUpdateOnHost, ChecksExecutableThenContextThenPriority)
 {
     descriptor("spam", {}, {"context"});
     std::filesystem::remove(info("spam/executable"));
@@ -269,7 +269,7 @@ TEST_F(MailHandlerUpdateOnHost, LooksForTheExecutableBeforeTheContextAndForBothB
     EXPECT_THAT(names(), ElementsAre("spam"));
 }
 
-TEST_F(MailHandlerUpdateOnHost, RefusesToTakeThePriorityOfANameThatCannotBeTakenApart)
+TEST_F(MailHandlerUpdateOnHost, RefusesThePriorityOfAnUnparsableName)
 {
     descriptor("spam");
     EXPECT_EQ(update("", "", ""), -1);

@@ -13,7 +13,7 @@ using AttachmentsChangesOnHost = AttachmentsTest;
 
 // ----------------------------------------------------------------------------------- adding
 
-TEST_F(AttachmentsChangesOnHost, CopiesAFileWithMode0644WhateverTheUmaskAndItsMode)
+TEST_F(AttachmentsChangesOnHost, CopiesWithMode0644WhateverUmaskAndSourceMode)
 {
     writeFile(upload, "text");
     mode_t const before = umask(0777);

@@ -139,7 +139,7 @@ TEST_F(AttachmentsOnHost, SaysThatTheStoreCannotBeOpened)
               withErrno("Unable to open dir " + store + ": Not a directory\n", ENOTDIR));
 }
 
-TEST_F(AttachmentsOnHost, EndsAListAtAFileThatCannotBeLookedAt)
+TEST_F(AttachmentsOnHost, EndsAListWhereLstatFails)
 {
     writeFile(store + "/a", "x");
     EXPECT_EQ(failureOf([] {

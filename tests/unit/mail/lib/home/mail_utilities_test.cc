@@ -70,7 +70,7 @@ TEST(MailUtilities, ConvertsTheDomainAndTakesTheMailnameAsItIs)
               "/xn--bcher-kva.example/a%s/.qmail");
 }
 
-TEST(MailUtilities, TakesAMailnameThatBeginsWithALetterADigitAnUnderscoreOrAHyphen)
+TEST(MailUtilities, TakesLetterDigitUnderscoreAndHyphenAtTheStart)
 {
     for (char const* const mailname : {"a", "Z", "0", "9", "_", "-", "a.b", "_.", "-/"})
         EXPECT_EQ(pathBy(get_mailhome_path, mailname, "d"), root() + "/d/" + mailname);
@@ -93,7 +93,7 @@ TEST(MailUtilities, RefusesADomainWithoutAnAsciiForm)
                       "\n");
 }
 
-TEST_F(MailUtilitiesOnHost, TakesAPathThatJustFitsAndRefusesALongerOne)
+TEST_F(MailUtilitiesOnHost, TakesTheLongestPathAndNoLonger)
 {
     std::string const home = root() + "/d/info";
     char path[4096];

@@ -44,7 +44,7 @@ TEST_F(MailnameDeliveryOnHost, CreatesAMissingFileAndLeavesNoTraceInErrno)
     EXPECT_EQ(left(), delivery);
 }
 
-TEST_F(MailnameDeliveryOnHost, AddsDeliveryAtTheEndAndKeepsTheLineOfAReset)
+TEST_F(MailnameDeliveryOnHost, AppendsDeliveryAndKeepsTheResetsLine)
 {
     writeFile(file, "| true\n&a@example.net\n");
     EXPECT_EQ(add(), 0);
@@ -95,7 +95,7 @@ TEST_F(MailnameDeliveryOnHost, SaysThatALineCannotBeAdded)
                   noFile("Unable to add string to " + file + " file."));
 }
 
-TEST_F(MailnameDeliveryOnHost, SaysThatTheFileCannotBeGivenAwayAndKeepsTheLine)
+TEST_F(MailnameDeliveryOnHost, ReportsAFailedOwnerAndKeepsTheLine)
 {
     EXPECT_EQ(failureOf([&] {
                   failSystemCall(SYS_fchownat, EPERM);
@@ -105,7 +105,7 @@ TEST_F(MailnameDeliveryOnHost, SaysThatTheFileCannotBeGivenAwayAndKeepsTheLine)
     EXPECT_EQ(readFile(file), delivery);
 }
 
-TEST_F(MailnameDeliveryOnHost, SaysThatThereIsNoUserToGiveTheFileTo)
+TEST_F(MailnameDeliveryOnHost, ReportsAMissingOwner)
 {
     EXPECT_EQ(failureWithoutPopuser([&] { return add(); }), "user popuser not found\n");
     EXPECT_EQ(failureWithoutPopuser([&] { return remove(); }), "user popuser not found\n");
@@ -147,7 +147,7 @@ TEST_F(MailnameDeliveryOnHost, ResetsAnyFileToOneLine)
     EXPECT_EQ(left(), "| true\n");
 }
 
-TEST_F(MailnameDeliveryOnHost, ResetsToAFileThatNobodyElseReadsEvenIfItsRightsCannotBeSet)
+TEST_F(MailnameDeliveryOnHost, ResetsToAPrivateFileEvenWhenChmodFails)
 {
     CallFailure const failing("fchownat", EPERM);
     EXPECT_EQ(failureOf([&] { return reset(); }),
@@ -172,7 +172,7 @@ TEST_F(MailnameDeliveryOnHost, RemovesAFileThatCannotBeWrittenTo)
     EXPECT_EQ(system(("umount " + home).c_str()), 0);
 }
 
-TEST_F(MailnameDeliveryOnHost, TellsWhyAFileCannotBeWrittenThoughItCannotBeRemovedEither)
+TEST_F(MailnameDeliveryOnHost, TellsWhyWritingFailedThoughRemovalFailsToo)
 {
     ASSERT_EQ(system(("mount -t tmpfs -o size=4096 tmpfs " + home).c_str()), 0);
     writeFile(home + "/full", std::string(4096, 'x'));

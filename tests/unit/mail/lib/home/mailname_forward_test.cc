@@ -44,7 +44,7 @@ TEST_F(MailnameForwardOnHost, AddsAtTheEndAndKeepsOtherLines)
     EXPECT_EQ(left(), "| true\n./Maildir/\n# unknown\n&a@example.net\n&b@example.net\n");
 }
 
-TEST_F(MailnameForwardOnHost, LeavesOneLineOfAForwardAddedTwiceAtTheEnd)
+TEST_F(MailnameForwardOnHost, LeavesOneLineOfATwiceAddedForward)
 {
     EXPECT_EQ(add("a@example.net"), 0);
     EXPECT_EQ(add("b@example.net"), 0);
@@ -130,7 +130,7 @@ TEST_F(MailnameForwardOnHost, SaysThatThereIsNoMemoryForTheLine)
     EXPECT_EQ(rightsOf(file), "missing");
 }
 
-TEST_F(MailnameForwardOnHost, SaysThatThereIsNoUserToGiveTheFileTo)
+TEST_F(MailnameForwardOnHost, ReportsAMissingOwner)
 {
     EXPECT_EQ(failureWithoutPopuser([&] { return add("a@example.net"); }),
               "user popuser not found\n");

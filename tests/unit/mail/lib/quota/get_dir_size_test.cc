@@ -79,7 +79,7 @@ TEST_F(GetDirSize, FailsForWhatIsNotThere)
     EXPECT_EQ(errno, ENOENT);
 }
 
-TEST_F(GetDirSize, FailsForATreeThatCannotBeLookedAtOpenedOrRead)
+TEST_F(GetDirSize, FailsForATreeItCannotExamineOpenOrRead)
 {
     struct Failing
     {

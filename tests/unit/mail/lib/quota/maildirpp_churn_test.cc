@@ -40,7 +40,7 @@ int churn()
 
 } // namespace
 
-TEST_F(MaildirppChurn, NeverFailsAWriteAndDatesTheFileAsItMust)
+TEST_F(MaildirppChurn, NeverFailsAWriteAndDatesTheFileCorrectly)
 {
     folder(".One");
     for (int number = 0; number < 40; ++number)

@@ -50,7 +50,7 @@ protected:
 
 } // namespace
 
-TEST_F(MaildirppFolders, AFolderIsADotAndAnythingButADotBehindIt)
+TEST_F(MaildirppFolders, AFolderIsADotAndAnotherCharacter)
 {
     for (char const* const name : {".Sent", ".x", ".a.b", ".Trash.old", ".trash", ".TRASH", ". "})
         EXPECT_TRUE(is_maildirpp_subfolder(name)) << name;
@@ -58,7 +58,7 @@ TEST_F(MaildirppFolders, AFolderIsADotAndAnythingButADotBehindIt)
         EXPECT_FALSE(is_maildirpp_subfolder(name)) << name;
 }
 
-TEST_F(MaildirppFolders, TheTimeOfAFolderIsTheLaterOfItsTwo)
+TEST_F(MaildirppFolders, AFoldersTimeIsTheLaterOfItsTwo)
 {
     time_t mtime = 0;
     EXPECT_EQ(get_maildirpp_folder_mtime(".Sent", &mtime), 1);
@@ -104,7 +104,7 @@ TEST_F(MaildirppFolders, SaysWhichPathIsTooLong)
         withErrno("Maildir subfolder 'new' name too long to fit the allowed buffer", ENAMETOOLONG));
 }
 
-TEST_F(MaildirppFolders, TheLatestTimeIsThatOfTheRootOrOfAnyFolderThatCounts)
+TEST_F(MaildirppFolders, TheLatestTimeIsTheRootsOrACountedFolders)
 {
     EXPECT_EQ(latest(), 1000);
     makeMaildir(".Trash");
@@ -153,7 +153,7 @@ TEST_F(MaildirppFolders, ReportsAMaildirThatCannotBeOpened)
               withErrno("Unable to open Maildir folder. Has it just been removed?", ENOENT));
 }
 
-TEST_F(MaildirppFolders, FailsWithoutAReportWhenTheMaildirCannotBeReadToItsEnd)
+TEST_F(MaildirppFolders, FailsSilentlyWhenTheMaildirCannotBeRead)
 {
     EXPECT_EQ(report(0,
                      [](time_t* mtime) {
@@ -189,7 +189,7 @@ TEST_F(MaildirppFolders, LooksThroughNoLinkForATime)
     }
 }
 
-TEST_F(MaildirppFolders, ReportsAHundredEntriesThatAreNoFolderAndNoMore)
+TEST_F(MaildirppFolders, ReportsAtMostAHundredEntriesThatAreNoFolder)
 {
     for (int i = 0; i < 150; ++i)
         writeFile(".file" + std::to_string(i), "");

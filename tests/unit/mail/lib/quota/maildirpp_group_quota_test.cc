@@ -39,7 +39,7 @@ protected:
 
 } // namespace
 
-TEST_F(MaildirppGroupQuotaOnHost, TheDefaultIsForMailboxesWithoutAQuotaOfTheirOwn)
+TEST_F(MaildirppGroupQuotaOnHost, TheDefaultIsForMailboxesWithoutTheirOwn)
 {
     addDomain(domain_name);
     addMailnames();
@@ -53,7 +53,7 @@ TEST_F(MaildirppGroupQuotaOnHost, TheDefaultIsForMailboxesWithoutAQuotaOfTheirOw
     EXPECT_EQ(quotas(), "0S,0C  0S,0C");
 }
 
-TEST_F(MaildirppGroupQuotaOnHost, AQuotaOfZeroOrBelowMinusOneIsAMailboxsOwn)
+TEST_F(MaildirppGroupQuotaOnHost, ZeroOrBelowMinusOneIsAMailboxsOwnQuota)
 {
     addDomain(domain_name);
     addMailname("info", 0);

@@ -351,7 +351,7 @@ TEST_F(MaildirppMaildirsize, RemovesTheNewFileAfterEachFailure)
     EXPECT_EQ((failureWith<CallFailure>(EXDEV, "renameat", EXDEV)), "");
 }
 
-TEST_F(MaildirppMaildirsize, KeepsTheErrorOfAFailureWhenTheNewFileIsGone)
+TEST_F(MaildirppMaildirsize, KeepsTheErrorAfterTheNewFilesRemoval)
 {
     // Then neither closing nor removing it works, and they fail differently.
     std::function<void()> const takeAway = [] {

@@ -192,7 +192,7 @@ TEST_F(MaildirppMessages, RaisesTheTimeToThatOfTheLatestDirectory)
     EXPECT_EQ(mtime, 5000);
 }
 
-TEST_F(MaildirppMessages, FindsNothingInADirectoryThatIsMissingOrIsNone)
+TEST_F(MaildirppMessages, FindsNothingInAMissingDirectoryOrAFile)
 {
     fs::remove("new");
     fs::remove("cur");

@@ -84,7 +84,7 @@ TEST_F(MaildirppPeersOnHost, DeliveryHasNoLimitWithoutAQuota)
     EXPECT_EQ(usage(), Usage(300000, 1));
 }
 
-TEST_F(MaildirppPeersOnHost, ADeliveryIsCountedByItsFileAndByItsName)
+TEST_F(MaildirppPeersOnHost, ADeliveryCountsByFileAndByName)
 {
     store(100000);
     EXPECT_EQ(deliver(2000), 0);

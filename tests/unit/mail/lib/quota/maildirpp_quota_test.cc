@@ -28,7 +28,7 @@ TEST_F(MaildirppQuotaOnHost, WritesAsTheUserOfTheMailboxes)
     EXPECT_EQ(rightsOf(file), "-rw-r--r-- popuser:popuser");
 }
 
-TEST_F(MaildirppQuotaOnHost, NoQuotaIsZeroInTheFileAndZeroIsOneByte)
+TEST_F(MaildirppQuotaOnHost, StoresNoQuotaAsZeroAndZeroAsOne)
 {
     struct Stored
     {

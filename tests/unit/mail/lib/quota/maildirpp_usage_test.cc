@@ -125,7 +125,7 @@ TEST_F(MaildirppUsage, CountsWhenTheFileCannotBeRead)
     EXPECT_EQ(result, 1);
 }
 
-TEST_F(MaildirppUsage, CountsWhenTheFileIsNoRegularFileOfOneName)
+TEST_F(MaildirppUsage, CountsWhenTheFileIsIrregularOrDoublyNamed)
 {
     std::string const file = "Maildir/maildirsize";
     writeFile("other", "0S,0C\n42 1\n");

@@ -225,7 +225,7 @@ TEST_F(CourierConfigure, EndsAtAFileThatCannotBeWritten)
 }
 
 // By the end nothing of it is left for the close to write.
-TEST_F(CourierConfigure, DoesNotTakeAFileForWrittenWhenItsBeginningIsNot)
+TEST_F(CourierConfigure, FailsWhenTheFilesBeginningIsNotWritten)
 {
     std::string const blocks = std::string(8191, 'x') + "\n";
     writeFile(pathOf("imapd"), blocks);
@@ -252,7 +252,7 @@ TEST_F(CourierConfigure, EndsAtAFileThatCannotBeClosed)
     EXPECT_EQ(left(), "A=1\n|A=1\n|A=1\n|A=1\n|");
 }
 
-TEST_F(CourierConfigure, EndsAtAFileThatCannotBePutInItsPlace)
+TEST_F(CourierConfigure, EndsAtAFileThatCannotBeRenamed)
 {
     std::optional<CallFailure> failure;
     EXPECT_EQ(changed([&] { failure.emplace("fclose", EIO, 2); }),

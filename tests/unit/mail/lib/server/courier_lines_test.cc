@@ -72,7 +72,7 @@ TEST(CopyChangedLines, RemovesEveryLineOfAVariable)
     EXPECT_EQ(changed("B=2\n", {{"A", ENV_DEL, "1"}}), "B=2\n");
 }
 
-TEST(CopyChangedLines, KnowsAVariableByItsNameAtTheVeryBeginningAndAnEqualsSign)
+TEST(CopyChangedLines, KnowsAVariableByLeadingNameAndEqualsSign)
 {
     std::string const text = "#A=1\n A=1\nexport A=1\nA =1\nAB=1\nA\nA_B=1\na=1\nBA=1\n";
     EXPECT_EQ(changed(text, {{"A", ENV_DEL, nullptr}}), text);
@@ -92,7 +92,7 @@ TEST(CopyChangedLines, EndsALastLineThatHasNoNewline)
     EXPECT_EQ(changed("A=1", {{"B", ENV_ADD, "2"}}), "A=1\nB=2\n");
 }
 
-TEST(CopyChangedLines, WritesThatNewlineAlsoBehindALineThatWasReplacedOrDropped)
+TEST(CopyChangedLines, WritesThatNewlineAfterAReplacedOrDroppedLineToo)
 {
     EXPECT_EQ(changed("A=1\nB=2", {{"B", ENV_ADD, "3"}}), "A=1\nB=3\n\n");
     EXPECT_EQ(changed("A=1\nB=2", {{"B", ENV_DEL, "3"}}), "A=1\n\n");

@@ -43,7 +43,7 @@ TEST(DomainKeys, AreInstalledFromARegularFileOnly)
     }
 }
 
-TEST_F(DomainKeysOnHost, AreInstalledOnlyFromAFileOfTheCallersUnlessThatIsRoot)
+TEST_F(DomainKeysOnHost, AreInstalledOnlyFromTheCallersFileUnlessRoots)
 {
     ASSERT_EQ(chmod(source.c_str(), 0644), 0);
     auto const install_as = [&](uid_t user) {
@@ -57,7 +57,7 @@ TEST_F(DomainKeysOnHost, AreInstalledOnlyFromAFileOfTheCallersUnlessThatIsRoot)
     EXPECT_EQ(install_as(0), 0);
 }
 
-TEST_F(DomainKeysOnHost, AreInstalledForEachDomainOfTheListWithTheirRights)
+TEST_F(DomainKeysOnHost, AreInstalledForEachListedDomainWithTheirRights)
 {
     mode_t const before = umask(077); // which must not keep the filter out
     expect(

@@ -20,7 +20,7 @@ TEST(DomainKeys, AreNotRemovedWithoutMemoryForTheList)
     EXPECT_EQ(run.out, run.err);
 }
 
-TEST(DomainKeys, AreNotRemovedFromADirectoryWhosePathIsTooLong)
+TEST(DomainKeys, AreNotRemovedFromATooLongPath)
 {
     std::string const longer = longestDomain("") + "x";
     ChildRun const run =
@@ -55,7 +55,7 @@ TEST_F(DomainKeysOnHost, AreNotConfusedByDoubledAndTrailingCommas)
     EXPECT_THAT(namesIn(keys), ElementsAre("c.com"));
 }
 
-TEST_F(DomainKeysOnHost, AreInstalledForTheOtherDomainsBesideOneThatIsTooLong)
+TEST_F(DomainKeysOnHost, AreInstalledForTheOthersBesideATooLongDomain)
 {
     std::string const longer = longestDomain("") + "x";
     expect(

@@ -170,7 +170,7 @@ TEST_F(SpfControlOnHost, EndsAtTheFirstFileThatCannotBeWritten)
 }
 
 // By its end nothing of it is left for the close to write.
-TEST_F(SpfControlOnHost, DoesNotTakeALongValueForWrittenWhenItsBeginningIsNot)
+TEST_F(SpfControlOnHost, FailsWhenALongValuesBeginningIsNotWritten)
 {
     std::filesystem::remove(pathOf("spfrules"));
     std::filesystem::create_symlink("/dev/full", pathOf("spfrules"));
