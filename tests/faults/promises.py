@@ -10,7 +10,7 @@ import mailhost
 
 # What a process that was killed may leave beside the files themselves.
 UNFINISHED = re.compile(
-    r"/\.qmail\.tmp$|\.\w{6}$|/Maildir/tmp/|/orvek/[a-z_]+$|\.db\.saved(\.tmp)?$|/handlers/info/[^/]*\*|\.OrvekSaved\.\*")
+    r"/\.qmail\.tmp$|\.\w{6}$|/Maildir/tmp/|/orvek/\.[a-z_]+\.room-\d+(/|$)|/handlers/info/[^/]*\*|\.OrvekSaved\.\*")
 LINES_OF_A_CRASH = re.compile(r"terminate called|Sanitizer|runtime error:|Assertion|stack smashing|corrupted|double free")
 
 
