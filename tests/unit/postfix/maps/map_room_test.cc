@@ -182,7 +182,7 @@ TEST_F(MapRoomOnHost, OpensNoFifoAtTheIndexedFile)
 TEST_F(MapRoomOnHost, FollowsNoLinkAndOpensNoFifoAsText)
 {
     writeFile(tools / "victim", "precious");
-    for (std::string const command :
+    for (std::string const& command :
          {"ln -s " + (tools / "victim") + " ", std::string("mkfifo ")}) {
         run(command + path);
         DatabaseHelper::replaceRecords(map, one.begin(), one.end());
