@@ -1,11 +1,11 @@
 // child_report - how a child that fails before exec tells its parent why
 //
-// The report is a stream of records, each a tag of four bytes, a text and a NUL byte, without
-// lengths: "ET: " the type of the exception, "EM: " its what(), and for the type "SystemError"
-// "EC: " the error number in decimal. Nothing at all means that exec has closed the pipe.
+// The report is a stream of records. Each is a tag of four bytes, a text and a NUL byte: "ET: " is
+// the type of the exception, "EM: " its what(), and "EC: " the error number of a SystemError in
+// decimal. An empty report means that exec has closed the pipe.
 //
-// Writing has no failures that anyone could be told of; none are reported. readReport raises
-// SystemError "control pipe read", or "close" when the read end cannot be closed.
+// Failures to write are ignored: no one could be told. readReport raises SystemError "control pipe
+// read", or "close" when the read end cannot be closed.
 
 #ifndef MAILVEK_PROCESS_CHILD_REPORT_H
 #define MAILVEK_PROCESS_CHILD_REPORT_H
@@ -29,12 +29,12 @@ struct ChildReport
     int code = 0;
 };
 
-// Reads to the end of file and closes the read end, keeping errno. A record of no known tag is
-// passed on to std::clog.
+// Reads to the end of file and closes the read end; keeps errno. A record with an unknown tag goes
+// to std::clog.
 ChildReport readReport(FdOwner& readEnd);
 
-// Raises what a report with a type stands for: SystemError with message and code (the current
-// errno for code 0), std::runtime_error with the message, std::exception without it, and
+// Raises the exception of a report with a type: SystemError with message and code (code 0: the
+// current errno), std::runtime_error with the message, std::exception without it, or
 // std::bad_exception for any other type.
 [[noreturn]] void raiseReported(ChildReport const& report);
 

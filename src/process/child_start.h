@@ -1,8 +1,8 @@
 // child_start - the child's way from fork to exec
 //
-// Every failure on that way is written to the report pipe, from where ProcessLaunch::waitExec
-// raises it in the parent, and the child leaves by exit: 67 for a SystemError, 66 for any other
-// standard exception, 65 for anything else.
+// The child writes a failure to the report pipe, and ProcessLaunch::waitExec raises it in the
+// parent. The child leaves by exit: 67 for a SystemError, 66 for any other standard exception, 65
+// for anything else.
 
 #ifndef MAILVEK_PROCESS_CHILD_START_H
 #define MAILVEK_PROCESS_CHILD_START_H

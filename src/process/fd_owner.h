@@ -1,14 +1,13 @@
 // fd_owner - owners of descriptors, and how the process layer makes pipes
 //
-// FdOwner closes the descriptor it owns, or refers to one that stays someone else's. PipeOwner
-// holds the two ends of a pipe.
+// FdOwner closes the descriptor that it owns, or refers to one that someone else owns. PipeOwner
+// has the two ends of a pipe.
 //
-// Failures: close() raises SystemError "close"; the fields are reset all the same. So does the
-// destructor, unless an exception is in flight: then it closes quietly and keeps errno. The
-// destructor of PipeOwner closes the write end first and the read end in any case, and raises
-// "pipe read-end close" with the first error number. A destructor that raises must never be run
-// by a container or a smart pointer of the standard library, which would end the process: keep
-// these owners as locals, as members or in plain arrays.
+// close() raises SystemError "close" and resets the fields all the same. The destructor does the
+// same; while an exception is in flight it closes quietly and keeps errno. The destructor of
+// PipeOwner closes the write end first, always closes the read end, and raises "pipe read-end
+// close" with the first error number. Keep these owners as locals, as members or in plain arrays:
+// a destructor that raises inside a standard container or smart pointer ends the process.
 
 #ifndef MAILVEK_PROCESS_FD_OWNER_H
 #define MAILVEK_PROCESS_FD_OWNER_H
@@ -45,13 +44,13 @@ public:
     FdOwner writeEnd;
 };
 
-// Takes what open or pipe has just returned. The result is never 0, 1 or 2, even where the
-// process was started without its standard streams: a pipe to a child that sat there would
-// receive the tool's own messages, or be run over when a child's streams are put in place. A
-// descriptor below 0, or a failure to move one, raises SystemError with the given word.
+// Takes what open or pipe has just returned. The result is never 0, 1 or 2, even in a process
+// without its standard streams: a pipe in their place would get the tool's own messages or be
+// overwritten by a child's streams. A descriptor below 0, or a failure to move one, raises
+// SystemError with the given word.
 FdOwner keptAboveStreams(int descriptor, char const* failure);
 
-// A new pipe, neither end of which is 0, 1 or 2; failure raises SystemError with that word.
+// A new pipe. Neither end is 0, 1 or 2. A failure raises SystemError with that word.
 PipeOwner openPipe(char const* failure);
 
 // Sets O_NONBLOCK; failure raises SystemError with the given word.

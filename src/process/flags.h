@@ -1,10 +1,10 @@
 // flags - what a caller says about the programs of a pipeline, and about the pipeline
 //
-// A descriptor mode is an int. 0 and above names an open descriptor that the program uses as it
-// is and that stays the caller's; below 0 it is one of DescriptorMode.
+// A descriptor mode is an int. From 0 on it is an open descriptor: the program uses it, and it
+// stays the caller's. Below 0 it is one of DescriptorMode.
 //
-// Strings and vectors are held by value; env, and whatever the callbacks refer to, stays the
-// caller's and must outlive the run.
+// Strings and vectors are copied. env and all that the callbacks refer to stay the caller's and
+// must outlive the run.
 
 #ifndef MAILVEK_PROCESS_FLAGS_H
 #define MAILVEK_PROCESS_FLAGS_H
@@ -52,8 +52,8 @@ template<class Flags>
 struct Parameters : Flags
 {
     Parameters() = default;
-    // The program and up to nine arguments, which end before the first empty one. An empty
-    // argument can only be given by way of args itself.
+    // The program and up to nine arguments. They end before the first empty one; put an empty
+    // argument into args itself.
     explicit Parameters(
         std::string const& program, std::string const& a1 = std::string(),
         std::string const& a2 = std::string(), std::string const& a3 = std::string(),

@@ -1,22 +1,21 @@
 // pipe - runs a chain of programs as a shell runs a | b | c, without a shell
 //
-// The caller may feed the first stage's standard input and collect the last stage's standard
-// output and standard error through callbacks. All traffic runs in one loop of the calling
-// thread, so no stage can block against the tool however much it reads or writes. Feeding stops
-// when the first stage ends or closes its input; the rest of the input is dropped. SIGCHLD comes
-// through for the length of the traffic, also where the tool was started with it blocked.
+// Callbacks can feed the first stage's standard input and collect the last stage's standard output
+// and standard error. One loop of the calling thread moves all data, so no stage can block against
+// the tool. Feeding stops when the first stage ends or closes its input; the rest is dropped.
+// SIGCHLD is unblocked while the loop runs.
 //
-// run() returns the raw wait status of the last stage; how the earlier ones ended is seen by
-// exitHandler alone. There is no time limit. One Pipe runs once: to run another command assign a
-// fresh one. Pipelines do not nest.
+// run() returns the raw wait status of the last stage. Only exitHandler sees how the earlier ones
+// ended. There is no time limit. A Pipe runs once: assign a fresh one for another command. Do not
+// nest pipelines.
 //
 // Deliberate: only the last stage's standard error can be read, whichever stage asks for it to
 // be captured, and an env of the whole pipe reaches only stages that have one of their own.
 //
-// Failures: std::logic_error for a second run, a run without stages and append after run;
-// SystemError with the name of the call; what ProcessLaunch raises for a stage that cannot be
-// started; and whatever a callback raises. The stages that are running then are neither killed
-// nor waited for, only their pipes are closed.
+// Raises std::logic_error for a second run, a run without stages and append after run, SystemError
+// with the name of the call, what ProcessLaunch raises for a stage that cannot be started, and what
+// a callback raises. Stages that run then are neither killed nor waited for; their pipes are
+// closed.
 
 #ifndef MAILVEK_PROCESS_PIPE_H
 #define MAILVEK_PROCESS_PIPE_H
@@ -49,8 +48,8 @@ public:
     std::vector<ProcessStatus> statuses; // one for each launched stage; empty until run
 };
 
-// Launches all stages, each in its slot of launches, with SIGCHLD blocked until the last one is
-// in the catcher's table, and installs the catcher. Raises what launching a stage raises.
+// Installs the catcher and launches each stage in its slot of launches. SIGCHLD is blocked until
+// the last one is in the catcher's table. Raises what launching a stage raises.
 void launchAll(Stages const& stages, int stdinMode, int stdoutMode, ProcessSetCatcher& catcher,
                ProcessLaunch* launches, std::vector<ProcessStatus>& statuses);
 

@@ -1,18 +1,17 @@
 // process_launch - starts one child with chosen descriptors
 //
-// The constructor forks. What goes wrong in the child between fork and exec is raised in the
-// parent by waitExec() as an exception of the same kind, its text unchanged; the child itself
-// has left by then, with a status that nobody looks at, and has been waited for. The child's
-// signal mask and signal actions are those it was forked with.
+// The constructor forks. When the child fails between fork and exec, waitExec() raises an exception
+// of the same kind and text in the parent. The child has ended then and has been waited for. The
+// child keeps the signal mask and signal actions of the fork.
 //
-// The tool's end of a captured stream is in stdinPipe, stdoutPipe or stderrPipe; the caller may
-// close it earlier. It is close-on-exec, so that it does not live on in a later child and keep
-// this one from reaching the end of its input. Everything else that is open is inherited,
-// unless closeDescriptors is set. The destructor closes what is left; it neither waits for the
-// child nor kills it, and raises as FdOwner and PipeOwner do.
+// stdinPipe, stdoutPipe and stderrPipe have the tool's ends of captured streams; the caller may
+// close them earlier. They are close-on-exec: in a later child they would keep this one from the
+// end of its input. Everything else that is open is inherited unless closeDescriptors is set. The
+// destructor closes what is left and raises as FdOwner and PipeOwner do. It neither waits for the
+// child nor kills it.
 //
-// Failures of the constructor: SystemError with the call's name, "pipe" also when fork fails,
-// "close"; std::invalid_argument for a mode that is none.
+// The constructor raises SystemError with the call's name ("pipe" also for fork, "close") and
+// std::invalid_argument for an unknown mode.
 
 #ifndef MAILVEK_PROCESS_PROCESS_LAUNCH_H
 #define MAILVEK_PROCESS_PROCESS_LAUNCH_H
@@ -38,9 +37,9 @@ public:
                   boost::function<void()> const& childSetup, int stdinMode, int stdoutMode,
                   int stderrMode);
 
-    // Returns when the child has exec'ed and raises its error when it could not. To be called
-    // once, before anything else is concluded about the child. SystemError "control pipe read"
-    // when the report cannot be read.
+    // Returns when the child has exec'ed, and raises its error when it could not. Call it once,
+    // before any other use of the child. SystemError "control pipe read" when the report cannot
+    // be read.
     void waitExec();
 
     // Waits for the child's end and returns its raw wait status. SystemError "unable to wait for
@@ -58,8 +57,8 @@ private:
     std::optional<int> reaped;
 };
 
-// Starts one stage of a pipeline. The program, args[0] where path is empty, is searched for in
-// PATH unless it begins with "." or "/". std::out_of_range when there is neither.
+// Starts one stage of a pipeline. The program is path, or args[0] when path is empty. It is
+// searched in PATH unless it begins with "." or "/". std::out_of_range without either.
 ProcessLaunch launchOne(Parameters<PipeProcessFlags> const& parameters, int stdinMode,
                         int stdoutMode);
 

@@ -1,12 +1,12 @@
 // process_set_catcher - notes the end of each child of a pipeline
 //
-// install() makes the catcher's childHandler the action of SIGCHLD; from then on it reaps every
-// child of the process, also one that someone else waits for, stores the wait status of those
-// in processes, and writes a byte to the self-pipe for each that has ended, which wakes a poll
-// on its read end. One catcher can be installed at a time. A stopped child is not noticed.
+// install() makes childHandler the action of SIGCHLD. It reaps every child of the process, also one
+// that someone else waits for. For a child in processes it stores the wait status and writes a byte
+// to the self-pipe, which wakes a poll on the read end. Only one catcher can be installed. A
+// stopped child is not noticed.
 //
-// The caller enters its children in processes while SIGCHLD is blocked and only reads the table
-// afterwards: the handler takes no lock.
+// Enter children in processes while SIGCHLD is blocked, and only read the table after that: the
+// handler takes no lock.
 //
 // Failures: std::logic_error from install() while another catcher is installed, which stays,
 // and from remove(false) while children of the table are running. SystemError "sigaction",

@@ -1,11 +1,10 @@
 // sig_blocker - keeps signals blocked for the length of a scope
 //
-// block() adds a signal to the mask; the mask of the first call is what the destructor puts
-// back.
+// block() adds a signal to the mask. The destructor restores the mask from before the first call.
 //
-// Failures raise SystemError: "get sigprocmask", "sigaddset", "set sigprocmask", and from the
-// destructor "restore sigprocmask", unless an exception is in flight: then the failure is
-// ignored and errno kept.
+// A failure raises SystemError: "get sigprocmask", "sigaddset", "set sigprocmask", and in the
+// destructor "restore sigprocmask". While an exception is in flight the destructor ignores its
+// failure and keeps errno.
 
 #ifndef MAILVEK_PROCESS_SIG_BLOCKER_H
 #define MAILVEK_PROCESS_SIG_BLOCKER_H
@@ -29,7 +28,7 @@ private:
     bool blocking = false;
 };
 
-// The signal mask of the process; failure raises SystemError "get sigprocmask".
+// The signal mask of the process. A failure raises SystemError "get sigprocmask".
 sigset_t currentSignalMask();
 
 } // namespace orvek

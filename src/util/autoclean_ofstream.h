@@ -1,8 +1,7 @@
 // autoclean_ofstream - an output file that never outlives its writing
 //
-// A std::ofstream that knows its path and whose destructor removes the file, always: whether
-// it was written, closed or could be opened at all, and there is no way to keep it. The
-// destructor keeps errno, and a failed removal is not seen.
+// A std::ofstream that knows its path. Its destructor always removes the file, even one that could
+// not be opened; the file cannot be kept. The destructor keeps errno and ignores a failed removal.
 
 #ifndef MAILVEK_UTIL_AUTOCLEAN_OFSTREAM_H
 #define MAILVEK_UTIL_AUTOCLEAN_OFSTREAM_H

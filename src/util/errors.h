@@ -1,7 +1,7 @@
 // errors - the exception classes of the upper layer
 //
-// Whatever fails in the upper layer travels as one of these up to main, which reports it and
-// makes it the exit status. Nobody reports an error that he raises.
+// A failure of the upper half travels as one of these up to main, which reports it and turns it
+// into the exit status. Code that raises an error does not report it.
 
 #ifndef MAILVEK_UTIL_ERRORS_H
 #define MAILVEK_UTIL_ERRORS_H
@@ -15,9 +15,8 @@
 
 namespace orvek {
 
-// A failed system call: what() is the message, ": " and the text of the error number, or that
-// text alone for an empty message. It is formed once, at the first what(). Code 0 stands for
-// the errno of the moment of construction.
+// A failed system call. what() is the message, ": " and the text of the error number; with an empty
+// message it is that text alone. The first what() forms it. Code 0 means errno at construction.
 class SystemError : public std::runtime_error
 {
 public:
@@ -32,7 +31,7 @@ private:
     mutable std::string full_text;
 };
 
-// A SystemError whose number is part of its type, so that it can be caught by it.
+// A SystemError with its number in its type, so that a catch can name the number.
 template<int N>
 class ExSystemError : public SystemError
 {
@@ -46,9 +45,8 @@ extern template class ExSystemError<EINTR>;
 extern template class ExSystemError<ECHILD>;
 extern template class ExSystemError<EAGAIN>;
 
-// Raises the class that fits the code: ExSystemError for the five numbers above, SystemError
-// for any other. The choice looks at the argument alone; code 0 is a plain SystemError with
-// the current errno, whatever that is.
+// Raises ExSystemError for the five numbers above and SystemError for any other. Only the argument
+// counts: code 0 is a plain SystemError with the current errno.
 [[noreturn]] void throwSystemError(std::string const& message, int code);
 
 // A request that the mail server cannot carry out.
@@ -73,29 +71,29 @@ public:
 
 namespace orvek::mail::postfix {
 
-// What the two errors of the Postfix layer have in common; never raised itself.
+// The base of the two errors of the Postfix rooms. Never raised itself.
 class PostfixError : public std::runtime_error
 {
 public:
     using std::runtime_error::runtime_error;
 };
 
-// A failed run of a Postfix tool, or a record that does not hold what it must.
+// A failed run of a Postfix tool, or a record with a wrong content.
 class PostfixConfigurationError : public PostfixError
 {
 public:
     using PostfixError::PostfixError;
 };
 
-// A change that a map refused, or a bad answer from one.
+// A map refused a change or gave a bad answer.
 class PostfixDatabaseError : public PostfixError
 {
 public:
     using PostfixError::PostfixError;
 };
 
-// The report of a failed restore: head, the name of what could not be put back, tail.
-// Deliberate: "Constact" stays as it stands.
+// The report of a failed restore: head, the name of what could not be restored, tail.
+// Deliberate: "Constact" stays.
 extern char const doubleErrorHead[];
 extern char const doubleErrorTail[];
 

@@ -1,8 +1,8 @@
 // idn - internationalised names for the upper layer
 //
-// Domains arrive in UTF-8 and are stored in their ASCII form. Where the library refuses a
-// name these raise IdnaError with its result code; a success without a result is
-// std::bad_alloc.
+// Domains arrive in UTF-8 and are stored in their ASCII form. The functions raise IdnaError with
+// the library's result code when it refuses a name, and std::bad_alloc when it succeeds without a
+// result.
 
 #ifndef MAILVEK_UTIL_IDN_H
 #define MAILVEK_UTIL_IDN_H
@@ -29,8 +29,7 @@ private:
 std::string toAscii(std::string const& domain);
 std::string toUtf8(std::string const& domain);
 
-// Converts what stands behind the first "@". The local part is never converted, and a text
-// without "@" comes back as it is.
+// Converts what follows the first "@", never the local part. A text without "@" is not changed.
 std::string emailToAscii(std::string const& address);
 
 } // namespace orvek::idn

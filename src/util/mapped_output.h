@@ -1,10 +1,9 @@
 // mapped_output - a file that is written as memory
 //
-// A stream buffer over a mapped file: what is put into it is in the file at once, for everybody
-// who reads the file, and no system call is made for it. The file grows by whole windows ahead
-// of what is written, so that zeros follow the last byte until finish cuts them off. Room is
-// reserved before it is mapped: a full disk is a failed write and not a signal. Nobody else may
-// shorten the file meanwhile.
+// A stream buffer over a mapped file. What is written is in the file at once for every reader,
+// without a system call. The file grows by whole windows, so zeros follow the last byte until
+// finish() cuts them off. Room is reserved before it is mapped: a full disk is a failed write, not
+// a signal. No one else may shorten the file meanwhile.
 //
 // The constructor takes over a file that is there, to be written from its beginning. A file that
 // cannot be mapped, or that has no room, is not open: the buffer refuses everything, the file may

@@ -1,11 +1,11 @@
 // mk_lock - a lock between processes, held for the length of a scope
 //
-// The constructor takes the lock and the destructor frees it; the lock file stays on the
-// disk. Unless the plain name is asked for, the lock file is one named after the MD5 of the
-// path in /var/lock/files, so that locking a configuration file never touches it.
+// The constructor takes the lock and the destructor frees it. The lock file stays on the disk. Its
+// name is the MD5 of the path in /var/lock/files, unless the plain name is asked for, so that
+// locking a configuration file does not touch it.
 //
-// Failures: a system error "lock() failed" when the lock cannot be made; for a lock that is
-// not waited for and that another process holds, std::runtime_error that names the path. The
+// The constructor raises the system error "lock() failed" when the lock cannot be made. With
+// do_not_wait it raises std::runtime_error with the path when another process has the lock. The
 // destructor reports a failure and does not raise.
 
 #ifndef MAILVEK_UTIL_MK_LOCK_H

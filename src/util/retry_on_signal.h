@@ -1,6 +1,6 @@
 // retry_on_signal - repeats a system call that a signal has interrupted
 //
-// The call is any function object whose result is -1 with errno set when it fails. Result and
+// The call is any function object that returns -1 with errno set when it fails. The result and
 // errno are those of the last attempt.
 
 #ifndef MAILVEK_UTIL_RETRY_ON_SIGNAL_H

@@ -1,10 +1,9 @@
 // sh_quote - protects a text that Postfix will hand to a shell
 //
-// sh_quote puts a backslash before every byte that means something to a shell, and a newline
-// between single quotes. Bytes of 128 and above pass unchanged: they stand in texts written
-// in UTF-8. An empty text stays empty.
+// sh_quote puts a backslash before every byte that means something to a shell, and single quotes
+// around a newline. Bytes from 128 on stay, because texts are UTF-8. An empty text stays empty.
 //
-// check_shell_arg raises std::runtime_error for a text that holds an unsafe byte.
+// check_shell_arg raises std::runtime_error for a text with an unsafe byte.
 
 #ifndef MAILVEK_UTIL_SH_QUOTE_H
 #define MAILVEK_UTIL_SH_QUOTE_H

@@ -1,15 +1,15 @@
 // tmp_file - an output stream on a new file beside its target
 //
-// The file's name is the prefix and six more characters, so that with the target's own path
-// as the prefix a rename over the target never crosses a file system. Its mode is that of
-// mkstemp, 0600; whoever needs another one changes it.
+// The file's name is the prefix and six more characters. With the target's path as the prefix a
+// rename over the target never crosses a file system. The mode is 0600, as mkstemp makes it; change
+// it where another is needed.
 //
-// While autoclean is set the destructor removes the file. To keep it: clear autoclean, destroy
-// the object, which writes out what is left, and only then rename. What cannot be written by
-// then is lost without a word, so flush before autoclean is cleared.
+// The destructor removes the file while autoclean is set. To keep the file, flush it, clear
+// autoclean, destroy the object and then rename. Flush first: the destructor is silent about what
+// it could not write.
 //
-// Failures: the constructor raises a system error and leaves nothing behind; writing fails as
-// the stream's exception mask says; a failed removal is one line on standard error.
+// The constructor raises a system error and leaves nothing. Writing fails as the stream's exception
+// mask says. A failed removal is one line on standard error.
 
 #ifndef MAILVEK_UTIL_TMP_FILE_H
 #define MAILVEK_UTIL_TMP_FILE_H

@@ -1,10 +1,9 @@
 // traceback - the call stack at the moment of construction
 //
-// For exception classes that derive from it beside std::exception: the report of such an
-// exception then ends with its stack. At most 11 frames are kept; the skip innermost ones
-// are not printed.
+// An exception class that derives from this and from std::exception has its stack in its report.
+// Up to 11 frames are kept. The skip innermost ones are not printed.
 //
-// Symbols are looked up at the first print and kept; a copy looks them up anew.
+// The first print looks up the symbols and keeps them. A copy looks them up again.
 
 #ifndef MAILVEK_UTIL_TRACEBACK_H
 #define MAILVEK_UTIL_TRACEBACK_H

@@ -1,8 +1,8 @@
 // features - lines of PHP that tell the panel what the mail back end can do
 //
-// Each call prints one assignment into the array $features on standard output, and returns 0,
-// or -1 when it could not be printed. Keys and values are printed as they are: they must not
-// hold quotes. Standard output is not flushed.
+// Each call prints one assignment to the array $features on standard output. It returns 0, or -1
+// when the line could not be printed. Keys and values must not have quotes: they are printed as
+// they are. Standard output is not flushed.
 
 #ifndef MAILVEK_LIB_CONF_FEATURES_H
 #define MAILVEK_LIB_CONF_FEATURES_H

@@ -1,8 +1,8 @@
 // orv_conf_table - the variables of the product configuration and their defaults
 //
-// Both arrays are indexed by OrvConfVarIndexT. The first and the last row frame the table and
-// are no variables of the file. The table is shared with the panel's other utilities: the mail
-// tool itself reads four of its rows.
+// OrvConfVarIndexT is the index of both arrays. The first and the last row mark the ends and are
+// not variables of the file. The panel's other utilities have the same table; this tool reads
+// four of its rows.
 
 #ifndef MAILVEK_LIB_CONF_ORV_CONF_TABLE_H
 #define MAILVEK_LIB_CONF_ORV_CONF_TABLE_H

@@ -1,18 +1,18 @@
 // read_configuration - the reader of the product's configuration file
 //
-// A line of the file is a name of letters, digits and underscores, white space, and a value
-// that ends at a "#" or at the end of the line. There is no quoting. Blank lines and lines
-// that begin with "#" are ignored, lines of any other form are reported and skipped. The last
-// definition of a name wins. Lines have no length limit.
+// A line has a name of letters, digits and underscores, white space, and a value. The value ends
+// at a "#" or at the end of the line. There is no quoting. Blank lines and lines that begin with
+// "#" are ignored. Other lines are reported and skipped. The last definition of a name wins.
+// A line may have any length.
 //
-// White space behind a value: an odd run, the newline counted, loses its last character, an
-// even run loses nothing.
+// White space after a value: an odd run, with the newline, loses its last character. An even run
+// loses nothing.
 //
-// Entries live in a conf_data, which the caller allocates with calloc and gives back to
-// conf_free_r. The conf_data owns all its strings.
+// Entries live in a conf_data. The caller allocates it with calloc and passes it to conf_free_r
+// in the end. The conf_data owns all its strings.
 //
 // All reports go through orvek_log at the priority of a user warning (12), which the console
-// logger does not print by default. errno is kept for the caller after a failure.
+// logger does not print by default. After a failure errno tells its reason.
 
 #ifndef MAILVEK_LIB_CONF_READ_CONFIGURATION_H
 #define MAILVEK_LIB_CONF_READ_CONFIGURATION_H
@@ -25,8 +25,8 @@ struct conf_entry
     char* value;
 };
 
-// data has size slots, of which the first nmemb are used and the others are null. finalized
-// is non-zero while data is sorted by key.
+// data has size slots: the first nmemb are used, the others are null. finalized is not 0 while
+// data is sorted by key.
 struct conf_data
 {
     conf_entry* data;
@@ -35,15 +35,15 @@ struct conf_data
     int finalized;
 };
 
-// Makes room for one more entry. 0, or -1 with errno ENOMEM; a failure to grow has been
-// reported, a failure to make the first 20 slots has not.
+// Makes room for one more entry. Returns 0, or -1 with errno ENOMEM. A failure to grow has been
+// reported; a failure to make the first 20 slots has not.
 int conf_init_r(conf_data* pconf);
 
-// Stores copies of both strings; a value that the name had before is freed. 0, or -1 with
+// Stores copies of both strings and frees an earlier value of the name. Returns 0, or -1 with
 // errno ENOMEM.
 int conf_set_r(char const* name, char const* value, conf_data* pconf);
 
-// Adds the definitions of one file. 0, or -1, when entries read so far stay in pconf.
+// Adds the definitions of one file. Returns 0, or -1; the entries read until then stay in pconf.
 int conf_read_file_r(char const* conf_file, conf_data* pconf);
 
 // The value, which belongs to pconf, or null.

@@ -1,7 +1,7 @@
 // ifaceinf - the IPv4 interfaces of this host
 //
-// One record for each interface address, without those of the loopback network 127. Aliases
-// ("eth0:1") have records of their own.
+// Each address of an interface has a record, except those of the loopback network 127. An alias
+// ("eth0:1") has a record of its own.
 
 #ifndef MAILVEK_LIB_HOST_IFACEINF_H
 #define MAILVEK_LIB_HOST_IFACEINF_H
@@ -17,10 +17,10 @@ struct ifaceinfo
     char mac[32];      // "02:00:5e:00:53:01"; all zeroes when not told, empty for an alias
 };
 
-// The records, followed by one that is all zero; *num, if num is not null, gets their number.
-// The array is for free_ifaceinfo. Null when the interfaces cannot be listed, *num being
-// untouched then. Failures, and each hardware address that is not told, are reported through
-// messlog2 with status 0.
+// Returns the records and one of zeroes at the end. *num, if num is not null, gets their number.
+// Pass the array to free_ifaceinfo. When the interfaces cannot be listed the result is null and
+// *num unchanged. A failure, and each hardware address that the system does not tell, is reported
+// through messlog2, which does not end the process.
 ifaceinfo* get_ifaceinfo(int* num);
 
 void free_ifaceinfo(ifaceinfo* list);

@@ -1,17 +1,18 @@
 // process_status - walking through the processes of the host
 //
-// iterateProcesses reads of each process in /proc what infoFlags asks for and shows it to the
-// visitor, whose result above 0 continues the walk. A process that vanishes meanwhile, or of
-// which something that was asked for cannot be read, is passed over. The record and all that it
-// points to last as long as the visitor's call; what was not asked for is null or 0.
+// iterateProcesses reads what infoFlags asks for of each process in /proc and passes it to the
+// visitor. A result above 0 continues the walk. A process that ends meanwhile is passed over, and
+// so is one of which something asked for cannot be read. The record and all that it points to
+// last as long as the visitor's call. What was not asked for is null or 0.
 //
-// Result: the visitor's last one, 1 when there was no visit, -1 when /proc cannot be opened,
-// which is reported through orvek_log at level 3. errno is kept but for that failure.
+// Returns the visitor's last result, 1 without a visit, or -1 when /proc cannot be opened, which
+// is reported through orvek_log at level 3. errno is kept unless that fails.
 //
-// procname is the kernel's name of the process, of 15 bytes at most. argv may be an empty
-// array, as for a thread of the kernel, and exename ends in " (deleted)" when the program's file
-// has been replaced. Whose exe link may not be read (another user's process, for anyone but
-// root) or who has none (a thread of the kernel) is not found by the finders.
+// procname is the kernel's name of the process, at most 15 bytes. A process chooses it itself: one
+// with a blank in it passes for nothing, and a visitor who asks for names does not see it. argv may
+// be empty, as for a kernel thread. exename ends in " (deleted)" when the program's file has been
+// replaced. The finders do not find a process whose exe link cannot be read: another user's, for
+// anyone but root, or a kernel thread.
 
 #ifndef MAILVEK_LIB_HOST_PROCESS_STATUS_H
 #define MAILVEK_LIB_HOST_PROCESS_STATUS_H
@@ -33,7 +34,7 @@ struct OrvekProcessInfo
     char* exename;
 };
 
-// What infoFlags is made of; a part of a mask asks for the whole.
+// The masks of infoFlags. Any bit of a mask asks for all of it.
 constexpr int process_stat = 1 | 2;     // procname, ppid
 constexpr int process_exe = 4;          // exename
 constexpr int process_cmdline = 8;      // argv
@@ -49,8 +50,8 @@ pid_t findProcessByPath(char const* executable);
 // 0 when there is such a process. A pid of 0 or below is none's.
 int findProcessByPid(pid_t pid);
 
-// The path of the program that the process runs, which the caller frees; null when there is no
-// such process, as for a pid of 0 or below, or no memory.
+// The path of the program that the process runs; the caller frees it. Null without such a process,
+// as for a pid of 0 or below, and without memory.
 [[nodiscard]] char* getProcessByPid(pid_t pid);
 
 #endif

@@ -1,7 +1,7 @@
 // to64 - random characters for the salt of a password
 //
-// Writes n characters of itoa64, drawn by rand, to s, and no NUL behind them. Whoever wants
-// other characters each time seeds rand first.
+// Writes n random characters of itoa64 to s and no NUL. They come from rand: seed it to get other
+// characters each time.
 
 #ifndef MAILVEK_LIB_HOST_TO64_H
 #define MAILVEK_LIB_HOST_TO64_H

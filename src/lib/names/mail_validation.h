@@ -1,7 +1,7 @@
 // mail_validation - checks on parts of mail addresses
 //
-// mail_validate gives 1 for a str that is valid as what type says, 0 for one that is not. A
-// type that is unknown gives 0 and is reported through orvek_log as information.
+// mail_validate returns 1 when str is valid as the type says, else 0. An unknown type gives 0 and
+// is reported through orvek_log as information.
 
 #ifndef MAILVEK_LIB_NAMES_MAIL_VALIDATION_H
 #define MAILVEK_LIB_NAMES_MAIL_VALIDATION_H

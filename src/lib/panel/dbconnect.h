@@ -4,12 +4,12 @@
 // socket. The password is the first line of /etc/orv/.orv.shadow and goes to the client library
 // alone.
 //
-// Result: a connection that the caller closes with mysql_close, or null. The error's text lands
-// in msgbuf, cut to msgbufsize bytes with its NUL; it is empty when nothing failed. Nothing is
-// reported but by db_connect and get_admin_password. errno stays as the failing call left it; a
-// success, and a refusal by the server, which no system call knows of, leave it as it was.
+// Each function returns a connection, which the caller closes with mysql_close, or null. msgbuf
+// gets the error's text, cut to msgbufsize bytes with its NUL, or an empty text when nothing
+// failed. Only db_connect, escaped_text and get_admin_password report. errno stays as the failing
+// call left it. A success does not change it, and neither does a refusal by the server.
 //
-// One thread: the compatibility of the last connection is one value for the process.
+// One thread only: the process has one value for the compatibility of its last connection.
 
 #ifndef MAILVEK_LIB_PANEL_DBCONNECT_H
 #define MAILVEK_LIB_PANEL_DBCONNECT_H
@@ -22,7 +22,7 @@
 #include <cstddef>
 #include <memory>
 
-// Keep errno, which belongs to the call that failed before they let go.
+// The owners keep errno: it belongs to the call that failed before.
 struct CloseMysql
 {
     void operator()(MYSQL* my) const
@@ -32,9 +32,9 @@ struct CloseMysql
     }
 };
 
-// Gives errno back, at the end of its life, the value that it had at the beginning, unless the
-// client library itself has failed on the connection by then: its waits leave errors of no
-// meaning there.
+// Restores errno at the end of its life to the value that it had at the beginning: the waits of
+// the client library leave errors without meaning there. Does nothing when the library itself has
+// failed on the connection.
 class MysqlErrnoKeeper
 {
 public:
@@ -60,23 +60,22 @@ struct FreeMysqlResult
 using OpenMysql = std::unique_ptr<MYSQL, CloseMysql>;
 using MysqlResult = std::unique_ptr<MYSQL_RES, FreeMysqlResult>;
 
-// Connected, and nothing more. The plain form closes a handle that has a pending error, and
-// gives null for it.
+// Only connect. The plain form closes a handle with a pending error and returns null for it.
 [[nodiscard]] MYSQL* orvek_db_connect_raw_ex(char* msgbuf, std::size_t msgbufsize);
 [[nodiscard]] MYSQL* orvek_db_connect_raw(char* msgbuf, std::size_t msgbufsize);
 
-// Connected and set up: no checks of foreign keys, and the character set that the panel's
-// parameter "mysql41_compatible" asks for. The set-up ends at the first step that fails, with
-// the handle as it stands then, not null, and the step's error in msgbuf. The plain form closes
-// a handle that has a pending error, and gives null for it; a failure without an error of the
-// server's or the client library's, such as a missing row, leaves the handle.
+// Connect and set up: no checks of foreign keys, and the character set that the panel's parameter
+// "mysql41_compatible" asks for. The set-up stops at the first step that fails. The handle is not
+// null then, and msgbuf has the step's error. The plain form closes a handle with a pending error
+// and returns null for it. A failure without such an error, for example a missing row, leaves the
+// handle.
 [[nodiscard]] MYSQL* orvek_db_connect_ex(char* msgbuf, std::size_t msgbufsize);
 [[nodiscard]] MYSQL* orvek_db_connect(char* msgbuf, std::size_t msgbufsize);
 
-// As orvek_db_connect; never gives a handle that has a pending error.
+// As orvek_db_connect. Never returns a handle with a pending error.
 [[nodiscard]] MYSQL* db_connect_nothrow(char* msgbuf, std::size_t msgbufsize);
 
-// The same, with a failure reported through messlog2, which does not end the process.
+// The same. A failure is reported through messlog2 and does not end the process.
 [[nodiscard]] MYSQL* db_connect();
 
 // The text as it stands between quotes in a statement, escaped for the connection's character
@@ -88,9 +87,9 @@ extern int _mysql41_compatible;
 int db_is_mysql41_compatible();
 int orvek_db_mysql41_compatible_raw();
 
-// Up to 4096 bytes of the password file, without one line feed at their end; unlike a
-// connection it does not stop at the first line. In a static buffer, which the next call
-// overwrites. A failure is reported through messlog2 and ends the process with status 1.
+// Up to 4096 bytes of the password file, less one line feed at their end. Unlike a connection it
+// does not stop at the first line. In a static buffer, which the next call overwrites. A failure
+// is reported through messlog2 and ends the process with status 1.
 char const* get_admin_password();
 
 #endif

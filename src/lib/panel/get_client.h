@@ -7,8 +7,8 @@
 
 #include <mysql.h>
 
-// The client's address or, when the client has none or there is no such domain, that of the
-// panel's administrator. Neither known is a failure.
+// The client's address. Without one, or without such a domain, that of the panel's administrator.
+// If neither is known, that is a failure.
 char const* get_client_email(char const* dom_id, MYSQL* my);
 
 // 0 also when there is no such domain.

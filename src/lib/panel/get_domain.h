@@ -7,8 +7,8 @@
 
 #include <mysql.h>
 
-// 0, or -1 reported, also when there is no such domain. *status stays as it was unless the value
-// begins with a number. my must be open.
+// Returns 0, or -1, reported, also when there is no such domain. *status changes only when the
+// value begins with a number. my must be open.
 int get_dom_status(char const* dom_id, unsigned int* status, MYSQL* my);
 
 char const* get_dom_param(char const* dom_id, char const* par_name, MYSQL* my);
@@ -20,16 +20,16 @@ char const* get_dom_Limit(char const* dom_id, char const* lim_name, MYSQL* my);
 // "www"; else 0.
 int get_www_prefix(char const* dom_id, MYSQL* my);
 
-// The id of a domain named in UTF-8. Failures end the process with status 1, and so does a
-// domain that there is not, unless noerr is set: then it is null without a report.
+// The id of a domain named in UTF-8. A failure ends the process with status 1. So does a missing
+// domain, unless noerr is set: then the result is null without a report.
 char const* get_dom_id_noerr(char const* dom_name, int noerr, MYSQL* my);
 char const* get_dom_id(char const* dom_name, MYSQL* my);
 
 // The name in lower case, no matter what the database holds.
 char const* get_case_dom_name(char const* dom_name);
 
-// The name by which the database knows the domain, in lower case and in the buffer of
-// get_case_dom_name; null when there is none. Failures end the process with status 1.
+// The database's name of the domain, in lower case and in the buffer of get_case_dom_name. Null
+// when there is none. A failure ends the process with status 1.
 char const* get_exist_case_dom_name(char const* dom_name, MYSQL* my);
 
 char const* get_dns_zone_id(char const* dom_id, MYSQL* my);
@@ -38,8 +38,8 @@ char const* get_dns_zone_id(char const* dom_id, MYSQL* my);
 // failure.
 char const* get_dom_id_by_alias(char const* alias_name, MYSQL* my);
 
-// The highest id in a table plus one: 1 for an empty table, 0 after a failure,
-// which a highest id that a long cannot count beyond is as well.
+// The highest id in a table plus one: 1 for an empty table, 0 after a failure. It is a failure,
+// too, when the highest id is the highest long.
 long get_free_id(char const* database, MYSQL* my);
 
 #endif

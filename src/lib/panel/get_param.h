@@ -1,8 +1,8 @@
 // get_param - parameters and other single values of the panel's database
 //
-// The rules of get.h hold, but for one: the empty text, not null, says that there is no such row
-// or that its value is NULL, so null is always a failure. The three that are given no statement
-// share the buffer of get_param_query.
+// The rules of get.h hold, with one exception: a missing row and a NULL value give the empty text,
+// so null is always a failure. The three functions that take no statement use the buffer of
+// get_param_query.
 
 #ifndef MAILVEK_LIB_PANEL_GET_PARAM_H
 #define MAILVEK_LIB_PANEL_GET_PARAM_H

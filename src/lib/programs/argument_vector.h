@@ -1,10 +1,10 @@
 // argument_vector - argument vectors from null-terminated lists
 //
-// Both take an optional program, which becomes element 0, and the rest of a list up to its
-// null, and give a null-terminated vector of the same strings, which are not copied.
+// Both take an optional program, which becomes element 0, and the rest of a list up to its null.
+// They return a null-terminated vector of the same strings, which are not copied.
 //
-// fixed_vector has room for 100 entries, the program included: a longer list is cut there.
-// allocated_vector takes all, and is null, with errno set, when there is no memory.
+// fixed_vector has room for 100 entries with the program; a longer list is cut. allocated_vector
+// takes any list. Without memory it is null with errno set.
 
 #ifndef MAILVEK_LIB_PROGRAMS_ARGUMENT_VECTOR_H
 #define MAILVEK_LIB_PROGRAMS_ARGUMENT_VECTOR_H

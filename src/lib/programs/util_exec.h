@@ -1,13 +1,12 @@
 // util_exec - runs the product's own utilities, and programs by their path
 //
-// util_exec and util_exec_args run a utility of admin/bin under the product's root, whose name
-// must not contain a slash; util_libexec runs a program of /usr/lib64/orvek-9.0. In the list
-// forms, and in path_exec, the path is element 0 and the caller gives only the arguments behind
-// it; util_exec_args takes the whole vector. A list is cut where it makes more than 100 entries
-// with the path, a path behind 4095 bytes.
+// util_exec and util_exec_args run a utility of admin/bin under the product's root; its name must
+// not have a slash. util_libexec runs a program of /usr/lib64/orvek-9.0. In the list forms and in
+// path_exec the path is element 0, and the caller passes the arguments after it. util_exec_args
+// takes the whole vector. A list is cut at 100 entries with the path, a path at 4095 bytes.
 //
-// Result and reports are those of fork_execv_log: the exit status, or -1; a result other than 0
-// has been reported by messlog2. A name with a slash is reported and gives -1.
+// Results and reports are those of fork_execv_log: the exit status, or -1. messlog2 has reported
+// a result other than 0. A name with a slash is reported and gives -1.
 
 #ifndef MAILVEK_LIB_PROGRAMS_UTIL_EXEC_H
 #define MAILVEK_LIB_PROGRAMS_UTIL_EXEC_H

@@ -1,7 +1,7 @@
 // asprintf_safe - formatted allocation that cannot fail
 //
-// Result: a string that the caller frees, never null. A failure ends the process with status
-// 1, reported through messlog2.
+// Both return a string that the caller frees, never null. A failure is reported through messlog2
+// and ends the process with status 1.
 
 #ifndef MAILVEK_LIB_REPORT_ASPRINTF_SAFE_H
 #define MAILVEK_LIB_REPORT_ASPRINTF_SAFE_H

@@ -1,8 +1,8 @@
 // form_path - paths in buffers of a fixed size
 //
-// Formats a path and says whether it fitted; what did not is cut, and the caller reports it.
-// errno is left alone. form_path is for the buffers of 4096 bytes in which paths are formed,
-// form_path_in for one of a caller's own size.
+// Both format a path and return whether it fitted. A path that did not fit is cut, and the caller
+// reports it. errno is kept. form_path takes the usual buffer of 4096 bytes, form_path_in a buffer
+// of any size.
 
 #ifndef MAILVEK_LIB_REPORT_FORM_PATH_H
 #define MAILVEK_LIB_REPORT_FORM_PATH_H

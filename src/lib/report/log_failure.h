@@ -1,6 +1,6 @@
 // log_failure - report to the product log and give up in one statement
 //
-// Reports through orvek_logv at priority 3, error, and returns -1 or null. errno is kept.
+// Both report through orvek_logv at priority 3 (error) and return -1 or null. errno is kept.
 
 #ifndef MAILVEK_LIB_REPORT_LOG_FAILURE_H
 #define MAILVEK_LIB_REPORT_LOG_FAILURE_H

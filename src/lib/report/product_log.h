@@ -1,11 +1,12 @@
 // product_log - the switchable logger of the function library
 //
-// orvek_log and orvek_logv have the signatures of syslog and vsyslog. They begin as the
-// console logger, which prints a report on standard error and again on standard output,
-// without prefix and always with a newline of its own behind it. Reports whose priority
-// number is above LogLevel are not printed. orvek_log_init switches to syslog or back.
+// orvek_log and orvek_logv have the signatures of syslog and vsyslog. At first they are the
+// console logger. It prints a report on standard error and again on standard output, without a
+// prefix, and always adds a newline. It drops a report whose priority number is above LogLevel.
+// Control bytes in arguments are shown, as messlog2 does. orvek_log_init switches to syslog or
+// back.
 //
-// Unlike messlog2 the logger has no line for errno. It has no failures.
+// Unlike messlog2 the logger has no line for errno. It cannot fail.
 
 #ifndef MAILVEK_LIB_REPORT_PRODUCT_LOG_H
 #define MAILVEK_LIB_REPORT_PRODUCT_LOG_H

@@ -1,10 +1,9 @@
 // growing_text - a string from malloc that grows in steps of 4096 bytes
 //
-// make_room sees to it that a byte more fits at least; it gives false, with errno set and the
-// text as it was, when there is no memory. Write up to room() bytes at end(), then say how
-// many with added(). There is always room for the NUL, which terminate() writes; a text
-// without any make_room does not exist, and get() and release() give null for it. What
-// release gives belongs to the caller, who frees it.
+// make_room() makes room for at least one more byte. Without memory it returns false with errno
+// set and keeps the text. Write up to room() bytes at end(), then tell their number to added().
+// terminate() writes the NUL, which always has room. get() and release() are null before the
+// first make_room(). The caller frees what release() returns.
 
 #ifndef MAILVEK_LIB_TEXT_GROWING_TEXT_H
 #define MAILVEK_LIB_TEXT_GROWING_TEXT_H
@@ -28,7 +27,7 @@ public:
 private:
     CString text;
     size_t length = 0;
-    size_t capacity = 0; // the byte for the NUL is not counted
+    size_t capacity = 0; // does not count the byte for the NUL
 };
 
 #endif

@@ -7,13 +7,13 @@
 
 #include <array>
 
-// What a byte means to a shell: '-' nothing, '*' something, 'n' for the newline. Bytes of 128
-// and above have an entry but are unsafe all the same; check_shell_arg_nothrow knows.
+// What a byte means to a shell: '-' nothing, '*' something, 'n' the newline. Ignore the entries
+// from 128 on: such bytes are unsafe, as check_shell_arg_nothrow knows.
 extern std::array<char, 256> const shell_escape_chars;
 
-// Whether both are directories, neither a symbolic link itself, and SubDir's real path lies
-// below Dir's: it begins with Dir's and a slash. So a directory is not below itself, and none
-// is below the root directory. Enters both and restores the working directory.
+// Whether both are directories, neither is a symbolic link itself, and SubDir's real path begins
+// with Dir's and a slash. So no directory is below itself or below the root directory. Enters
+// both and restores the working directory.
 bool issubdir(char const* SubDir, char const* Dir);
 
 // True for null or "".

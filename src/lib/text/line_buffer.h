@@ -1,6 +1,6 @@
 // line_buffer - the line that getdelim and getline read into and let grow
 //
-// Give them the addresses of both members. The text is freed at the end.
+// Pass the addresses of both members. The destructor frees the text.
 
 #ifndef MAILVEK_LIB_TEXT_LINE_BUFFER_H
 #define MAILVEK_LIB_TEXT_LINE_BUFFER_H

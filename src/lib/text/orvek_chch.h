@@ -5,18 +5,18 @@
 
 #include <cstddef>
 
-// Copies src to dst, which has room for it, with to in the place of every from; in place when
-// dst is null. Returns the target.
+// Copies src to dst and writes to in the place of every from. dst has room for src; a null dst
+// means in place. Returns the target.
 char* orvek_chch(char* src, char* dst, char from, char to);
 
-// Copies src to dst, which has room for n bytes and may be src, with the text to in the place
-// of every from; what goes beyond n is dropped. Returns dst, and null for a null dst.
-// With an empty from the copy is strncpy's, which puts no NUL behind n bytes or more. Without
-// memory to work in, which is reported through messlog2, src is copied as it is.
+// Copies src to dst and writes the text to in the place of every from. dst has room for n bytes
+// and may be src; the rest is dropped. Returns dst, null for a null dst. An empty from makes this
+// strncpy, which ends no copy of n bytes or more with a NUL. Without memory, which is reported
+// through messlog2, src is copied as it is.
 char* strn_replace(char const* src, char* dst, char const* from, char const* to, std::size_t n);
 
-// Removes white space at the end, in place, and returns the first character that is none. It
-// lies in the same buffer: free the pointer first given, never the result.
+// Removes white space at the end, in place, and returns the first character that is no white
+// space. Free the pointer that you passed, not the result: both are in the same buffer.
 char* orvek_trim(char* str);
 
 #endif

@@ -1,7 +1,7 @@
 // string - arrays of strings, and letters in lower case
 //
-// A string array is null-terminated, and owns its strings and itself; free_array frees all of
-// it. Failures give null and are reported through messlog2.
+// A string array is null-terminated. free_array frees its strings and the array. A failure
+// returns null and is reported through messlog2.
 
 #ifndef MAILVEK_LIB_TEXT_STRING_H
 #define MAILVEK_LIB_TEXT_STRING_H
@@ -9,18 +9,18 @@
 #include <cstddef>
 #include <memory>
 
-// Appends a copy of string to the array, which may be null, and returns the array at its new
-// place. After a failure masp stands as it was and is still the caller's.
+// Appends a copy of string to the array, which may be null, and returns the array, which may have
+// moved. After a failure masp is unchanged and still the caller's.
 [[nodiscard]] char** string_to_mas(char** masp, char const* string);
 
 // Null is allowed.
 void free_array(char** masp);
 
-// Splits at any byte of delim. Delimiters before a field are skipped, so that a run of them
-// counts as one; a str that is empty or ends in a delimiter gives a last field that is empty.
+// Splits at any byte of delim. A run of delimiters counts as one. The last field is empty when
+// str is empty or ends in a delimiter.
 [[nodiscard]] char** string_split(char const* str, char const* delim);
 
-// In place; returns c. Null gives null, here and below.
+// In place. Returns c. Null gives null, here and below.
 char* strtolower(char* c);
 // A copy in lower case that the caller frees.
 [[nodiscard]] char* strtolower_dynamic(char const* c);
@@ -32,12 +32,12 @@ struct FreeArray
 
 using StringArray = std::unique_ptr<char*[], FreeArray>;
 
-// An array made string by string. string_to_mas counts the strings there are at each call; this
-// knows them, for arrays that may be long.
+// Makes an array string by string. Use it for arrays that may be long: string_to_mas counts the
+// strings at each call.
 class StringArrayBuilder
 {
 public:
-    // False after a failure, which has been reported; the array stands as it was.
+    // False after a failure, which has been reported. The array is unchanged then.
     [[nodiscard]] bool append(char const* string);
 
     // The array; null when nothing was appended.

@@ -1,14 +1,14 @@
 // strlcpy - the usual bounded copy
 //
-// Copies src into dst, which has room for siz bytes, cuts what does not fit and ends it with a
-// NUL unless siz is 0. Result: the length of src, so that siz or more means that it was cut.
+// Copies src into dst, which has room for siz bytes. Cuts what does not fit and writes a NUL,
+// unless siz is 0. Returns the length of src: siz or more means that the copy was cut.
 
 #ifndef MAILVEK_LIB_TEXT_STRLCPY_H
 #define MAILVEK_LIB_TEXT_STRLCPY_H
 
 #include <cstddef>
 
-// With C linkage, as C libraries that have it declare it, so that both declarations are one.
+// C linkage: C libraries that have the function declare it so.
 extern "C" std::size_t strlcpy(char* dst, char const* src, std::size_t siz) noexcept;
 
 #endif
