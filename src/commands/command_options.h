@@ -4,6 +4,9 @@
 // it, and its line in the command's --help. The rows of command_table name those of a command,
 // in the order in which it declares them, so that the options of a command can be read without
 // running its handler.
+//
+// No command calls these; they are for callers to come: formNotexistingMailOptions,
+// formWhitelistOptions.
 
 #ifndef MAILVEK_COMMANDS_COMMAND_OPTIONS_H
 #define MAILVEK_COMMANDS_COMMAND_OPTIONS_H

@@ -13,6 +13,9 @@
 // Failures are raised. FSError: owner, mode, a directory that cannot be looked at, and a domain
 // or mailname that is not a directory's name ("" or "..", for example), which is refused before
 // anything is touched. The file system library's own error: making, renaming and removing.
+//
+// No command calls these, they are for callers to come: MaildirManager::renameDomainRoot,
+// backupRename.
 
 #ifndef MAILVEK_MAILDIR_MAILDIR_MANAGER_H
 #define MAILVEK_MAILDIR_MAILDIR_MANAGER_H

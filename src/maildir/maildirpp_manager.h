@@ -3,6 +3,10 @@
 // Quotas are in bytes: a negative one is no quota, and 0 stops delivery. Domains are in their
 // ASCII form. maildirpp_quota and maildirpp_group_quota do the work and report where they fail.
 // This class raises such a failure as FSError, with the errno that it left.
+//
+// No command calls these; they are for callers to come:
+// MaildirPPManager::removeDefaultMailboxQuota, MaildirPPManager::removeDomainQuota,
+// MaildirPPManager::setDefaultMailboxQuota.
 
 #ifndef MAILVEK_MAILDIR_MAILDIRPP_MANAGER_H
 #define MAILVEK_MAILDIR_MAILDIRPP_MANAGER_H

@@ -13,6 +13,8 @@
 //
 // Use exec only for statements without rows: rows that are not fetched make the next statement
 // fail.
+//
+// No command calls these; they are for callers to come: Connection::test.
 
 #ifndef MAILVEK_MYSQL_CONNECTION_H
 #define MAILVEK_MYSQL_CONNECTION_H

@@ -14,6 +14,9 @@
 //
 // Domains are in UTF-8, their aliases in ASCII, as the panel stores them; quotas and sizes are in
 // bytes, times in minutes.
+//
+// No command calls these; they are for callers to come: getDomainCatchallParam,
+// processDomainCycle, processMailnamesCycle, processWhiteLists, walkMailServerEntities.
 
 #ifndef MAILVEK_RESTORE_ENTITY_WALKER_H
 #define MAILVEK_RESTORE_ENTITY_WALKER_H

@@ -2,6 +2,8 @@
 //
 // Passes blocking lists, submission, size limit, relaying and short names to their callbacks, in
 // this order. Failures are handled as in restore/entity_walker.h.
+//
+// No command calls these; they are for callers to come: restoreSettings.
 
 #ifndef MAILVEK_RESTORE_ENTITY_WALKER_SETTINGS_H
 #define MAILVEK_RESTORE_ENTITY_WALKER_SETTINGS_H

@@ -5,6 +5,8 @@
 //
 // Result: 0 to 32; no_prefix for a value out of range and for a mask whose ones are not all at its
 // left end. A text in neither form raises mError.
+//
+// No command calls these; they are for callers to come: prefixLength.
 
 #ifndef MAILVEK_RESTORE_IP_MASK_H
 #define MAILVEK_RESTORE_IP_MASK_H

@@ -2,6 +2,8 @@
 //
 // A failure raises nothing. It is a warning on orvek::uerr that names the context; a failed query
 // gives no rows, a failed row is skipped.
+//
+// No command calls these; they are for callers to come: firstValue, forEachRow.
 
 #ifndef MAILVEK_RESTORE_ROW_CYCLE_H
 #define MAILVEK_RESTORE_ROW_CYCLE_H

@@ -1,6 +1,8 @@
 // walk_step - reports the progress of the entity walker
 //
 // Writes to std::clog, only when ORVEK_INSTALLER_DEBUG is in the environment and not "0".
+//
+// No command calls these; they are for callers to come: WalkStep, WalkStep::fail, tellProgress.
 
 #ifndef MAILVEK_RESTORE_WALK_STEP_H
 #define MAILVEK_RESTORE_WALK_STEP_H

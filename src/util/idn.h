@@ -3,6 +3,8 @@
 // Domains arrive in UTF-8 and are stored in their ASCII form. The functions raise IdnaError with
 // the library's result code when it refuses a name, and std::bad_alloc when it succeeds without a
 // result.
+//
+// No command calls these; they are for callers to come: toUtf8.
 
 #ifndef MAILVEK_UTIL_IDN_H
 #define MAILVEK_UTIL_IDN_H

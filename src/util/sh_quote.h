@@ -4,6 +4,8 @@
 // around a newline. Bytes from 128 on stay, because texts are UTF-8. An empty text stays empty.
 //
 // check_shell_arg raises std::runtime_error for a text with an unsafe byte.
+//
+// No command calls these; they are for callers to come: check_shell_arg.
 
 #ifndef MAILVEK_UTIL_SH_QUOTE_H
 #define MAILVEK_UTIL_SH_QUOTE_H

@@ -4,6 +4,8 @@
 // descriptor, exactly as told, whatever the umask and the set-gid bit above it. One that is there
 // is opened and left as it is: the caller may use set_rights. ENOTDIR if something else is there,
 // ELOOP if that is a link.
+//
+// No command calls these; they are for callers to come: make_directories_beneath.
 
 #ifndef MAILVEK_LIB_BENEATH_MADE_DIRECTORY_H
 #define MAILVEK_LIB_BENEATH_MADE_DIRECTORY_H

@@ -7,6 +7,8 @@
 // are passed over. The argument may be a single file.
 //
 // Result: 0, or -1 with errno set; nothing is reported. What was done until then stays done.
+//
+// No command calls these, they are for callers to come: change_of_rights, set_tree_rights_beneath.
 
 #ifndef MAILVEK_LIB_BENEATH_TREE_H
 #define MAILVEK_LIB_BENEATH_TREE_H

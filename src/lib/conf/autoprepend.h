@@ -5,6 +5,8 @@
 // not fatal: each lookup tries again and reports again.
 //
 // All returned strings belong to this room and live until the process ends. One thread only.
+//
+// No command calls these; they are for callers to come: orvConfGetDefault.
 
 #ifndef MAILVEK_LIB_CONF_AUTOPREPEND_H
 #define MAILVEK_LIB_CONF_AUTOPREPEND_H

@@ -3,6 +3,8 @@
 // Each call prints one assignment to the array $features on standard output. It returns 0, or -1
 // when the line could not be printed. Keys and values must not have quotes: they are printed as
 // they are. Standard output is not flushed.
+//
+// No command calls these; they are for callers to come: print_feature_array.
 
 #ifndef MAILVEK_LIB_CONF_FEATURES_H
 #define MAILVEK_LIB_CONF_FEATURES_H

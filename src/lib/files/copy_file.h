@@ -13,6 +13,8 @@
 //
 // Source and target are regular files with one name; a link in the place of either is not followed
 // (copy_file_atomic replaces one at the target).
+//
+// No command calls these, they are for callers to come: copy_file.
 
 #ifndef MAILVEK_LIB_FILES_COPY_FILE_H
 #define MAILVEK_LIB_FILES_COPY_FILE_H

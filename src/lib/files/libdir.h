@@ -5,6 +5,9 @@
 // the one that make_dir treats. In trees that others own use lib/beneath/made_directory.h instead.
 // What is made gets its owner and mode by its descriptor, so that no link which takes its place is
 // followed.
+//
+// No command calls these; they are for callers to come: createNestedDirectory, getBaseDir,
+// make_dir.
 
 #ifndef MAILVEK_LIB_FILES_LIBDIR_H
 #define MAILVEK_LIB_FILES_LIBDIR_H

@@ -5,6 +5,9 @@
 // administrator's. Modes ignore the umask.
 //
 // Result: 0 or -1 unless stated. Failures are reported through messlog2.
+//
+// No command calls these, they are for callers to come: create_file, file_set_perms,
+// file_set_user_mode, p_fclose, rename_dir.
 
 #ifndef MAILVEK_LIB_FILES_LIBFILE_H
 #define MAILVEK_LIB_FILES_LIBFILE_H

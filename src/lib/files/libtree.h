@@ -11,6 +11,8 @@
 //
 // A tree's paths may be of any length. Bounds are those of lib/beneath/tree.h: 100,000 levels and
 // 2^27 entries.
+//
+// No command calls these; they are for callers to come: chmod_tree, chown_tree, tree_set_perms.
 
 #ifndef MAILVEK_LIB_FILES_LIBTREE_H
 #define MAILVEK_LIB_FILES_LIBTREE_H

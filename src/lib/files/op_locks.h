@@ -13,6 +13,8 @@
 // result is null without memory.
 //
 // The lock file stays on the disk. A child inherits the lock unless it closes the descriptor.
+//
+// No command calls these; they are for callers to come: is_already_locked.
 
 #ifndef MAILVEK_LIB_FILES_OP_LOCKS_H
 #define MAILVEK_LIB_FILES_OP_LOCKS_H

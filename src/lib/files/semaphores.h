@@ -6,6 +6,9 @@
 //
 // Failures are reported through messlog2 and end the process with status 1, except that
 // shutdown_sem only reports. A negative semnum is such a failure.
+//
+// No command calls these; they are for callers to come: init_sem, sem_lock, sem_lock_nonblock,
+// sem_unlock, shutdown_sem.
 
 #ifndef MAILVEK_LIB_FILES_SEMAPHORES_H
 #define MAILVEK_LIB_FILES_SEMAPHORES_H

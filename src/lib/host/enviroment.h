@@ -7,6 +7,9 @@
 //
 // The buffers are static and hold 4095 characters; what is longer is cut. A function that returns
 // its buffer works until the buffer has text, and returns that text from then on.
+//
+// No command calls these; they are for callers to come: get_env_crypted_password,
+// get_env_noncrypted_password.
 
 #ifndef MAILVEK_LIB_HOST_ENVIROMENT_H
 #define MAILVEK_LIB_HOST_ENVIROMENT_H

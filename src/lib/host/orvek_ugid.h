@@ -2,6 +2,9 @@
 //
 // An unknown user or group gives 0, which is root; callers accept this. A failure is reported
 // through messlog2 and does not end the process.
+//
+// No command calls these; they are for callers to come: get_gid_by_id, get_gid_by_name,
+// get_group_id, get_user_id, get_user_name, is_number.
 
 #ifndef MAILVEK_LIB_HOST_ORVEK_UGID_H
 #define MAILVEK_LIB_HOST_ORVEK_UGID_H

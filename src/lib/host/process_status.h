@@ -13,6 +13,9 @@
 // be empty, as for a kernel thread. exename ends in " (deleted)" when the program's file has been
 // replaced. The finders do not find a process whose exe link cannot be read: another user's, for
 // anyone but root, or a kernel thread.
+//
+// No command calls these; they are for callers to come: findProcessByPath, findProcessByPid,
+// getProcessByPid.
 
 #ifndef MAILVEK_LIB_HOST_PROCESS_STATUS_H
 #define MAILVEK_LIB_HOST_PROCESS_STATUS_H

@@ -2,6 +2,8 @@
 //
 // Writes n random characters of itoa64 to s and no NUL. They come from rand: seed it to get other
 // characters each time.
+//
+// No command calls these; they are for callers to come: to64.
 
 #ifndef MAILVEK_LIB_HOST_TO64_H
 #define MAILVEK_LIB_HOST_TO64_H

@@ -6,6 +6,9 @@
 //
 // The _safe forms never return null: they report through messlog2 and end the process with
 // status 1.
+//
+// No command calls these; they are for callers to come: idn_email_toascii_safe, idn_toascii_safe,
+// idn_toutf8, idn_toutf8_safe, idn_url_toascii.
 
 #ifndef MAILVEK_LIB_NAMES_IDN_H
 #define MAILVEK_LIB_NAMES_IDN_H

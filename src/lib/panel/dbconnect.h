@@ -10,6 +10,9 @@
 // call left it. A success does not change it, and neither does a refusal by the server.
 //
 // One thread only: the process has one value for the compatibility of its last connection.
+//
+// No command calls these; they are for callers to come: db_is_mysql41_compatible,
+// get_admin_password, orvek_db_connect_raw, orvek_db_mysql41_compatible_raw.
 
 #ifndef MAILVEK_LIB_PANEL_DBCONNECT_H
 #define MAILVEK_LIB_PANEL_DBCONNECT_H

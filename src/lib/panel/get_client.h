@@ -1,6 +1,8 @@
 // get_client - what the panel's database says of a domain's owner
 //
 // The rules of get.h hold.
+//
+// No command calls these; they are for callers to come: get_client_email, get_client_id_by_domain.
 
 #ifndef MAILVEK_LIB_PANEL_GET_CLIENT_H
 #define MAILVEK_LIB_PANEL_GET_CLIENT_H

@@ -1,6 +1,10 @@
 // get_domain - what the panel's database says of a domain
 //
 // The rules of get.h hold.
+//
+// No command calls these; they are for callers to come: get_DomainService_Parameter,
+// get_case_dom_name, get_dns_zone_id, get_dom_id, get_dom_id_by_alias, get_dom_id_noerr,
+// get_dom_param, get_dom_status, get_exist_case_dom_name, get_free_id, get_www_prefix.
 
 #ifndef MAILVEK_LIB_PANEL_GET_DOMAIN_H
 #define MAILVEK_LIB_PANEL_GET_DOMAIN_H

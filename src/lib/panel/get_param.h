@@ -3,6 +3,9 @@
 // The rules of get.h hold, with one exception: a missing row and a NULL value give the empty text,
 // so null is always a failure. The three functions that take no statement use the buffer of
 // get_param_query.
+//
+// No command calls these; they are for callers to come: get_htype, get_param_from_bigquery,
+// get_param_query.
 
 #ifndef MAILVEK_LIB_PANEL_GET_PARAM_H
 #define MAILVEK_LIB_PANEL_GET_PARAM_H

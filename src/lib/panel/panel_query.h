@@ -3,6 +3,8 @@
 // The connection is the caller's. When that is null it is one of db_connect's and lives as long as
 // this object. A statement replaces the result of the one before. Only db_connect reports; memory
 // that is missing ends the process with status 1. errno stays as the failing call left it.
+//
+// No command calls these; they are for callers to come: PanelQuery::has_row.
 
 #ifndef MAILVEK_LIB_PANEL_PANEL_QUERY_H
 #define MAILVEK_LIB_PANEL_PANEL_QUERY_H

@@ -5,6 +5,8 @@
 //
 // fixed_vector has room for 100 entries with the program; a longer list is cut. allocated_vector
 // takes any list. Without memory it is null with errno set.
+//
+// No command calls these; they are for callers to come: fixed_vector.
 
 #ifndef MAILVEK_LIB_PROGRAMS_ARGUMENT_VECTOR_H
 #define MAILVEK_LIB_PROGRAMS_ARGUMENT_VECTOR_H

@@ -8,6 +8,10 @@
 // The caller frees a collected text. No function raises. A failure to fork, to make a pipe or to
 // get memory is reported and ends the process with status 1. The exit status is 255 when a program
 // does not start. stdio is flushed before a fork, so that no child prints pending text again.
+//
+// No command calls these; they are for callers to come: do_exec, fork_execl_getouterr,
+// fork_execl_log, fork_execl_pipes, fork_execv, fork_execv_fd, fork_execv_getoutput,
+// fork_execvv_getoutput.
 
 #ifndef MAILVEK_LIB_PROGRAMS_FORKEXEC_H
 #define MAILVEK_LIB_PROGRAMS_FORKEXEC_H

@@ -5,6 +5,8 @@
 // strings; it returns, with errno set, only when the program does not start. exit_status turns a
 // wait status into the exit status, or -1 for a child that did not end by exit. report_failed_wait
 // reports a failed waitpid by messlog2, with waitpid's errno.
+//
+// No command calls these; they are for callers to come: report_failed_wait.
 
 #ifndef MAILVEK_LIB_PROGRAMS_FORKEXEC_CHILD_H
 #define MAILVEK_LIB_PROGRAMS_FORKEXEC_CHILD_H

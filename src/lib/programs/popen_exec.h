@@ -5,6 +5,8 @@
 // Either is printed on standard error. Returns the exit status, or -1 when there is none.
 //
 // popen_exec returns the same. A result other than 0 is reported by messlog2 with the output.
+//
+// No command calls these; they are for callers to come: popen_exec, popen_exec_getoutput.
 
 #ifndef MAILVEK_LIB_PROGRAMS_POPEN_EXEC_H
 #define MAILVEK_LIB_PROGRAMS_POPEN_EXEC_H

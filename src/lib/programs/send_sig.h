@@ -12,6 +12,9 @@
 // get_pid_by_pidfile returns the number at the beginning of the file, or -1 without the file. Any
 // other failure is reported and ends the process with status 1. is_running_pid_file returns 0 when
 // findProcessByPid finds that process.
+//
+// No command calls these; they are for callers to come: get_pid_by_pidfile, is_running_pid_file,
+// send_sig.
 
 #ifndef MAILVEK_LIB_PROGRAMS_SEND_SIG_H
 #define MAILVEK_LIB_PROGRAMS_SEND_SIG_H

@@ -7,6 +7,9 @@
 //
 // Results and reports are those of fork_execv_log: the exit status, or -1. messlog2 has reported
 // a result other than 0. A name with a slash is reported and gives -1.
+//
+// No command calls these; they are for callers to come: path_exec, path_exec_raw, util_exec,
+// util_exec_args, util_libexec.
 
 #ifndef MAILVEK_LIB_PROGRAMS_UTIL_EXEC_H
 #define MAILVEK_LIB_PROGRAMS_UTIL_EXEC_H

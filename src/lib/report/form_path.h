@@ -3,6 +3,8 @@
 // Both format a path and return whether it fitted. A path that did not fit is cut, and the caller
 // reports it. errno is kept. form_path takes the usual buffer of 4096 bytes, form_path_in a buffer
 // of any size.
+//
+// No command calls these; they are for callers to come: form_path_in.
 
 #ifndef MAILVEK_LIB_REPORT_FORM_PATH_H
 #define MAILVEK_LIB_REPORT_FORM_PATH_H

@@ -7,6 +7,8 @@
 // back.
 //
 // Unlike messlog2 the logger has no line for errno. It cannot fail.
+//
+// No command calls these; they are for callers to come: orvek_log_init.
 
 #ifndef MAILVEK_LIB_REPORT_PRODUCT_LOG_H
 #define MAILVEK_LIB_REPORT_PRODUCT_LOG_H

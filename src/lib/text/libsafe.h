@@ -1,6 +1,8 @@
 // libsafe - checks of paths and of what goes into a shell
 //
 // Nothing here reports.
+//
+// No command calls these; they are for callers to come: check_shell_arg_nothrow, issubdir.
 
 #ifndef MAILVEK_LIB_TEXT_LIBSAFE_H
 #define MAILVEK_LIB_TEXT_LIBSAFE_H

@@ -1,4 +1,6 @@
 // orvek_chch - replacing and trimming within strings
+//
+// No command calls these; they are for callers to come: orvek_chch, strn_replace.
 
 #ifndef MAILVEK_LIB_TEXT_ORVEK_CHCH_H
 #define MAILVEK_LIB_TEXT_ORVEK_CHCH_H

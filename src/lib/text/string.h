@@ -2,6 +2,8 @@
 //
 // A string array is null-terminated. free_array frees its strings and the array. A failure
 // returns null and is reported through messlog2.
+//
+// No command calls these; they are for callers to come: string_to_mas.
 
 #ifndef MAILVEK_LIB_TEXT_STRING_H
 #define MAILVEK_LIB_TEXT_STRING_H

@@ -16,6 +16,8 @@
 // mailnames for a new alias domain cannot be read, the query reports it and PostfixDatabaseError is
 // raised. Steps done before a failure stay done, except those of renameDomain: see
 // reversible_rename.h.
+//
+// No command calls these; they are for callers to come: DomainManager::renameDomain.
 
 #ifndef MAILVEK_POSTFIX_DOMAINS_DOMAIN_MANAGER_H
 #define MAILVEK_POSTFIX_DOMAINS_DOMAIN_MANAGER_H

@@ -12,6 +12,8 @@
 // latter ends commit() at once: earlier maps stay changed, later ones are not touched, and nothing
 // is undone. commit() forgets the additions once all of them are applied, and then the removals
 // likewise.
+//
+// No command calls these; they are for callers to come: BatchDatabaseHelper::commit.
 
 #ifndef MAILVEK_POSTFIX_MAPS_BATCH_DATABASE_HELPER_H
 #define MAILVEK_POSTFIX_MAPS_BATCH_DATABASE_HELPER_H

@@ -18,6 +18,8 @@
 // PostfixDatabaseError with the diagnostics, if any, from removing; the stream's exception when the
 // text source cannot be written; system errors when postmap cannot be started, and from the lock
 // and the room.
+//
+// No command calls these, they are for callers to come: DatabaseHelper::addRecord.
 
 #ifndef MAILVEK_POSTFIX_MAPS_DATABASE_HELPER_H
 #define MAILVEK_POSTFIX_MAPS_DATABASE_HELPER_H

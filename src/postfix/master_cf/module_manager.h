@@ -13,6 +13,8 @@
 // PostfixConfigurationError for a file that cannot be read, is not regular, is empty or is not a
 // master.cf; FSError, a stream's exception or a system error for a file that cannot be written,
 // which stays as it was.
+//
+// No command calls these; they are for callers to come: ModuleManager::removeModule.
 
 #ifndef MAILVEK_POSTFIX_MASTER_CF_MODULE_MANAGER_H
 #define MAILVEK_POSTFIX_MASTER_CF_MODULE_MANAGER_H

@@ -12,6 +12,8 @@
 //
 // Failures: PostfixConfigurationError and PostfixDatabaseError of the layers below, and what they
 // raise when a program cannot be started or the lock of main.cf cannot be taken.
+//
+// No command calls these; they are for callers to come: SettingsManager::setClosedRelay.
 
 #ifndef MAILVEK_POSTFIX_SERVER_SETTINGS_MANAGER_H
 #define MAILVEK_POSTFIX_SERVER_SETTINGS_MANAGER_H

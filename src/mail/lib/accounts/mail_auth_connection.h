@@ -17,6 +17,9 @@
 //
 // Failures are reported by orvek_log at priority 3, here or through failure(), which also
 // closes. errno stays as the failing call left it.
+//
+// No command calls these; they are for callers to come: MailAuthConnection::execute,
+// MailAuthConnection::release.
 
 #ifndef MAILVEK_MAIL_LIB_ACCOUNTS_MAIL_AUTH_CONNECTION_H
 #define MAILVEK_MAIL_LIB_ACCOUNTS_MAIL_AUTH_CONNECTION_H

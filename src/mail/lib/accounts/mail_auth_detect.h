@@ -2,6 +2,9 @@
 //
 // The feature report of the mail tool names the SMTP server. A line with an unknown server, or
 // with none, is reported and skipped. Finding no server at all is reported too, all by orvek_log.
+//
+// No command calls these; they are for callers to come: mailAuthDBDetectStyle,
+// style_of_feature_report.
 
 #ifndef MAILVEK_MAIL_LIB_ACCOUNTS_MAIL_AUTH_DETECT_H
 #define MAILVEK_MAIL_LIB_ACCOUNTS_MAIL_AUTH_DETECT_H

@@ -2,6 +2,8 @@
 //
 // Each operation opens its own connection, runs one statement and closes. 0, or -1 reported by
 // orvek_log. An unknown domain is a success. Names are stored and compared byte by byte.
+//
+// No command calls these; they are for callers to come: mailAuthRenameDomain.
 
 #ifndef MAILVEK_MAIL_LIB_ACCOUNTS_MAIL_AUTH_DOMAINS_H
 #define MAILVEK_MAIL_LIB_ACCOUNTS_MAIL_AUTH_DOMAINS_H

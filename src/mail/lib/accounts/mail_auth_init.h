@@ -2,6 +2,9 @@
 //
 // All return 0, or -1 reported by orvek_log. Setting rights needs an absolute mailAuthDB whose
 // directory is below the root directory.
+//
+// No command calls these; they are for callers to come: mailAuthDBInit, mailAuthDBInitStyle,
+// mailAuthDBSetAccess.
 
 #ifndef MAILVEK_MAIL_LIB_ACCOUNTS_MAIL_AUTH_INIT_H
 #define MAILVEK_MAIL_LIB_ACCOUNTS_MAIL_AUTH_INIT_H

@@ -7,6 +7,9 @@
 // A visitor must not change the database: the read lock of the iteration would block the change.
 //
 // All return -1 after a failure, which orvek_log has reported.
+//
+// No command calls these; they are for callers to come: doIterateDB, mailAuthCheck,
+// mailAuthCheckShort, mailAuthIterateAll, prepareIterateDBQuery.
 
 #ifndef MAILVEK_MAIL_LIB_ACCOUNTS_MAIL_AUTH_ITERATE_H
 #define MAILVEK_MAIL_LIB_ACCOUNTS_MAIL_AUTH_ITERATE_H

@@ -6,6 +6,9 @@
 // Result: 0, or -1 reported by orvek_log at priority 3. A list is a null-terminated array that
 // the caller frees with free_array; it is null when there are no rows. A failure leaves the
 // caller's variable as it was.
+//
+// No command calls these; they are for callers to come: exec_mysql_query, get_aliases_by_mailname,
+// get_domain_by_domainalias, get_mailnames_by_domain.
 
 #ifndef MAILVEK_MAIL_LIB_ALIASES_MAIL_DATABASE_NAMES_H
 #define MAILVEK_MAIL_LIB_ALIASES_MAIL_DATABASE_NAMES_H

@@ -12,6 +12,8 @@
 //
 // mail_handler_check_all: 1 when a handler is active for an address at a hook, 0 when none is, -1,
 // reported through orvek_log, on failure.
+//
+// No command calls these; they are for callers to come: mail_handler_check_all.
 
 #ifndef MAILVEK_MAIL_LIB_HANDLERS_HANDLER_LOOKUP_H
 #define MAILVEK_MAIL_LIB_HANDLERS_HANDLER_LOOKUP_H

@@ -2,6 +2,8 @@
 //
 // A handler is named by its descriptor directory, <priority>-<template>-<random>. The priority ends
 // at the first "-" and the random part starts after the last; the template may contain "-" itself.
+//
+// No command calls these; they are for callers to come: handlers_compare, handlers_sort.
 
 #ifndef MAILVEK_MAIL_LIB_HANDLERS_HANDLER_NAME_H
 #define MAILVEK_MAIL_LIB_HANDLERS_HANDLER_NAME_H

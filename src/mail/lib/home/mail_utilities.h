@@ -6,6 +6,8 @@
 // Result: 0, or -1 after a report through messlog2. These fail: a mailname that begins with
 // anything but a letter, a digit, "_" or "-"; a domain without an ASCII form; a path that does
 // not fit in size bytes.
+//
+// No command calls these; they are for callers to come: get_dotqmail_path, get_mailhome_path.
 
 #ifndef MAILVEK_MAIL_LIB_HOME_MAIL_UTILITIES_H
 #define MAILVEK_MAIL_LIB_HOME_MAIL_UTILITIES_H

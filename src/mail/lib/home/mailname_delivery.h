@@ -12,6 +12,9 @@
 //
 // Result: 0, or -1 after a report through messlog2. The lock covers one line at a time, so a
 // line that moves to the end is missing for a moment.
+//
+// No command calls these; they are for callers to come: add_mailname_delivery,
+// remove_mailname_delivery.
 
 #ifndef MAILVEK_MAIL_LIB_HOME_MAILNAME_DELIVERY_H
 #define MAILVEK_MAIL_LIB_HOME_MAILNAME_DELIVERY_H

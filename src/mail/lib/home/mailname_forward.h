@@ -5,6 +5,8 @@
 // since the text after the break would be an instruction of its own.
 //
 // Result: 0, or -1 after a report through messlog2.
+//
+// No command calls these; they are for callers to come: add_mn_forward, rm_mn_forward.
 
 #ifndef MAILVEK_MAIL_LIB_HOME_MAILNAME_FORWARD_H
 #define MAILVEK_MAIL_LIB_HOME_MAILNAME_FORWARD_H

@@ -7,6 +7,8 @@
 // Result: -1 with errno set, not reported, when the tree cannot be looked at or read to its end,
 // or with EFBIG when it has more entries. Paths in the tree may have any length; lib/beneath/tree.h
 // tells what a walk costs.
+//
+// No command calls these, they are for callers to come: count_cur_dir.
 
 #ifndef MAILVEK_MAIL_LIB_QUOTA_GET_DIR_SIZE_H
 #define MAILVEK_MAIL_LIB_QUOTA_GET_DIR_SIZE_H

@@ -7,6 +7,8 @@
 // process. The only failure without a report is a domain without an ASCII form, with EINVAL. A
 // query that fails gives EIO, an unknown domain ENODATA. The work ends at the first failure;
 // mailboxes before it keep their new quota.
+//
+// No command calls these; they are for callers to come: rm_default_mbox_quota, rm_domain_quota.
 
 #ifndef MAILVEK_MAIL_LIB_QUOTA_MAILDIRPP_GROUP_QUOTA_H
 #define MAILVEK_MAIL_LIB_QUOTA_MAILDIRPP_GROUP_QUOTA_H
