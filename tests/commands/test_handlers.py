@@ -283,10 +283,10 @@ def test_the_memory_copy_is_refreshed_after_each_step(verb):
     assert [call.argv for call in calls(REFRESHER)] == [[REFRESHER, "refresh"]] * REFRESHES[verb]
 
 
-def test_the_umask_of_the_refresh_is_the_callers():
+def test_the_umask_of_the_refresh_is_the_tools_own():
     spy(REFRESHER, Rule(exit=0))
     silent(run("sh", "-c", 'umask 027; exec "$@"', "sh", TOOL, "--add-handler", *options(ONE), *whole()))
-    assert [call.umask for call in calls(REFRESHER)] == [0o027]
+    assert [call.umask for call in calls(REFRESHER)] == [0o022]
 
 
 def test_a_refresh_that_fails_is_reported_and_changes_nothing_else():

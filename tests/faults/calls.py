@@ -166,11 +166,18 @@ def children(arguments, env):
     return list(found.values())
 
 
+def shown_of(line):
+    """A call without its result. A file that is opened by way of its descriptor is named after it."""
+    call, _, result = line.partition(" = ")
+    opened = '"/proc/self/fd/' in call and re.match(r"\d+<([^>]*)>", result)
+    return call.rstrip() + (f" of {opened[1]}" if opened else "")
+
+
 def faults(found, of_children):
     """Every fault of a run with these calls of the tool and of its children."""
     rows, last, written = [], None, set()
     for name, number, line in found:
-        shown = line.split(" = ")[0].rstrip()
+        shown = shown_of(line)
         if last and TELLING.match(last):
             rows.append(Fault(name, number, "KILL", last))
         last = shown

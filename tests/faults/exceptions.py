@@ -15,7 +15,9 @@ MARKERS = rf"{HANDLERS}/before-local/recipient/[\w.@]+"
 MAP = r"/var/spool/postfix/orvek/(virtual|vmailbox|virtual_domains|aliases|blacklists)"
 ACCOUNTS = r"/var/spool/postfix/orvek/passwd\.db"
 LOCK = r"/(var|run)/lock/files/\w{32}"
+ROOM = r"/var/spool/postfix/orvek/\.[a-z_]+\.room-\d+"
 DELIVERY = r"/var/qmail/mailnames/example\.com/(anna|ben)/\.qmail"
+IN_DELIVERY = rf"({DELIVERY}|/var/qmail/mailnames/example\.com/(anna|ben)>, \"\.qmail)"
 UPLOADED = r"/var/qmail/mailnames/example\.com/anna/@attachments/b\.txt"
 QUOTA = r"/var/qmail/mailnames/example\.com/(anna|carl)/Maildir/maildirsize"
 KEY = r"/etc/domainkeys/example\.com/default is .*"
@@ -23,16 +25,21 @@ KEY = r"/etc/domainkeys/example\.com/default is .*"
 # Faults, by what the tool was about.
 LOOK_AT_HANDLERS = rf"E\w+ (getdents64|newfstatat|openat|read)\(.*{HANDLERS}/info.*"
 FIND_PROGRAM = r'E\w+ (readlink|newfstatat)\(.*"/(bin|usr)\b.*'
-MAKE_DESCRIPTOR = (rf"E\w+ (chmod|chown|close|mkdir|newfstatat|openat|write)\(.*{DESCRIPTOR}.*|"
-                   rf'E\w+ symlink\("[\w/]+", "{DESCRIPTOR}/executable"\)|E\w+ (flock|openat)\(.*{LOCK}.*')
-HANG_UP = rf"E\w+ (mkdir|openat)\(.*{MARKERS}.*"
-DIED_MAKING = (rf"KILL (chmod|chown|close|write)\(.*{DESCRIPTOR}.*|KILL symlink\(.*{DESCRIPTOR}/executable\"\)|"
-               rf"KILL close\(\d+<{LOCK}>\)|KILL (chown|mkdir)\(\"{MARKERS}\".*")
+TAKE_LOCK = (rf"E\w+ (fchmod|fchown|fcntl|flock|newfstatat)\(\d+<{LOCK}>.*|E\w+ openat\(.* of {LOCK}|E\w+ openat\(.*\"/var/lock/\".*|"
+             r"E\w+ (fchmod|fchown|mkdirat|newfstatat|openat)\(\d+</(var|run)/lock(/files)?>.*")
+OF_STORE = rf"\d+<{HANDLERS}/info>, \"{NAME}-\w{{6}}\".*"
+MAKE_DESCRIPTOR = (rf"E\w+ (chmod|chown|close|fchmod|fchown|mkdir|newfstatat|openat|write)\(.*{DESCRIPTOR}.*|"
+                   rf"E\w+ mkdirat\({OF_STORE}|E\w+ symlink\(\"[\w/]+\", \"{DESCRIPTOR}/executable\"\)|{TAKE_LOCK}")
+HANG_UP = rf"E\w+ (fchmod|fchown|mkdir|openat)\(.*{MARKERS}.*|E\w+ mkdirat\(\d+<{HANDLERS}/before-local/recipient>.*"
+DIED_MAKING = (rf"KILL (chmod|chown|close|fchmod|fchown|write)\(.*{DESCRIPTOR}.*|"
+               rf"KILL symlink\(.*{DESCRIPTOR}/executable\"\)|KILL mkdirat\({OF_STORE}|"
+               rf"KILL (close|fcntl|flock)\(\d+<{LOCK}>.*|KILL (chown|mkdir)\(\"{MARKERS}\".*|"
+               rf"KILL (fchmod|fchown)\(\d+<{MARKERS}>.*|KILL mkdirat\(\d+<{HANDLERS}/before-local/recipient>.*")
 TAKE_DOWN = rf'E\w+ unlink\("{MARKERS}/{NAME}-\w{{6}}"\)'
-REMOVE_DESCRIPTOR = (rf'E\w+ (getdents64|newfstatat|openat|fchdir|rmdir)\(.*{DESCRIPTOR}.*|E\w+ unlink\("{PART}"\)|'
-                     r"E\w+ fchdir\(\d+</>\)")
-CLEAR_MAP = rf'E\w+ unlink\("(?P<file>{MAP}(\.db\.saved(\.tmp)?)?)"\)'
-EDIT_LINES = rf"E\w+ (close|read|rename|write)\(.*{DELIVERY}.*"
+REMOVE_DESCRIPTOR = (rf"E\w+ (getdents64|newfstatat|openat|fchdir|rmdir|unlinkat)\(.*{DESCRIPTOR}.*|"
+                     rf"E\w+ (newfstatat|openat|openat2|unlinkat)\({OF_STORE}")
+CLEAR_ROOM = rf'E\w+ (unlinkat|rmdir)\((\d+<(/var/spool/postfix/orvek|{ROOM})>, )?"[^"]*".*'
+EDIT_LINES = rf"E\w+ (close|fchmod|fchown|openat|read|rename|renameat|write)\(.*{IN_DELIVERY}.*"
 LOOK_AT_PANEL = r"E\w+ (openat|read)\(.*/etc/orv/\.orv\.shadow.*|E\w+ (socket|connect)\(.*|E\w+ sendto\(\d+<socket:.*"
 LOOK_AT_ACCOUNTS = rf"E\w+ (fcntl|newfstatat|pread64)\(.*{ACCOUNTS}.*"
 LOOK_AT_USERS = r"E\w+ (newfstatat|openat|read)\(.*/etc/(nsswitch\.conf|passwd).*"
@@ -45,10 +52,9 @@ LACKING = "0 without the whole result: "
 LACKING_HANDLERS = rf"{LACKING}{HANDLERS}/(before-local|info)/.*; said: .*"
 OF_ALIAS_DOMAIN = rf"{MAP}\.db \S*alias\.test: [^,;]*"
 
-REWRITES = "add-domain|remove-domain|rename-.*"
 CLONES = "add-alias|add-domain-alias|rename-.*"
 
-SAVED_MAP = "What a rewrite should remove at its end stays: the map itself is whole, and the next rewrite removes the rest."
+EMPTIED_ROOM = "The room of a change that cannot be removed stays: the map itself is whole, and the next change removes it."
 HALF_MADE = ("A handler is a directory of several files and a marker. One that could not be finished or removed "
              "stays, for no step cleans up; once it has a hook, a type and a value it is found and not made again.")
 HOOKS_LAST = "Hooks come last. Those that cannot follow are reported and do not change the status."
@@ -58,8 +64,8 @@ UNSEEN_ATTACHMENT = "An attachment that cannot be looked at does not count."
 
 # Commands, promise, fault, what was seen, reason. What was seen may refer to groups of the fault.
 EXCEPTIONS = (
-    (REWRITES, "left over", CLEAR_MAP, "(?P=file)", SAVED_MAP),
-    (REWRITES, "status", CLEAR_MAP, LACKING + "(?P=file) is there; said: ", SAVED_MAP),
+    (".*", "left over", CLEAR_ROOM, rf"{ROOM}(/.*)?", EMPTIED_ROOM),
+    (".*", "status", CLEAR_ROOM, rf"{LACKING}{ROOM}[^;]* is there(; {ROOM}[^;]* is there)*; said: .*", EMPTIED_ROOM),
 
     (f"{CLONES}|add-handler|set-autoresponder", "left over", MAKE_DESCRIPTOR, HALF, HALF_MADE),
     ("remove-domain|remove-handler|remove-mailname|rename-.*", "left over", REMOVE_DESCRIPTOR, HALF, HALF_MADE),
@@ -106,7 +112,7 @@ EXCEPTIONS = (
     ("add-mailbox|add-redirect", "status", EDIT_LINES,
      rf"{LACKING}{DELIVERY}\.tmp is there; said: Unable to \w+ file {DELIVERY}.*", LINE_IGNORED),
     ("remove-mailbox", "status",
-     rf"E\w+ (close|newfstatat|openat|read|rename|write)\(.*{DELIVERY}.*|E\w+ (flock|openat)\(.*{LOCK}.*",
+     rf"E\w+ (close|fchmod|fchown|newfstatat|openat|read|rename|renameat|write)\(.*{IN_DELIVERY}.*|{TAKE_LOCK}",
      rf"{LACKING}{DELIVERY} is [^;]*deliverquota \./Maildir[^;]* instead of [^;]*(; {DELIVERY}\.tmp is there)?; "
      rf"said: .*file {DELIVERY}.*", LINE_IGNORED),
     ("add-mailname", "torn", r"KILL openat\(.*/example\.com/carl/\.qmail\".*",
@@ -122,7 +128,7 @@ EXCEPTIONS = (
      LACKING + "/etc/courier/(?P=file) is .*; said: Unable to open //etc/courier-imap/(?P=file): .*",
      "A file of Courier's that cannot be read is passed over."),
     ("add-attachment", "torn",
-     rf'E\w+ read\(\d+</tmp/upload>.*|(E\w+|KILL) (openat|write)\(.*{UPLOADED}\b.*', rf"{UPLOADED}: .*",
+     rf'E\w+ read\(\d+</tmp/upload>.*|(E\w+|KILL) (ftruncate|openat|write)\(.*{UPLOADED}\b.*', rf"{UPLOADED}: .*",
      "An attachment is copied to its place; a copy that fails is reported and made anew by a repeat."),
     ("update-spf", "torn", rf"(E\w+ write|KILL openat)\(.*(?P<file>/etc/orv-spf/spf\w+).*", "(?P=file): b''",
      "A parameter is one value, written in its place and written anew by a repeat."),
