@@ -25,25 +25,28 @@ KEY = r"/etc/domainkeys/example\.com/default is .*"
 # Faults, by what the tool was about.
 LOOK_AT_HANDLERS = rf"E\w+ (getdents64|newfstatat|openat|read)\(.*{HANDLERS}/info.*"
 FIND_PROGRAM = r'E\w+ (readlink|newfstatat)\(.*"/(bin|usr)\b.*'
-TAKE_LOCK = (rf"E\w+ (fchmod|fchown|fcntl|flock|newfstatat)\(\d+<{LOCK}>.*|E\w+ openat\(.* of {LOCK}|E\w+ openat\(.*\"/var/lock/\".*|"
+TAKE_LOCK = (rf"E\w+ (fchmod|fchown|fcntl|flock|newfstatat)\(\d+<{LOCK}>.*|E\w+ openat\(.* of {LOCK}|"
+             r"E\w+ openat\(.*\"/var/lock/\".*|"
              r"E\w+ (fchmod|fchown|mkdirat|newfstatat|openat)\(\d+</(var|run)/lock(/files)?>.*")
 OF_STORE = rf"\d+<{HANDLERS}/info>, \"{NAME}-\w{{6}}\".*"
-MAKE_DESCRIPTOR = (rf"E\w+ (chmod|chown|close|fchmod|fchown|mkdir|newfstatat|openat|write)\(.*{DESCRIPTOR}.*|"
+MAKE_DESCRIPTOR = (rf"E\w+ (chmod|chown|close|fchmod|fchown|fchownat|mkdir|newfstatat|openat|write)\(.*{DESCRIPTOR}.*|"
                    rf"E\w+ mkdirat\({OF_STORE}|E\w+ symlink\(\"[\w/]+\", \"{DESCRIPTOR}/executable\"\)|{TAKE_LOCK}")
-HANG_UP = rf"E\w+ (fchmod|fchown|mkdir|openat)\(.*{MARKERS}.*|E\w+ mkdirat\(\d+<{HANDLERS}/before-local/recipient>.*"
-DIED_MAKING = (rf"KILL (chmod|chown|close|fchmod|fchown|write)\(.*{DESCRIPTOR}.*|"
+HANG_UP = (rf"E\w+ (fchmod|fchown|fchownat|mkdir|openat)\(.*{MARKERS}.*|"
+           rf"E\w+ (mkdirat|openat)\(.*{HANDLERS}/before-local/recipient[/>\"].*")
+DIED_MAKING = (rf"KILL (chmod|chown|close|fchmod|fchown|fcntl|write)\(.*{DESCRIPTOR}.*|"
                rf"KILL symlink\(.*{DESCRIPTOR}/executable\"\)|KILL mkdirat\({OF_STORE}|"
                rf"KILL (close|fcntl|flock)\(\d+<{LOCK}>.*|KILL (chown|mkdir)\(\"{MARKERS}\".*|"
-               rf"KILL (fchmod|fchown)\(\d+<{MARKERS}>.*|KILL mkdirat\(\d+<{HANDLERS}/before-local/recipient>.*")
+               rf"KILL (close|fchmod|fchown)\(\d+<{HANDLERS}/before-local/recipient(/[\w.@]+)?>.*|"
+               rf"KILL mkdirat\(\d+<{HANDLERS}/before-local/recipient>.*")
 TAKE_DOWN = rf'E\w+ unlink\("{MARKERS}/{NAME}-\w{{6}}"\)'
 REMOVE_DESCRIPTOR = (rf"E\w+ (getdents64|newfstatat|openat|fchdir|rmdir|unlinkat)\(.*{DESCRIPTOR}.*|"
                      rf"E\w+ (newfstatat|openat|openat2|unlinkat)\({OF_STORE}")
 CLEAR_ROOM = rf'E\w+ (unlinkat|rmdir)\((\d+<(/var/spool/postfix/orvek|{ROOM})>, )?"[^"]*".*'
-EDIT_LINES = rf"E\w+ (close|fchmod|fchown|openat|read|rename|renameat|write)\(.*{IN_DELIVERY}.*"
+EDIT_LINES = rf"E\w+ (close|fchmod|fchown|fchownat|fcntl|openat|read|rename|renameat|write)\(.*{IN_DELIVERY}.*"
 LOOK_AT_PANEL = r"E\w+ (openat|read)\(.*/etc/orv/\.orv\.shadow.*|E\w+ (socket|connect)\(.*|E\w+ sendto\(\d+<socket:.*"
 LOOK_AT_ACCOUNTS = rf"E\w+ (fcntl|newfstatat|pread64)\(.*{ACCOUNTS}.*"
 LOOK_AT_USERS = r"E\w+ (newfstatat|openat|read)\(.*/etc/(nsswitch\.conf|passwd).*"
-LOOK_AT_ATTACHMENTS = (r"E\w+ newfstatat\(AT_FDCWD</var/qmail/mailnames/example\.com/(anna|carl)"
+LOOK_AT_ATTACHMENTS = (r"E\w+ newfstatat\((AT_FDCWD|\d+)</var/qmail/mailnames/example\.com/(anna|carl)"
                        r'(>, "@attachments"|/@attachments>, "a\.txt").*')
 
 # A success without the whole result. What is missing is told with handlers last: where they come
@@ -54,7 +57,7 @@ OF_ALIAS_DOMAIN = rf"{MAP}\.db \S*alias\.test: [^,;]*"
 
 CLONES = "add-alias|add-domain-alias|rename-.*"
 
-EMPTIED_ROOM = "The room of a change that cannot be removed stays: the map itself is whole, and the next change removes it."
+EMPTIED_ROOM = "A change's room that cannot be removed stays: the map itself is whole, and the next change removes it."
 HALF_MADE = ("A handler is a directory of several files and a marker. One that could not be finished or removed "
              "stays, for no step cleans up; once it has a hook, a type and a value it is found and not made again.")
 HOOKS_LAST = "Hooks come last. Those that cannot follow are reported and do not change the status."
@@ -94,7 +97,9 @@ EXCEPTIONS = (
      r'No such file or directory: "/var/qmail/mailnames/example\.com/anna", "/var/qmail/mailnames/example\.com/anita"\).*',
      "The home goes last and only once: a rename that has moved it fails when it is repeated, and takes its records back."),
     ("remove-domain", "left over",
-     r"E\w+ (getdents64|newfstatat|openat|rmdir|unlink|unlinkat)\(.*/var/qmail/mailnames/example\.com\.OrvekSaved\.\d+.*",
+     r"E\w+ (getdents64|newfstatat|openat|rmdir|unlink|unlinkat)\(.*/var/qmail/mailnames/example\.com\.OrvekSaved\.\d+.*|"
+     r'E\w+ (newfstatat|openat|unlinkat)\(\d+</var/qmail/mailnames>, "example\.com\.OrvekSaved\..*|'
+     r'E\w+ openat\(.*"/var/qmail/mailnames/?",.*',
      r"/var/qmail/mailnames/example\.com\.OrvekSaved\.\*(/.*)?",
      "A domain is moved aside first; what cannot be removed then stays there."),
 
@@ -110,12 +115,12 @@ EXCEPTIONS = (
     ("add-mailbox|add-redirect|remove-mailbox", "left over", EDIT_LINES, rf"{DELIVERY}\.tmp",
      "A line edit that fails leaves its temporary file, and the next one uses it."),
     ("add-mailbox|add-redirect", "status", EDIT_LINES,
-     rf"{LACKING}{DELIVERY}\.tmp is there; said: Unable to \w+ file {DELIVERY}.*", LINE_IGNORED),
+     rf"{LACKING}{DELIVERY}\.tmp is there; said: (file_str: ERROR: )?Unable to \w+ file {DELIVERY}.*", LINE_IGNORED),
     ("remove-mailbox", "status",
-     rf"E\w+ (close|fchmod|fchown|newfstatat|openat|read|rename|renameat|write)\(.*{IN_DELIVERY}.*|{TAKE_LOCK}",
+     rf"E\w+ (close|fchmod|fchown|fchownat|fcntl|newfstatat|openat|read|rename|renameat|write)\(.*{IN_DELIVERY}.*|{TAKE_LOCK}",
      rf"{LACKING}{DELIVERY} is [^;]*deliverquota \./Maildir[^;]* instead of [^;]*(; {DELIVERY}\.tmp is there)?; "
      rf"said: .*file {DELIVERY}.*", LINE_IGNORED),
-    ("add-mailname", "torn", r"KILL openat\(.*/example\.com/carl/\.qmail\".*",
+    ("add-mailname", "torn", r"KILL (fchmod|fchown|newfstatat|openat)\(.*/example\.com/carl(/\.qmail\b|>, \"\.qmail).*",
      r"/var/qmail/mailnames/example\.com/carl/\.qmail: b''",
      "The delivery file of a new mailname is written in its place: nobody has mail there yet, and a repeat writes it anew."),
 
@@ -128,9 +133,10 @@ EXCEPTIONS = (
      LACKING + "/etc/courier/(?P=file) is .*; said: Unable to open //etc/courier-imap/(?P=file): .*",
      "A file of Courier's that cannot be read is passed over."),
     ("add-attachment", "torn",
-     rf'E\w+ read\(\d+</tmp/upload>.*|(E\w+|KILL) (ftruncate|openat|write)\(.*{UPLOADED}\b.*', rf"{UPLOADED}: .*",
+     rf'E\w+ read\(\d+</tmp/upload>.*|(E\w+|KILL) (fchmod|fchown|ftruncate|openat|write)\(.*{UPLOADED}\b.*|'
+     r'KILL (close|openat)\(\d+</var/qmail/mailnames/example\.com/anna/@attachments>.*', rf"{UPLOADED}: .*",
      "An attachment is copied to its place; a copy that fails is reported and made anew by a repeat."),
-    ("update-spf", "torn", rf"(E\w+ write|KILL openat)\(.*(?P<file>/etc/orv-spf/spf\w+).*", "(?P=file): b''",
+    ("update-spf", "torn", r"(E\w+ write|(E\w+|KILL) (fchmod|fchown|ftruncate|openat))\(.*(?P<file>/etc/orv-spf/spf\w+).*", "(?P=file): b''",
      "A parameter is one value, written in its place and written anew by a repeat."),
     ("add-mailname|set-mailbox-disk-quota", "torn", LOOK_AT_ATTACHMENTS,
      rf"{QUOTA}: b'\d+S,0C\\n[ 0]+\\n'", UNSEEN_ATTACHMENT),
