@@ -33,11 +33,9 @@ MAKE_DESCRIPTOR = (rf"E\w+ (chmod|chown|close|fchmod|fchown|fchownat|mkdir|newfs
                    rf"E\w+ mkdirat\({OF_STORE}|E\w+ symlink\(\"[\w/]+\", \"{DESCRIPTOR}/executable\"\)|{TAKE_LOCK}")
 HANG_UP = (rf"E\w+ (fchmod|fchown|fchownat|mkdir|openat)\(.*{MARKERS}.*|"
            rf"E\w+ (mkdirat|openat)\(.*{HANDLERS}/before-local/recipient[/>\"].*")
-DIED_MAKING = (rf"KILL (chmod|chown|close|fchmod|fchown|fcntl|write)\(.*{DESCRIPTOR}.*|"
-               rf"KILL symlink\(.*{DESCRIPTOR}/executable\"\)|KILL mkdirat\({OF_STORE}|"
-               rf"KILL (close|fcntl|flock)\(\d+<{LOCK}>.*|KILL (chown|mkdir)\(\"{MARKERS}\".*|"
-               rf"KILL (close|fchmod|fchown)\(\d+<{HANDLERS}/before-local/recipient(/[\w.@]+)?>.*|"
-               rf"KILL mkdirat\(\d+<{HANDLERS}/before-local/recipient>.*")
+DIED_MAKING = (rf"KILL \w+\((\d+<|\"|[^,]*, \"){DESCRIPTOR}.*|KILL mkdirat\({OF_STORE}|"
+               r"KILL \w+\(\d+</(var|run)/lock(/files(/\w{32})?)?>.*|"
+               rf"KILL \w+\((\d+<|\"){HANDLERS}/before-local/recipient(/[\w.@]+)?[>\"].*")
 TAKE_DOWN = rf'E\w+ unlink\("{MARKERS}/{NAME}-\w{{6}}"\)'
 REMOVE_DESCRIPTOR = (rf"E\w+ (getdents64|newfstatat|openat|fchdir|rmdir|unlinkat)\(.*{DESCRIPTOR}.*|"
                      rf"E\w+ (newfstatat|openat|openat2|unlinkat)\({OF_STORE}")
