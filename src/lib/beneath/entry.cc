@@ -65,7 +65,7 @@ int rename_new_beneath(int from_dir, char const* from, int to_dir, char const* t
     int const before = errno;
     if (renameat2(source.dir(), source.name(), target.dir(), target.name(), RENAME_NOREPLACE) == 0)
         return 0;
-    // EINVAL is also said of a directory that is to move into itself, and is said again then.
+    // EINVAL can also mean a directory moved into itself; the second way reports that again.
     if (errno != EINVAL && errno != ENOSYS)
         return -1;
     int const result = rename_unless_there(source, target);

@@ -13,7 +13,7 @@ bool is_counted(std::string_view name)
     return name != "." && name != "..";
 }
 
-// 1; 0 for an entry that has gone meanwhile; -1.
+// 1; 0 when the entry has gone since it was read; -1 after a failure.
 int tell_kind(int dir, dirent const& entry, mode_t& kind)
 {
     if (entry.d_type != DT_UNKNOWN) {
@@ -33,7 +33,7 @@ int next_listed(OpenDir const& stream, ListedEntry& entry)
 {
     int const before = errno;
     for (;;) {
-        errno = 0; // the end of a directory and a failure are told apart by it alone
+        errno = 0; // only errno tells the end of a directory from a failure
         dirent const* const read = readdir(stream.get());
         if (!read && errno != 0)
             return -1;

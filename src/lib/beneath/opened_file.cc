@@ -11,10 +11,10 @@
 
 namespace {
 
-// How often a file may be replaced by another while it is taken.
+// Attempts at a file that is replaced by another one each time.
 constexpr int most_replacements = 16;
 
-// What keeps a file from being opened; 0 for nothing.
+// The error number for a file that must not be opened, or 0.
 int objection(struct stat const& info, off_t most)
 {
     if (S_ISLNK(info.st_mode))
@@ -28,8 +28,8 @@ int objection(struct stat const& info, off_t most)
     return info.st_size > most ? EFBIG : 0;
 }
 
-// The error for what is open, 0 for a file that may be used; sets replaced when it has lost its
-// name since it was opened.
+// The error number for the taken file, or 0 when it may be used. Sets replaced when the file has
+// lost its name since it was taken.
 int check(int taken, off_t most, bool& replaced)
 {
     struct stat info = {};
@@ -62,7 +62,7 @@ OpenDescriptor open_file_beneath(int dir, char const* path, int access, off_t mo
     OpenDescriptor const taken = take_file_beneath(dir, path, most);
     if (taken.get() < 0)
         return OpenDescriptor(-1);
-    // Without O_NONBLOCK a lease of its owner's would hold the open up.
+    // Without O_NONBLOCK the open would wait for a lease that the file's owner holds.
     return OpenDescriptor(
         open(DescriptorPath(taken.get()).get(), access | O_NONBLOCK | O_NOCTTY | O_CLOEXEC));
 }
@@ -96,7 +96,7 @@ OpenDescriptor open_or_make_beneath(int dir, char const* path, int access, off_t
         if (opened >= 0 || errno != ENOENT)
             break;
         opened = make_file_beneath(dir, path, mode).release();
-        if (opened < 0 && errno != EEXIST) // it has been made meanwhile
+        if (opened < 0 && errno != EEXIST) // EEXIST: somebody made it just now, so open it
             break;
     }
     if (opened >= 0)

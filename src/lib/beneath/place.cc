@@ -16,7 +16,7 @@ namespace {
 
 constexpr int directory_flags = O_RDONLY | O_DIRECTORY | O_CLOEXEC;
 
-// Calls step with each component of path until it gives false, which is the result then.
+// Calls step with each component of path. Stops and returns false when step does.
 template<typename Step>
 bool each_component(std::string_view path, Step step)
 {
@@ -49,7 +49,7 @@ int open_at_once(int dir, char const* path)
     return static_cast<int>(syscall(SYS_openat2, dir, path, &how, sizeof how));
 }
 
-// The kernel calls a link that is no directory ENOTDIR, as it calls a file.
+// Turns ENOTDIR into ELOOP for a link: the kernel gives ENOTDIR for a file and for a link alike.
 void tell_a_link(int dir, char const* name)
 {
     struct stat info = {};
@@ -81,7 +81,8 @@ int open_by_steps(int dir, std::string_view path)
     return here;
 }
 
-// path is sound. Kernels before 5.6 have no openat2, and filters of system calls refuse it.
+// path is sound. Walks by hand without openat2: kernels before 5.6 lack it, and a container's
+// filter of system calls may refuse it.
 int open_walked(int dir, char const* path)
 {
     int const before = errno;
@@ -92,7 +93,8 @@ int open_walked(int dir, char const* path)
     return open_by_steps(dir, path);
 }
 
-// The directory in which the last component of path lies; none, with errno kept, if it is dir.
+// Opens the directory that holds the last component of path. Opens nothing and keeps errno when
+// that is dir itself.
 OpenDescriptor open_way(int dir, char const* path)
 {
     char const* const slash = strrchr(path, '/');

@@ -15,7 +15,7 @@ int change_mode(int fd, mode_t mode)
     int const before = errno;
     if (fchmod(fd, mode) == 0)
         return 0;
-    if (errno != EBADF) // which stands for O_PATH
+    if (errno != EBADF) // EBADF: fd was opened with O_PATH
         return -1;
     errno = before;
     return chmod(DescriptorPath(fd).get(), mode);

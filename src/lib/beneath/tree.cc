@@ -17,7 +17,8 @@ namespace {
 constexpr std::size_t most_levels = 100'000;
 constexpr std::size_t most_entries = std::size_t{1} << 27;
 constexpr int most_repetitions = 3;
-// Deeper levels are closed while the walk is beneath them, and opened again by way of "..".
+// The outermost directories stay open. A deeper one is closed while the walk is beneath it, and
+// opened again through "..".
 constexpr std::size_t kept_open = 32;
 
 struct Level
@@ -38,7 +39,7 @@ public:
     {
     }
 
-    // The argument is there and is a directory.
+    // Precondition: the argument exists and is a directory.
     int run()
     {
         int result = enter(place.dir(), place.name());
@@ -48,7 +49,7 @@ public:
     }
 
 private:
-    // Treats the next entry of the directory that the walk is in, or leaves it.
+    // Handles the next entry of the current directory, or leaves the directory after the last one.
     int proceed()
     {
         ListedEntry entry = {};
@@ -128,7 +129,8 @@ private:
         level.stream.reset();
     }
 
-    // Opens the level above the last one. Who moves the last one meanwhile sends ".." elsewhere.
+    // Opens the level above the last one. If somebody has moved the last one, ".." leads elsewhere:
+    // ESTALE.
     bool open_again()
     {
         Level& above = levels[levels.size() - 2];
@@ -183,7 +185,7 @@ int set_entry_rights(int dir, char const* name, Rights const& rights)
     OpenDescriptor const taken = take_file_beneath(dir, name, any_size);
     if (taken.get() >= 0)
         return set_rights(taken.get(), rights);
-    // Another kind has taken its place meanwhile, or it has further names.
+    // The file has gone, has been replaced by another kind, or has further names: leave it.
     bool const passed =
         errno == ENOENT || errno == EMLINK || errno == ELOOP || errno == EISDIR || errno == EINVAL;
     if (!passed)

@@ -54,22 +54,21 @@ char* skip_name(char* text)
     return text;
 }
 
-// Deliberate: one slot is all the memory for trailing white space, so that each white-space
-// character undoes the mark of the one before it. An odd run at the end of the value loses
-// its last character only, an even run loses nothing. Every path built from the value has to
-// come out the same wherever the file is read.
+// Deliberate: a white-space character clears the mark that the one before it has set. So an odd
+// run at the end of the value loses its last character, and an even run loses nothing. Other
+// programs read the file the same way, and every path built from the value must come out the same.
 char* end_of_value(char* value)
 {
     char* mark = nullptr;
-    // The first character is part of the value whatever it is.
+    // The first character always belongs to the value.
     char* position = value + 1;
     for (; !is_end(*position); ++position)
         mark = is_space(*position) && !mark ? position : nullptr;
     return mark ? mark : position;
 }
 
-// Cuts the newline off a line that is to be reported, since a report shows control bytes; whether
-// there was one.
+// Cuts the newline off a line before it is reported, since a report would show it as "\n". Returns
+// whether there was one.
 bool cut_newline(char* line)
 {
     char* const end = strchrnul(line, '\n');
@@ -105,7 +104,7 @@ int read_line(char* line, conf_data* pconf)
     return conf_set_r(name, value, pconf);
 }
 
-// Doubles the array, or adds 20 slots where doubling gives no room; false on overflow.
+// Computes twice the size, or first_slots more where doubling gives no room. False on overflow.
 bool grown_size(conf_data const* pconf, size_t* size, size_t* bytes)
 {
     if (__builtin_mul_overflow(pconf->size, 2, size))

@@ -25,7 +25,7 @@
 namespace {
 
 constexpr std::size_t block_size = 4096;
-constexpr mode_t new_file_mode = 0600; // until it has its owner
+constexpr mode_t new_file_mode = 0600; // until the file has its owner
 
 enum class Copied
 {
@@ -56,7 +56,7 @@ Copied copy_blocks(int from, int to)
     return got < 0 ? Copied::read_failed : Copied::whole;
 }
 
-// A regular file with one name; what others may have planted in its place is not read.
+// Opens a regular file with one name only: anything else may have been planted to be read as root.
 OpenDescriptor open_source(char const* filename)
 {
     char const* name = nullptr;
@@ -75,7 +75,7 @@ int open_target(char const* filename, mode_t mode)
                : open_or_make_beneath(parent.get(), name, O_WRONLY, any_size, mode).release();
 }
 
-// Standard output stays open: it is not of our making.
+// The file to write, or standard output for "-". Standard output is never closed here.
 class Target
 {
 public:
@@ -91,7 +91,7 @@ public:
     // True for standard output.
     [[nodiscard]] bool make_empty() { return opened.get() < 0 || ftruncate(opened.get(), 0) == 0; }
 
-    // Whether it is open on the file that info tells of, however it was spelled.
+    // Whether this is the file that info describes, under whatever path.
     [[nodiscard]] bool is_open_on(struct stat const& info) const
     {
         struct stat own = {};
@@ -143,7 +143,7 @@ int copy_under_lock(char const* src_fname, char const* dst_fname)
     return copy_into(from, src_fname, to, dst_fname);
 }
 
-// The file is removed by hand: exit runs no destructor of a local object.
+// Removes the file explicitly: exit runs no destructor of a local object.
 [[noreturn, gnu::format(printf, 2, 3)]] void give_up(TemporaryFile& temporary, char const* fmt, ...)
 {
     temporary.remove();

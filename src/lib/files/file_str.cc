@@ -13,7 +13,7 @@
 
 namespace {
 
-// Without a trace in errno of a file that is missing, which is no failure.
+// Keeps errno when the file is missing, since that is not a failure.
 int look_at(char const* filename, struct stat& info, bool& exists)
 {
     int const before = errno;
@@ -27,7 +27,7 @@ int look_at(char const* filename, struct stat& info, bool& exists)
 
 int restore_owner_and_mode(char const* filename, struct stat const& info)
 {
-    // In this order, for chown takes away the set-id bits.
+    // chown before chmod, because chown clears the set-id bits.
     if (chown(filename, info.st_uid, info.st_gid) != 0) {
         return failure(1, "file_str: ERROR: Unable to chown file %s: %s", filename,
                        strerror(errno));

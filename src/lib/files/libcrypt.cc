@@ -31,7 +31,7 @@ char* get_md5sum(char const* digest, char const* non_encrypted, char* result)
     bool const made = context && EVP_DigestInit_ex(context.get(), EVP_md5(), nullptr) == 1 &&
                       update(context.get(), digest) && update(context.get(), non_encrypted) &&
                       EVP_DigestFinal_ex(context.get(), sum, &length) == 1;
-    // Without a sum two processes would lock different files for one path.
+    // Going on without a sum would let two processes lock different files for one path.
     if (!made)
         fatal("Unable to compute an MD5 sum");
 

@@ -16,7 +16,7 @@ namespace {
 
 constexpr mode_t nested_mode = 0755;
 
-// Without a trace in errno of what is missing.
+// Keeps errno.
 bool is_directory(char const* path)
 {
     ErrnoKeeper const keeper;
@@ -31,7 +31,7 @@ std::string without_last_slashes(std::string path)
     return path;
 }
 
-// Makes a directory, or opens the one that is there or that another process has made meanwhile.
+// Makes a directory, or opens the one that is there, even if another process has just made it.
 OpenDescriptor make_one(char const* path, mode_t mode, Making& making)
 {
     std::string const whole = without_last_slashes(path);

@@ -20,7 +20,7 @@
 namespace {
 
 constexpr mode_t new_file_mode = 0644;
-// Of a file that holds one line.
+// The longest file that is read for its one line.
 constexpr off_t most_of_a_text = 1 << 20;
 
 bool make_file(char const* file, int flags)
@@ -50,7 +50,7 @@ OpenDescriptor take(char const* file)
     return parent.get() < 0 ? OpenDescriptor(-1) : take_entry_beneath(parent.get(), name);
 }
 
-// Without a trace in errno of a path that is missing.
+// Keeps errno.
 bool exists(char const* path)
 {
     ErrnoKeeper const keeper;

@@ -12,12 +12,12 @@
 
 namespace {
 
-// What a failure is reported with, before the name and the error.
+// How the report of a failure begins. The name and the error follow.
 struct TreeTexts
 {
-    char const* argument;  // a file that is the argument itself
-    char const* entry;     // a file in a directory
-    char const* directory; // a directory, when its entries are done
+    char const* argument;  // for a file that is the argument itself
+    char const* entry;     // for a file in a directory
+    char const* directory; // for a directory, after its entries
 };
 
 constexpr TreeTexts chown_texts = {
@@ -74,7 +74,7 @@ int treat(char const* dir, TreeSteps const& steps, int force_self, TreeTrouble& 
     return walk_tree(parent.get(), name, steps, top, trouble);
 }
 
-// Ends the process after a failure, unless a missing dir may be one.
+// A failure ends the process. A missing dir is no failure of a removal.
 void treat_tree(char const* dir, TreeSteps const& steps, TreeTexts const& texts, int force_self)
 {
     ErrnoKeeper const keeper;

@@ -30,7 +30,7 @@ bool form_temporary(char (&temporary)[path_size], char const* filename)
     return false;
 }
 
-// A link is not followed: in a directory of someone else's it might lead anywhere.
+// Follows no link: in somebody else's directory it could lead anywhere.
 OpenFile open_temporary(char const* temporary, struct stat const* old)
 {
     mode_t const mode = old ? old->st_mode & default_mode : default_mode;
@@ -63,7 +63,8 @@ int close_file(OpenFile& file, char const* filename)
     return 0;
 }
 
-// Copies the pieces of lines for which keep is true, and closes both files.
+// Copies the lines that keep accepts and closes both files. A line longer than a piece is judged
+// piece by piece.
 template<typename Keep>
 int copy_lines(OpenFile& from, char const* filename, OpenFile& to, char const* temporary, Keep keep)
 {
@@ -71,7 +72,7 @@ int copy_lines(OpenFile& from, char const* filename, OpenFile& to, char const* t
     while (fgets(piece, sizeof piece, from.get()))
         if (keep(piece) && fputs(piece, to.get()) < 0)
             fatal("cannot write a line to %s.tmp", filename);
-    // A file that cannot be read to its end must not lose the rest.
+    // After a read error the copy is incomplete and must not replace the file.
     if (ferror(from.get()))
         return failure(1, "Unable to read file %s: %s\n", filename, strerror(errno));
     if (close_file(from, filename) != 0)

@@ -8,7 +8,7 @@ int next_entry(OpenDir const& dir, char const** name)
 {
     int const before = errno;
     for (;;) {
-        errno = 0; // the end of a directory and a failure are told apart by it alone
+        errno = 0; // only errno tells the end of a directory from a failure
         dirent const* const entry = readdir(dir.get());
         if (!entry && errno != 0)
             return -1;

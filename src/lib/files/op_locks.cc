@@ -43,8 +43,8 @@ LockRecord new_record(char const* path, int opt)
     return record;
 }
 
-// The directory is the user's own, which is root, or nobody may rely on it: /var/lock is open to
-// all.
+// Refuses a directory of another user: /var/lock is writable for all, and whoever owns the
+// directory controls the locks.
 int open_lock_directory()
 {
     char const* name = nullptr;
@@ -66,7 +66,8 @@ int open_lock_directory()
     return opened.release();
 }
 
-// Empties the file as the flags of the caller say, if it is the user's own.
+// Empties the file if the flags ask for it and it belongs to the caller's user. A stranger's file
+// stays as it is.
 bool empty_own_file(int lock_file, int flags)
 {
     struct stat info = {};
@@ -87,8 +88,8 @@ int open_lock_file(int dir, char const* name, int flags)
     return opened.get() >= 0 && empty_own_file(opened.get(), flags) ? opened.release() : -1;
 }
 
-// A descriptor above 0, for 0 means a lock that another process holds; a process that was started
-// without standard input would be given 0. Children inherit it.
+// Never returns descriptor 0, which lock_struct_t uses for "held by another process". open would
+// give it to a process without standard input. Children inherit the descriptor.
 int open_above_zero(char const* path, int flags, int opt)
 {
     char const* name = nullptr;

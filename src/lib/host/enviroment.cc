@@ -16,7 +16,7 @@ constexpr char plain_variable[] = "ORV_PASSWORD";
 constexpr char crypted_variable[] = "ORV_CRYPTED_PASSWORD";
 constexpr size_t buffer_size = 4096;
 
-// What a variable held when it was taken out of the environment; null for nothing.
+// The values that take_env_passwords() took out of the environment, or null.
 char const* taken_plain = nullptr;
 char const* taken_crypted = nullptr;
 
@@ -33,7 +33,7 @@ char const* value_of(char const* variable)
     return value && *value ? value : nullptr;
 }
 
-// The string of the value is not released by this.
+// The value's string stays valid.
 void forget(char const* variable)
 {
     taken(variable) = nullptr;
@@ -50,7 +50,7 @@ bool take(char const* variable, char const** password)
     return true;
 }
 
-// What crypt returns with a new salt, in its own static storage.
+// Encrypts with a new salt. The result is crypt's static storage.
 char const* encrypted(char const* password)
 {
     constexpr int drawn = 8;

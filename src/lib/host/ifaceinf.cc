@@ -41,7 +41,7 @@ void report_no_memory(size_t elements)
 // The list of interface addresses, and their number in *count; null after a report.
 Requests query_interfaces(int socket, size_t* count)
 {
-    // An answer that fills its buffer may have been cut.
+    // An answer that fills its buffer may have been cut: ask again with twice the room.
     for (size_t room = 2;; room *= 2) {
         Requests requests(static_cast<ifreq*>(calloc(room, sizeof(ifreq))));
         if (!requests) {
@@ -61,7 +61,7 @@ Requests query_interfaces(int socket, size_t* count)
     }
 }
 
-// The kernel answers in the request itself, which is why it comes as a copy.
+// Takes a copy of the request because the kernel writes its answer into it.
 void fill_mac(int socket, ifreq request, ifaceinfo& record)
 {
     if (strchr(record.name, ':'))

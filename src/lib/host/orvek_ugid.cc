@@ -16,7 +16,7 @@ namespace {
 
 gid_t to_gid(char const* digits)
 {
-    // Cut, lest a number past the last gid comes round to a group that exists.
+    // Clamped: a number above the last gid would wrap round to a group that exists.
     unsigned long const last = std::numeric_limits<gid_t>::max();
     return static_cast<gid_t>(std::min(strtoul(digits, nullptr, 10), last));
 }
@@ -43,7 +43,7 @@ unsigned int orvek_ugid(char const* username, int cmd)
 {
     uid_t uid = 0;
     gid_t gid = 0;
-    // Deliberate: an unknown user gives 0, for the callers go on with it.
+    // Deliberate: an unknown user gives 0, because the callers go on with it.
     static_cast<void>(orvek_getpw(username, &uid, &gid, nullptr));
     return cmd == 0 ? uid : gid;
 }

@@ -19,7 +19,7 @@
 
 namespace {
 
-// One process at a time, in buffers that serve the whole walk.
+// Reads one process at a time. Its buffers are reused for the whole walk.
 class ProcessReader
 {
 public:
@@ -44,7 +44,7 @@ private:
 
 bool ProcessReader::read(pid_t pid, int infoFlags)
 {
-    info.pid = pid; // the rest is read anew, or never
+    info.pid = pid;
     return (!(infoFlags & process_exe) || read_exe()) &&
            (!(infoFlags & process_cmdline) || read_cmdline()) &&
            (!(infoFlags & process_stat) || read_stat()) &&
@@ -102,22 +102,22 @@ bool ProcessReader::read_stat()
     OpenFile const file = open_file("stat");
     if (!file || !fgets(procname, sizeof procname, file.get()))
         return false;
-    // The name is the process's own choice and may hold anything, ") S 1" for example. Only
-    // numbers and one letter follow it.
+    // A process chooses its own name, which may be ") S 1" for example. The last bracket ends the
+    // name, since only numbers and one letter follow it.
     char* const begin = strchr(procname, '(');
     char* const end = strrchr(procname, ')');
     if (!begin || !end)
         return false;
     *end = '\0';
     info.procname = begin + 1;
-    // Deliberate: no server's name has a blank in it, and such a process is passed over.
+    // Deliberate: a process with a blank in its name is passed over. No server has one.
     if (strpbrk(info.procname, " \t\n\v\f\r"))
         return false;
     // NOLINTNEXTLINE(cert-err34-c): the kernel's numbers fit
     return sscanf(end + 1, " %*c %d", &info.ppid) == 1;
 }
 
-// Real, effective, saved, and that of the file system, which nobody asks for.
+// The real, effective, saved and file system id. Nobody asks for the last one.
 using Identities = std::array<unsigned, 4>;
 
 bool read_identities(FILE* file, Identities& ids)
@@ -137,7 +137,7 @@ bool ProcessReader::read_status()
     while (!has_uids || !has_gids) {
         if (!file || fscanf(file.get(), "%99s", word) != 1)
             return false;
-        // Deliberate: a word counts wherever it stands, as in the name of a process.
+        // Deliberate: the word counts wherever it stands, even in the process's name.
         bool const at_uids = strcmp(word, "Uid:") == 0;
         bool const at_gids = strcmp(word, "Gid:") == 0;
         if ((at_uids || at_gids) && !read_identities(file.get(), at_uids ? uids : gids))
@@ -164,7 +164,7 @@ bool is_directory(dirent const& entry)
            S_ISDIR(info.st_mode);
 }
 
-// The process whose directory the entry is; 0 when it is no process's.
+// The pid that a directory of /proc is named after, or 0 for another entry.
 pid_t process_of(dirent const& entry)
 {
     char const* const end = entry.d_name + strlen(entry.d_name);
@@ -191,7 +191,7 @@ int visit_all(DIR* dir, int infoFlags, visitProcessInfoFunc cb, void* data)
 
 struct _ProcessPathInfo
 {
-    char const* executable; // sought; or found, and then the caller's to free
+    char const* executable; // the path sought, or a copy of the path found, which the caller frees
     pid_t pid;
 };
 

@@ -29,7 +29,7 @@ constexpr size_t url_size = 4096;
 
 using Conversion = int (*)(char const* input, char** output, int flags);
 
-// Whether the conversion succeeded; *output is what the library left there in any case.
+// Returns whether the conversion succeeded. *output gets what the library made in either case.
 bool convert(Conversion conversion, char const* domain, CString* output)
 {
     char* left = nullptr;
@@ -124,8 +124,8 @@ char* idn_toascii_safe(char const* domain)
 char* idn_toutf8(char const* domain)
 {
     CString utf8;
-    // Deliberate: a failure shows in idn_errno, and what the library made of the domain is
-    // still returned.
+    // Deliberate: a failure shows in idn_errno only, and the library's output is returned all the
+    // same.
     static_cast<void>(convert(idna_to_unicode_8z8z, domain, &utf8));
     return utf8.release();
 }
@@ -142,7 +142,7 @@ char* idn_email_toascii(char const* email)
         return nullptr;
     CString const domain(idn_toascii(at + 1));
     char* address = nullptr;
-    // Deliberate: the conversion is not checked, and its failure shows in the address.
+    // Deliberate: a failed conversion is not checked here. It shows as "(null)" in the address.
     if (asprintf(&address, "%.*s@%s", static_cast<int>(at - email), email,
                  domain ? domain.get() : "(null)") < 0)
         allocation_failed();
@@ -171,7 +171,7 @@ char* idn_url_toascii(char const* url)
         messlog2(0, 0, "idn_toascii() failed: %s", idn_strerror(idn_errno));
         return nullptr;
     }
-    // Only now, for url may be the result of the call before.
+    // Written last, because url may be the result of the previous call.
     snprintf(result, sizeof result, "%s", rebuilt);
     return result;
 }

@@ -10,7 +10,7 @@ int mail_validate(char const* str, mail_validation_t type)
 {
     switch (type) {
     case VALIDATE_EMAIL_LOCAL_PART:
-        // A mailname is also a directory's name, where ".." would lead out of the domain's.
+        // The mailname becomes a directory, and ".." would lead out of the domain's directory.
         return strstr(str, "..") ? 0 : 1;
     }
     orvek_log(LOG_INFO, "unknown validation_type: %d", static_cast<int>(type));

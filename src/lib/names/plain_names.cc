@@ -16,7 +16,7 @@ bool is_plain_in_domain(char c)
 bool is_plain_in_local_part(char c)
 {
     constexpr std::string_view special = "@,/\"\\|`<>()[]:;";
-    constexpr unsigned char last_control = 0x20; // the blank counts as one
+    constexpr unsigned char last_control = 0x20; // the blank counts as a control byte
     constexpr unsigned char del = 0x7f;
     auto const byte = static_cast<unsigned char>(c);
     return byte > last_control && byte != del && special.find(c) == std::string_view::npos;

@@ -19,7 +19,7 @@ namespace {
 
 constexpr char password_file[] = "/etc/orv/.orv.shadow";
 
-// What a connection takes of a password, with the NUL.
+// A connection uses this much of the password's line, with the NUL.
 constexpr int line_size = 100;
 
 constexpr size_t report_size = 4097;
@@ -37,7 +37,7 @@ struct MessageBuffer
     size_t size;
 };
 
-// Leaves the error for the caller, and gives up.
+// Writes the error into the caller's buffer and returns false.
 [[nodiscard, gnu::format(printf, 2, 3)]] bool failed(MessageBuffer message, char const* fmt, ...)
 {
     va_list args;
@@ -90,13 +90,13 @@ bool run(MYSQL* my, char const* query)
     return mysql_real_query(my, query, strlen(query)) == 0;
 }
 
-// Servers that have no character sets a connection could choose.
+// Whether the server is too old for a connection to choose a character set.
 bool predates_character_sets(char const* version)
 {
     return strncmp(version, "3.", 2) == 0 || strncmp(version, "4.0.", 4) == 0;
 }
 
-// Whether the server lets a connection choose its character set, in *chooses.
+// Sets *chooses: whether the server lets a connection choose its character set.
 bool query_version(MYSQL* my, bool* chooses, MessageBuffer message)
 {
     if (!run(my, "SHOW VARIABLES LIKE 'version'"))
@@ -114,7 +114,7 @@ bool query_version(MYSQL* my, bool* chooses, MessageBuffer message)
     return true;
 }
 
-// Any text but "false" means compatible; a result that cannot be read or has none does not.
+// Any text but "false" means compatible. An empty text, no row and an unreadable result do not.
 bool says_compatible(MYSQL* my)
 {
     MysqlResult const result(mysql_store_result(my));
@@ -135,7 +135,7 @@ bool choose_character_set(MYSQL* my, MessageBuffer message)
 
 bool set_up(MYSQL* my, MessageBuffer message)
 {
-    // Deliberate: a server that refuses this is read all the same.
+    // Deliberate: a server that refuses this is used all the same.
     static_cast<void>(run(my, "set foreign_key_checks=0"));
     bool chooses = false;
     if (!query_version(my, &chooses, message))
@@ -177,7 +177,8 @@ MYSQL* orvek_db_connect_raw(char* msgbuf, size_t msgbufsize)
 MYSQL* orvek_db_connect_ex(char* msgbuf, size_t msgbufsize)
 {
     MYSQL* const my = orvek_db_connect_raw_ex(msgbuf, msgbufsize);
-    // Deliberate: whether the set-up was finished shows in the text and in the pending error.
+    // Deliberate: the connection is returned even if its set-up failed. The text and the pending
+    // error tell.
     if (my)
         static_cast<void>(set_up(my, {msgbuf, msgbufsize}));
     return my;

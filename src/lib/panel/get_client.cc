@@ -9,7 +9,7 @@
 
 namespace {
 
-// The address of the panel's administrator, copied; null when it is not known.
+// Copies the address of the panel's administrator to value. Null when it is not known.
 char const* admin_email(char (&value)[panel_value_size], MYSQL* my)
 {
     char const* const email = get_param("admin_email", my);

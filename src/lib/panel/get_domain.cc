@@ -25,7 +25,7 @@ int get_dom_status(char const* dom_id, unsigned int* status, MYSQL* my)
                        "Unable to get status for domain with id=\"%s\": such domain is not exist.",
                        dom_id);
     if (char const* const value = panel.first_value())
-        // What is no number leaves the status as it was: NOLINTNEXTLINE(cert-err34-c)
+        // A text that is not a number keeps the status: NOLINTNEXTLINE(cert-err34-c)
         static_cast<void>(sscanf(value, "%u", status));
     return 0;
 }
@@ -133,7 +133,7 @@ char const* get_dns_zone_id(char const* dom_id, MYSQL* my)
 {
     static char value[panel_value_size];
     PanelQuery panel(my);
-    // Deliberate: under another function's name.
+    // Deliberate: the report names another function.
     if (!panel.connected())
         return failure(nullptr, "get_ip_address: Unable to connect to the mysql database");
     if (!panel.run_with("select dns_zone_id from domains where id='?'", {dom_id}))
@@ -149,7 +149,7 @@ char const* get_dom_id_by_alias(char const* alias_name, MYSQL* my)
     if (around + strlen(alias_name) >= panel_value_size)
         return failure(nullptr, "domain alias '%s' is too long\n", alias_name);
     PanelQuery panel(my);
-    // Deliberate: the letter that the function's name lacks here.
+    // Deliberate: a letter is missing from the function's name in this report.
     if (!panel.connected())
         return failure(nullptr, "get_do_id_by_alias: Unable to connect to the mysql database");
     if (!panel.run_with(query, {alias_name}))
@@ -162,7 +162,7 @@ long get_free_id(char const* database, MYSQL* my)
     PanelQuery panel(my);
     if (!panel.connected())
         return failure(0, "Unable to connect to the mysql database\n");
-    // A name, which quotes would not protect: the callers have fixed ones.
+    // A table's name cannot be quoted as a value can: callers must pass a fixed one.
     CString const query(asprintf_safe("SELECT max(id) FROM %s", database));
     if (!panel.run(query.get()))
         return failure(0, "Unable to define max id: %s", panel.error());

@@ -9,7 +9,7 @@ namespace {
 
 constexpr char not_connected[] = "Unable to connect to the mysql database\n";
 
-// The buffer of get_param_query and of those that are given no statement.
+// get_param_query and the functions without a statement of their own return this buffer.
 char single_value[panel_value_size];
 
 char const* read_value(char (&value)[panel_value_size], char const* query, PanelQuery& panel,

@@ -13,7 +13,7 @@ size_t list_length(va_list list)
     return length;
 }
 
-// Fills size entries at most, and the null behind them.
+// Fills at most size entries and puts a null after them.
 void fill(char const** vector, size_t size, char const* program, va_list list)
 {
     size_t used = 0;

@@ -15,7 +15,7 @@ namespace {
 
 constexpr int first_to_close = STDERR_FILENO + 1;
 
-// One above the highest descriptor that can be opened.
+// One more than the highest descriptor that can be open.
 int descriptor_limit()
 {
     rlimit limit = {};
@@ -38,14 +38,14 @@ void close_one(int descriptor)
     }
 }
 
-// For a kernel, or a container's system call filter, that knows no close_range.
+// For a kernel without close_range, or a container whose filter of system calls refuses it.
 void close_listed(int end, int except)
 {
     OpenDir const dir(opendir("/proc/self/fd"));
     if (!dir)
         return;
     while (dirent const* const entry = readdir(dir.get())) {
-        // 0, and so kept, for "." and "..".
+        // "." and ".." give 0, which is never closed.
         auto const descriptor = static_cast<int>(strtol(entry->d_name, nullptr, 10));
         if (descriptor >= first_to_close && descriptor < end && descriptor != except &&
             descriptor != dirfd(dir.get()))

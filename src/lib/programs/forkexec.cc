@@ -17,19 +17,19 @@
 
 namespace {
 
-// Makes a descriptor, or /dev/null for -1, one of the standard ones.
+// Makes the descriptor a standard stream; -1 stands for /dev/null.
 [[nodiscard]] bool attach(int descriptor, int standard)
 {
     if (descriptor == standard)
         return true;
     int const taken = descriptor == -1 ? open("/dev/null", O_RDWR) : descriptor;
-    if (taken == standard) // where the caller has the stream closed, open gives its number
+    if (taken == standard) // the stream was closed, so open has given its number
         return true;
     return taken >= 0 && dup2(taken, standard) >= 0 && close(taken) == 0;
 }
 
-// The child's way from fork to exec. There is one thread, so that nobody can have held a lock
-// of the C library at the fork: stdio, malloc and exit are sound here.
+// Runs in the child from fork to exec. The tool has one thread, so no lock of the C library was
+// held at the fork: stdio, malloc and exit are safe here.
 [[noreturn]] void run_connected(int in, int out, int err, char const* path, char const* const* args)
 {
     if (!attach(in, STDIN_FILENO) || !attach(out, STDOUT_FILENO) || !attach(err, STDERR_FILENO)) {
@@ -72,7 +72,7 @@ int fork_execv(char const* path, ...)
     va_end(list);
     fork_execv_pipes(-1, -1, -1, path, args.data());
     int status = 0;
-    // Deliberate: whichever child ends first, not the one just started.
+    // Deliberate: waits for whichever child ends first, not for the one just started.
     wait(&status);
     return WIFSIGNALED(status) ? 1 : 0;
 }

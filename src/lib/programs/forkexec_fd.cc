@@ -20,7 +20,7 @@ constexpr size_t longest_piece = 4095;
 // 0, or the error number.
 int attach_one(int given, int standard)
 {
-    if (given <= STDERR_FILENO) // it was closed here, and its number may be in use again
+    if (given <= STDERR_FILENO) // closed by now, and its number may have been reused
         return EBADF;
     return dup2(given, standard) < 0 ? errno : 0;
 }
@@ -51,7 +51,7 @@ void print_failed_exec()
         fprintf(stderr, "Error occured during execv():\n%s.\n", reason);
 }
 
-// The child's way from fork to exec. There is one thread, so that stdio and exit are sound.
+// Runs in the child from fork to exec. The tool has one thread, so stdio and exit are safe here.
 [[noreturn]] void run_connected(int fd_in, int fd_out, int const (&errors)[2], char const* path,
                                 char const* const* args)
 {
@@ -67,7 +67,7 @@ void print_failed_exec()
     exit(-1);
 }
 
-// Starts the child, and gives its pid and the end of the pipe where its errors are read.
+// Starts the child. Returns its pid, and in errors_end the read end of the pipe for its errors.
 pid_t start(int& errors_end, int fd_in, int fd_out, char const* path, char const* const* args)
 {
     int ends[2] = {-1, -1};
@@ -113,8 +113,8 @@ int wait_for(pid_t child)
 
 int fork_execv_fd(int fd_in, int fd_out, char const* path, char const* const* args)
 {
-    // Deliberate: the other standard descriptors are not looked for. The child closes them, so
-    // that it cannot start with one of them.
+    // Deliberate: no check for the other standard descriptors. The child closes them, so the start
+    // fails if one is passed.
     if (fd_in == fileno(stdin) || fd_out == fileno(stdout))
         return failure(-1, "values 0,1,2 not allowed for variables fd_in & fd_out\n");
     int errors_end = -1;

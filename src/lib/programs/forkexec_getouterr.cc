@@ -23,7 +23,7 @@ namespace {
 constexpr size_t max_captures = 2;
 constexpr int one_second = 1000;
 
-// The reading end of a pipe to the child, -1 once it is closed, and what came out of it.
+// The read end of a pipe from the child, -1 once closed, and what has been read from it.
 struct Capture
 {
     Capture() = default;
@@ -43,7 +43,7 @@ struct Capture
     GrowingText text;
 };
 
-// The writing end of a new pipe for a capture.
+// Opens a pipe for the capture and returns its write end.
 int open_pipe(Capture& capture)
 {
     int ends[2] = {-1, -1};
@@ -93,13 +93,13 @@ void read_to_buf(Capture& capture)
     }
 }
 
-// Reads once from each stream that has something, an end of file included. False when none of
-// them had until the time was over, or a signal came.
+// Reads once from each stream that has data or has ended. False when none had within the time, or
+// a signal came.
 bool read_ready(std::span<Capture> captures, int milliseconds)
 {
     std::array<pollfd, max_captures> polled = {};
     for (size_t i = 0; i < captures.size(); ++i)
-        polled[i] = {captures[i].fd, POLLIN, 0}; // a negative one is not looked at
+        polled[i] = {captures[i].fd, POLLIN, 0}; // poll ignores -1
     {
         ErrnoKeeper const keeper;
         if (poll(polled.data(), captures.size(), milliseconds) <= 0)
@@ -116,7 +116,7 @@ bool any_open(std::span<Capture const> captures)
     return std::any_of(captures.begin(), captures.end(), [](auto const& c) { return c.fd >= 0; });
 }
 
-// Reads until all streams have ended or the child has, and gives the child's exit status or -1.
+// Reads until all streams or the child have ended. Returns the child's exit status, or -1.
 int collect(pid_t child, std::span<Capture> captures)
 {
     int status = 0;
@@ -126,7 +126,7 @@ int collect(pid_t child, std::span<Capture> captures)
         pid_t const ended = waitpid(child, &status, WNOHANG);
         if (ended == 0)
             continue;
-        // What the child printed between the look at the pipes and its end is still in them.
+        // The child may have printed between the last poll and its end.
         while (read_ready(captures, 0)) {
         }
         return ended == child ? exit_status(status) : -1;

@@ -27,7 +27,7 @@ constexpr int not_started = 255;
     fatal("Cannot allocate buffer:\n%s", strerror(errno));
 }
 
-// The child's way from fork to exec. There is one thread, so that stdio and exit are sound.
+// Runs in the child from fork to exec. The tool has one thread, so stdio and exit are safe here.
 [[noreturn]] void run_mixed(int const (&ends)[2], char const* path, char const* const* args)
 {
     if (dup2(ends[1], STDOUT_FILENO) < 0 || dup2(ends[1], STDERR_FILENO) < 0)
@@ -40,7 +40,7 @@ constexpr int not_started = 255;
     exit(-1);
 }
 
-// Starts the child, and gives its pid and the end of the pipe where its output is read.
+// Starts the child. Returns its pid, and in output_end the read end of the pipe for its output.
 pid_t start(int& output_end, char const* path, char const* const* args)
 {
     int ends[2] = {-1, -1};
@@ -61,7 +61,7 @@ bool has_input(int fd, int milliseconds)
     return poll(&polled, 1, milliseconds) > 0;
 }
 
-// Reads once. False when there is nothing more to come.
+// Reads once. False at the end of the output.
 bool read_some(int fd, GrowingText& text)
 {
     if (!text.make_room())
@@ -74,8 +74,8 @@ bool read_some(int fd, GrowingText& text)
     return got > 0 || (got < 0 && errno == EINTR);
 }
 
-// Reads until the output has ended, which gives 0, or the child has, which gives the result of
-// waitpid for it.
+// Reads until the output or the child has ended. Returns 0 for the output, and the result of
+// waitpid for the child.
 pid_t read_output(pid_t child, int fd, GrowingText& text, int& status)
 {
     for (;;) {
@@ -87,20 +87,20 @@ pid_t read_output(pid_t child, int fd, GrowingText& text, int& status)
         pid_t const ended = waitpid(child, &status, WNOHANG);
         if (ended == 0)
             continue;
-        // What the child printed between the look at the pipe and its end is still in it.
+        // The child may have printed between the last poll and its end.
         while (has_input(fd, 0) && read_some(fd, text)) {
         }
         return ended;
     }
 }
 
-// The wait status of the child, once it has ended; false, reported, when there is none.
+// Reads all output and waits for the child. Sets its wait status; false, reported, without one.
 bool collect(pid_t child, int output_end, GrowingText& text, int& status)
 {
     OpenDescriptor const end(output_end);
     if (!text.make_room())
         out_of_memory();
-    // Each read follows a poll, so that nothing is lost where this should fail.
+    // A failure does no harm: each read follows a poll.
     static_cast<void>(set_nonblocking(end.get()));
     pid_t ended = read_output(child, end.get(), text, status);
     if (ended == 0)

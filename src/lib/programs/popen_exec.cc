@@ -10,8 +10,8 @@
 
 namespace {
 
-// Reads to the end of the output even when there is no memory to keep all of it, for the
-// command would be killed by a pipe that nobody reads.
+// Reads to the end of the output even without memory to keep all of it: SIGPIPE would kill a
+// command whose output nobody reads.
 void read_output(FILE* stream, GrowingText& text)
 {
     bool cut = false;
@@ -28,7 +28,7 @@ void read_output(FILE* stream, GrowingText& text)
     }
 }
 
-// As a whole text, so that the lines of the output stay lines.
+// Formats the text first, because a report shows the newlines of its arguments as "\n".
 void report_output(int result, char const* output)
 {
     CString const text(asprintf_safe("popen_exec: command failed code: %d , %s\n", result, output));

@@ -46,7 +46,7 @@ char const* httpd_service()
     return orvConfGetDefaultByIndex(_HTTPD_SERVICE_INDEX);
 }
 
-// A process table that cannot be read shows no process to be gone.
+// True also when the process table cannot be read: nothing shows that the process has gone.
 bool tomcat_remains_after(unsigned int seconds)
 {
     sleep(seconds);
@@ -92,7 +92,7 @@ bool end_tomcat()
                                 orvConfGetDefaultByIndex(_PRODUCT_ROOT_D_INDEX));
     if (!fits)
         errno = ENAMETOOLONG;
-    // Deliberate: a script that is missing or fails is no failure of the stop.
+    // Deliberate: the stop succeeds even if the script is missing or fails.
     if (!fits || system(program) == -1)
         return failure(-1, "Error occured when trying to clean Apache IPC objects: %s\n",
                        strerror(errno));
@@ -102,7 +102,7 @@ bool end_tomcat()
 [[nodiscard]] int restart_httpd(char const* wanted)
 {
     char const* const action = wanted ? wanted : "graceful";
-    // Longer than any path may be, if need be: then the look at the script fails.
+    // A path that is too long needs no check here: stat of the script fails.
     CString const path(asprintf_safe("/etc/init.d/%s", httpd_service()));
     int result = rc_script(path.get(), action);
     if (result == 0 && (is(action, "start") || is(action, "restart") || is(action, "force-reload")))
@@ -112,7 +112,7 @@ bool end_tomcat()
     return result;
 }
 
-// The application server's script, or null, reported, when the panel knows of none.
+// The application server's script. Null, reported, when the panel knows of none.
 CString application_server_script(char const* daemon)
 {
     OpenMysql const db(db_connect());
@@ -147,7 +147,7 @@ CString application_server_script(char const* daemon)
     char const* const paths[] = {plain.get(), with_suffix.get(), nullptr};
     char const* path = nullptr;
     if (!find_file(&path, paths)) {
-        // The first once more, for a script that is being replaced just now.
+        // Tries the first path again: the script may be being replaced just now.
         path = plain.get();
         struct stat info = {};
         if (stat(path, &info) != 0)

@@ -24,10 +24,10 @@ struct Call
     char const* path;
     char const* service;
     char const* action;
-    char const* word; // the action in a report
+    char const* word; // what a report calls the action
 };
 
-// Gives up, and with it the process, for what is no script.
+// Ends the process unless path is a regular file.
 void require_script(char const* path)
 {
     struct stat info = {};
@@ -50,7 +50,7 @@ void require_script(char const* path)
     return connected;
 }
 
-// The child's way from fork to exec. There is one thread, so that stdio and exit are sound.
+// Runs in the child from fork to exec. The tool has one thread, so stdio and exit are safe here.
 [[noreturn]] void run_script(Call const& call, char const* directory)
 {
     if (chdir(directory) != 0)
@@ -62,7 +62,7 @@ void require_script(char const* path)
     close_descriptors();
     if (!connect_to_null())
         _exit(errno);
-    // By execlp, since a script need not name its interpreter.
+    // execlp, because a script need not name its interpreter.
     execlp(call.path, call.service, call.action, static_cast<char*>(nullptr));
     _exit(errno);
 }

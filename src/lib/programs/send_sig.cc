@@ -22,7 +22,7 @@ constexpr char grep[] = "/bin/grep";
 constexpr char awk[] = "/usr/bin/awk";
 constexpr char kill_program[] = "/bin/kill";
 
-// 0, 1 and below stand for groups, for the whole system and for init.
+// kill takes 0 and negative numbers for groups of processes, and 1 is init.
 constexpr pid_t lowest_to_signal = 2;
 
 int shell_status(char const* command)
@@ -30,7 +30,7 @@ int shell_status(char const* command)
     return exit_status(system(command));
 }
 
-// Reads the number that a text begins with; one that no process can have is none.
+// Reads the number at the start of a text. False for a number that no process can have.
 bool read_pid(char const* text, pid_t& pid)
 {
     char* end = nullptr;
@@ -47,7 +47,7 @@ int signal_process(pid_t pid, int sig)
     return -1;
 }
 
-// Signals the process of one line; false, reported, for a line without a pid.
+// Signals the process that the line names. False, reported, for a line without a pid.
 bool signal_line(char const* line, size_t length, int sig)
 {
     pid_t pid = 0;

@@ -27,7 +27,7 @@ char path_entry[] = "PATH=/usr/local/sbin:/usr/local/bin:/usr/sbin:/usr/bin:/sbi
 constexpr std::size_t longest_value = 255;
 constexpr rlim_t enough_descriptors = 1024;
 constexpr mode_t own_umask = 022;
-// The real-time ones are the C library's and are never ignored by a shell or a panel.
+// The higher ones are real-time signals, which no shell or panel ignores.
 constexpr int last_signal = 31;
 
 // ------------------------------------------------------------------------------ descriptors
@@ -36,7 +36,7 @@ void open_standard(int descriptor)
 {
     if (fcntl(descriptor, F_GETFD) >= 0)
         return;
-    // The lower ones are open, so this is the number that open gives.
+    // open gives the lowest free number, and the lower ones are open.
     if (open("/dev/null", descriptor == STDIN_FILENO ? O_RDONLY : O_WRONLY) != descriptor)
         fatal("Unable to open /dev/null: %s", strerror(errno));
 }
@@ -45,7 +45,7 @@ void reset_descriptors()
 {
     for (int const descriptor : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO})
         open_standard(descriptor);
-    // Above today's limit, too: the starter may have lowered it when they were open.
+    // Closes also above the limit: the caller may have lowered it with descriptors open.
     if (close_range(STDERR_FILENO + 1, UINT_MAX, 0) != 0)
         close_descriptors();
 }
@@ -65,13 +65,13 @@ bool is_any(std::string_view)
     return true;
 }
 
-// Without a slash: the C library looks for a locale's files below its own directory alone.
+// No slash, so the C library looks for a locale's files in its own directory only.
 bool is_word(std::string_view value)
 {
     return consists_of(value, "_.@+-");
 }
 
-// A rule, or the name of a zone below the system's own directory.
+// A rule, or a zone in the system's own directory.
 bool is_time_zone(std::string_view value)
 {
     return consists_of(value, "_.+-/,:<>") && !value.starts_with('/') && !value.starts_with(':') &&
@@ -80,7 +80,7 @@ bool is_time_zone(std::string_view value)
 
 struct Variable
 {
-    std::string_view name; // the beginning of it where it ends in "_"
+    std::string_view name; // a name that ends in "_" stands for all that begin with it
     bool (*is_harmless)(std::string_view value);
 };
 
@@ -109,7 +109,7 @@ bool is_kept(std::string_view entry)
 void reset_environment()
 {
     take_env_passwords();
-    // Never freed: the environment is used to the end of the process.
+    // Never freed: the environment lives as long as the process.
     static auto& kept = *new std::vector<char*>;
     kept.assign(1, path_entry);
     for (char** entry = environ; entry && *entry; ++entry)

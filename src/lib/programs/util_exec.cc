@@ -13,7 +13,7 @@ namespace {
 
 constexpr char libexec_dir[] = "/usr/lib64/orvek-9.0";
 
-// Deliberate: a path that does not fit is cut, and the program of the cut name is run.
+// Deliberate: a path that does not fit is cut, and the program with the cut name runs.
 using Path = std::array<char, 4096>;
 
 [[nodiscard]] bool is_utility_name(char const* util)

@@ -34,7 +34,7 @@ struct Report
     }
 };
 
-// Formats into the report, growing it once; what does not fit after that is cut.
+// Formats into the report and grows it once if needed. Cuts the text without memory for that.
 __attribute__((format(printf, 2, 0))) void format(Report& report, char const* fmt, va_list args)
 {
     va_list copy;
@@ -69,7 +69,7 @@ void append_system_error(Report& report, int error)
     char const* const reason = strerror(error);
     size_t const used = strlen(report.text.get());
     int const length = snprintf(nullptr, 0, fmt, error, reason);
-    // Whether or not there was memory to grow, as much is appended as there is room for.
+    // Without memory to grow, the text is cut to the room there is.
     static_cast<void>(report.grow(used + static_cast<size_t>(length) + 1));
     snprintf(report.text.get() + used, report.capacity - used, fmt, error, reason);
 }

@@ -18,10 +18,10 @@ namespace {
 
 constexpr char console_word[] = "console";
 
-// What does not fit is cut when there is no memory for it.
+// A longer text gets memory of its own. Without memory it is cut to this size.
 constexpr std::size_t fixed_size = 4096;
 
-// Formats into the buffer or, where that is too small, into memory of its own.
+// Formats into the buffer. Returns memory of its own where the buffer is too small, else null.
 __attribute__((format(printf, 2, 0))) CString format(char (&buffer)[fixed_size], char const* fmt,
                                                      va_list args)
 {

@@ -6,7 +6,7 @@
 namespace {
 
 constexpr char hex_digits[] = "0123456789abcdef";
-// No byte takes more when it is shown.
+// The longest form of a shown byte is "\xNN".
 constexpr std::size_t longest_shown = 4;
 
 unsigned char byte_of(char c)
@@ -14,7 +14,7 @@ unsigned char byte_of(char c)
     return static_cast<unsigned char>(c);
 }
 
-// Whether the byte at this place is to be shown; the byte before it counts, for UTF-8.
+// Whether the byte at place must be shown as an escape. Looks at the byte before it for UTF-8.
 bool is_control(std::string_view text, std::size_t place)
 {
     unsigned char const byte = byte_of(text[place]);
@@ -23,7 +23,7 @@ bool is_control(std::string_view text, std::size_t place)
     return byte >= 0x80 && byte < 0xa0 && place > 0 && byte_of(text[place - 1]) == 0xc2;
 }
 
-// Writes the byte as it is shown and gives the place behind it.
+// Writes the escape for the byte and returns the end of it.
 char* show(char* end, char c)
 {
     *end++ = '\\';
@@ -37,7 +37,7 @@ char* show(char* end, char c)
     return end;
 }
 
-// Room for longest_shown bytes for each of text's is at result. Gives the end of what was written.
+// result must have room for longest_shown bytes per byte of text. Returns the end of the output.
 template<typename Keep>
 char* show_all(std::string_view text, char* result, Keep keep)
 {
@@ -61,8 +61,8 @@ std::string shown(std::string_view text, Keep keep)
     return result;
 }
 
-// The same text with \v for each newline of fmt itself: where the two differ, the newline is no
-// argument's. Null when there is no memory.
+// Formats again with \v for each newline of fmt. Where the two texts differ, the newline came from
+// fmt and not from an argument. Null without memory.
 [[gnu::format(printf, 2, 0)]] CString marked(std::size_t length, char const* fmt, va_list args)
 {
     CString changed(strdup(fmt));
@@ -73,7 +73,7 @@ std::string shown(std::string_view text, Keep keep)
         *newline = '\v';
     va_list copy;
     va_copy(copy, args);
-// The format is the caller's but for its newlines.
+// The format is the caller's except for its newlines.
 #pragma GCC diagnostic push
 #pragma GCC diagnostic ignored "-Wformat-nonliteral"
     vsnprintf(text.get(), length + 1, changed.get(), copy);

@@ -11,7 +11,7 @@
 
 namespace {
 
-// The closing bracket and the braces count as safe.
+// The closing square bracket and the braces are safe.
 constexpr unsigned char unsafe_bytes[] = {
     '\t', '\n', ' ', '"', '#', '$', '&',  '\'', '(', ')',
     '*',  ';',  '<', '>', '?', '[', '\\', '`',  '|', '~',
@@ -30,7 +30,7 @@ constexpr std::array<char, 256> make_table()
 bool is_safe(char c)
 {
     auto const byte = static_cast<unsigned char>(c);
-    // Deliberate: bytes of 128 and above are unsafe whatever the table says of them.
+    // Deliberate: bytes of 128 and above are unsafe whatever the table says.
     return byte < 128 && shell_escape_chars[byte] == '-';
 }
 
@@ -40,7 +40,7 @@ bool is_directory(char const* path)
     return lstat(path, &info) == 0 && S_ISDIR(info.st_mode);
 }
 
-// The path of a directory without links, by way of entering it; null after a failure.
+// Enters the directory to get its path without links. Null after a failure.
 CString real_path(char const* dir)
 {
     OpenDescriptor const way_back(open(".", O_PATH | O_DIRECTORY));

@@ -12,7 +12,7 @@
 
 namespace {
 
-// A string that grows in a buffer of fixed size; what goes beyond it is dropped.
+// A string in a buffer of fixed size. Text that does not fit is dropped.
 struct Bounded
 {
     char* buffer;

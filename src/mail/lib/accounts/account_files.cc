@@ -18,7 +18,7 @@ namespace {
 
 constexpr std::array<std::string_view, 4> suffixes = {"", "-journal", "-wal", "-shm"};
 
-// Nobody but the tool reads a database before its rights are set.
+// Only root may read a new database until its rights are set.
 constexpr mode_t new_database = 0600;
 
 bool is_whole_file(int fd)
@@ -38,14 +38,14 @@ int refused(int error)
     return -1;
 }
 
-// The temporary file that was created last. SQLite deletes it at once, while it is open.
+// The temporary file created last. SQLite unlinks it at once and keeps it open.
 std::string& temporary_file()
 {
     static std::string path;
     return path;
 }
 
-// Only a temporary file is opened exclusively.
+// SQLite opens only its temporary files exclusively.
 int create_temporary_file(char const* path, int flags)
 {
     temporary_file() = path;
@@ -72,7 +72,7 @@ int look_at(char const* path, struct stat* info)
         return stat(path, info);
     if (AccountFiles::contain(path))
         return lstat(path, info);
-    // The directories for temporary files are looked at too.
+    // SQLite also asks for the directories of temporary files.
     int const result = stat(path, info);
     return result == 0 && !S_ISDIR(info->st_mode) ? refused(ENOENT) : result;
 }

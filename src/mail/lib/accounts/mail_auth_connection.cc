@@ -14,20 +14,20 @@ namespace {
 constexpr long wait_growth = 10000; // nanoseconds
 constexpr int write_timeout = 50;   // milliseconds
 
-// A domain with a million users is removed in less than half of these steps.
+// Removing a domain with a million users takes less than half of these steps.
 constexpr int steps_in_batch = 1'000'000;
 constexpr long most_batches = 100;
 
 constexpr int longest_value = 1 << 20; // bytes
-// SQLite's own results are not negative.
+// No result of SQLite is negative.
 constexpr int failed_wait = -1;
 
-// The wait between two attempts at one call.
+// Waits between two attempts at one call.
 class BusyWait
 {
 public:
-    // Deliberate: it also waits after a repeated call that succeeded, and a signal during the wait
-    // is a failure. The wait grows until nanosleep refuses it, at a second.
+    // Deliberate: waits also after a repeated call that succeeded, and a signal during the wait is
+    // a failure. The wait grows to a second, which nanosleep refuses.
     [[nodiscard]] bool pause()
     {
         if (wait.tv_nsec > 0 && nanosleep(&wait, nullptr) != 0)
@@ -102,7 +102,7 @@ void MailAuthConnection::distrust()
     sqlite3_progress_handler(db, steps_in_batch, countSteps, this);
 }
 
-// Interrupts the statement by a result other than 0.
+// SQLite interrupts the statement when this is not 0.
 int MailAuthConnection::countSteps(void* connection)
 {
     return ++static_cast<MailAuthConnection*>(connection)->batches > most_batches;

@@ -29,7 +29,7 @@ constexpr StyleName style_names[] = {
     {"qmail", MAIL_AUTH_DB_QMAIL_STYLE},
 };
 
-// The style of the text between the line's first two quotes, of either kind.
+// The style named between the line's first two quotes, single or double.
 MailAuthDBStyle style_of_line(char const* line)
 {
     constexpr char quotes[] = "'\"";
@@ -40,8 +40,8 @@ MailAuthDBStyle style_of_line(char const* line)
         return MAIL_AUTH_DB_INVALID_STYLE;
     }
     char const* const value = opening + 1;
-    // Deliberate: one less than the length of the value. So the last character never counts, a
-    // value of one character is always postfix, and an empty value wraps round to no limit at all.
+    // Deliberate: one less than the value's length, so its last character never counts. A value of
+    // one character is always postfix. An empty value wraps round and is compared without a limit.
     size_t const compared = static_cast<size_t>(closing - value) - 1;
     for (auto const& [name, style] : style_names)
         if (strncasecmp(value, name, compared) == 0)

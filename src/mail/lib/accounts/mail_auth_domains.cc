@@ -10,7 +10,7 @@ constexpr char register_domain[] = "INSERT INTO domains (name, status) VALUES(?,
 constexpr char rename_domain[] = "UPDATE domains SET name=? WHERE name=?";
 constexpr char remove_domain[] = "DELETE FROM domains WHERE name=?";
 
-// 1 and the id; 0 for an unknown domain and -1 for a failed look-up, which leave *id as it is.
+// 1 and sets *id; 0 for an unknown domain; -1 for a failed look-up.
 int find_domain(long long* id, MailAuthConnection& db, char const* domain)
 {
     if (db.prepare(select_id) != 0)

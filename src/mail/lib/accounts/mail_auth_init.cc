@@ -33,7 +33,7 @@ __attribute__((format(printf, 1, 2))) int critical(char const* fmt, ...)
     return -1;
 }
 
-// The directory of a path. get() is null, reported, when it cannot be formed.
+// The directory of a path. get() is null, reported, without memory for it.
 class Directory
 {
 public:
@@ -65,11 +65,11 @@ struct Rights
     uid_t uid;
     gid_t gid;
     mode_t mode;
-    mode_t reported_mode; // what the report of a failing chmod names
+    mode_t reported_mode; // the mode that a failing chmod reports
 };
 
-// The directory belongs to the mail server's user, who can put a link in the file's place or give a
-// second name to a file of somebody else.
+// The mail server's user owns the directory. He can put a link there, or a second name of somebody
+// else's file.
 bool is_own(int fd, mode_t type)
 {
     struct stat info = {};
@@ -88,7 +88,7 @@ int set_rights(char const* path, mode_t type, Rights const& rights)
         fchownat(place.get(), "", rights.uid, rights.gid, AT_EMPTY_PATH) != 0)
         return critical("chown(\"%s\", %d, %d) failed: %s", path, static_cast<int>(rights.uid),
                         static_cast<int>(rights.gid), strerror(errno));
-    // chmod of what the descriptor holds, which fchmod refuses for this kind of descriptor.
+    // fchmod refuses a descriptor that was opened with O_PATH.
     std::string const held = "/proc/self/fd/" + std::to_string(place.get());
     if (chmod(held.c_str(), rights.mode) != 0)
         return critical("chmod(\"%s\", %04o) failed: %s", path, rights.reported_mode,

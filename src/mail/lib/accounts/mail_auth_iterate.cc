@@ -20,14 +20,15 @@ constexpr char select_all[] =
     "u.cmusaslsecretPLAIN AS encPassword, u.status AS userDisabled, d.status AS domainDisabled "
     "FROM users AS u, domains AS d WHERE u.dom_id = d.id";
 
-// What a visitor gets of a row; password is null when both columns are.
+// The part of a row that a visitor gets. password is null when both columns are.
 struct Account
 {
     char const* password;
     MailAuthFlagsT flags;
 };
 
-// The columns start at first: plain password, encrypted password, user's status, domain's status.
+// Reads four columns from first on: plain password, encrypted password, user's status, domain's
+// status.
 Account account_of(MailAuthConnection const& db, int first)
 {
     char const* password = db.text(first);
@@ -44,7 +45,7 @@ Account account_of(MailAuthConnection const& db, int first)
     return {password, static_cast<MailAuthFlagsT>(flags)};
 }
 
-// The visitor's result, or so_far when the row is skipped.
+// Returns the visitor's result, or so_far for a skipped row.
 int visit_row(MailAuthConnection const& db, MailAuthVisitor checkerFunc, void* data, int so_far)
 {
     char const* const address = db.text(0);
@@ -73,7 +74,7 @@ int check_row(MailAuthConnection& db, char const* mailAddress, MailAuthVisitor c
     return db.finish() == 0 ? result : -1;
 }
 
-// Null, reported, when out of memory.
+// Null, reported, without memory.
 CString iteration_query(char const* predicate)
 {
     char* query = nullptr;

@@ -24,7 +24,7 @@ struct UserRow
     int flags = 0;
 };
 
-// 1, 0 or -1, as get_user_data. Finalizes the statement except after a failure.
+// Returns 1, 0 or -1 as get_user_data does. Finalizes the statement except after a failure.
 int find_domain(DomainRow* row, MailAuthConnection& db, char const* domain)
 {
     if (db.prepare(select_domain) != 0)
@@ -42,7 +42,7 @@ int find_domain(DomainRow* row, MailAuthConnection& db, char const* domain)
     return result == SQLITE_ROW ? 1 : 0;
 }
 
-// A NULL column gives no copy and succeeds.
+// Succeeds without a copy for a NULL column.
 bool copy_column(CString* copy, char const* text)
 {
     if (text)
@@ -61,7 +61,7 @@ bool copy_row(UserRow* row, MailAuthConnection const& db)
            copy_column(&row->passwd, secret ? secret : db.text(1));
 }
 
-// 1, 0 or -1, as get_user_data. Closes the connection.
+// Returns 1, 0 or -1 as get_user_data does. Closes the connection.
 int find_user(UserRow* row, MailAuthConnection& db, DomainRow const& domain_row, char const* name,
               char const* domain)
 {

@@ -11,8 +11,7 @@ constexpr char user_not_removed[] = "Unable to remove mailname %s@%s";
 constexpr char user_not_cloned[] = "Unable to clone auth record for %s@%s";
 constexpr char mailnames_not_read[] = "Unable to get mailnames from domain %s";
 
-// Calls step for each name until one returns -1, which is the result then. Otherwise 1, or 0 for an
-// empty list.
+// Calls step for each name. Stops and returns -1 when step does; else 1, or 0 for an empty list.
 template<class Step>
 int for_each_name(StringArray const& names, Step step)
 {
@@ -121,12 +120,12 @@ int rm_mails_from_domains(char const* name, char const* domain)
     PanelNames panel(nullptr);
     if (remove_user(name, domain) == -1)
         return -1;
-    // Deliberate: this removes the same row again, which is harmless, and then the rows in the
+    // Deliberate: removes the same row a second time, which is harmless, and then the rows in the
     // alias domains.
     if (remove_from_domains_reported(panel, name, domain) == -1)
         return -1;
     StringArray mail_aliases;
-    // Deliberate: without the "@".
+    // Deliberate: the report has no "@".
     if (panel.get_aliases_by_mailname(name, domain, &mail_aliases) == -1)
         return log_failure("Unable to get mail aliases for mailname %s%s", name, domain);
     return for_each_name(mail_aliases, [&panel, domain](char const* alias) {
@@ -176,6 +175,6 @@ int rm_domain_auth_alias(char const* alias)
     int const walked = for_each_name(mailnames, [&](char const* mailname) {
         return remove_mail_aliases(panel, mailname, domain.get(), alias);
     });
-    // Deliberate: never 1.
+    // Deliberate: 1 becomes 0.
     return walked == -1 ? -1 : 0;
 }

@@ -6,7 +6,7 @@
 
 namespace {
 
-// Gives the list to the caller unless reading it failed.
+// Passes the list to the caller unless reading it failed.
 int hand_over(int result, StringArray list, char*** names)
 {
     if (result == 0)

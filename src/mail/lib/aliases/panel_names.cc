@@ -9,7 +9,7 @@
 
 namespace {
 
-// Never printed while asprintf_safe ends the process itself.
+// Never printed, because asprintf_safe ends the process without memory.
 constexpr char not_formed[] = "Unable to create database query";
 
 // Null when the statement fails or gives no result.
@@ -21,7 +21,8 @@ MysqlResult result_of(MYSQL* my, char const* query)
     return MysqlResult(mysql_store_result(my));
 }
 
-// The same on a connection that may be broken: its failure is not yet that of the statement.
+// As result_of, on a connection that may be broken. Keeps errno, since the statement is tried again
+// after a failure.
 MysqlResult tried_on(MYSQL* my, char const* query)
 {
     ErrnoKeeper const keeper;

@@ -47,7 +47,7 @@ int act(char const* address, handler_control_t action)
     return 0;
 }
 
-// 0, or -1 to stop. Sets failed when the action on a single handler failed.
+// Returns 0, or -1 to stop. Sets failed when the action failed on a handler; the others go on.
 int act_on_domains(char const* mailname, char* const* domains, handler_control_t action,
                    bool& failed)
 {

@@ -33,7 +33,7 @@ struct HookPlace
     char marker[path_size];
 };
 
-// What an action gives, and whether the store is refreshed and tidied afterwards.
+// The result of an action, and whether the store is refreshed and tidied afterwards.
 struct Outcome
 {
     int result;
@@ -57,7 +57,7 @@ bool exists(char const* path)
     return stat(path, &info) == 0;
 }
 
-// False for a path that cannot be looked at: it may hold something.
+// False when the path cannot be looked at, since something may be there.
 bool is_absent(char const* path)
 {
     ErrnoKeeper const keeper;
@@ -121,7 +121,7 @@ int find_place(char const* name, HookPlace& place)
 Outcome enable(HookPlace& place)
 {
     {
-        // The mail chain is not root and must be able to reach the markers.
+        // The mail chain does not run as root and must reach the markers.
         UmaskGuard const mask(022);
         if (make_dir_rec(place.directory, 0, 0, 0755) != 0)
             static_cast<void>(log_failure("Unable to create directory '%s'", place.directory));
@@ -144,7 +144,7 @@ Outcome disable_and_delete(char const* name)
     return then_refresh(remove_handler_descriptor(name));
 }
 
-// The real path of a handler's program, or null, reported.
+// The real path of a handler's program. Null, reported, after a failure.
 CString executable_of(char const* name)
 {
     char link[path_size];
@@ -210,7 +210,7 @@ Outcome act(char const* name, HookPlace& place, char const* newTypeName, handler
         log_failure("UKNOWN ACTION %d requested for handler %s", static_cast<int>(action), name));
 }
 
-// Does nothing to a directory that is not empty.
+// Leaves a directory that is not empty.
 void remove_directory(char const* path)
 {
     ErrnoKeeper const keeper;

@@ -29,7 +29,7 @@ struct Wanted
 using Value = char[handler_parameter_size];
 using Compare = int(char const*, char const*);
 
-// These functions give 1 for a match, 0 for none, -1 for a parameter that could not be read.
+// The compare functions return 1 for a match, 0 for none, -1 for a parameter that cannot be read.
 
 int compare_parameter(char const* path, char const* wanted, Compare* compare)
 {
@@ -48,7 +48,7 @@ int compare_hook(char const* entry, Wanted const& wanted)
     return compare_parameter(path, wanted.hook, strcmp);
 }
 
-// Deliberate: the case counts, although a type is accepted in any case elsewhere.
+// Deliberate: case matters here, although a type is accepted in any case elsewhere.
 int compare_type(char const* entry, Wanted const& wanted)
 {
     char path[path_size];
@@ -119,7 +119,7 @@ bool form_hook_directory(char (&path)[path_size], char const* hook, std::size_t 
            form_path(path, "%s/%s/%s/%s", handlers_root, hook, handler_types[type], value);
 }
 
-// 1, 0 or -1 as mail_handler_check_all.
+// Returns 1, 0 or -1 as mail_handler_check_all does.
 int check_directory(char const* path)
 {
     int const before = errno;
@@ -155,8 +155,8 @@ char* get_handler_name(char const* name_template, char const* type, char const* 
 int mail_handler_check_all(char const* value, char const* hook)
 {
     char const* const domain = domain_of(value);
-    // Deliberate: for a value without a domain the path of the previous type stays, and that
-    // directory is looked at again.
+    // Deliberate: for a value without a domain the path of the previous type stays, so that
+    // directory is checked again.
     char const* const values[] = {value, value, domain, domain, value};
     if (!is_file_name(hook) || !is_file_name(value))
         return log_failure("Invalid handler hook '%s' or value '%s'", hook, value);

@@ -57,7 +57,7 @@ int control_address(char const* entry, char const* value, ByMailname const& want
     return control_handler_queue(entry, new_value.get(), wanted.action);
 }
 
-// Does nothing, and gives 0, for a handler with another value.
+// Returns 0 at once for a handler with another value.
 int control_value(char const* entry, char const* value, ByMailname const& wanted)
 {
     if (strcmp(value, wanted.name) == 0)
@@ -79,7 +79,7 @@ int control_by_mailname(char const* entry, ByMailname const& wanted)
     return 0;
 }
 
-// Lists the names before any action: a walk that met the copies it makes might never end.
+// Lists all names before the first action: a walk that met the copies it makes might never end.
 int list_handlers(std::vector<std::string>& names)
 {
     OpenDir const info(opendir(handlers_info));

@@ -19,7 +19,7 @@ public:
     }
     explicit operator bool() const { return static_cast<bool>(all); }
 
-    // Base 0: a leading 0 means octal, 0x hexadecimal.
+    // Base 0: "010" is octal and "0x10" hexadecimal.
     int number() const { return static_cast<int>(strtol(first[0], nullptr, 0)); }
     char const* operator[](std::size_t i) const { return first[i]; }
 

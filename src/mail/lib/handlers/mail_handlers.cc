@@ -45,7 +45,7 @@ int check_name(char const* what, char const* name)
     return is_storable_name(name) ? 0 : log_failure("Invalid handler %s '%s'", what, shown(name));
 }
 
-// One that is also a directory in the store, and is read back.
+// A name that becomes a directory of the store, so its length is limited too.
 int check_stored_name(char const* what, char const* name)
 {
     if (check_name(what, name) != 0)
@@ -53,7 +53,7 @@ int check_stored_name(char const* what, char const* name)
     return strlen(name) <= NAME_MAX ? 0 : log_failure("Invalid handler %s '%s'", what, name);
 }
 
-// What cannot be read back would end every later walk over the store.
+// Refuses what cannot be read back, since it would end every later walk over the store.
 int check_parameters(char const* name_template, char const* typeName, char const* context,
                      char const* hook, char const* priority)
 {
@@ -124,7 +124,7 @@ int link_executable(char const* dir, char const* executable)
     return 0;
 }
 
-// The unresolved target of the old handler's link; empty, with a warning, when it cannot be read.
+// Reads the target of the old handler's link, unresolved. Empty, with a warning, after a failure.
 int read_executable(char const* name, Path& target)
 {
     Path link;

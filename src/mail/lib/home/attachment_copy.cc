@@ -19,7 +19,7 @@
 namespace {
 
 constexpr off_t largest_upload = off_t{1} << 30;
-constexpr mode_t permission_bits = 0777; // no set-id bit comes over
+constexpr mode_t permission_bits = 0777; // the set-id bits are not copied
 constexpr mode_t attachment_mode = 0644;
 constexpr std::size_t block_size = 65536;
 
@@ -36,7 +36,7 @@ OpenDescriptor open_source(char const* source)
                                : open_file_beneath(directory.get(), name, O_RDONLY, largest_upload);
 }
 
-// An attachment that is there is not emptied yet: it may be the source.
+// Does not empty an existing attachment yet: it may be the source.
 OpenDescriptor open_copy(char const* copy, mode_t mode)
 {
     char const* name = nullptr;
@@ -59,7 +59,7 @@ bool is_same_file(int one, int other)
            first.st_ino == second.st_ino;
 }
 
-// A short write is followed by another, which tells the reason.
+// After a short write it writes again, which fails with the reason.
 bool write_block(int to, char const* block, ssize_t length)
 {
     while (length > 0) {
@@ -77,7 +77,7 @@ int copy_content(int from, int to, char const* source, char const* copy)
     char block[block_size];
     bool written = ftruncate(to, 0) == 0;
     ssize_t got = 0;
-    // A source that grows meanwhile must not keep the copy going.
+    // The limit ends the copy of a source that keeps growing.
     for (off_t copied = 0; written && copied < largest_upload; copied += got) {
         got = read(from, block, sizeof block);
         if (got <= 0)

@@ -22,10 +22,10 @@
 namespace {
 
 constexpr long long block_size = 512;
-// More attachments, or mailnames, than anybody has. Whoever makes more must not keep a list going.
+// Nobody has more attachments or mailnames. The limit ends the list if somebody keeps making them.
 constexpr std::size_t most_entries = 1'000'000;
 
-// Ends the process when there is none.
+// Ends the process when the domain cannot be converted.
 CString ascii_domain(char const* DomainName)
 {
     CString domain(idn_toascii(DomainName));
@@ -34,7 +34,7 @@ CString ascii_domain(char const* DomainName)
     return domain;
 }
 
-// Deliberate: a path that does not fit is cut, also in the next two.
+// Deliberate: this and the next two functions cut a path that does not fit.
 void form_store(char (&path)[path_size], char const* domain, char const* MailName)
 {
     static_cast<void>(form_path(path, "%s/%s/%s/@attachments",
@@ -56,7 +56,7 @@ void form_attachment(char (&path)[path_size], char const* MailName, char const* 
                                 MailName, AttachmentFileName));
 }
 
-// Names come from outside, and root writes and removes files by them.
+// Checks a name from outside: root writes and removes the file of that name.
 bool is_name(char const* name)
 {
     if (is_file_name(name))
@@ -74,7 +74,8 @@ OpenDir open_stream(char const* directory)
     return stream;
 }
 
-// Calls visit with the name of each entry while it returns 0, and with the directory's descriptor.
+// Calls visit with each entry's name and the directory's descriptor, until visit returns other
+// than 0.
 template<typename Visit>
 int visit_entries(char const* directory, OpenDir dir, Visit visit)
 {
@@ -98,7 +99,7 @@ int visit_entries(char const* directory, OpenDir dir, Visit visit)
     return 0;
 }
 
-// A link is listed as it lies: what it leads to is none of the mail user's business.
+// Lists a link itself. The mail user made it, and may not learn about the file that it leads to.
 int list_entry(int dir, char const* store, char const* name, bool in_blocks, bool fullname)
 {
     char path[path_size];
@@ -142,7 +143,7 @@ int list_all_attachments(char const* DomainName, short in_blocks, short fullname
     char root[path_size];
     form_entry(root, orvConfGetDefaultByIndex(_ORVEK_MAILNAMES_D_INDEX), domain.get());
     return visit_entries(root, open_stream(root), [&](int, ListedEntry const& entry) {
-        // A list that fails does not stop the others.
+        // A failure in one mailname does not stop the others.
         if (S_ISDIR(entry.kind))
             static_cast<void>(list_attachments(entry.name, DomainName, in_blocks, fullname));
         return 0;

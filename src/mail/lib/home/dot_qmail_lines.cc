@@ -21,7 +21,7 @@
 namespace {
 
 constexpr mode_t delivery_mode = 0600;
-// No set-id bit comes over from a file that others make.
+// Others make the file, so its set-id bits are not copied.
 constexpr mode_t mode_bits = 0777;
 constexpr std::size_t piece_size = 4095; // fgets gives one character less
 
@@ -43,7 +43,7 @@ int copy_other_lines(OpenFile from, char const* file, OpenFile to, char const* l
     while (fgets(piece, sizeof piece, from.get()))
         if (!equals(piece, line) && fputs(piece, to.get()) < 0)
             fatal("cannot write a line to %s.tmp", file);
-    // A file that cannot be read to its end must not lose the rest.
+    // After a read error the copy is incomplete and must not replace the file.
     if (ferror(from.get()))
         return failure(1, "Unable to read file %s: %s\n", file, strerror(errno));
     if (fclose(from.release()) != 0)
@@ -89,7 +89,7 @@ int DotQmail::under_lock(Change change) const
     return result;
 }
 
-// Keeps errno over a file that is missing, which is no failure.
+// Keeps errno when the file is missing, since that is not a failure.
 int DotQmail::look_at(struct stat& info, bool& exists) const
 {
     int const before = errno;
@@ -190,7 +190,7 @@ OpenDescriptor DotQmail::open_for_reset() const
     if (there.get() >= 0 || errno != ENOENT)
         return OpenDescriptor(there.release());
     errno = before;
-    // Nobody else may ever read a new file, even if its rights cannot be set later.
+    // A new file is root's alone, even if its rights cannot be set later.
     return make_file_beneath(home.directory.get(), home.name, delivery_mode);
 }
 

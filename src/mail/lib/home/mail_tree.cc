@@ -13,7 +13,7 @@ char const* mail_root()
     return orvConfGetDefaultByIndex(_ORVEK_MAILNAMES_D_INDEX);
 }
 
-// The part of a path that lies beneath the mail root; null when it lies elsewhere.
+// The part of the path beneath the mail root. Null when the path lies elsewhere.
 char const* part_beneath_root(char const* path)
 {
     char const* const root = mail_root();

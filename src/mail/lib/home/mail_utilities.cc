@@ -17,7 +17,7 @@ bool can_begin_mailname(char c)
     return isalnum(static_cast<unsigned char>(c)) != 0 || c == '_' || c == '-';
 }
 
-// The domain in its ASCII form; null after a report when it or the mailname cannot be used.
+// The domain in its ASCII form. Null, reported, when the domain or the mailname cannot be used.
 CString ascii_domain(char const* MailName, char const* MailDomain)
 {
     if (!can_begin_mailname(*MailName)) {

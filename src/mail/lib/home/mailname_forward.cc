@@ -24,7 +24,7 @@ CString ascii_address(char const* Email)
     return address;
 }
 
-// "&" and the address; null with errno set when there is no memory.
+// "&" and the address. Null with errno set without memory.
 CString forward_line(char const* address)
 {
     char* line = nullptr;

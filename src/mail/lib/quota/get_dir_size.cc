@@ -14,8 +14,7 @@
 namespace {
 
 constexpr unsigned int block_shift = 9;
-// More entries than any store of attachments has. Whoever makes more must not keep the tool
-// counting.
+// No store of attachments has more. The limit ends the count if somebody keeps making entries.
 constexpr std::size_t most_entries = 4'000'000;
 
 sizequota_t in_bytes(sizequota_t size, int in_blocks)
@@ -23,7 +22,7 @@ sizequota_t in_bytes(sizequota_t size, int in_blocks)
     return in_blocks != 0 ? size << block_shift : size;
 }
 
-// Adds up what the trees take that are given to it.
+// Adds up the sizes of trees.
 class Counter
 {
 public:

@@ -28,7 +28,7 @@ void form_paths(Paths* paths, char const* MailName, char const* DomainName)
         fatal("idn_toascii() failed: %s", idn_strerror(idn_errno));
     char home[path_size];
     char with_slash[path_size];
-    // Deliberate: there must be room for one slash more than the paths have.
+    // Deliberate: refuses a path that fits but would not fit with one more slash.
     if (!form_path(home, "%s/%s/%s/", orvConfGetDefaultByIndex(_ORVEK_MAILNAMES_D_INDEX),
                    domain.get(), MailName) ||
         !form_path(with_slash, "%s/%s", home, "@attachments") ||

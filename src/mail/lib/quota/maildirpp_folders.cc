@@ -17,7 +17,7 @@
 namespace {
 
 constexpr char maildir[] = ".";
-// The log must not grow with what somebody else puts into a Maildir.
+// Somebody else fills the Maildir, and must not fill the log with it.
 constexpr int most_reports = 100;
 
 int raise_mtime(char const* dir, char const* subdir, time_t* mtime)

@@ -18,11 +18,11 @@ namespace {
 
 constexpr sizequota_t no_quota = -1;
 
-// Gives otherwise when text is null or not a number.
+// The number in text, or otherwise when text is null or not a number.
 sizequota_t number(char const* text, sizequota_t otherwise)
 {
     sizequota_t value = 0;
-    // A number that does not fit becomes the largest: NOLINTNEXTLINE(cert-err34-c)
+    // A number that is too large becomes the largest: NOLINTNEXTLINE(cert-err34-c)
     return text && sscanf(text, "%lld", &value) == 1 ? value : otherwise;
 }
 
@@ -36,7 +36,7 @@ CString connect_and_escape(OpenMysql* my, char const* domain)
     return CString(mysql_escape_mail_entity(my->get(), domain));
 }
 
-// The client library leaves an errno that has no meaning, so both set one of their own.
+// run() and stored_result() set errno themselves: the client library leaves a meaningless one.
 bool run(MYSQL* my, char const* query)
 {
     bool const done = mysql_real_query(my, query, strlen(query)) == 0;

@@ -27,7 +27,7 @@ constexpr mode_t new_file_mode = 0644;
 constexpr int max_attempts = 5;
 constexpr unsigned int pause_seconds = 2;
 
-// More than the 15 minutes after which mail servers count for themselves.
+// More than 15 minutes: mail servers recount when the file is older than that.
 constexpr time_t back_dating = 960;
 
 using HostName = char[65];
@@ -60,7 +60,7 @@ bool write_whole(int file, char const* text, std::size_t length)
     return true;
 }
 
-// The file that becomes maildirsize. The destructor removes it unless it has become that.
+// The file that becomes maildirsize. The destructor removes it unless it is in place.
 class NewFile
 {
 public:
@@ -84,7 +84,7 @@ private:
     bool exists = false;
 };
 
-// Takes no file or link that is there already.
+// Fails if the name is taken by any file or link.
 bool NewFile::attempt()
 {
     file = make_file_beneath(AT_FDCWD, name, new_file_mode).release();
@@ -148,8 +148,8 @@ bool NewFile::put_in_place()
     return true;
 }
 
-// Deliberate: a Maildir that has changed, or that cannot be looked at again, is no failure. Mail
-// servers recount when the file is that old.
+// Dates the file back if the Maildir has changed since the count or cannot be checked, so that mail
+// servers recount. Deliberate: neither is a failure.
 void date_back_if_changed(time_t counted)
 {
     time_t latest = 0;
@@ -162,7 +162,7 @@ void date_back_if_changed(time_t counted)
     errno = 0;
 }
 
-// Of the Maildir that is the working directory.
+// For the Maildir that is the working directory.
 int write_maildirsize(uid_t owner, gid_t group, Quota const& quota)
 {
     HostName host;

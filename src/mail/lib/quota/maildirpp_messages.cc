@@ -19,7 +19,7 @@
 namespace {
 
 constexpr char size_mark[] = ",S=";
-// More messages than any mailbox has. Whoever makes more must not keep the tool counting.
+// No mailbox has more. The limit ends the count if somebody keeps making messages.
 constexpr fcount_t most_messages = 4'000'000;
 
 bool size_in_name(char const* name, sizequota_t* size)
@@ -99,8 +99,8 @@ int process_maildir_subdir(char const* dir, sizequota_t* size, fcount_t* count, 
 int process_maildirpp_subfolder(char const* dir, sizequota_t* size, fcount_t* count, time_t* mtime)
 {
     char path[path_size];
-    // Deliberate: maildirfolder is never read, but its path must fit. The two shorter names fit
-    // then.
+    // Deliberate: maildirfolder is never read, but its path must fit. Then the shorter names of the
+    // two directories fit too.
     if (!form_path(path, "%s/maildirfolder", dir)) {
         errno = ENAMETOOLONG;
         return 0;

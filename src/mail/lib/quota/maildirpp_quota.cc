@@ -52,7 +52,7 @@ bool enter(char const* home, SavedDirectory* before)
     return true;
 }
 
-// Deliberate: any kind of file counts, a link too.
+// Deliberate: any kind of file counts, even a link.
 bool has_attachments()
 {
     ErrnoKeeper const keeper;
@@ -95,7 +95,7 @@ int store_mbox_quota(char const* MailDomain, char const* MailName, sizequota_t q
     SavedDirectory before;
     if (!form_home(home, MailDomain, MailName) || !enter(home, &before))
         return 0;
-    // Deliberate: after such a failure the process stays in the mailbox.
+    // Deliberate: after this failure the process stays in the mailbox.
     if (quota >= 0 && has_attachments() && !deduct_attachments(&quota))
         return 0;
     int const result = store_maildirpp_quota_raw("Maildir", quota);

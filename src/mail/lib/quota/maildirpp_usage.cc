@@ -22,7 +22,7 @@ namespace {
 
 constexpr std::size_t max_file_size = 5120;
 
-// Room for one byte too many, by which a file that is too long shows.
+// Has room for one byte too many, to notice a file that has grown too long.
 struct Content
 {
     char text[max_file_size + 1];
@@ -48,7 +48,7 @@ bool take_size(char const** text, sizequota_t* size)
 {
     char* end = nullptr;
     *size = strtoll(*text, &end, 10);
-    // Deliberate: both ends of the range are faults, in both numbers.
+    // Deliberate: the smallest and the largest number are faults, here and in take_count.
     if (end == *text || *size == LLONG_MIN || *size == LLONG_MAX)
         return malformed();
     *text = end;
@@ -79,7 +79,7 @@ bool add_line(char const* line, char const* line_end, sizequota_t* size, fcount_
     if (line != line_end)
         return malformed();
     add_size(size, bytes);
-    // Deliberate: wraps around. Mail servers write a negative count when messages go, and it must
+    // Deliberate: wraps around. Mail servers write a negative count when messages go, which must
     // subtract.
     *count += messages;
     return true;

@@ -22,7 +22,7 @@ constexpr char const* courierConfFile[] = {"imapd", "imapd-ssl", "pop3d", "pop3d
     return failure(-1, "File path too long %s\n", path);
 }
 
-// A temporary file beside another one. The destructor removes it unless it has replaced the other.
+// A temporary file beside the target. The destructor removes it unless it has replaced the target.
 class Temporary
 {
 public:

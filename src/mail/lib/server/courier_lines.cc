@@ -8,7 +8,7 @@
 
 namespace {
 
-// Each change has a bit in the mask of those that matched. The last bit is unused.
+// Each change has a bit in the mask of the changes that matched. The last bit is unused.
 constexpr unsigned int most_changes = 31;
 
 bool sets_variable(char const* line, char const* var)
@@ -17,7 +17,7 @@ bool sets_variable(char const* line, char const* var)
     return strncmp(line, var, length) == 0 && line[length] == '=';
 }
 
-// The position of the first change of the line's variable, or most_changes.
+// The index of the first change for the line's variable, or most_changes.
 unsigned int change_of(char const* line, EnvChange const* env)
 {
     for (unsigned int i = 0; env[i].var; ++i) {

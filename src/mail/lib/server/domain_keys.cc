@@ -39,13 +39,13 @@ CString in_lower_case(char const* domain)
     return lower;
 }
 
-// 0, or -1 reported. The domain is in lower case from here on.
+// Returns 0, or -1 reported. domain is in lower case.
 int form_directory(char (&path)[path_size], char const* domain)
 {
     if (!form_path(path, "%s/%s", keys_directory, domain))
         return failure(-1, "Domain name '%s' is too long to be stored in %s", domain,
                        keys_directory);
-    // "." and ".." are the store itself and what holds it: a removal would take all keys, and more.
+    // "." and ".." are the store itself and its parent: a removal would delete all keys and more.
     if (!is_file_name(domain))
         return failure(-1, "Domain name '%s' cannot be stored in %s", domain, keys_directory);
     return 0;
@@ -68,7 +68,7 @@ int for_each_domain(char const* DomainNameListAmixed, Action action)
         return failure(-1, "cannot split domains list '%s'\n", DomainNameListAmixed);
     int result = 0;
     for (char const* const* domain = domains.get(); *domain; ++domain) {
-        // An empty name is no domain: its directory would be the store.
+        // The directory of an empty name would be the store itself.
         if (**domain == '\0')
             continue;
         CString const lower = in_lower_case(*domain);
@@ -86,7 +86,7 @@ void make_key_directory(char const* directory)
     make_dir_p(directory, 0, 0, directory_mode);
 }
 
-// Whoever runs the tool by way of another user's right may not have that user's files installed.
+// A caller who is not root may install only his own files, even if the tool runs as root.
 bool is_callers_key(char const* file)
 {
     char const* name = nullptr;
@@ -153,7 +153,7 @@ int clone_domain_key(char const* Source, char const* Destination)
     if (!domainkeys_enabled(Source))
         return 0;
     CString const named(get_domainkeys_file(Source));
-    // The store is root's own: a link in it is the administrator's.
+    // Only root writes in the store, so a link there is the administrator's.
     CString const file(named ? realpath(named.get(), nullptr) : nullptr);
     if (!file) {
         messlog2(0, 1, "Cannot get domainkeys key file for %s", Source);

@@ -31,7 +31,7 @@ OpenFile open_for_all_to_read(char const* path)
     return OpenFile(fopen(path, "w"));
 }
 
-// 0, or -1 reported with errno as the failing call left it.
+// Returns 0, or -1 reported, with errno of the failing call.
 int write_value(char const* path, char const* value)
 {
     OpenFile file = open_for_all_to_read(path);
@@ -39,7 +39,7 @@ int write_value(char const* path, char const* value)
         messlog2(0, 1, "Unable to open file %s for writing: %s", path, strerror(errno));
         return -1;
     }
-    // fputs already writes a part of a long value; fclose does not report a failure of that part.
+    // fputs already writes part of a long value, and fclose does not report a failure of that part.
     bool const written = fputs(value, file.get()) != EOF;
     if (fclose(file.release()) != 0 || !written) {
         messlog2(0, 1, "Unable to close file %s: %s", path, strerror(errno));
