@@ -2,16 +2,15 @@
 
     bench/run.py PROGRAMS [--rounds N] [--markdown] [ROW...]
 
-PROGRAMS is the directory of the optimised programs. A row is a file bench/<room>/<row>.py with
-a function row(bench) that makes what its two sides need and returns a Row; one with SIZES, a table
-of names and sizes, is a row for each, <row>_<name>, and its function takes the size too. Both sides run in
-turns within one run, so that what else the machine does meets them alike; the table shows the
-medians. Peak memory is that of the program itself, without the programs that it starts, taken
-in a run that is not timed. With --markdown the table is one for a document, with the machine above
-it.
+PROGRAMS is the directory of the optimised programs. A row is a file bench/<room>/<row>.py with a
+function row(bench), which makes what its two sides need and returns a Row. A file with SIZES, a table
+of names and sizes, gives one row per size, <row>_<name>, and its function takes the size too. The two
+sides take turns, so that other load on the machine slows both alike. The table shows the medians. Peak
+memory is that of the program itself, without the programs that it starts, from a run that is not timed.
+--markdown prints the table for a document, with the machine above it.
 
-A row that misses its goal is marked and fails nothing. Exit status 1 when a row could not be
-measured: a side exits non-zero, or both sides leave something different.
+A row that misses its goal is marked and is not a failure. Exit status 1 when a row could not be
+measured: a side exits non-zero, or the two sides leave different results.
 """
 
 import argparse
@@ -37,21 +36,21 @@ Command = list  # of what stands for words; the first is a path
 
 @dataclass
 class Row:
-    """What a row compares. The goal is on the ratio of the times, ours to other."""
+    """The two commands that a row compares. The goal is for the ratio of their times, ours to other."""
 
     ours: Command
     other: Command
     goal: float
     memory: int = 0  # the goal for the peak memory of ours in MiB; 0 asks for none
-    times: int = 1  # how often a timed run runs its side: for commands that are quickly done
+    times: int = 1  # runs per timing, for commands that take little time
     stdin: Path = Path("/dev/null")
     before: Callable[[], None] = lambda: None  # before each run of a side
-    left: Callable[[], object] = lambda: None  # what a side leaves; the same for both
+    left: Callable[[], object] = lambda: None  # what a side leaves, which must be the same for both
 
 
 @dataclass
 class Bench:
-    """What row() is given: a directory of its own, and where the programs are."""
+    """The argument of row(): a directory of its own, and the directory of the programs."""
 
     directory: Path
     programs: Path
@@ -101,7 +100,7 @@ ptrace.argtypes = [ctypes.c_long, ctypes.c_long, ctypes.c_void_p, ctypes.c_void_
 
 
 def become_traced(command: Command, stdin: Path) -> None:
-    """In a child. It stops first, so that it cannot end before it is looked at."""
+    """Runs in a child. It stops first, so that it cannot end before its parent watches it."""
     try:
         os.dup2(os.open(stdin, os.O_RDONLY), 0)
         os.dup2(os.open("/dev/null", os.O_WRONLY), 1)
@@ -113,8 +112,8 @@ def become_traced(command: Command, stdin: Path) -> None:
 
 
 def peak_memory(row: Row) -> float:
-    """In MiB: VmHWM when the program ends. A child's resource usage does not measure it:
-    it begins at that of this process, and takes in the programs that the child has started."""
+    """The program's VmHWM at its end, in MiB. The resource usage of a child would not do: it starts from
+    this process's own, and includes the programs that the child has started."""
     row.before()
     pid = os.fork()
     if pid == 0:

@@ -7,8 +7,8 @@ TABLE = ROOT / "src" / "layers.txt"
 
 
 def read_table():
-    """The rooms in the table's order, each with the rooms that its row names. Ends the program
-    when a row uses a room that has no row above it."""
+    """The rooms in the table's order, each with the rooms in its row. Ends the program when a row
+    names a room that has no row above it."""
     table = {}
     for row in TABLE.read_text().splitlines():
         if not row.strip() or row.startswith("#"):

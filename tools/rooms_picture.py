@@ -1,10 +1,10 @@
-"""What the picture of the rooms shows: the text that Graphviz's dot draws, and its digest."""
+"""The source of the picture of the rooms: the text that Graphviz's dot draws, and its digest."""
 import hashlib
 
 from layers import ROOT, read_table
 
 PICTURE = ROOT / "docs" / "rooms.svg"
-BUILDINGS = ("lib", "mail/lib", "postfix")  # directories that are nothing but rooms
+BUILDINGS = ("lib", "mail/lib", "postfix")  # directories that hold only rooms
 STYLE = """
   rankdir=TB; bgcolor=white; newrank=true; nodesep=0.3; ranksep=0.55; fontname="Helvetica"; fontsize=13;
   node [shape=box, style="rounded,filled", fillcolor=white, fontname="Helvetica", fontsize=13, height=0.35];
@@ -13,7 +13,7 @@ STYLE = """
 
 
 def without_consequences(table):
-    """The table without what follows from it: a room that is used through another one's row."""
+    """The table without the uses that another row implies: a room that a used room may use itself."""
     reached = {}
     for room, uses in table.items():
         reached[room] = set(uses).union(*(reached[used] for used in uses))
@@ -22,7 +22,7 @@ def without_consequences(table):
 
 
 def drawing():
-    """The picture in dot's language: a box a room, a frame a building, an arrow a use."""
+    """The picture in dot's language: a box per room, a frame per building, an arrow per use."""
     table = read_table()
     lines = []
     for building in BUILDINGS:
@@ -36,5 +36,5 @@ def drawing():
 
 
 def mark():
-    """The line that a picture of today's table ends in."""
+    """The last line of a picture of today's table."""
     return f"<!-- drawn from src/layers.txt, {hashlib.sha256(drawing().encode()).hexdigest()} -->"

@@ -1,8 +1,8 @@
-"""_commands - the panel's commands on maps of any size, beside shell scripts that do the same
+"""_commands - measures the panel's commands on maps of any size against shell scripts
 
-Each side carries its command out for box1, box2 and so on: the tool started by a shell, once for
-each, and the script started by the shell in the same way. The script makes the same files,
-starts postmap with the same input, and asks the databases by their own clients.
+Each side does its command for box1, box2 and so on: a shell starts the tool once for each, and starts
+the script in the same way. The script makes the same files, runs postmap with the same input, and
+queries the databases with their own clients.
 """
 
 import os
@@ -46,7 +46,7 @@ add() { postmap -r -i hash:$maps/$1; } # MAP
 
 
 def make_maps(records: int) -> None:
-    """Maps of so many records of other domains."""
+    """Makes maps with that many records of other domains."""
     kept = KEPT / str(records)
     if not kept.exists():
         kept.mkdir(parents=True)
@@ -60,7 +60,7 @@ def make_maps(records: int) -> None:
             subprocess.run(["/usr/sbin/postmap", f"hash:{kept / name}"], check=True)
             (kept / name).unlink()
     if not os.path.ismount(mailhost.MAPS):
-        # In memory and not on the host's overlay, which no server has below its maps.
+        # In memory and not on the host's overlay: no server has its maps on an overlay.
         mailhost.cover(mailhost.MAPS, "size=4g")
     for name in MAPS:
         shutil.copyfile(kept / f"{name}.db", f"{mailhost.MAPS}/{name}.db")
@@ -85,7 +85,7 @@ def only_the_domain() -> None:
 
 
 def left() -> object:
-    """Accounts, homes with their files, and what the maps hold of the domain."""
+    """Accounts, homes with their files, and the maps' records of the domain."""
     keys = [f"{name}@{domain}" for domain in (DOMAIN, ALIAS) for box in BOXES for name in (box, f"also-{box}")]
     keys += [f"{name}@new-{box}.test" for name in panel.STANDARD for box in BOXES]
     keys += [f"new-{box}.test" for box in BOXES]
@@ -103,8 +103,8 @@ def for_each_box(command: str, boxes: int) -> list:
 def command_row(bench: Bench, records: int, options: str, script: str,
                 before: Callable[[Callable[[str], None]], None] = lambda tool: None,
                 boxes: int = len(BOXES), goal: float = 1.10) -> Row:
-    """options: what the tool is given, the box as $i; before() is given a function that does the
-    same with other options, for what must be there."""
+    """options are the tool's, with $i for the box. before() gets a function that runs the tool with
+    other options, to make what the command needs."""
     make_maps(records)
     make_panel()
     path = bench.directory / "script"

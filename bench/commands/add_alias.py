@@ -1,4 +1,4 @@
-"""Mail aliases: their records, and accounts copied from those of the mailnames."""
+"""Adding mail aliases: their records, and accounts copied from the mailnames' accounts."""
 
 from _commands import DOMAIN, SIZES, command_row, with_mailboxes  # noqa: F401  (SIZES is for run.py)
 

@@ -1,5 +1,5 @@
-"""Domains: a directory, the standard addresses, and one rewrite of the virtual map for each, which
-takes away what the name was as an alias domain."""
+"""Adding domains: for each a directory, the standard addresses, and a rewrite of the virtual map, which
+removes the name's records as an alias domain."""
 
 from _commands import SIZES, command_row  # noqa: F401  (SIZES is for run.py)
 

@@ -1,4 +1,4 @@
-"""Mailboxes: the delivery file and the accounts under the domain and its alias domain."""
+"""Adding mailboxes: the delivery file, and the accounts under the domain and its alias domain."""
 
 from _commands import ADD_MAILBOX, SIZES, command_row, with_mailnames  # noqa: F401  (SIZES is for run.py)
 

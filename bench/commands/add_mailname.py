@@ -1,4 +1,4 @@
-"""Mailnames with their homes and records."""
+"""Adding mailnames: their homes and records."""
 
 from _commands import ADD_MAILNAME, SIZES, command_row  # noqa: F401  (SIZES is for run.py)
 

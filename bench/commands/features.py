@@ -1,4 +1,4 @@
-"""Starting the tool: its feature report beside a program that does nothing."""
+"""Starting the tool: its feature report, against a program that does nothing."""
 
 from run import Row
 

@@ -1,4 +1,4 @@
-"""Mailnames that go, with their accounts, records and homes."""
+"""Removing mailnames with their accounts, records and homes."""
 
 from _commands import DOMAIN, SIZES, command_row, with_mailboxes  # noqa: F401  (SIZES is for run.py)
 

@@ -1,4 +1,4 @@
-"""Passwords of mailnames and of their mail aliases, under the domain and its alias domain."""
+"""Setting passwords of mailnames and their mail aliases, under the domain and its alias domain."""
 
 from _commands import DOMAIN, SIZES, command_row, with_mailboxes  # noqa: F401  (SIZES is for run.py)
 

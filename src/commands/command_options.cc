@@ -12,7 +12,7 @@ namespace po = boost::program_options;
 
 namespace {
 
-// What the option library reads the value by; the caller owns it, or hands it on.
+// The option library's reader for the type. The caller owns it and passes it on.
 po::value_semantic const* semanticOf(OptionType type)
 {
     switch (type) {

@@ -13,14 +13,14 @@ using namespace option;
 
 constexpr std::span<Option const> no_options;
 
-// Stands in both texts of the commands that take a password.
+// Part of both texts of each command that takes a password.
 #define PASSWORD_VARIABLES                                                                         \
     "\n        The noncrypted password is transferred in the environment variable ORV_PASSWORD,"   \
     "\n        or crypted password is transferred in the environment variable "                    \
     "ORV_CRYPTED_PASSWORD"
 
-// Deliberate: "removes mailname to the mail domain", the unbalanced bracket of the "-a" row and
-// the small differences between the two pairs of texts are what the panel's users know.
+// Deliberate: the panel's users know "removes mailname to the mail domain", the unbalanced bracket
+// of the "-a" row and the small differences between the two texts of a command.
 // clang-format off
 constexpr Command commandDescriptions[] = {
     {"--add-mailname", addMailname,
@@ -443,11 +443,11 @@ constexpr Command commandDescriptions[] = {
 #undef PASSWORD_VARIABLES
 
 constexpr size_t command_count = 69;
-constexpr size_t name_count = 82; // the short forms are names of their own
+constexpr size_t name_count = 82; // with the short forms
 
 static_assert(std::size(commandDescriptions) == command_count);
 
-// Whether every name stands for one command, and there are name_count of them.
+// Whether no name stands for two commands, and there are name_count of them.
 constexpr bool namesAreUnique()
 {
     std::array<std::string_view, name_count + 1> names;
@@ -465,7 +465,7 @@ constexpr bool namesAreUnique()
 }
 static_assert(namesAreUnique());
 
-// A command that parses its command line has options and both texts of a usage.
+// A command has options and both usage texts, or none of them.
 static_assert(std::ranges::all_of(commandDescriptions, [](Command const& command) {
     bool const parses = !command.options.empty();
     return parses == (command.summary != nullptr) && parses == (command.usage_line != nullptr);

@@ -16,7 +16,7 @@ namespace orvek::mail::postfix::mailvek_commands {
 
 namespace {
 
-// The library's own error for a name that no domain has.
+// Raises the library's own error for a name that no domain can have.
 void requirePlainDomain(std::string const& domain)
 {
     if (domain.empty())
@@ -103,7 +103,7 @@ std::string localPartListOf(ProgramOptionsHelper const& helper, char const* sepa
     return list;
 }
 
-// Deliberate: a local part alone is an address too, that of a user of this host.
+// Deliberate: a local part alone is an address too: a user of this host.
 std::string emailOf(ProgramOptionsHelper const& helper, char const* option)
 {
     std::string address = idn::emailToAscii(textOf(helper, option));

@@ -26,7 +26,7 @@ int addDomainAlias(int argc, char** argv)
     return processNotexistingMailnamesOptions(options);
 }
 
-// Deliberate: --domain-name is mandatory and not used. The alias's own name is enough.
+// Deliberate: --domain-name is mandatory but not used. The alias's own name is enough.
 int removeDomainAlias(int argc, char** argv)
 {
     ProgramOptionsHelper const options = parsedOptions(argc, argv);

@@ -7,8 +7,8 @@
 
 namespace orvek::mail::postfix::mailvek_commands {
 
-// Both commands take lists. A bad name in a list fails, after the good ones are done, so the names
-// are checked where they become directories.
+// Both commands take lists, and a bad name must not stop the good ones. So the names are checked
+// later, where they become directories.
 
 int setDomainKey(int argc, char** argv)
 {

@@ -14,7 +14,7 @@ struct Feature
     char const* value;
 };
 
-// The report on this mail back end. It does not depend on what the machine runs.
+// The features of this mail back end. They do not depend on what the machine runs.
 constexpr Feature features[] = {
     {"MailName_SetName", "true"},
     {"MailName_SetDomain", "true"},

@@ -32,8 +32,8 @@ public:
 
     bool hasTypeName() const { return helper.values().count("handler-type-name") != 0; }
 
-    // Required unless global, which the parser cannot express: a missing name is a fatal error,
-    // not a usage error.
+    // Required unless global, which the parser cannot express. A missing name is a fatal error, not
+    // a usage error.
     std::string const& typeName() const
     {
         if (!hasTypeName())
@@ -142,7 +142,7 @@ int addHandler(int argc, char** argv)
         return add(options, nullptr) == 0 ? 0 : 1;
     int status = 0;
     for (auto const& target : options.targets()) {
-        // Deliberate: the report says of an existing handler that it does not exist.
+        // Deliberate: the report says that the handler does not exist, although it does.
         if (options.find(target.c_str()))
             options.logSkipped(target);
         else if (add(options, target.c_str()) != 0)
@@ -185,7 +185,7 @@ int enableHandler(int argc, char** argv)
 int checkHandler(int argc, char** argv)
 {
     HandlerOptions const options(argc, argv);
-    // Deliberate: the value is one name here, never a list.
+    // Deliberate: takes the value as one name, never as a list.
     bool const named = options.hasTypeName() || !options.isGlobal();
     return options.find(named ? options.typeName().c_str() : nullptr) ? 1 : 0;
 }

@@ -13,7 +13,7 @@ namespace orvek::mail::postfix::mailvek_commands {
 
 namespace {
 
-// The password from the environment; text is null when there is none.
+// The password from the environment. text is null without one.
 struct Password
 {
     char const* text = nullptr;

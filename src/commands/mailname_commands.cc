@@ -33,8 +33,8 @@ void removeHooksOfAlias(std::string const& address)
         uerr << "ERROR: unable to remove mail handler for " << address << std::endl;
 }
 
-// The order: the mailname under each alias domain, its mail aliases under the domain, and its
-// mail aliases under each alias domain. The mailname under the domain itself is the caller's.
+// Removes, in this order: the mailname under each alias domain, its mail aliases under the domain,
+// its mail aliases under each alias domain. The caller handles the mailname under the domain.
 void removeHooksOfAliases(std::string const& mailname, std::string const& domain,
                           std::vector<std::string> const& domainAliases,
                           std::vector<std::string> const& mailAliases)
@@ -48,8 +48,8 @@ void removeHooksOfAliases(std::string const& mailname, std::string const& domain
             removeHooksOfAlias(addressOf(mailAlias, domainAlias));
 }
 
-// Result: the status of the command, 0 to go on. The account under the domain itself is renamed
-// first; its failure stops nothing and becomes the result at the end.
+// Returns the status of the command, 0 to go on. Renames the account under the domain itself first;
+// its failure stops nothing and becomes the result at the end.
 int renameAccounts(std::string const& domain, std::string const& oldName,
                    std::string const& newName)
 {

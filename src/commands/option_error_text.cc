@@ -8,8 +8,8 @@ namespace po = boost::program_options;
 
 namespace {
 
-// Gives access to the words that the library puts into the text of an error. No object of this
-// class exists: a derived class may name the member.
+// Gives access to the words that the library puts into the text of an error. Never instantiated: it
+// exists because only a derived class may name that member.
 class ErrorWords : po::error_with_option_name
 {
 public:
@@ -19,9 +19,8 @@ public:
     }
 };
 
-// The library replaces each "%value%" of its text until none is left, which never ends when the
-// word that it puts there holds "%value%" itself. A mark after each percent sign of the words
-// hides them from the library.
+// The library replaces "%value%" in its text until none is left. It would loop forever if the value
+// itself held "%value%". A mark after each percent sign of the words hides them from it.
 constexpr char hiding_mark = '\1';
 
 std::string withHiddenPercents(std::string const& word)

@@ -62,7 +62,7 @@ void validate(boost::any& value, std::vector<std::string> const& tokens, IPv4Mas
     value = IPv4Mask{length};
 }
 
-// Deliberate: there is no check of the first occurrence, because the option may be repeated.
+// Deliberate: does not check for a first occurrence, because the option may be repeated.
 void validate(boost::any& value, std::vector<std::string> const& tokens, SelectedMailComponents*,
               int)
 {

@@ -14,12 +14,12 @@ constexpr unsigned int modules = Components::smtp | Components::smtps | Componen
 
 using Switch = void (*)(ModuleManager& manager);
 
-// What becomes of each service that is selected.
+// The action for each selected service.
 struct Switches
 {
     Switch smtp;
     Switch smtps;
-    Switch submission_on; // what the panel's setting asks for; null for nothing
+    Switch submission_on; // when the panel has submission on; null for no action
     Switch submission_off;
 };
 

@@ -29,8 +29,8 @@ std::string IPNetworkStringAdaptor(Address const& address, Mask mask)
     return address + '/' + std::to_string(mask);
 }
 
-// The network that a whitelist command names, as "address/prefix length". It becomes an element
-// of a list, so an address with a byte that no address has raises std::invalid_argument.
+// The network of a whitelist command, as "address/prefix length". It becomes an element of a list,
+// so a byte that no address has raises std::invalid_argument.
 std::string parseNetwork(int argc, char** argv)
 {
     ProgramOptionsHelper const options = parsedOptions(argc, argv);
@@ -42,8 +42,8 @@ std::string parseNetwork(int argc, char** argv)
     return IPNetworkStringAdaptor(address, mask);
 }
 
-// The senders that a blacklist command names: a domain or an address. A byte that ends the key
-// raises std::invalid_argument.
+// The senders of a blacklist command: a domain or an address. A byte that would end the key raises
+// std::invalid_argument.
 std::string parseSenders(int argc, char** argv)
 {
     std::string senders = idn::toAscii(textOf(parsedOptions(argc, argv), "domain-name"));
@@ -56,7 +56,7 @@ std::string parseSenders(int argc, char** argv)
     return senders;
 }
 
-// A zone is a word of main.cf, where "$" would name a parameter.
+// A zone goes into main.cf, where "$" would name a parameter.
 bool isZone(std::string const& zone)
 {
     return std::ranges::none_of(zone, [](unsigned char c) { return iscntrl(c) || c == '$'; });

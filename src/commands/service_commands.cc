@@ -30,7 +30,7 @@ unsigned int selectedComponents(int argc, char** argv)
                : Components::all;
 }
 
-// 1 for an operation that failed or raised, else 0. The command goes on with Courier after both.
+// 1 when the operation failed or raised, else 0. The command goes on with Courier either way.
 int statusOf(int (*operation)())
 {
     try {
@@ -50,8 +50,8 @@ int courierStatus(unsigned int mask, char const* action, int status)
     return failed ? 1 : status;
 }
 
-// The common part of stop and restart. Deliberate: they do not reload when Postfix itself is
-// selected, unlike a start, which reloads after changed services.
+// The common part of stop and restart. Deliberate: unlike a start, they do not reload after changed
+// services when Postfix itself is selected.
 int changeServices(unsigned int mask, bool reload, int (*operation)(), char const* action)
 {
     int status = 0;
@@ -62,8 +62,8 @@ int changeServices(unsigned int mask, bool reload, int (*operation)(), char cons
     return courierStatus(mask, action, status);
 }
 
-// Deliberate: the result is -1, which is shown as an internal error, for every answer of the
-// script but 0, so for a stopped Courier too.
+// Deliberate: -1 for every status of the script but 0. So a stopped Courier shows as an internal
+// error too.
 int courierAnswer()
 {
     return restart_daemon(courier_service, "status");
@@ -71,7 +71,7 @@ int courierAnswer()
 
 void printCourierStatus(unsigned int mask)
 {
-    // Deliberate: the order is not that of the bits.
+    // Deliberate: this order differs from that of the bits.
     constexpr struct
     {
         unsigned int component;
@@ -91,7 +91,7 @@ void printCourierStatus(unsigned int mask)
     }
 }
 
-// Reloads even when Postfix is stopped, and does not ask for the panel's setting.
+// Reloads even when Postfix is stopped, and ignores the panel's setting.
 int switchSubmission(void (*change)(ModuleManager& manager))
 {
     ModuleManager& manager = ModuleManager::getInstance();
@@ -154,7 +154,7 @@ int statusService(int argc, char** argv)
     return 0;
 }
 
-// The commands below have no options and ignore what follows their names.
+// The commands below have no options and ignore any further words.
 
 int startSMTPD(int, char**)
 {

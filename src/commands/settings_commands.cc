@@ -19,14 +19,14 @@ namespace orvek::mail::postfix::mailvek_commands {
 
 namespace {
 
-// Deliberate: the text says twice that the format is not supported.
+// Deliberate: the text says "not supported" twice.
 [[noreturn]] void refuseShortNames()
 {
     throw NotSupportedError("short account-format is not supported for Postfix"
                             " isn't supported");
 }
 
-// The value of an option of --update-spf. "-" clears the parameter; a missing option leaves it.
+// The value of an option of --update-spf. "-" clears the parameter; without the option it stays.
 class SpfValue
 {
 public:

@@ -40,8 +40,8 @@ boost::system::error_code systemError(int code)
     return {code, boost::system::system_category()};
 }
 
-// Root renames and removes the paths that are made here, and an empty domain would be the root
-// of all domains.
+// Raises for anything but a plain name. Root renames and removes the paths built from it, and an
+// empty name would be the root of all domains.
 path directoryName(std::string const& name)
 {
     if (!is_file_name(name.c_str()))
@@ -65,8 +65,8 @@ path domainRoot(std::string const& domain)
                                               systemError(errno));
 }
 
-// Raises a directory that could not be made or opened. Any other kind of file in its place is
-// EEXIST, as it is for mkdir; a link stays ELOOP.
+// Raises when the directory could not be made or opened. Another kind of file in its place gives
+// EEXIST, as mkdir does; a link gives ELOOP.
 int opened(OpenDescriptor const& directory, char const* step, path const& where)
 {
     if (directory.get() >= 0)
@@ -76,14 +76,14 @@ int opened(OpenDescriptor const& directory, char const* step, path const& where)
     raiseOfLibrary(step, where);
 }
 
-// New directories are root's alone until they get their rights.
+// A new directory is root's alone until it gets its rights.
 OpenDescriptor makeDirectory(int above, char const* name, Making& making)
 {
     making = Making::there;
     return make_directory_beneath(above, name, mode_only(home_mode), &making);
 }
 
-// Opens a directory of the configuration, and makes it with those above it when it is missing.
+// Opens a directory of the configuration. Makes it and its parents when it is missing.
 OpenDescriptor openOrMake(path const& directory)
 {
     OpenDescriptor found = open_root(directory.c_str());
@@ -96,7 +96,7 @@ OpenDescriptor openOrMake(path const& directory)
     return makeDirectory(above.get(), directory.filename().c_str(), making);
 }
 
-// For renaming: the mail root, which has to be there.
+// Opens the mail root for a rename. Raises when it is missing.
 OpenDescriptor openRootFor(path const& from, path const& to)
 {
     OpenDescriptor root = open_mail_root();
@@ -114,7 +114,7 @@ void renameDirectory(path const& from, path const& to)
                                                   mailRoot() / to, systemError(errno));
 }
 
-// As backupRename, for a source beneath dir. beneath is the path from there.
+// As backupRename, for a source beneath dir. beneath is its path from dir.
 bool backupBeneath(int dir, path const& beneath, path const& source, path& target)
 {
     struct stat info = {};
@@ -146,7 +146,7 @@ void backup(path const& beneath)
         throw FSError("rename", mailRoot() / beneath, target, systemError(errno));
 }
 
-// A missing tree is removed, and so is one with a file in the way to it.
+// Succeeds also for a missing tree, and where a file stands in the path to it.
 void removeTree(path const& beneath)
 {
     OpenDescriptor const root = open_mail_root();
@@ -221,7 +221,7 @@ void MaildirManager::createDomainRoot(std::string const& domain) const
 }
 
 // The directories that one call has made beneath dir. Unless they are kept, the destructor removes
-// those that are empty, the last one first; whatever others have put into them stays.
+// the empty ones, the last one first. A directory that others have filled stays.
 class MaildirManager::MadeDirectories
 {
 public:

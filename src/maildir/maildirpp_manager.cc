@@ -26,7 +26,7 @@ namespace {
 
 constexpr char attachments[] = "@attachments";
 
-// Raises a step that was not done, by a system call or by the function library.
+// Raises when a system call or the function library has not done the step.
 void check(bool done, char const* step, path const& where)
 {
     int const code = errno;
@@ -40,7 +40,7 @@ path domainRoot(std::string const& domain)
            MaildirManager::getDomainRelativeRoot(domain);
 }
 
-// The working directory while this object lives.
+// Makes the directory the working directory while this object lives.
 class Visit
 {
 public:
@@ -64,7 +64,7 @@ bool hasAttachments()
     return look_beneath(AT_FDCWD, attachments, info) == 0 && S_ISDIR(info.st_mode);
 }
 
-// The value for the file, in which 0 would mean no quota.
+// The value for the file, where 0 means no quota.
 sizequota_t storedQuota(sizequota_t quota, path const& home)
 {
     if (quota < 0)

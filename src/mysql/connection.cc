@@ -98,7 +98,7 @@ void Connection::run()
 {
     std::string const statement = query.str();
     query.str({});
-    query.clear(); // a null string spoils only the statement it was inserted into
+    query.clear(); // resets the bad bit: a null string spoils only its own statement
     insertMode = insert_as_is;
     if (!handle || mysql_real_query(handle.get(), statement.data(), statement.size()) != 0)
         throw mError(handle.get(), " executing query");

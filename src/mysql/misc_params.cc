@@ -20,7 +20,7 @@ std::string getStringMiscParamSafe(std::string const& name, Connection& conn)
     try {
         return getStringMiscParam(name, conn);
     } catch (mError const& e) {
-        // Deliberate: "Mail Authentication Type" for every parameter.
+        // Deliberate: the text says "Mail Authentication Type" for every parameter.
         uerr << "Warning: MySQL Error on Mail Authentication Type query: " << e.what()
              << ", ignored" << std::endl;
         return {};

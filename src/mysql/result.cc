@@ -6,7 +6,7 @@ namespace orvek::mysql {
 
 namespace {
 
-// A text may hold any byte, so it is taken by its length. A length of 0 means up to the NUL.
+// Copies by length, since a text may hold NUL bytes. A length of 0 means up to the first NUL.
 std::string columnText(char const* value, unsigned long length)
 {
     if (!value)

@@ -39,7 +39,7 @@ void writeText(int fd, char const* text)
     writeAll(fd, text, strlen(text) + 1);
 }
 
-// Cuts what has been read at its NUL bytes; the tail without one stays in text.
+// Splits text at its NUL bytes. The rest after the last one stays in text.
 void takeRecords(std::string& text, std::vector<std::string>& records)
 {
     size_t begin = 0;
@@ -75,8 +75,8 @@ int codeFrom(std::string const& digits)
     return boost::conversion::try_lexical_convert(digits, code) ? code : EINVAL;
 }
 
-// The child's what() ends with the text of its error number, and the exception that is made
-// from the report adds that text anew: it is taken off here, so that it is said once.
+// The child's what() ends with the text of its error number, and the parent's exception adds that
+// text again. Cuts it off, so that the message has it once.
 std::string withoutErrorText(std::string message, int code)
 {
     std::string const text = strerror(code != 0 ? code : errno);

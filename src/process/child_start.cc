@@ -27,8 +27,8 @@ struct Placing
     bool needed() const { return source.fd >= 0 && source.fd != target; }
 };
 
-// A caller may have named one of the child's own streams for another one, as a shell's 2>&1 or
-// 1>&2 does. Such a source is copied out of the way before the first stream is overwritten.
+// A caller may use one standard stream as the source of another, as a shell does for 2>&1. Copies
+// such a source to a higher number before the first stream is overwritten.
 void saveStream(Placing& placing)
 {
     if (!placing.needed() || placing.source.fd > STDERR_FILENO)
@@ -46,8 +46,8 @@ void place(Placing const& placing)
         throw SystemError(placing.failure, errno);
 }
 
-// The sources are closed when all streams stand, for standard error may share its source with
-// standard output. What was borrowed is closed as well: in the child it is one copy too many.
+// Call this after all streams are placed: standard error may share its source with standard
+// output. Closes borrowed descriptors too, because the child has copies of them.
 void closeSource(FdOwner& source)
 {
     if (source.owned == -1 && source.fd > STDERR_FILENO)
@@ -97,7 +97,7 @@ void prepare(ProcessLaunch& launch, ChildStreams& streams, ChildProgram const& p
         program.childSetup();
 }
 
-// exec promises not to write to the strings; its types do not say so.
+// exec does not write to the strings, although its types allow it.
 char* const* execVector(char const* const* strings)
 {
     return const_cast<char* const*>(strings);
@@ -121,14 +121,12 @@ char* const* execVector(char const* const* strings)
 
 } // namespace
 
-// CHILD: all that runs between fork and exec is this function and what it calls. The tool has
-// one thread, so the child is a whole copy of the process and no lock is held by a thread that
-// it lacks: allocation, exceptions, streams and the caller's childSetup are as sound here as in
-// the parent. Not sound is to return or to let an exception out, which would run the parent's
-// code, and its destructors, a second time. The signal mask and the signal actions stay as they
-// were at the fork: a stage of a pipeline starts with SIGCHLD blocked.
-// Deliberate: by exit and not by _exit. What was pending on the streams has been written out
-// before the fork.
+// CHILD: only this function and what it calls run between fork and exec. The tool has one thread,
+// so no lock is held by a thread that the child lacks. Allocation, exceptions, streams and the
+// caller's childSetup are as safe here as in the parent. Never return and never let an exception
+// out: the parent's code and its destructors would run a second time. The signal mask and actions
+// stay as they were at the fork, so a stage of a pipeline starts with SIGCHLD blocked.
+// Deliberate: exit and not _exit. Pending output was written out before the fork.
 void startChild(ProcessLaunch& launch, ChildStreams& streams, ChildProgram const& program)
 {
     int const report = launch.controlPipe.writeEnd.fd;

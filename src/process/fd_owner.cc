@@ -53,7 +53,7 @@ void FdOwner::close()
 
 int FdOwner::closeQuietly() noexcept
 {
-    // The fields go first: a signal handler that looks at them never meets a closed descriptor.
+    // Clears the fields first, so that a signal handler never sees a closed descriptor.
     int const descriptor = std::exchange(owned, -1);
     fd = -1;
     if (descriptor == -1)
@@ -67,7 +67,7 @@ PipeOwner::~PipeOwner() noexcept(false)
     int const saved = errno;
     int const write_code = writeEnd.closeQuietly();
     int const read_code = readEnd.closeQuietly();
-    // Deliberate: one message, that of the read end, for a failure of either end.
+    // Deliberate: the message names the read end whichever end failed.
     if (!quiet && (write_code != 0 || read_code != 0))
         throw SystemError("pipe read-end close", write_code != 0 ? write_code : read_code);
     if (quiet)

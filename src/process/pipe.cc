@@ -14,7 +14,7 @@ void mergeFlags(CommonFlags& stage, CommonFlags const& pipe)
 {
     if (stage.cwd.empty())
         stage.cwd = pipe.cwd;
-    // Deliberate: unlike the other flags, env replaces one that is there and fills none.
+    // Deliberate: unlike the other flags, the pipe's env replaces a stage's own and fills no gap.
     if (pipe.env && stage.env)
         stage.env = pipe.env;
     if (pipe.closeDescriptors)
@@ -34,8 +34,8 @@ int chosen(int mode)
     return mode == Unspecified ? int(Inherit) : mode;
 }
 
-// One slot a stage. A plain array, for the launches' destructors may raise: the rest of the
-// array is destroyed all the same then.
+// One slot per stage. A plain array, because a launch's destructor may raise: the rest of a plain
+// array is still destroyed then.
 class LaunchArray
 {
 public:
@@ -50,10 +50,9 @@ private:
     ProcessLaunch* const slots;
 };
 
-// A stage that ends without having read its input must not end the tool: while this lives,
-// SIGPIPE is caught, and the write sees EPIPE. It is caught and not ignored because exec puts
-// back the default for a caught signal only, so that the stages are untouched. An action other
-// than the default is the caller's and stays.
+// Catches SIGPIPE while it lives, so that a stage that ends without reading its input does not kill
+// the tool. The write fails with EPIPE instead. The signal is caught and not ignored, because exec
+// restores the default for caught signals only. An action of the caller's own stays.
 class SigPipeCatcher
 {
 public:
@@ -78,8 +77,8 @@ private:
     bool caught = false;
 };
 
-// Whoever started the tool may have left SIGCHLD blocked, as a pipeline does in its own stages.
-// No end of a stage would be seen then: while this lives, the signal comes through.
+// Unblocks SIGCHLD while it lives. The tool may have been started with SIGCHLD blocked, as a stage
+// of a pipeline is, and would then never notice the end of a stage.
 class ChildSignalOpener
 {
 public:
@@ -98,7 +97,7 @@ private:
     sigset_t old = {};
 };
 
-// Raises the stage's error if it could not be started, and notes it otherwise.
+// Enters the stage into the tables. Raises its error if it could not be started.
 void enterStage(ProcessLaunch& launch, ProcessSetCatcher& catcher,
                 std::vector<ProcessStatus>& statuses)
 {

@@ -17,8 +17,8 @@ namespace {
 
 constexpr size_t block_size = 1024;
 
-// What is busiest comes first: behind a descriptor that is ready, poll only looks at the others
-// and does not queue up at them.
+// The busiest descriptor comes first: after a ready one poll only checks the others and does not
+// enter their wait queues.
 enum PolledSlot : size_t
 {
     input_slot,
@@ -34,9 +34,8 @@ int look(std::vector<pollfd>& polled, int timeout)
     return retryOnSignal([&] { return poll(polled.data(), nfds_t(polled.size()), timeout); });
 }
 
-// Lets the pipes fill, or empty, for a while that is too short for them to do so wholly, or until
-// a stage has ended. A program that prints as fast as it is read is spared a wake-up for each of
-// its pieces.
+// Pauses until a stage ends, at most for a time too short to fill or empty a pipe. So a program
+// that prints fast is not woken for each piece that is read.
 void pauseUntil(pollfd stage_end)
 {
     ErrnoKeeper const keeper;
@@ -44,7 +43,7 @@ void pauseUntil(pollfd stage_end)
     ppoll(&stage_end, 1, &longest, nullptr);
 }
 
-// A stopped stage goes on.
+// False for a stopped stage, which may go on.
 bool isFinal(ProcessStatus const& status)
 {
     return status.first != 0 && (WIFEXITED(status.second) || WIFSIGNALED(status.second));
@@ -92,7 +91,7 @@ void PipePump::addChannels()
     ProcessLaunch& last = launches[pipe.stages.size() - 1];
     if (pipe.stdoutMode == Capture)
         addChannel(last.stdoutPipe, &pipe.stdoutReceiver);
-    // Deliberate: always the last stage's descriptor, whichever stage asked for the capture. An
+    // Deliberate: reads the last stage's descriptor, whichever stage asked for the capture. An
     // earlier stage's standard error is never read.
     for (Parameters<PipeProcessFlags> const& stage : pipe.stages)
         if (stage.stderrMode == Capture)
@@ -146,7 +145,7 @@ void PipePump::noteEnds()
         noteEnd(i);
 }
 
-// Whether the stage is found to have ended, which is once.
+// True once: when the stage is first found to have ended.
 bool PipePump::noteEnd(size_t stage)
 {
     ProcessStatus& status = pipe.statuses[stage];

@@ -23,7 +23,7 @@ namespace orvek::process {
 
 namespace {
 
-// What preparing one of the three streams needs to know about it.
+// The reports and flags for preparing one of the three streams.
 struct Stream
 {
     char const* dev_null_failure;
@@ -57,7 +57,7 @@ FdOwner openCapture(Stream const& stream, FdOwner& tool_end)
     return std::move(made.writeEnd);
 }
 
-// The descriptor that the child will have; the other end of a capture goes to tool_end.
+// Returns the child's descriptor. Sets tool_end to the other end of a capture.
 FdOwner prepareStream(Stream const& stream, int mode, FdOwner& tool_end)
 {
     if (mode >= 0)
@@ -75,14 +75,14 @@ FdOwner prepareStream(Stream const& stream, int mode, FdOwner& tool_end)
     }
 }
 
-// The same descriptor as the child's standard output; an inherited one is its descriptor 1.
+// The descriptor of the child's standard output, which is 1 for an inherited one.
 FdOwner sharedWithStdout(FdOwner const& out)
 {
     return FdOwner::borrowed(out.fd >= 0 ? out.fd : STDOUT_FILENO);
 }
 
-// A child that cannot exec leaves by exit, which writes out whatever it finds pending: text of
-// the parent's that was still in a buffer would be printed twice.
+// Call this before the fork. A child that cannot exec leaves by exit, which flushes the buffers:
+// pending text of the parent would be printed twice.
 void flushPending()
 {
     uerr.flush();
@@ -125,7 +125,7 @@ void ProcessLaunch::waitExec()
     if (!report.type)
         return;
     {
-        // The report has ended because the child has: there is nothing to wait for.
+        // The child has ended, since its report has: waitpid returns at once.
         ErrnoKeeper const keeper;
         int status = 0;
         if (retryOnSignal([&] { return waitpid(pid, &status, 0); }) == pid)

@@ -41,7 +41,7 @@ ProcessSetCatcher::~ProcessSetCatcher() noexcept(false)
     try {
         remove(unwinding);
     } catch (std::exception const&) {
-        // The handler must not outlive the table that it writes to.
+        // The signal handler must not outlive the table that it writes to.
         abandon();
         if (!unwinding)
             throw;
@@ -77,7 +77,7 @@ void ProcessSetCatcher::remove(bool force)
     controlPipe.readEnd.close();
     if (!force && finished < processes.size())
         throw std::logic_error("there're some child processes still running");
-    // The table is emptied last: as long as the handler stands it may be looking in it.
+    // The handler reads the table, so it is removed before the table is emptied.
     if (changeAction(&oldAction, nullptr) == -1)
         throw SystemError("restore sigaction", errno);
     __global_handler = nullptr;
@@ -115,8 +115,7 @@ void ProcessSetCatcher::note(int pid, int status)
     retryOnSignal([this] { return write(controlPipe.writeEnd.fd, "t", 1); });
 }
 
-// Runs as a signal handler: nothing but the entries of the table, the counters, the self-pipe
-// and errno.
+// A signal handler: it touches only the table's entries, the counters, the self-pipe and errno.
 void ProcessSetCatcher::childHandler(int, siginfo_t*, void*)
 {
     ProcessSetCatcher* const catcher = __global_handler;

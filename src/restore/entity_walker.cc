@@ -16,7 +16,7 @@ using namespace orvek::mysql;
 
 namespace {
 
-// The Unicode form, or nothing after a warning.
+// The Unicode form. Nothing, after a warning, when the name cannot be converted.
 std::optional<std::string> unicodeName(std::string const& name)
 {
     try {

@@ -10,7 +10,7 @@ using namespace orvek::mysql;
 
 namespace {
 
-// What the steps of one domain share. The name is in Unicode.
+// The steps of one domain share this. The name is in Unicode.
 struct Domain
 {
     std::string const& id;
@@ -71,8 +71,8 @@ void processDomain(Result::row_t const& row, MailsrvEntitiesCallbacks& callbacks
     std::string const& id = row["id"];
     std::string const& ascii_name = row["name"];
     long const status = row["status"];
-    // Deliberate: a row without this column fails, but the value is read again later, together with
-    // its parameters.
+    // Deliberate: reads the column only to fail on a row without it. The value is read again later,
+    // with its parameters.
     static_cast<void>(row["nonExisting"]);
     std::string const name = idn::toUtf8(ascii_name);
 
@@ -89,7 +89,7 @@ void processDomain(Result::row_t const& row, MailsrvEntitiesCallbacks& callbacks
 std::string getDomainCatchallParam(std::string const& domainId, std::string const& domainName,
                                    std::string const& name, Connection& conn)
 {
-    // Deliberate: "Catcall".
+    // Deliberate: the text says "Catcall".
     return firstValue(conn, "Domain Catcall configuration for domain " + domainName,
                       "SELECT p.value AS value  FROM Parameters p, DomainServices ds    WHERE "
                       "p.id = ds.parameters_id      AND p.parameter='" +

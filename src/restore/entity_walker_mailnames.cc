@@ -18,10 +18,10 @@ constexpr BadNumberWarning bad_default_quota{"Warning: invalid default mailbox q
 constexpr BadNumberWarning bad_quota{"Warning: invalid mailbox quota value '",
                                      "' stored in Orvek DB, ignored"};
 
-// A mailbox without a quota of its own has this value.
+// The panel's value for a mailbox without a quota of its own.
 constexpr long unset_quota = -1;
 
-// What the steps of one mailname share.
+// The steps of one mailname share this.
 struct Mailname
 {
     std::string const& domain;
@@ -107,7 +107,7 @@ void addMailGroup(Mailname const& mailname)
     std::string const& id = mailname.row["id"];
     WalkStep step("   executing mail group forwarding cycle for ", mailname.name);
     std::vector<std::string> addresses;
-    // A group whose addresses could not be read is left alone: an empty group would lose mail.
+    // Leaves the group alone if its addresses could not be read: an empty group would lose mail.
     if (forEachRow(mailname.conn, "Mail Forwards cycle for " + mailname.name,
                    "SELECT address FROM mail_redir WHERE mn_id=" + id,
                    [&](Result::row_t const& row) { addresses.push_back(row["address"]); }))

@@ -40,7 +40,8 @@ std::vector<std::string> serversIn(std::string const& text)
     return servers;
 }
 
-// Empty when the panel has blocking lists switched off; nothing after a warning.
+// Empty when the panel has switched blocking lists off. Nothing, after a warning, when the setting
+// cannot be read.
 std::optional<std::vector<std::string>> rblServers(Connection& conn)
 {
     try {
@@ -54,8 +55,7 @@ std::optional<std::vector<std::string>> rblServers(Connection& conn)
     }
 }
 
-// A list that could not be read leaves the servers as they are: an empty list would switch them
-// off.
+// Keeps the servers if the list could not be read: an empty list would switch them off.
 void setRblServers(MailsrvEntitiesCallbacks& callbacks, Connection& conn)
 {
     if (!callbacks.setRblServers)

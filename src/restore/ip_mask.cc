@@ -10,7 +10,7 @@ namespace orvek::mail::restore {
 
 namespace {
 
-// A mask with a gap would whitelist strangers if its ones were counted.
+// no_prefix for a mask with a gap: counting its ones would whitelist strangers.
 unsigned short prefixOf(std::uint32_t mask)
 {
     int const ones = std::countl_one(mask);

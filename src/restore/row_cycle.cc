@@ -23,7 +23,7 @@ std::optional<Result> reportedResult(Connection& conn, std::string const& contex
     }
 }
 
-// Fetches a row and passes it to each; false at the end of the rows.
+// Fetches a row and passes it to each. False after the last row.
 bool reportedRow(Result& result, Result::row_t& row, std::string const& context,
                  std::function<void(Result::row_t const&)> const& each)
 {

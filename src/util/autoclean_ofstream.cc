@@ -14,7 +14,7 @@ AutocleanOFStream::~AutocleanOFStream()
 {
     ErrnoKeeper const keeper;
     unlink(file_path.c_str());
-    // Here, for it may write what is left and fail, and must do so under the keeper.
+    // Closed here under the keeper: it writes what is left and may fail.
     rdbuf()->close();
 }
 

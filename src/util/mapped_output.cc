@@ -12,7 +12,7 @@ namespace orvek {
 
 namespace {
 
-// Large enough that reserving and mapping do not count, small enough for the tool's memory.
+// Large enough to make reserving and mapping cheap, small enough for the tool's memory.
 constexpr std::size_t largest_window = std::size_t(256) * 1024;
 
 int openWritable(std::string const& path)
@@ -64,7 +64,7 @@ MappedOutput::int_type MappedOutput::overflow(int_type character)
     return traits_type::not_eof(character);
 }
 
-// A disk without room for a window may still have room for a part of it.
+// Maps a smaller window if the disk has no room for a whole one.
 bool MappedOutput::mapNext()
 {
     int const before = errno;

@@ -10,7 +10,7 @@ namespace orvek {
 
 namespace {
 
-// A null text sets the stream's bad bit, which is all that can be said of it.
+// A null text sets the stream's bad bit, so nothing more is printed.
 void printText(detail::ReportedText const& reported)
 {
     if (!reported.text)
@@ -26,8 +26,8 @@ void printText(detail::ReportedText const& reported)
 void detail::reportFatalError(char const* mangled_type, ReportedText text,
                               Traceback const* traceback)
 {
-    // type_info::name() may begin with "*", which marks a type that is local to one object
-    // file and is no part of the name.
+    // A leading "*" in type_info::name() marks a type that is local to one object file. It is not
+    // part of the name.
     if (mangled_type && *mangled_type == '*')
         ++mangled_type;
     int status = -1;

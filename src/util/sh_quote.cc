@@ -8,7 +8,7 @@ namespace orvek {
 
 namespace {
 
-// The table is one of ASCII; it has nothing to say on what lies above.
+// The table covers ASCII only; '-' for every byte above.
 char escapeClass(char byte)
 {
     auto const index = static_cast<unsigned char>(byte);

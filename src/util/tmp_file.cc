@@ -17,7 +17,7 @@ std::pair<std::string, int> makeUnique(std::string const& prefix)
 {
     std::string name = prefix + "XXXXXX";
     int const fd = mkstemp(name.data());
-    // Deliberate: the message has its own colon, and gets another one in front of the reason.
+    // Deliberate: the message has a colon of its own, and gets a second one before the reason.
     if (fd < 0)
         throwSystemError("mkstemp() failed: ", errno);
     return {name, fd};
@@ -40,7 +40,7 @@ TmpFile::~TmpFile()
 {
     if (!autoclean || unlink(file_path.c_str()) == 0)
         return;
-    // Taken before the first word is written: that flushes standard output, which may fail.
+    // Saved before printing: std::cerr flushes standard output, which may fail and change errno.
     int const code = errno;
     std::cerr << "TmpFile autoclean failed: " << strerror(code) << std::endl;
 }

@@ -11,7 +11,7 @@ namespace orvek {
 
 namespace {
 
-// One buffer for the demangled names of all frames; __cxa_demangle grows it as it needs.
+// One buffer for the demangled names of all frames. __cxa_demangle grows it as needed.
 class Demangler
 {
 public:

@@ -2,8 +2,8 @@
 
 #include "lib/report/visible.h"
 
-// Not only for the streams: their initialiser runs before uerr's constructor, so that they
-// are still there when uerr is destroyed.
+// Needed for its initialiser too: it runs before uerr's constructor, so the streams still exist
+// when uerr is destroyed.
 #include <iostream>
 
 namespace orvek {
@@ -29,7 +29,7 @@ int UtilityErrorStreamBuf::sync()
     return 0;
 }
 
-// There is no put area, so every character comes here.
+// The buffer has no put area, so every character comes here.
 UtilityErrorStreamBuf::int_type UtilityErrorStreamBuf::overflow(int_type c)
 {
     if (!traits_type::eq_int_type(c, traits_type::eof())) {

@@ -1,4 +1,4 @@
-"""Which faults there are: the calls of a good run of the tool, and how each of them may fail."""
+"""Lists the faults to try: the calls of a good run of the tool, and how each of them may fail."""
 import contextlib
 import dataclasses
 import os
@@ -12,8 +12,8 @@ import mailhost
 
 LOG = "/run/mailvek/faults/strace"
 
-# How a call may fail. EINTR stands where a signal or a file system over a network can end it.
-# Calls that are not named here cannot fail, or fail by lack of memory alone.
+# How a call may fail. EINTR is here for calls that a signal or a network file system can end.
+# Other calls cannot fail, or only for lack of memory.
 FILE = ("EIO", "EACCES")
 NEW_NAME = ("ENOSPC", "EIO", "EACCES")
 ERRORS = {
@@ -36,25 +36,24 @@ ERRORS = {
     "execve": ("EIO", "EACCES", "EMFILE"), "semop": ("EINTR",), "semget": ("ENOSPC", "EACCES"), "semctl": ("EACCES",),
     "clock_nanosleep": ("EINTR",),
 }
-# Calls that may change what others see. A process that is killed after any other call leaves
-# what it would have left when killed after the last of these.
+# Calls that may change what others see. A process killed after any other call leaves the same as one
+# killed after the last of these.
 TELLING = re.compile(
     r"write|pwrite64|writev|fsync|ftruncate|fallocate|close|rename|link|symlink|mkdir|unlink|rmdir|chmod|fchmod|chown|"
     r"fchown|lchown|utimensat|flock|fcntl|connect|sendto|clone|vfork|wait4|poll|recvfrom|read\(\d+<pipe|"
     r"openat.*O_CREAT|openat.*O_TRUNC|copy_file_range|sendfile|semop|semctl|semget")
-# The libraries' own search for their parts, without which there is nothing to run.
+# The libraries' search for their own parts, without which the tool cannot run at all.
 LIBRARIES = re.compile(r"\"(/usr)?/lib/|</usr/lib/|ld\.so\.cache|nscd/socket")
 
 
-# Calls that are failed in the tool's children alone, which the tool itself does not make. They
-# fail in each child of a run.
+# Calls that only the tool's children make. They fail in every child of a run.
 OF_CHILDREN = ("execve", "dup2")
 
 
 @dataclasses.dataclass(frozen=True)
 class Fault:
-    """One call of the tool, the number-th of its kind, that fails once with error, and how strace
-    shows it; with KILL the process dies at its beginning, and shown is the call before it."""
+    """The number-th call of its kind fails once with error. shown is how strace shows the call. With
+    KILL the process dies when the call begins, and shown is the call before it."""
 
     call: str
     number: int
@@ -67,7 +66,7 @@ class Fault:
         return f"{self.call}:{what}{when}"
 
     def strace(self):
-        """The words in front of the tool's own."""
+        """The words before the tool's command line."""
         words = ["strace", "-qq", "-y", "-o", LOG, "-e", "signal=none", "-e", f"trace={self.call}"]
         if self.call in OF_CHILDREN:
             words += ["-f"]
@@ -76,8 +75,8 @@ class Fault:
         return [*words, "-e", f"inject={self.injection()}"]
 
     def injected(self):
-        """Whether the run that has just been traced came to this call, and not to another one
-        of its number: runs differ in how often they read and are woken up."""
+        """Whether the last traced run failed at this very call. Another call may have its number, because
+        runs differ in how often they read and are woken up."""
         if self.error == "KILL":
             return True
         lines = [line for line in mailhost.read(LOG).splitlines() if line.endswith("(INJECTED)")]
@@ -90,14 +89,14 @@ class Fault:
 
 
 def place(line):
-    """What a call is about: what its descriptor is open on, of pipes and sockets the kind, or
-    the path that it is given. Without what is random in names."""
+    """The object of a call: the file that its descriptor is open on, the kind of a pipe or socket, or
+    the path that it is given. Random parts of names are left out."""
     found = re.match(r'\w+\(\d+<([^>]*)>', line) or re.match(r'\w+\([^"]*"([^"]*)"', line)
     return found and re.sub(r"\[\d+\]|[-.]\w{6}(?=/|$)|\d+\.\d+\.|\.OrvekSaved\.\d+|/files/\w{32}", "", found[1])
 
 
 def traced(arguments, env):
-    """A good run: how it ended, and its calls as (name, number, line) from main's beginning."""
+    """Does a good run. Returns how it ended, and its calls as (name, number, line) from the start of main."""
     words = ["strace", "-qq", "-y", "-s", "16", "-o", LOG, "-e", "signal=none"]
     ended = mailhost.run(*words, mailhost.TOOL, *arguments, env=env)
     counts, found, begun = {}, [], False
@@ -106,20 +105,20 @@ def traced(arguments, env):
         counts[name] = counts.get(name, 0) + 1
         if begun:
             found.append((name, counts[name], line))
-        # The loader is done when it gives back its list of libraries.
+        # The loader is done when it unmaps its list of libraries.
         begun = begun or (name == "munmap" and not found)
     return ended, found
 
 
-# A run is looked at after each of these: what is on the disk then is whole. None of them is
-# begun again for a signal, as a fork is, and so would stop for ever.
+# A run is inspected after each of these calls, when the files on disk are whole. None of them restarts
+# after a signal, as a fork does: such a call would stop for ever.
 STEPS = "rename,renameat,unlink,rmdir,mkdir,symlink,wait4"
 
 
 @contextlib.contextmanager
 def step_by_step(arguments, env):
-    """A good run that stops after each step: what is given goes on to the next one, and says
-    whether there was one."""
+    """Does a good run that stops after each step. Yields a function that goes on to the next step and
+    returns whether there was one."""
     log = pathlib.Path(LOG)
     log.write_bytes(b"")
     words = ["strace", "-qq", "-o", LOG, "-e", f"trace={STEPS}", "-e", f"inject={STEPS}:signal=STOP", "--"]
@@ -149,12 +148,12 @@ def child_of(pid):
 
 
 def children(arguments, env):
-    """What the tool's children do until they become another program, as traced() gives it: the
-    programs, each once, and the first, second, ... descriptor that any of them puts in place."""
+    """The calls of the tool's children until exec, in the form of traced(): each program once, and the
+    first, second, ... descriptor that any child puts in place."""
     words = ["strace", "-f", "-qq", "-y", "-o", LOG, "-e", "signal=none", "-e", f"trace={','.join(OF_CHILDREN)}"]
     mailhost.run(*words, mailhost.TOOL, *arguments, env=env)
     begun, counts, found = {}, {}, {}
-    for line in mailhost.read(LOG).splitlines()[1:]:  # the first is how the tool itself became one
+    for line in mailhost.read(LOG).splitlines()[1:]:  # the first line is the exec of the tool itself
         pid, line = line.split(maxsplit=1)
         name = line.split("(", 1)[0]
         if begun.get(pid) or name not in OF_CHILDREN:
@@ -167,14 +166,14 @@ def children(arguments, env):
 
 
 def shown_of(line):
-    """A call without its result. A file that is opened by way of its descriptor is named after it."""
+    """A call without its result. For a file opened through /proc/self/fd, the file's name follows."""
     call, _, result = line.partition(" = ")
     opened = '"/proc/self/fd/' in call and re.match(r"\d+<([^>]*)>", result)
     return call.rstrip() + (f" of {opened[1]}" if opened else "")
 
 
 def faults(found, of_children):
-    """Every fault of a run with these calls of the tool and of its children."""
+    """Every fault for these calls of the tool and of its children."""
     rows, last, written = [], None, set()
     for name, number, line in found:
         shown = shown_of(line)
@@ -188,10 +187,10 @@ def faults(found, of_children):
 
 
 def may_fail(name, line, written):
-    """Whether there are faults of this call; written are the files written to so far.
+    """Whether this call has faults. written are the files written to so far.
 
-    strace does not make the call that it lets fail. A descriptor is gone after a close that
-    fails, so only those fail whose staying open means nothing: of files that were written.
+    strace does not execute the call that it makes fail, so a descriptor stays open after a failing close.
+    Only for a file that was written does that not matter, so only those closes fail.
     """
     file = re.search(r"<([^>]*)>", line)
     if name in ("write", "pwrite64", "writev") and file:
@@ -209,7 +208,7 @@ def errors(name, line):
     if name == "openat" and "O_CREAT" in line:
         return ("ENOSPC", *ERRORS[name])
     if re.search(r"\(\d+<(pipe|socket):", line) and name in ("read", "write", "writev"):
-        return ("EINTR",)  # no disk can fail
+        return ("EINTR",)  # no disk is involved
     if name == "newfstatat" and re.search(r"\(\d+<", line):  # of an open file
         return ("EIO",)
     return ERRORS[name]

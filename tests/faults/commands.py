@@ -1,4 +1,4 @@
-"""The commands that are run with faults, and the host that they find."""
+"""The commands that run with faults, and the host that they run in."""
 import dataclasses
 import os
 
@@ -20,7 +20,7 @@ OTHER = {"ORV_PASSWORD": "another"}
 
 @dataclasses.dataclass(frozen=True)
 class Command:
-    """A command under test. before are commands that have been run in the host it finds."""
+    """A command under test. The commands in before run first."""
 
     arguments: tuple
     env: dict = dataclasses.field(default_factory=dict)
@@ -65,8 +65,8 @@ COMMANDS = {
 
 
 def inhabited():
-    """A host with one domain, its alias domain and two mailnames, one of them with everything
-    that a mailname can have. Postfix and Courier are stand-ins."""
+    """Makes a host with a domain, its alias domain and two mailnames. One of them has everything that a
+    mailname can have. Postfix and Courier are stand-ins."""
     mailhost.start("mariadb")
     for script in ("/etc/init.d/postfix", "/etc/init.d/courier-imap"):
         spy(script, Rule(exit=0))
@@ -90,6 +90,6 @@ def inhabited():
     done("--set-password", *ANNA, env=PLAIN)
     done("--add-redirect", *ANNA, "--redirect-email=a@example.org")
     done("--add-attachment", *ANNA, "--file-name=/tmp/upload", "--attachment-file-name=a.txt")
-    write("/tmp/upload", "another attachment\n" * 3000)  # it has gone into the store
+    write("/tmp/upload", "another attachment\n" * 3000)  # the first one has moved into the store
     for address in (f"anna@{DOMAIN}", f"anna@{ALIAS}"):
         panel.add_hook(address)

@@ -1,11 +1,11 @@
-"""Faults after which a promise does not hold, each with the reason why that is as it should be.
+"""Faults after which a promise need not hold, each with the reason.
 
-Each is told as narrowly as it is known: by the error, the call and the path of the fault, and by what
-was seen after it. A fault that does the same elsewhere, or does more, is a broken promise.
+A row is as narrow as it can be: it names the error, the call and the path of the fault, and what was
+seen after it. The same fault elsewhere, or one that does more, is a broken promise.
 """
 import re
 
-# Where faults are, and what they leave.
+# The paths of faults and of what they leave.
 HANDLERS = "/usr/local/orv/handlers"
 NAME = r"\d+-(check|spam|autoresponder)"
 PART = r"(context|executable|handler-type|hook|recipient)"
@@ -22,7 +22,7 @@ UPLOADED = r"/var/qmail/mailnames/example\.com/anna/@attachments/b\.txt"
 QUOTA = r"/var/qmail/mailnames/example\.com/(anna|carl)/Maildir/maildirsize"
 KEY = r"/etc/domainkeys/example\.com/default is .*"
 
-# Faults, by what the tool was about.
+# Faults, named after what the tool was doing.
 LOOK_AT_HANDLERS = rf"E\w+ (getdents64|newfstatat|openat|read)\(.*{HANDLERS}/info.*"
 FIND_PROGRAM = r'E\w+ (readlink|newfstatat)\(.*"/(bin|usr)\b.*'
 TAKE_LOCK = (rf"E\w+ (fchmod|fchown|fcntl|flock|newfstatat)\(\d+<{LOCK}>.*|E\w+ openat\(.* of {LOCK}|"
@@ -47,8 +47,8 @@ LOOK_AT_USERS = r"E\w+ (newfstatat|openat|read)\(.*/etc/(nsswitch\.conf|passwd).
 LOOK_AT_ATTACHMENTS = (r"E\w+ newfstatat\((AT_FDCWD|\d+)</var/qmail/mailnames/example\.com/(anna|carl)"
                        r'(>, "@attachments"|/@attachments>, "a\.txt").*')
 
-# A success without the whole result. What is missing is told with handlers last: where they come
-# first, nothing else is.
+# A success without the whole result. The list of what is missing has handlers last: where it begins
+# with handlers, nothing else is missing.
 LACKING = "0 without the whole result: "
 LACKING_HANDLERS = rf"{LACKING}{HANDLERS}/(before-local|info)/.*; said: .*"
 OF_ALIAS_DOMAIN = rf"{MAP}\.db \S*alias\.test: [^,;]*"
@@ -63,7 +63,7 @@ LINE_IGNORED = "The removal of a delivery line that may not be there is tried an
 NO_USER = "An unknown user has root's group. The uploaded key is removed after a success, so the command cannot be repeated."
 UNSEEN_ATTACHMENT = "An attachment that cannot be looked at does not count."
 
-# Commands, promise, fault, what was seen, reason. What was seen may refer to groups of the fault.
+# Commands, promise, fault, what was seen, reason. "What was seen" may refer to groups of the fault.
 EXCEPTIONS = (
     (".*", "left over", CLEAR_ROOM, rf"{ROOM}(/.*)?", EMPTIED_ROOM),
     (".*", "status", CLEAR_ROOM, rf"{LACKING}{ROOM}[^;]* is there(; {ROOM}[^;]* is there)*; said: .*", EMPTIED_ROOM),
@@ -144,7 +144,7 @@ EXCEPTIONS = (
 
 
 def reason_for(command, fault, promise, said):
-    """Why this broken promise is none, or None."""
+    """The reason why this promise need not hold here, or None."""
     for names, what, call, seen, reason in EXCEPTIONS:
         if re.fullmatch(names, command) and what == promise and re.fullmatch(
                 f"(?:{call}) => (?:{seen})", f"{fault.error} {fault.shown} => {said}", re.S):

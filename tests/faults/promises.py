@@ -1,4 +1,4 @@
-"""What holds after every fault. A broken promise is (its name, what was seen)."""
+"""The promises that hold after every fault. A broken one is reported as (its name, what was seen)."""
 import contextlib
 import fcntl
 import glob
@@ -8,15 +8,15 @@ import time
 
 import mailhost
 
-# What a process that was killed may leave beside the files themselves.
+# Files that a killed process may leave.
 UNFINISHED = re.compile(
     r"/\.qmail\.tmp$|\.\w{6}$|/Maildir/tmp/|/orvek/\.[a-z_]+\.room-\d+(/|$)|/handlers/info/[^/]*\*|\.OrvekSaved\.\*")
 LINES_OF_A_CRASH = re.compile(r"terminate called|Sanitizer|runtime error:|Assertion|stack smashing|corrupted|double free")
 
 
 def of_files(seen, good, killed):
-    """The view after the fault, held against those that a good run passes through: the first
-    is what it finds, the last what it makes."""
+    """Compares the files after the fault with those at each step of a good run. The first step is what
+    the run finds, the last what it makes."""
     paths = set(seen).union(*good)
     for path in sorted(paths):
         known = [view.get(path) for view in good]
@@ -47,14 +47,14 @@ def of_content(path, now, known):
 
 
 def of_records(path, now, versions):
-    """Each record is one that a good run passes through."""
+    """Each record must be as it is at some step of a good run."""
     for key in set(now).union(*versions):
         if now.get(key) not in [version.get(key) for version in versions]:
             yield "record", f"{path}: {key}: {now.get(key)}"
 
 
 def of_processes(before):
-    """No process is left; those of a tool that was killed have time to see that it is gone."""
+    """No process may be left. Those of a killed tool get time to notice that it is gone."""
     deadline = time.monotonic() + 5
     while left := processes() - before:
         if time.monotonic() > deadline:
@@ -71,7 +71,7 @@ def processes():
 
 
 def of_locks():
-    """Every lock can be had at once."""
+    """Every lock must be free."""
     paths = [mailhost.MAPS, "/etc/postfix/main.cf", "/etc/postfix/master.cf"]
     for path in paths + glob.glob("/run/lock/files/*") + glob.glob(f"{mailhost.MAPS}/*"):
         with contextlib.ExitStack() as stack:
@@ -86,7 +86,7 @@ def of_locks():
 
 
 def of_ending(ended, fault, logged, lacking):
-    """How the tool said that it ended. lacking is what differs from a good run's result, if anything."""
+    """Checks how the tool ended. lacking is what differs from a good run's result, if anything."""
     if ended is None:
         yield "hang", "did not come back"
         return

@@ -1,10 +1,10 @@
 # shellcheck shell=bash
-# common - what the verbs of ./dev share; read by bash, from the root of the checkout
+# common - shared by the verbs of ./dev, which source it from the root of the checkout
 
 say() { echo "dev: $*" >&2; }
 give_up() { say "$@"; exit 1; }
 
-# Runs a command as root: as it is for root, through sudo for anybody else.
+# Runs a command as root, through sudo if need be.
 as_root() {
     if [ "$EUID" = 0 ]; then
         "$@"
@@ -14,7 +14,7 @@ as_root() {
     fi
 }
 
-# Runs a command that takes time, with its output kept back; shows it when the command fails.
+# Runs a command and shows its output only when it fails.
 quietly() {
     local log status=0
     log=$(mktemp)
@@ -31,7 +31,7 @@ missing_packages() { # LIST_FILE...
     done
 }
 
-# Installs the packages of the lists that are missing; does nothing when none is.
+# Installs the missing packages of the lists.
 install_packages() { # LIST_FILE...
     local missing
     mapfile -t missing < <(missing_packages "$@")
@@ -43,8 +43,8 @@ install_packages() { # LIST_FILE...
     say "packages installed"
 }
 
-# Configures and builds a preset, all of it or the named targets. On a terminal ninja shows
-# its progress there; elsewhere its output is shown when it fails.
+# Configures a preset and builds all of it or the named targets. On a terminal it shows ninja's
+# progress, elsewhere ninja's output when the build fails.
 build() { # PRESET [TARGET...]
     local preset=$1 started=$SECONDS build=(cmake --build --preset "$1")
     shift
@@ -57,7 +57,7 @@ build() { # PRESET [TARGET...]
     say "preset $preset built in $((SECONDS - started)) s"
 }
 
-# Why this machine allows no throw-away mail hosts; nothing when it allows them. An image that
+# Prints why this machine allows no throw-away mail hosts, or nothing when it does. An image that
 # cannot be built is an error, not a refusal.
 host_refusal() {
     (as_root tests/host/enter --bare true) 2>&1 || return 0

@@ -1,4 +1,4 @@
-// Reads a parameter of main.cf again and again: bench_read_parameter NAME TIMES
+// Reads a parameter of main.cf several times: bench_read_parameter NAME TIMES
 
 #include "postfix/main_cf/main_cf_manager.h"
 

@@ -1,4 +1,4 @@
-"""_maps - maps as they are on servers, and the two sides of a rewrite"""
+"""_maps - makes maps like those on servers, and the rows that rewrite or extend them"""
 
 import shutil
 import subprocess
@@ -40,7 +40,7 @@ def dump_sum(path: Path) -> bytes:
 
 
 def rename_row(bench: Bench, records: int) -> Row:
-    """Renaming one domain by filterRecords, against the pipeline that a person would write."""
+    """Renaming one domain with filterRecords, against the pipeline that a person would write."""
     path, kept = bench.directory / "virtual", bench.directory / "kept"
     build(path, virtual_text(records))
     shutil.copyfile(f"{path}.db", kept)
@@ -60,7 +60,7 @@ def rename_row(bench: Bench, records: int) -> Row:
 
 
 def add_row(bench: Bench, records: int) -> Row:
-    """Adding records to an empty map by one run, against postmap fed from a file."""
+    """Adding records to an empty map with one run, against postmap fed from a file."""
     path, text = bench.directory / "virtual", bench.directory / "text"
     build(path, "")
     text.write_text(virtual_text(records))

@@ -1,4 +1,4 @@
-// Adds the records of its standard input, in text form, to a map: bench_add_records MAP
+// Adds text records from standard input to a map: bench_add_records MAP
 
 #include "postfix/maps/database_helper.h"
 
@@ -9,7 +9,7 @@
 
 namespace {
 
-// Reads the records as they are asked for, so that holding them costs nothing. One pass only.
+// Reads a record when it is asked for, so that no memory is needed for the others. One pass only.
 class Reading
 {
 public:

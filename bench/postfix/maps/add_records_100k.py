@@ -1,4 +1,4 @@
-"""Adding 100,000 records to a map by one addRecords."""
+"""Adding 100,000 records to a map with one call of addRecords."""
 
 from _maps import add_row
 

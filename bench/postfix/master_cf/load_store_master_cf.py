@@ -1,4 +1,4 @@
-"""Loading and storing a master.cf of 200 services, against postconf changing a column of one."""
+"""Loading and storing a master.cf of 200 services, against postconf changing one column of one."""
 
 import shutil
 

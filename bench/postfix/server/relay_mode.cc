@@ -1,4 +1,4 @@
-// Sets a relay mode, which is three writes and two reads of one parameter: bench_relay_mode
+// Sets a relay mode, which takes three writes and two reads of one parameter: bench_relay_mode
 
 #include "postfix/main_cf/main_cf_manager.h"
 

@@ -1,6 +1,6 @@
 """Setting a relay mode, against the same five runs of postconf from a shell.
 
-postconf waits for a main.cf that changed just now, a shell's as well; the tool need not.
+postconf waits when main.cf has changed just now, also when a shell runs it. The tool avoids the wait.
 """
 
 import shutil
@@ -14,7 +14,7 @@ CLAUSE = "check_client_access pcre:/var/spool/postfix/orvek/no_relay.re"
 
 def row(bench):
     postconf = "/usr/sbin/postconf"
-    kept = shutil.copy2(MAIN_CF, bench.directory)  # with its old date
+    kept = shutil.copy2(MAIN_CF, bench.directory)  # keeps the old date
     return Row(
         ours=[bench.program("bench_relay_mode")],
         other=["/bin/sh", "-c",

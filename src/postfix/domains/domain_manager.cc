@@ -41,8 +41,8 @@ std::string anyAddress(std::string const& domain)
     return '@' + domain;
 }
 
-// Quoted twice: Postfix removes one layer when it reads the record, its shell the other. The double
-// quotes make the whole command one value.
+// Quotes the message twice: Postfix removes one layer when it reads the record, and the shell the
+// other. The double quotes make the whole command one value.
 std::string bouncePipe(std::string message)
 {
     std::string command = "\"|/usr/lib64/orvek-9.0/bouncemessage";
@@ -72,7 +72,7 @@ void removeDomainFrom(char const* map, std::string const& domain, bool subdomain
         map, ElementsFilter<NotInDomainFilter>(NotInDomainFilter{domain, subdomains}));
 }
 
-// The names of the panel's list. The query has reported a list that cannot be read.
+// Unwraps a list of the panel. Raises when it could not be read, which the query has reported.
 std::vector<std::string> required(NameList names, std::string const& domain)
 {
     if (!names)
@@ -80,7 +80,7 @@ std::vector<std::string> required(NameList names, std::string const& domain)
     return std::move(*names);
 }
 
-// The mark of an alias domain, and all names of the domain under the alias.
+// The record that marks an alias domain, and all names of the domain under the alias.
 Records aliasRecords(std::string const& domain, std::string const& alias)
 {
     Records records = {{alias, "1"}};
@@ -115,7 +115,7 @@ void DomainManager::createDomain(std::string const& domain, long quota, bool dis
     createDomainRecord(batch, domain, disabled);
 }
 
-// The addresses are written twice for a domain that is enabled; that is harmless.
+// An enabled domain gets its addresses twice, which is harmless.
 void DomainManager::createDomainRecord(BatchDatabaseHelper& batch, std::string const& domain,
                                        bool disabled)
 {

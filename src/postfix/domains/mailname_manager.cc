@@ -35,7 +35,7 @@ void makeHome(std::string const& domain, std::string const& mailname)
     deliveryFileOf(domain, mailname).reset();
 }
 
-// The local part under the domain and under each of its alias domains, all leading to mailbox.
+// Adds the local part under the domain and under each of its alias domains, all for mailbox.
 void addAddresses(BatchDatabaseHelper& batch, std::string const& domain,
                   std::string const& localPart, std::string const& mailbox)
 {
@@ -51,8 +51,8 @@ void replaceAddress(std::string const& from, std::string const& to)
         virtual_map, ElementsFilter<ReplaceElementFilterRef>(ReplaceElementFilterRef{&from, &to}));
 }
 
-// Deliberate: these directories have no "/" at their end and the values of the records do, so only
-// the key of a record changes.
+// Deliberate: changes only the keys. The values of the records end in "/" and these directories do
+// not, so no value matches.
 void renameMailbox(std::string const& domain, std::string const& from, std::string const& to)
 {
     std::string const fromAddress = addressOf(from, domain);

@@ -17,7 +17,7 @@ void ReversibleRename::step(char const* title, Step const& rename)
 {
     lastStep([&](std::string const& oldName, std::string const& newName) {
         FinishedStep done{title, rename};
-        finished.reserve(finished.size() + 1); // so that nothing can fail after the step
+        finished.reserve(finished.size() + 1); // push_back cannot fail after the step
         rename(oldName, newName);
         finished.push_back(std::move(done));
     });

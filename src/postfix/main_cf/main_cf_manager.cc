@@ -24,14 +24,14 @@ namespace {
 
 using boost::algorithm::trim_copy;
 
-// The loopback network, and the host's first address if the interfaces can be listed.
+// The loopback network. The host's first address follows if the interfaces can be listed.
 std::string pinnedNetworks()
 {
     std::string pinned = "127.0.0.0/8";
     std::unique_ptr<ifaceinfo, void (*)(ifaceinfo*)> const interfaces(get_ifaceinfo(nullptr),
                                                                       free_ifaceinfo);
-    // Deliberate: a host without an address gets an element without one, "/32". An empty record
-    // ends the list, so the first one can always be read.
+    // Deliberate: a host without an address gets the element "/32". The first record always exists,
+    // because an empty one ends the list.
     if (interfaces)
         pinned.append(", ").append(interfaces->ip).append("/32");
     return pinned;

@@ -15,9 +15,9 @@ namespace {
 
 constexpr time_t hot_seconds = 2;
 
-// A read lease is granted only while nobody has the file open for writing, and whoever opens it
-// so waits until the lease is gone, with its descriptor. The holder is sent a signal then;
-// SIGURG, for that one is ignored unless somebody handles it, while the usual one would end us.
+// Takes a read lease, which the kernel grants only while nobody has the file open for writing.
+// Whoever opens it for writing then waits until the lease ends with the descriptor. The kernel
+// signals the holder, by default with SIGIO, which would end the tool; SIGURG is ignored.
 bool holdWritersOff(int fd)
 {
     return fcntl(fd, F_SETSIG, SIGURG) == 0 && fcntl(fd, F_SETLEASE, F_RDLCK) == 0;
@@ -25,7 +25,7 @@ bool holdWritersOff(int fd)
 
 bool isHot(time_t modified)
 {
-    // Not time(), which may be behind the clock that files are dated by.
+    // Not time(), which may lag behind the clock of file times.
     timespec now = {};
     clock_gettime(CLOCK_REALTIME, &now);
     return modified > now.tv_sec - hot_seconds && modified <= now.tv_sec;
@@ -58,7 +58,7 @@ void ReplacedFile::settle() const
         return;
     if ((info.st_dev == device && info.st_ino == inode) || !isHot(info.st_mtim.tv_sec))
         return;
-    // The fraction of the second stays, so that two versions still differ in their times.
+    // Keeps the fraction of the second, so that two versions still differ in their times.
     timespec const times[2] = {
         {.tv_sec = 0, .tv_nsec = UTIME_OMIT},
         {.tv_sec = info.st_mtim.tv_sec - hot_seconds, .tv_nsec = info.st_mtim.tv_nsec}};

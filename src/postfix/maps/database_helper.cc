@@ -18,7 +18,7 @@ namespace orvek::mail::postfix {
 
 namespace {
 
-// postmap exits non-zero, and says nothing, when a key is not there.
+// postmap exits non-zero and prints nothing for a missing key, which is not a failure.
 void requireRemoval(ToolResult const& result)
 {
     if (WIFSIGNALED(result.status) ||
@@ -40,8 +40,8 @@ void removeKey(MapRoom const& room, std::string const& key)
     requireRemoval(room.run({"-d", key, room.map}, ToolStreams::withoutInput()));
 }
 
-// The text source of a map. It raises when it cannot be written. Records go into it one at a time,
-// so it is written as memory where the file can be mapped, and through the stream's buffer
+// The text source of a map. Raises when it cannot be written. Records come one at a time, so it
+// writes into mapped memory where the file can be mapped, and through the stream's buffer
 // elsewhere.
 class TextFile : public AutocleanOFStream
 {
@@ -55,7 +55,7 @@ public:
             emptyAgain();
     }
 
-    // Call this after the last record: it raises what the end of the writing reports.
+    // Call this after the last record. Raises when the rest could not be written.
     void finish()
     {
         if (mapped.is_open() && !mapped.finish())
@@ -74,7 +74,7 @@ private:
     MappedOutput mapped;
 };
 
-// Writes what the filter keeps of the map.
+// Writes the map's records that the filter keeps or changes.
 void filterInto(std::ostream& out, MapRoom const& room, RecordFilter const& filter)
 {
     database::DataStreamFilter<RecordFilter> lines(filter, out);
@@ -107,8 +107,8 @@ void DatabaseHelper::removeRecord(std::string const& map, std::string const& key
     removeKey(room, key);
 }
 
-// postmap removes by the key alone. The lock keeps others from giving the key another value between
-// the look and the removal.
+// postmap removes by key alone. The lock keeps others from changing the value between the check and
+// the removal.
 void DatabaseHelper::removeRecord(std::string const& map,
                                   std::pair<std::string, std::string> const& record)
 {
@@ -132,7 +132,7 @@ void DatabaseHelper::feedAdditions(std::string const& map, TextSource const& rec
     room.borrow();
     ToolResult const result = room.run({"-r", "-i", map}, ToolStreams::fedBy(records));
     requireSuccess(result.status, result.diagnostics);
-    room.install(); // what postmap has made of a map that was not there
+    room.install(); // the file that postmap has made for a missing map
 }
 
 void DatabaseHelper::feedRemovals(std::string const& map, TextSource const& keys)

@@ -9,8 +9,8 @@ namespace orvek::mail::postfix {
 
 namespace {
 
-// Keeps the first exception of a receiver until the run is over: a pipe that an exception leaves
-// does not wait for its program.
+// Keeps a receiver's first exception until the run is over. A pipe that an exception leaves does
+// not wait for its program.
 class Postponed
 {
 public:

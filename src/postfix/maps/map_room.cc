@@ -46,7 +46,7 @@ std::string indexedNameOf(std::string const& map)
     return type == "hash" || type == "btree" ? nameOf(mapPath(map)) + ".db" : std::string();
 }
 
-// Rooms of a map are told from other entries by this beginning.
+// The names of a map's rooms begin like this.
 std::string beginningOf(std::string const& name)
 {
     return "." + name + ".room-";
@@ -60,7 +60,7 @@ std::string randomDigits()
     return std::to_string(number);
 }
 
-// Whether the path leads to what the room is.
+// Whether the path leads to the room itself.
 bool isRoom(char const* path, struct stat const& room)
 {
     struct stat info = {};
@@ -86,11 +86,11 @@ MapRoom::~MapRoom()
         return;
     (void)remove_file_beneath(room->get(), name.c_str());
     (void)remove_file_beneath(room->get(), indexed.c_str());
-    // Whoever owns the directory may have renamed the room: it is left to the next one then.
+    // The directory's owner may have renamed the room. The next room of the map clears it then.
     (void)remove_directory_beneath(directory.get(), room_name.c_str());
 }
 
-// Only directories of root's own: a room of somebody else's making is left to him.
+// Removes only directories that root owns, since others may make directories with such names.
 void MapRoom::clearLeftovers() const
 {
     ErrnoKeeper const keeper;
@@ -114,7 +114,7 @@ void MapRoom::make()
         make_directory_beneath(directory.get(), room_name.c_str(), room_rights, &making);
     if (made.get() < 0 || fstat(made.get(), &identity) != 0)
         raise(room_name);
-    // Another directory may have taken the name before it was opened.
+    // The directory's owner may have swapped the new directory before it was opened.
     if (making != Making::anew || identity.st_uid != 0 || (identity.st_mode & 07777) != 0700) {
         errno = EEXIST;
         raise(room_name);
@@ -163,11 +163,11 @@ void MapRoom::install()
         rename_beneath(room->get(), indexed.c_str(), directory.get(), indexed.c_str()) != 0 ||
         fsync(directory.get()) != 0)
         raise(indexed);
-    // What a rewrite of an earlier version, which worked here, has left when it was killed.
+    // Removes the text source that a killed rewrite of an earlier version has left here.
     (void)remove_file_beneath(directory.get(), name.c_str());
 }
 
-// In the child, just before it becomes postmap.
+// Runs in the child just before it becomes postmap.
 void MapRoom::enter() const
 {
     std::string const path = directory_path + room_name;
@@ -192,7 +192,7 @@ ToolResult MapRoom::run(std::vector<std::string> arguments, ToolStreams streams)
                 throw;
         }
     }
-    // The child keeps the descriptor, which no one can take away from it.
+    // Without a mount namespace postmap works through the room's descriptor, which it inherits.
     streams.childSetup = [this] { fcntl(room->get(), F_SETFD, 0); };
     arguments.back() = map.substr(0, map.find(':') + 1) + textSource();
     return runPostmap(arguments, streams);

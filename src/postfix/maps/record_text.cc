@@ -14,7 +14,7 @@ bool isControl(char byte)
     return static_cast<unsigned char>(byte) < ' ' || byte == '\x7f';
 }
 
-// To postmap a key ends at the first blank outside of quotes, and a backslash hides the next byte.
+// postmap ends a key at the first blank outside quotes, and a backslash hides the next byte.
 bool reachesIntoTheValue(std::string_view key)
 {
     bool quoted = false;

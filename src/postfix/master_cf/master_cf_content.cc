@@ -32,7 +32,7 @@ std::pair<ModuleInfo const&, std::string const&> MasterCfContent::getModule(std:
 
 bool MasterCfContent::removeModule(std::string const& name, ModuleType type)
 {
-    Key const key(name, type); // a copy, since name may belong to the record itself
+    Key const key(name, type); // a copy, since name may be part of the record to be removed
     if (modules.erase(key) == 0)
         return false;
     auto const position = positions.find(key);

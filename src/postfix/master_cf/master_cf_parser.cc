@@ -13,8 +13,8 @@ constexpr char_parser name_p("-a-z0-9_:.");
 constexpr char_parser word_p =
     char_parser("A-Za-z0-9") | char_parser("/!@$%$^&*()-_=+\\|[]{}:;'\"<>.,?*~`");
 
-// The columns of a service. Each stores into its field. A column matches at least one byte or
-// fails.
+// The columns of a service. Each stores into its field and returns the position after it, or null
+// when it does not match at least one byte.
 
 Position name(Position first, Position last, std::string& value)
 {

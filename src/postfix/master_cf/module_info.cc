@@ -6,11 +6,11 @@ namespace orvek::mail::postfix {
 
 namespace {
 
-// By the value of the type.
+// Indexed by the type.
 constexpr std::string_view type_texts[] = {"inet", "unix", "fifo", "unix-dgram", "pass"};
 static_assert(std::size(type_texts) == std::size(module_types));
 
-// Whether no type is tried before one whose text is longer and begins with its own.
+// The parser takes the first type that matches, so "unix-dgram" must be tried before "unix".
 consteval bool longerTextsComeFirst()
 {
     for (auto type = std::begin(module_types); type != std::end(module_types); ++type)
@@ -36,7 +36,7 @@ std::string columnOf(std::int32_t number)
 
 std::string wakeupColumn(ModuleInfo const& info)
 {
-    // No mark without a time, whatever wakeupIfUsed says.
+    // Without a time the mark is left out, whatever wakeupIfUsed says.
     bool const marked = info.wakeupTime != -1 && info.wakeupIfUsed;
     return columnOf(info.wakeupTime) + (marked ? "?" : "");
 }

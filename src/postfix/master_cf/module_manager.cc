@@ -25,7 +25,7 @@ namespace orvek::mail::postfix {
 
 namespace {
 
-// The parking file lies in a directory of the user postfix, who may put anything there.
+// The parking file lies in a directory of the user postfix, who may put any file there.
 bool isRootsAlone(struct stat const& info)
 {
     return info.st_uid == 0 && (info.st_mode & (S_IWGRP | S_IWOTH)) == 0;
@@ -42,15 +42,15 @@ int openParked()
     return open_file_beneath(directory.get(), name, O_RDONLY, largest_parking_file).release();
 }
 
-// master.cf lies in root's directory and may be a link of the administrator's. Opening a FIFO must
-// not wait for its writer.
+// Follows links: master.cf lies in root's directory, and the administrator may have made it one.
+// O_NONBLOCK, so that opening a FIFO does not wait for its writer.
 int openMasterCf(std::string const& path)
 {
     return open(path.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC);
 }
 
-// Whether there is a parking file that the tool has written. Whoever changes it after this look
-// gains nothing: it is looked at again when it is open.
+// Whether a parking file exists that the tool has written. Replacing it after this check gains
+// nothing: it is checked again once it is open.
 bool parkingCounts()
 {
     char const* name = nullptr;
@@ -64,8 +64,8 @@ bool parkingCounts()
     return false;
 }
 
-// A regular file, mapped into memory. Nothing when it cannot be opened or mapped; an empty file
-// cannot be mapped. If somebody cuts the file short meanwhile, the process ends with nothing
+// A regular file, mapped into memory. False when it cannot be opened or mapped; an empty file
+// cannot be mapped. If somebody shortens the file while it is read, the process dies with nothing
 // stored: half a file must not replace a whole one.
 class MappedFile
 {
@@ -108,7 +108,7 @@ bool mayBe(boost::tribool value, bool answer)
     return boost::indeterminate(value) || bool(value == answer);
 }
 
-// Writes the content beside the path and returns the name of that file. The caller removes it.
+// Writes the content to a file beside path and returns its name. The caller removes it.
 std::string writeBeside(std::string const& path, MasterCfContent const& content)
 {
     TmpFile out(path, true);
@@ -116,7 +116,7 @@ std::string writeBeside(std::string const& path, MasterCfContent const& content)
     for (std::string const& line : content.lines)
         out << line << std::endl;
     std::string written = out.path();
-    // By the descriptor: the parking file's neighbours may be renamed by the user postfix.
+    // By the descriptor: the user postfix may rename the files beside the parking file.
     if (fchmod(out.descriptor(), 0644) != 0) {
         int const code = errno;
         throw FSError("chmod", written, errorOf(code));
@@ -231,7 +231,7 @@ void ModuleManager::addModule(ModuleInfo const& info, bool enabled)
 void ModuleManager::removeModule(std::string const& name, ModuleType type)
 {
     requireLoaded();
-    // NOLINTNEXTLINE(performance-unnecessary-copy-initialization): name may belong to the record
+    // NOLINTNEXTLINE(performance-unnecessary-copy-initialization): name may be the record's own
     std::string const kept = name;
     if (masterCf->removeModule(kept, type))
         masterCfChanged = true;

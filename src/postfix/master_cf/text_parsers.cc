@@ -13,8 +13,8 @@ Position skipBlanksAndComment(Position first, Position last)
     return comment ? comment : blanks;
 }
 
-// From a line end to the end of the indentation of the next line that is neither blank nor a
-// comment. Null when that line is not indented.
+// Skips from a line end to the text of the next line that is neither blank nor a comment. Null when
+// that line is not indented.
 Position findContinuation(Position first, Position last)
 {
     Position line = lf_p(first, last);

@@ -30,7 +30,7 @@ bool runs()
     return master != -1 && hasQmgr(master);
 }
 
-// 0 once Postfix runs, 1 if it does not run after so many seconds.
+// Returns 0 as soon as Postfix runs, 1 if it does not run after that many seconds.
 int awaitServer(long seconds)
 {
     for (long waited = 0; !runs(); ++waited) {

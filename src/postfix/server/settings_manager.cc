@@ -20,13 +20,13 @@ struct RelayMode
     char const* closing;
 };
 
-// Deliberate: the elements after "permit" of the open mode are never reached.
+// Deliberate: "permit" of the open mode ends the evaluation, so what follows it never counts.
 constexpr RelayMode open_relay = {"permit", "reject"};
 constexpr RelayMode closed_relay = {"permit_mynetworks", "reject_unauth_destination"};
 constexpr RelayMode users_relay = {"permit_mynetworks",
                                    "permit_sasl_authenticated, reject_unauth_destination"};
 
-// The closing of a mode may be two elements; it is appended as one text.
+// The second part of a mode may be two elements. It is appended as one text.
 void rebuildRestrictions(RelayMode const& mode)
 {
     MainCfManager const& main_cf = MainCfManager::getInstance();

@@ -1,4 +1,4 @@
-// Counts what is in a Maildir: bench_maildir_usage MAILDIR
+// Counts the messages of a Maildir and their size: bench_maildir_usage MAILDIR
 
 #include "mail/lib/quota/maildirpp_usage.h"
 

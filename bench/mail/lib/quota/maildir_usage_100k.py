@@ -1,4 +1,4 @@
-"""The usage of a Maildir of 100,000 messages whose names hold their sizes, against listing it."""
+"""Counting a Maildir of 100,000 messages with their sizes in their names, against listing it."""
 
 import os
 
