@@ -1,5 +1,5 @@
-"""Clients of the mail host with addresses of their own, and the name server that they and the
-host ask: what stands for the world outside of a host that has only its loopback."""
+"""The world outside a host that has only its loopback: clients with addresses of their own, and the
+name server that they and the host ask."""
 import contextlib
 import smtplib
 import socket
@@ -13,7 +13,7 @@ HOST, OUTSIDE = "192.0.2.7", "198.51.100.9"
 
 @contextlib.contextmanager
 def addresses(*more):
-    """The host with its own address, the first one, and the addresses of clients."""
+    """Gives the loopback the host's own address, which comes first, and the clients' addresses."""
     given = (HOST, OUTSIDE, *more)
     for address in given:
         ended = mailhost.run("ip", "address", "add", f"{address}/32", "dev", "lo")
@@ -35,7 +35,7 @@ def session(client, login=None):
 
 
 def recipient(to, client=OUTSIDE, sender="clara@example.org", login=None):
-    """What the server says to a letter's recipient: the code and the text."""
+    """The server's answer to a letter's recipient: the code and the text."""
     with session(client, login) as smtp:
         code, text = smtp.mail(sender)
         assert code == 250, text
@@ -44,15 +44,15 @@ def recipient(to, client=OUTSIDE, sender="clara@example.org", login=None):
 
 
 def offers(extension, client="127.0.0.1"):
-    """What the server says of an extension in its greeting, or None."""
+    """The server's text for an extension in its greeting, or None."""
     with session(client) as smtp:
         return smtp.esmtp_features.get(extension)
 
 
 @contextlib.contextmanager
 def name_server(names):
-    """A name server on the loopback that the whole host asks: it knows these names, each with one
-    address, and denies every other; yields the names that it was asked for."""
+    """Runs a name server on the loopback for the whole host. It knows these names, each with one address,
+    and denies all others. Yields the names that it was asked for."""
     asked = []
     with socket.socket(socket.AF_INET, socket.SOCK_DGRAM) as server:
         server.bind(("127.0.0.1", 53))
@@ -64,7 +64,7 @@ def name_server(names):
             yield asked
         finally:
             mailhost.write("/etc/resolv.conf", asked_before)
-            # An empty datagram ends it.
+            # An empty datagram ends the server.
             with socket.socket(socket.AF_INET, socket.SOCK_DGRAM) as client:
                 client.sendto(b"", ("127.0.0.1", 53))
             thread.join(timeout=20)

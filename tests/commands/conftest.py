@@ -1,4 +1,4 @@
-"""Each test starts in a pristine host: the file's host is fresh, and every test leaves it reset."""
+"""Each test starts in a pristine host: each file has a fresh host, and a reset follows every test."""
 import os
 
 import pytest
@@ -10,7 +10,7 @@ import mailhost
 def pytest_configure(config):
     if os.environ.get("MAILVEK_HOST") != "1":
         raise pytest.UsageError("these tests run in a throw-away mail host only; see ./dev test")
-    # Where a reset, which empties /tmp, leaves the directories of tmp_path to pytest.
+    # Not in /tmp, which a reset empties.
     config.option.basetemp = config.option.basetemp or "/run/mailvek/pytest"
 
 
@@ -21,7 +21,7 @@ def pristine_host():
 
 
 def pytest_terminal_summary(terminalreporter):
-    """What tests counted with record_property, a line and a sum for each name."""
+    """Prints what tests have counted with record_property: a line with the sum for each name."""
     reports = [report for kind in ("passed", "failed") for report in terminalreporter.stats.get(kind, [])]
     sums = {}
     for name, value in (counted for report in reports for counted in report.user_properties):

@@ -1,7 +1,7 @@
-"""Read by gdb: runs its program and writes down which functions were called, by their first call.
+"""A script for gdb: runs the program and lists the functions that it called, in order of first call.
 
-GDB_CALLS is a file of JSON: "functions", each as "path:name"; "in_child", whether to follow the
-forked child instead of the program; and "result", the file that gets the list of those called.
+GDB_CALLS names a JSON file: "functions", each as "path:name"; "in_child", whether to follow the forked
+child instead of the program; "result", the file for the list of the functions called.
 """
 import json
 import os
@@ -31,7 +31,7 @@ gdb.execute("set breakpoint pending off")
 gdb.execute("set detach-on-fork on")
 gdb.execute(f"set follow-fork-mode {'child' if task['in_child'] else 'parent'}")
 for name in task["functions"]:
-    Noted(name)  # raises for a function that the program does not have
+    Noted(name)  # raises if the program has no such function
 gdb.execute("run")
 with open(task["result"], "w", encoding="utf-8") as file:
     json.dump(called, file)

@@ -38,7 +38,7 @@ def silent(ended, status=0):
 
 
 def says(ended, status, *lines):
-    """Both streams carry the same reports."""
+    """The tool ended with this status and printed these reports, the same on both streams."""
     text = "".join(f"{line}\n" for line in lines)
     assert (ended.status, ended.out, ended.err) == (status, text, text), ended
 
@@ -60,12 +60,12 @@ def value_of(name):
 
 
 def by_value():
-    """Full names by value."""
+    """The full name of each handler, by its value."""
     return {value_of(name): name for name in names()}
 
 
 def active():
-    """The values of the handlers that are active: one marker for each name."""
+    """The values of the active handlers. Each has one marker, with its full name."""
     markers = [path.name for path in pathlib.Path(STORE).glob("before-*/*/*/*")]
     markers += [path.name for path in pathlib.Path(STORE).glob("before-*/global/*")]
     assert len(markers) == len(set(markers))
@@ -73,7 +73,7 @@ def active():
 
 
 def store(**shown):
-    """The store without the programs, with NAME for each name that is given by keyword."""
+    """The store without the programs. The names given by keyword are replaced by their keywords."""
     found = {}
     for path, what in tree(STORE).items():
         for word, name in shown.items():
@@ -88,19 +88,19 @@ def marker(name, place=f"recipient/{ONE}"):
 
 
 def stuck(name, place=f"recipient/{ONE}"):
-    """Puts a directory in the place of a marker, which so cannot be removed; the report of that."""
+    """Puts a directory in a marker's place, so that the marker cannot be removed. Returns the report."""
     os.remove(marker(name, place))
     os.mkdir(marker(name, place))
     return f"Unable to remove hook '{name}' from directory '{STORE}/before-local/{place}': Is a directory"
 
 
 def not_made(name, place=f"recipient/{ONE}"):
-    """The reports of a marker that cannot be made, as a directory is in its place."""
+    """The reports of a marker that cannot be made because a directory is in its place."""
     return f"Unable to truncate or create file {marker(name, place)}: Is a directory", "System error 21: Is a directory"
 
 
 def damaged(name="10-spam-broken", without="hook"):
-    """A descriptor by hand that lacks a file."""
+    """Makes a descriptor by hand that lacks a file."""
     files = {"hook": "before-local\n", "handler-type": "recipient\n", "recipient": f"{ONE}\n", "context": "c\n"}
     for file, content in files.items():
         if file != without:

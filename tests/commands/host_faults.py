@@ -1,5 +1,5 @@
-"""What goes wrong in a throw-away mail host: full and read-only disks, files and accounts that
-somebody else has locked. reset() takes all of it away.
+"""Faults to set up in a throw-away mail host: full and read-only disks, files and accounts that
+somebody else has locked. reset() undoes all of them.
 """
 import contextlib
 import fcntl
@@ -12,8 +12,8 @@ from mailhost import ACCOUNTS, tree
 
 
 def full_disk(path, more_files=0):
-    """Makes a directory a full file system of its own: its content stays, no block is free,
-    and more_files files can still be made."""
+    """Makes a directory a full file system of its own. Its content stays and no block is free, but
+    more_files files can still be made."""
     content = sum(4096 + os.lstat(os.path.join(top, name)).st_size // 4096 * 4096
                   for top, directories, files in os.walk(path) for name in directories + files)
     nodes = 1 + len(tree(path))
@@ -25,7 +25,7 @@ def full_disk(path, more_files=0):
 
 
 def cover(path, options):
-    """Mounts a memory file system over a directory, with the directory's content in it."""
+    """Mounts a memory file system over a directory and copies the directory's content into it."""
     status = os.stat(path)
     source = f"/run/mailvek/covered-{status.st_ino}"
     os.mkdir(source)
@@ -42,13 +42,13 @@ def read_only(path):
 
 
 def undo(path):
-    """Takes the topmost mount from a path: full_disk(), read_only() or spy()."""
+    """Removes the topmost mount from a path: that of full_disk(), read_only() or spy()."""
     subprocess.run(["umount", os.path.realpath(path)], check=True)
 
 
 @contextlib.contextmanager
 def flock_held(path):
-    """Holds an exclusive flock on a directory or on a file, which is made when missing."""
+    """Holds an exclusive flock on a directory or a file. Makes a missing file."""
     descriptor = os.open(path, os.O_RDONLY if os.path.isdir(path) else os.O_RDWR | os.O_CREAT, 0o644)
     try:
         fcntl.flock(descriptor, fcntl.LOCK_EX | fcntl.LOCK_NB)

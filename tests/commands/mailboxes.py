@@ -1,6 +1,6 @@
-"""What a mailbox's user does on a real mail host: sends letters by SMTP, logs in, finds letters by
-IMAP and POP3 or in the Maildir. make_mailbox() makes the mailbox by hand, so that nothing here
-rests on the tool. Each wait for a server ends.
+"""The actions of a mailbox's user on a real mail host: sending letters by SMTP, logging in, reading
+letters by IMAP and POP3 or in the Maildir. make_mailbox() makes the mailbox by hand, so that nothing
+here depends on the tool. Each wait for a server ends.
 """
 import contextlib
 import grp
@@ -15,7 +15,7 @@ from mailhost import MAILNAMES, add_records, auth_sql, run
 
 
 def make_mailbox(address, password):
-    """A mailbox as the tool would make one, made by hand."""
+    """Makes by hand the mailbox that the tool would make."""
     mailname, domain = address.split("@")
     home = pathlib.Path(MAILNAMES, domain, mailname)
     for directory in (home.parent, home, *(home / "Maildir" / name for name in ("", "tmp", "new", "cur"))):
@@ -32,7 +32,7 @@ def make_mailbox(address, password):
 
 
 def send(sender, recipient, body="Hello", login=None):
-    """Sends a letter by SMTP, as (user, password) when given; raises what smtplib raises."""
+    """Sends a letter by SMTP, logged in as (user, password) if given. Raises what smtplib raises."""
     with smtplib.SMTP("127.0.0.1", 25, local_hostname="client.example.test", timeout=20) as smtp:
         if login:
             smtp.login(*login)
@@ -40,15 +40,15 @@ def send(sender, recipient, body="Hello", login=None):
 
 
 def letters(address):
-    """The letters in a mailbox's Maildir, new ones and seen ones."""
+    """The letters in a mailbox's Maildir, both new and seen."""
     mailname, domain = address.split("@")
     maildir = pathlib.Path(MAILNAMES, domain, mailname, "Maildir")
     return [file.read_text() for name in ("new", "cur") for file in sorted((maildir / name).iterdir())]
 
 
 def login_works(address, password):
-    """Whether Courier's account daemon lets the account in. Its servers ask the same daemon,
-    but take five seconds to refuse."""
+    """Whether Courier's account daemon accepts the login. Courier's servers ask the same daemon, but take
+    five seconds to refuse."""
     return run("authtest", address, password).status == 0
 
 

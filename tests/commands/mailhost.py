@@ -1,8 +1,8 @@
-"""The verbs of the command tests: what a test does to a throw-away mail host and asks of it.
+"""The verbs of the command tests: how a test runs the tool, changes a throw-away mail host and looks at it.
 
-Everything here runs inside a host (tests/host/enter) as root, on real paths. Text is str
-with undecodable bytes as surrogates. Each wait ends: a program that does not come back in
-its time fails the test.
+Everything here runs inside a host (tests/host/enter) as root, on real paths. Text is str with
+undecodable bytes as surrogates. Each wait ends: a program that does not come back in time fails the
+test.
 """
 import contextlib
 import dataclasses
@@ -63,7 +63,7 @@ def sanitized(tool):
 
 
 def run(*command, env=None, stdin=b"", timeout=60, cwd="/", **more):
-    """Runs a program with an environment of its own and waits for it."""
+    """Runs a program and waits for it. Without env it gets only PATH and HOME."""
     if isinstance(stdin, str):
         stdin = os.fsencode(stdin)
     environment = {"PATH": PATH, "HOME": "/root"} if env is None else env
@@ -75,7 +75,7 @@ def run(*command, env=None, stdin=b"", timeout=60, cwd="/", **more):
 
 
 def tool_environment(env=None, nosleep=False, leaks=True):
-    """The environment that the panel gives, with env's variables added."""
+    """The environment in which the panel runs the tool, with env's variables added."""
     environment = {"PATH": PATH, "HOME": "/root", **(env or {})}
     sanitizer = []
     if nosleep:
@@ -89,20 +89,20 @@ def tool_environment(env=None, nosleep=False, leaks=True):
 
 
 def mailvek(*arguments, env=None, stdin=b"", timeout=60, nosleep=False):
-    """Runs the tool as the panel does. With nosleep its waits take no time; see slept()."""
+    """Runs the tool as the panel does. With nosleep its sleeps take no time; see slept()."""
     return run(TOOL, *arguments, env=tool_environment(env, nosleep), stdin=stdin, timeout=timeout)
 
 
 def done(*arguments, out="", **more):
-    """Runs the tool, which must succeed, print just this (None: anything) and report nothing."""
+    """Runs the tool, which must succeed, report nothing and print exactly out. None allows any output."""
     ended = mailvek(*arguments, **more)
     assert (ended.status, ended.err) == (0, "") and out in (None, ended.out), ended
     return ended
 
 
 def failed(*arguments, saying="", report=None, status=1, **more):
-    """Runs the tool, which must end with this status. It says this among its reports, or prints
-    this report alone, on both streams."""
+    """Runs the tool, which must end with this status. saying must be part of its reports; report must be
+    all that it prints, on both streams."""
     ended = mailvek(*arguments, **more)
     assert ended.status == status and saying in ended.err, ended
     assert report is None or ended.err == ended.out == report, ended
@@ -110,8 +110,8 @@ def failed(*arguments, saying="", report=None, status=1, **more):
 
 
 def misused(*arguments, saying="", report=None):
-    """Runs the tool with bad options. It must report them as failed() tells, but with the command's
-    usage after the report on standard output, change nothing and run nothing that a spy sees."""
+    """Runs the tool with bad options. It must report them as in failed(), with the command's usage after
+    the report on standard output. It must change nothing and run nothing that a spy sees."""
     with nothing_changes():
         seen = spy_journal()
         ended = mailvek(*arguments)
@@ -121,14 +121,14 @@ def misused(*arguments, saying="", report=None):
 
 
 def spy_journal():
-    """What spies have written down so far; calls() of spies.py reads it."""
+    """The journal of the spies so far. calls() of spies.py reads it."""
     with contextlib.suppress(FileNotFoundError):
         return (SPIES / "journal").read_text()
     return ""
 
 
 def slept():
-    """What the tool asked to sleep under nosleep: (function, seconds), in order."""
+    """The sleeps that the tool asked for under nosleep: (function, seconds), in order."""
     with contextlib.suppress(FileNotFoundError):
         rows = [line.split() for line in pathlib.Path(NOSLEEP_JOURNAL).read_text().splitlines()]
         return [(name, float(seconds)) for name, seconds in rows]
@@ -136,7 +136,7 @@ def slept():
 
 
 def system_calls(*arguments, calls, env=None):
-    """Runs the tool under strace: how it ended, and a line for each of the named calls."""
+    """Runs the tool under strace. Returns how it ended, and a line for each of the named calls."""
     log = "/run/mailvek/system-calls"
     ended = run(
         "strace", "-f", "-qq", "-s", "4096", "-e", f"trace={calls}", "-o", log, TOOL, *arguments,
@@ -160,7 +160,7 @@ def postmap(name):
 
 
 def postmap_query(name, key):
-    """What the real postmap finds under a key, or None."""
+    """The value that the real postmap finds for a key, or None."""
     ended = run(REAL / "usr/sbin/postmap", "-q", key, map_file(name))
     assert ended.err == "", ended
     return ended.out.removesuffix("\n") if ended.status == 0 else None
@@ -181,7 +181,7 @@ def postconf(name):
 
 
 def set_postconf(**parameters):
-    """Changes main.cf by hand. It is dated back, since Postfix's programs wait for one that is new."""
+    """Changes main.cf by hand and dates it back, since Postfix's programs wait when it is new."""
     ended = run(REAL / "usr/sbin/postconf", "-e", *(f"{name}={value}" for name, value in parameters.items()))
     assert ended.status == 0, ended
     os.utime("/etc/postfix/main.cf", (time.time() - 5,) * 2)
@@ -191,18 +191,18 @@ def set_postconf(**parameters):
 
 
 def auth_sql(statement, *values):
-    """Runs a statement on the account database; the rows."""
+    """Runs a statement on the account database and returns the rows."""
     with contextlib.closing(sqlite3.connect(ACCOUNTS, timeout=5)) as connection, connection:
         return connection.execute(statement, values).fetchall()
 
 
 def auth_domains():
-    """Domains of the account database: name and status."""
+    """The domains of the account database: name to status."""
     return dict(auth_sql("SELECT name, status FROM domains"))
 
 
 def auth_rows():
-    """Accounts: address to (plain password, encrypted password, status)."""
+    """The accounts: address to (plain password, encrypted password, status)."""
     rows = auth_sql(
         "SELECT u.name || '@' || d.name, u.userPassword, u.cmusaslsecretPLAIN, u.status "
         "FROM users u JOIN domains d ON u.dom_id = d.id"
@@ -211,7 +211,7 @@ def auth_rows():
 
 
 def panel_sql(statement):
-    """Runs statements on the panel's database, which must run; the rows, NULL as None."""
+    """Runs statements on the panel's database, which must be running. Returns the rows, NULL as None."""
     ended = run("mariadb", "--batch", "--raw", "--skip-column-names", "orv", stdin=statement)
     assert ended.status == 0, ended
     rows = [line.split("\t") for line in ended.out.splitlines()]
@@ -228,7 +228,7 @@ def service(verb, *names):
 
 
 def start(*names):
-    """Starts mariadb, postfix, courier; waits until they answer."""
+    """Starts services (mariadb, postfix, courier) and waits until they answer."""
     service("start", *names)
 
 
@@ -246,7 +246,7 @@ def system_log():
 
 
 def wait_until(condition, seconds=10):
-    """Waits until condition() is true and returns its value; fails after the seconds."""
+    """Waits until condition() is true and returns its value. Fails after the given seconds."""
     deadline = time.monotonic() + seconds
     while not (value := condition()):
         assert time.monotonic() < deadline, f"not so after {seconds} s: {condition}"
@@ -271,7 +271,7 @@ def described(path):
 
 
 def tree(path):
-    """Everything below a directory, by relative path, as described() says it."""
+    """Everything below a directory: relative path to described()."""
     found = {}
     for directory, directories, files in os.walk(path):
         for name in directories + files:
@@ -300,14 +300,14 @@ def fingerprint(path):
     content = ""
     if stat.S_ISREG(status.st_mode):
         content = hashlib.sha256(pathlib.Path(path).read_bytes()).hexdigest()
-    # Directories carry their own time: a file made and removed again shows in it.
+    # A directory's time counts, because it shows a file that was made and removed again.
     return described(path), status.st_mtime_ns, content
 
 
 def disk():
-    """Every file of the host that differs from the untouched system, and all of /run, /tmp
-    and /dev/shm, each with kind, mode, owner, time and content. Logs and the panel's
-    database are left out. Two equal results: nothing on the disk has changed in between."""
+    """Every file of the host that differs from the untouched system, and all of /run, /tmp and /dev/shm,
+    each with kind, mode, owner, time and content. Logs and the panel's database are left out. If two
+    results are equal, nothing on disk has changed in between."""
     found = {}
     for top, prefix in (("/run/mailvek/changes", ""), ("/run", "/run"), ("/tmp", "/tmp"), ("/dev/shm", "/dev/shm")):
         for directory, directories, files in os.walk(top):
@@ -321,7 +321,7 @@ def disk():
 
 
 def changed_since(before):
-    """The paths at which disk() gives something else now."""
+    """The paths that have changed since disk() returned before."""
     after = disk()
     return sorted(path for path in before.keys() | after.keys() if before.get(path) != after.get(path))
 

@@ -12,7 +12,7 @@ ALL_ACCOUNTS = [f"ann@{ALIAS}", f"ann@{DOMAIN}", f"anna@{ALIAS}", ANNA]
 
 
 def domain_without_mailnames():
-    """The domain as the tool sets it up; the panel knows anna and her mail alias ann already."""
+    """Sets the domain up with the tool. The panel already knows anna and her mail alias ann."""
     start("mariadb")
     panel_domain(DOMAIN, aliases=[ALIAS])
     panel_mailname(ANNA, aliases=["ann"])
@@ -20,7 +20,7 @@ def domain_without_mailnames():
 
 
 def mailname_with_a_mailbox():
-    """anna and ann, with accounts under the domain and the alias domain."""
+    """Makes anna and ann, with accounts under the domain and the alias domain."""
     done("--add-mailname", *NAMES, "--disk-quota=100000")
     done("--add-alias", *NAMES, "--alias=ann")
     done("--add-mailbox", *NAMES, env=PLAIN)
@@ -28,6 +28,6 @@ def mailname_with_a_mailbox():
 
 
 def addresses():
-    """The records of virtual beside the standard addresses."""
+    """The records of virtual without the standard addresses."""
     standard = standard_addresses(DOMAIN) | standard_addresses(ALIAS) | standard_addresses(OTHER)
     return {key: value for key, value in postmap("virtual").items() if key not in standard}

@@ -1,5 +1,5 @@
-"""What the panel does to its own database before it starts the tool, and a domain as it looks
-once the tool has set it up."""
+"""The panel's side of a test: the rows that it writes to its own database before it starts the tool, and
+the records and hooks that a domain has after the tool has set it up."""
 import concurrent.futures
 import os
 import time
@@ -16,7 +16,7 @@ def quoted(value):
 
 
 def panel_domain(name, aliases=(), mailnames=(), quota=None):
-    """A domain with its alias domains and mailnames, and the limit of its mailboxes."""
+    """Adds a domain with its alias domains and mailnames, and the limit of its mailboxes."""
     rows = mailhost.panel_sql("SELECT COALESCE(MAX(id), 0) + 1 FROM domains")
     number = rows[0][0]
     mailhost.panel_sql(
@@ -34,7 +34,7 @@ def panel_domain_alias(domain, alias):
 
 
 def panel_mailname(address, aliases=(), quota=-1):
-    """A mailname with its mail aliases."""
+    """Adds a mailname with its mail aliases."""
     mailname, domain = address.rsplit("@", 1)
     mailhost.panel_sql(f"INSERT INTO mail (mail_name, dom_id, mbox_quota) "
                        f"SELECT {quoted(mailname)}, id, {quota} FROM domains WHERE name = {quoted(domain)}")
@@ -55,7 +55,7 @@ def standard_addresses(domain):
 
 
 def add_hook(mailname_or_domain, template="check", kind=None):
-    """A handler at an address or a domain, put there by the tool."""
+    """Adds a handler for an address or a domain, with the tool."""
     kind = kind or ("recipient" if "@" in mailname_or_domain else "recipient-domain")
     ended = mailhost.mailvek(
         "--add-handler", f"--handler-name={template}", f"--handler-type={kind}",
@@ -65,23 +65,23 @@ def add_hook(mailname_or_domain, template="check", kind=None):
 
 
 def hooks():
-    """The handlers that are active, as "type/value" in sorted order."""
+    """The active handlers, as "type/value" in sorted order."""
     found = mailhost.tree("/usr/local/orv/handlers/before-local")
     return sorted(path.rsplit("/", 1)[0] for path, said in found.items() if said.startswith("f "))
 
 
 def damage_hooks():
-    """A handler without a type: each mass operation fails at its end."""
+    """Makes a handler without a type, so that each mass operation fails at its end."""
     mailhost.write("/usr/local/orv/handlers/info/10-broken-abcdef/hook", "before-local\n")
 
 
 def quota_line(home, quota):
-    """How the file maildirsize of a home begins: what its attachments take is deducted."""
+    """The first line of a home's maildirsize. The size of its attachments is deducted."""
     return f"{quota - os.lstat(f'{home}/@attachments').st_size}S,0C\n"
 
 
 def without_accounts():
-    """Makes every removal and change of an account or of its domain fail."""
+    """Makes every change and removal of an account or its domain fail."""
     for table in ("users", "domains"):
         for event in ("DELETE", "UPDATE", "INSERT"):
             mailhost.auth_sql(f"CREATE TRIGGER refuse_{event}_{table} BEFORE {event} ON {table} "
@@ -89,7 +89,7 @@ def without_accounts():
 
 
 def waits_for_the_accounts(*arguments, env=None):
-    """Runs the tool while somebody holds the account database for a while; how it ended."""
+    """Runs the tool while somebody holds the account database for a while. Returns how it ended."""
     with concurrent.futures.ThreadPoolExecutor() as pool:
         with host_faults.accounts_locked():
             running = pool.submit(mailhost.mailvek, *arguments, env=env)

@@ -1,5 +1,5 @@
-"""What the tests of the service commands share: the commands themselves, the two init scripts, the
-entries of master.cf, and who listens."""
+"""Shared by the tests of the service commands: the commands, the two init scripts, the entries of
+master.cf, and the ports that somebody listens on."""
 import contextlib
 import os
 import socket
@@ -11,7 +11,7 @@ START, STOP, RESTART, RELOAD, STATUS = (f"--{verb}-service" for verb in ("start"
 POSTFIX = "/etc/init.d/postfix"
 COURIER = "/etc/init.d/courier-imap"
 MASTER_CF = "/etc/postfix/master.cf"
-# Postfix understands this name, the tool does not.
+# Postfix understands this name and the tool does not.
 ODD_ENTRY = "[127.0.0.1]:10099 inet n - n - - smtpd\n"
 PARKED = "/var/spool/postfix/orvek/master.cf.disabled"
 FILTER = "-o smtpd_proxy_filter=127.0.0.1:10025"
@@ -47,7 +47,7 @@ def postfix_is_up():
 
 
 def actions(script=None):
-    """What the spies' scripts were asked to do: (script, action) in order, or one's actions."""
+    """The actions that the init scripts were asked for: (script, action) in order, or one script's."""
     if script:
         return [call.argv[1] for call in spies.calls(script)]
     return [(call.program, call.argv[1]) for call in spies.calls()]
@@ -55,7 +55,7 @@ def actions(script=None):
 
 @contextlib.contextmanager
 def unusable(program):
-    """Takes a program's rights to be run away."""
+    """Makes a program impossible to run."""
     mode = os.stat(program).st_mode
     os.chmod(program, 0o644)
     try:
@@ -69,7 +69,7 @@ def components(*names):
 
 
 def serviced(command, *names, out=None, **more):
-    """Runs a service command with these components, which must succeed without a report."""
+    """Runs a service command with these components. It must succeed without a report."""
     return mailhost.done(command, *components(*names), out=out, **more)
 
 

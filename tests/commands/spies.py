@@ -1,5 +1,5 @@
-"""Stand-ins for programs of the mail host: spy() puts one in a program's place, a Rule says what it
-does with a call, and calls() tells what was called and how. Text is str as in mailhost.
+"""Stand-ins for programs of the mail host. spy() puts one in a program's place, a Rule says what it does
+with a call, and calls() returns the calls. Text is str as in mailhost.
 """
 import dataclasses
 import json
@@ -12,16 +12,16 @@ from mailhost import BIN, SPIES, spy_journal, text
 
 @dataclasses.dataclass
 class Rule:
-    """What a spy does with the calls that fit. Plain Rule() runs the real program."""
+    """What a spy does with the calls that fit. A plain Rule() runs the real program."""
 
     exit: int | None = None  # end with this status instead of running the real program
     signal: int | None = None  # or die by this signal
     out: str = ""  # write this on standard output first
     err: str = ""  # and this on standard error
-    spew: int = 0  # write so many bytes on each of both streams first, in turns
+    spew: int = 0  # first write that many bytes on each of the two streams, in turns
     input: str = "record"  # record | ignore (never read it) | close
-    delay: float = 0  # wait so many seconds first
-    times: int | None = None  # serve so many calls, then leave it to the next rule
+    delay: float = 0  # first wait that many seconds
+    times: int | None = None  # serve that many calls, then leave the rest to the next rule
     having: str | None = None  # serve only calls that have this argument
 
     def line(self):
@@ -47,7 +47,7 @@ class Call:
     argv: list
     env: dict
     cwd: str
-    fds: dict  # descriptor number -> what it is open on
+    fds: dict  # descriptor number -> the file it is open on
     uid: int
     gid: int
     umask: int
@@ -61,9 +61,9 @@ def _latin(value):
 
 
 def spy(program, *rules):
-    """Puts a spy in a program's place. The first rule that fits a call and is not used up
-    serves it; without one the real program runs. A program that does not exist yet is made,
-    and a second spy() on a program replaces its rules. reset() takes all spies away."""
+    """Puts a spy in a program's place. The first rule that fits a call and is not used up serves it;
+    without one the real program runs. Makes a program that does not exist. A second spy() on a program
+    replaces its rules. reset() removes all spies."""
     place = os.path.realpath(program)
     folder = SPIES / place.replace("/", "%")
     folder.mkdir(0o777, parents=True, exist_ok=True)
@@ -79,7 +79,7 @@ def spy(program, *rules):
 
 
 def calls(program=None):
-    """The calls that spies have seen, of one program or of all, in their order."""
+    """The calls that spies have seen, of one program or of all, in order."""
     seen, open_calls = [], {}
     for line in spy_journal().splitlines():
         entry = json.loads(line)

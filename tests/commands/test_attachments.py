@@ -1,4 +1,4 @@
-"""The attachment commands: listing, adding and removing what is kept for a mailname's autoresponder."""
+"""The attachment commands: listing, adding and removing the files for a mailname's autoresponder."""
 import os
 import pathlib
 
@@ -79,7 +79,7 @@ def by_name(table):
 
 
 def options(**values):
-    """--domain-name and --mailname of the test's mailname, unless said otherwise, and more."""
+    """The options of a command. --domain-name and --mailname are the test's unless values replace them."""
     given = {"domain_name": "example.com", "mailname": "info"} | values
     words = []
     for name, value in given.items():
@@ -101,7 +101,7 @@ def remove(name, **values):
 
 
 def report(message, error):
-    """A report while errno is set."""
+    """A report as it reads while errno is set."""
     return f"{message}\nSystem error {error}: {os.strerror(error)}\n"
 
 

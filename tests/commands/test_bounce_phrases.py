@@ -1,4 +1,4 @@
-"""What the bounce program gets of a phrase, by way of the real mail server and its shell."""
+"""The arguments that the bounce program gets from a phrase, through the real mail server and its shell."""
 import os
 import smtplib
 
@@ -10,7 +10,7 @@ from demo_mail import next_second
 PROGRAM = "/usr/lib64/orvek-9.0/bouncemessage"
 SEEN = "/tmp/bounces"
 
-# Notes its arguments, their number first, in a file of the alias that it was run for.
+# Writes the number of its arguments and the arguments to a file named after its alias.
 NOTING = f"""#!/bin/sh
 cat > /dev/null
 printf '%s\\0' "$#" "$@" > "{SEEN}/$LOCAL.part" && mv "{SEEN}/$LOCAL.part" "{SEEN}/$LOCAL"
@@ -36,8 +36,8 @@ def mail_server():
 
 
 def arguments_for(phrases):
-    """Gives each phrase to a domain of its own, writes to all of them, and returns what the program
-    was started with: a list of arguments for each phrase."""
+    """Gives each phrase to a domain of its own and sends mail to all of them. Returns the program's
+    arguments for each phrase."""
     domains = [f"d{number}.test" for number in range(len(phrases))]
     add_records("virtual_domains", {domain: f"{domain}/" for domain in domains})
     for domain, phrase in zip(domains, phrases):
@@ -90,5 +90,5 @@ def test_the_mail_server_makes_a_tab_a_blank():
 
 
 def test_a_carriage_return_parts_the_phrase():
-    """It is not among the bytes that are quoted, and the mail server makes a blank of it."""
+    """It is not quoted, and the mail server turns it into a blank."""
     assert arguments_for(["one\rtwo"]) == [["one", "two"]]

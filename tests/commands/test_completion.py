@@ -1,4 +1,4 @@
-"""The manual page and the bash completion: they say what the tool's help says, and complete."""
+"""The manual page and the bash completion agree with the tool's help, and the completion works."""
 import os
 import pty
 import re
@@ -10,7 +10,7 @@ import pytest
 
 from mailhost import CHECKOUT, TOOL, mailvek, nothing_changes, read, run, write
 
-SANITIZED_TOO = False  # the tool only prints its help, which other files ask it for
+SANITIZED_TOO = False  # the tool only prints its help, which other files test
 
 CHECK = CHECKOUT / "tools" / "check-help"
 PAGE = CHECKOUT / "man" / "mailvek.8"
@@ -19,7 +19,7 @@ COMMANDS = re.findall(r"^(-.*?)  ", read(CHECKOUT / "tests" / "golden" / "help-c
 
 
 def completed(*words, script="", cwd="/"):
-    """What the completion offers for the last word of a line, split as bash splits it."""
+    """The completion's offers for the last word of a line, which is split as bash splits it."""
     ended = run("bash", "-c", f'. "{COMPLETION}"; {script}\n'
                 'COMP_WORDS=("$@") COMP_CWORD=$(($# - 1)); _mailvek; printf "%s\\n" "${COMPREPLY[@]}"',
                 "mailvek", "mailvek", *words, cwd=cwd)
@@ -34,7 +34,7 @@ def checked(page=PAGE, completion=COMPLETION):
 
 
 def changed(file, tmp_path, *replaced):
-    """A copy of the file with something in it replaced."""
+    """A copy of the file with some of its text replaced."""
     content, new = read(file), tmp_path / file.name
     assert re.search(replaced[0], content, re.M), replaced
     write(new, re.sub(*replaced, content, count=1, flags=re.M))
@@ -176,7 +176,7 @@ def test_completing_runs_no_command_of_the_tool():
 
 
 def terminal(lines, until):
-    """What an interactive bash prints for the lines, up to a text."""
+    """The output of an interactive bash for the lines, up to a text."""
     child, master = pty.fork()
     if child == 0:
         os.execve("/bin/bash", ["bash", "--norc", "--noprofile", "-i"], {"PATH": "/usr/bin:/bin", "TERM": "dumb", "PS1": ""})

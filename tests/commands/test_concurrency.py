@@ -1,9 +1,8 @@
 """Many runs of the tool at once, as when the panel works on many domains at a time.
 
-What is promised: runs that change different domains never disturb each other. A change of single
-records waits for another one, and for a rewrite, and a rewrite waits for both. So at the end the
-maps hold what the runs would have left one after the other, whatever their order was; nothing is
-torn, nothing lost, and records that nobody touched are as they were.
+The promise: runs that change different domains never disturb each other. Changes of single records and
+rewrites wait for one another. So at the end the maps hold what the same runs would have left one after
+the other, in any order. Nothing is torn, nothing is lost, and records that nobody touched are unchanged.
 """
 import concurrent.futures
 import glob
@@ -61,7 +60,7 @@ def changed(command, domain, *arguments, password=None):
 
 
 def at_once(*calls):
-    """Runs each function with each of its things, AT_ONCE at a time; the first failure is raised."""
+    """Runs each function with each of its arguments, AT_ONCE at a time. Raises the first failure."""
     with concurrent.futures.ThreadPoolExecutor(AT_ONCE) as pool:
         running = [pool.submit(function, thing) for function, thing in calls]
         for one in concurrent.futures.as_completed(running):
@@ -77,20 +76,20 @@ def in_turns(*lists):
 
 
 def maps():
-    """All maps, which must open and be listed whole."""
+    """The records of all maps, each of which must open and list whole."""
     for name in MAP_NAMES:
         listed = run("postmap", "-s", map_file(name))
         assert listed.status == 0 and listed.err == "", listed
         keys = [line.split("\t")[0] for line in listed.out.splitlines()]
         assert len(keys) == len(set(keys)), f"a key twice in {name}"
-        # What a listing shows and what the mail server finds are two ways through the file.
+        # A listing and the mail server's look-ups read the file in two different ways.
         found = run("postmap", "-q", "-", map_file(name), stdin="".join(f"{key}\n" for key in keys))
         assert sorted(found.out.splitlines()) == sorted(listed.out.splitlines()), name
     return {name: postmap(name) for name in MAP_NAMES}
 
 
 def rooms(name="*"):
-    """Where postmap works on a map."""
+    """The directories in which postmap works on a map."""
     return glob.glob(f"{MAPS}/.{name}.room-*")
 
 
@@ -103,7 +102,7 @@ def no_work_files_are_left():
 
 
 def life_of(domain):
-    """What the panel asks for one domain that is there: each change is of single records."""
+    """The panel's commands for one existing domain. Each changes single records."""
     number = number_of(domain)
     anna, bertha = "--mailname=anna", "--mailname=bertha"
     changed("--add-mailname", domain, anna, "--disk-quota=-1")
@@ -128,7 +127,7 @@ def life_of(domain):
 
 
 def expected_maps(domains):
-    """What the maps hold after life_of() for each domain."""
+    """The records of the maps after life_of() for each domain."""
     expected = {name: {} for name in MAP_NAMES}
     for domain in domains:
         number = number_of(domain)
@@ -173,7 +172,7 @@ def expected_homes():
 
 
 def domains_by_hand():
-    """The domains as --add-domain leaves them, which would rewrite a map for each."""
+    """Makes the domains as --add-domain leaves them, without its rewrite of a map for each."""
     add_records("virtual_domains", {domain: f"{domain}/" for domain in DOMAINS})
     add_records("virtual", {key: value for domain in DOMAINS for key, value in standard_addresses(domain).items()})
 
@@ -191,8 +190,8 @@ LOCKS = "/root/locks"
 
 
 def slowed(case, lock):
-    """Puts a postmap in place that waits before it takes one of its locks, by number, in the runs
-    with this first argument; the locks that it has taken are in LOCKS."""
+    """Installs a postmap that waits before one of its locks, by number, in runs with this first argument.
+    It lists the locks that it has taken in LOCKS."""
     postmap = f"{REAL}/usr/sbin/postmap"
     write("/root/postmap", f"""#!/bin/sh
 [ "$1" = {case} ] || exec {postmap} "$@"
@@ -207,7 +206,7 @@ def remove_old_alias(domain):
 
 
 def add_during_the_removal(domain):
-    # postmap has read the head of the map, let its lock go, and is about to lock it for writing.
+    # postmap has read the head of the map, has unlocked it, and is about to lock it for writing.
     wait_until(lambda: os.path.exists(LOCKS) and "LOCK_UN" in read(LOCKS))
     changed("--add-domain-alias", domain, "--domain-alias-name=new.test", "--set-reject")
 
@@ -244,12 +243,12 @@ REWRITES = {0: del_domain_alias, 1: remove_domain, 2: rename_mailname}
 
 
 def rewritten(domain):
-    """The commands that rewrite maps: for each domain one of three."""
+    """One of the three commands that rewrite maps, chosen by the domain."""
     REWRITES[number_of(domain) % 4](domain)
 
 
 def young(domain):
-    """A domain with a mailbox and the alias domain, if it has one."""
+    """Makes a domain with a mailbox, and with its alias domain if it has one."""
     changed("--add-mailname", domain, "--mailname=anna", "--disk-quota=-1")
     changed("--add-mailbox", domain, "--mailname=anna", password="secret")
     if has_alias(domain):
@@ -257,7 +256,7 @@ def young(domain):
 
 
 def rewritten_records(domain):
-    """What virtual and vmailbox hold of a domain after young() and rewritten()."""
+    """The domain's records in virtual and vmailbox after young() and rewritten()."""
     kind = number_of(domain) % 4
     if kind == 1:
         return {}, {}

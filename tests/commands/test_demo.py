@@ -1,4 +1,4 @@
-"""The demo: it runs whole, and tells when a step does not hold."""
+"""The demo runs to its end, and says when a step does not hold."""
 import re
 
 from mailhost import HOST, PATH, run
@@ -31,7 +31,7 @@ def test_every_step_of_the_demo_holds():
 
 
 def test_failing_steps_are_told_and_counted_and_others_go_on():
-    spy("/usr/sbin/authtest", Rule(exit=0))  # lets everybody in
+    spy("/usr/sbin/authtest", Rule(exit=0))  # accepts every login
     ended, lines = demo()
     good, steps = held(lines)
     assert ended.status == 1, ended

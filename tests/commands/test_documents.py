@@ -1,4 +1,4 @@
-"""What the documents show is what happens: their sessions and their examples are run."""
+"""Runs the sessions and examples of the documents: they must work as shown."""
 import os
 import re
 
@@ -11,7 +11,7 @@ DOCUMENTS = sorted([*CHECKOUT.glob("*.md"), *CHECKOUT.glob("docs/*.md")])
 
 
 def session(document):
-    """Pairs of a command and what it prints, from the indented lines that begin with "$ "."""
+    """Each command of a session with its output. Commands are the indented lines that begin with "$ "."""
     steps = []
     inside = False
     for line in document.read_text().splitlines():
@@ -30,7 +30,7 @@ def examples(document):
 
 
 def typed(line):
-    """The line as an administrator types it, who has the tool in reach."""
+    """Runs the line as an administrator who has the tool in PATH."""
     return run("/bin/sh", "-c", line, env={"PATH": f"{os.path.dirname(TOOL)}:{PATH}", "HOME": "/root"})
 
 

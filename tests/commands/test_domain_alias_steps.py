@@ -1,5 +1,5 @@
-"""The steps of --add-domain-alias, --del-domain-alias and --rename-domain-alias, and the keys of a
-list of domains: what is done when a later step fails, and whose result counts."""
+"""The steps of --add-domain-alias, --del-domain-alias and --rename-domain-alias, and the keys of a list
+of domains: what is done when a later step fails, and which step's result counts."""
 import os
 
 import pytest
@@ -8,7 +8,7 @@ from mailhost import auth_domains, auth_rows, described, done, failed, mailvek, 
 from panel import add_hook, damage_hooks, hooks, panel_domain, panel_domain_alias, panel_mailname, without_accounts
 
 DOMAIN, ALIAS, NEW = "example.com", "alias.test", "new.test"
-# A domain of a list for which no key can be stored, nor removed.
+# A key for this name can be neither stored nor removed.
 KEYLESS = "/"
 ANNA = f"anna@{DOMAIN}"
 AT = f"--domain-name={DOMAIN}"
@@ -20,7 +20,7 @@ UPLOAD = "/root/key"
 
 @pytest.fixture(autouse=True)
 def panel():
-    """A domain with a mailname that has an account and a hook, and with a key."""
+    """Makes a domain with a key, and with a mailname that has an account and a hook."""
     start("mariadb")
     panel_domain(DOMAIN)
     panel_mailname(ANNA)

@@ -108,7 +108,7 @@ ADDRESSES = {ALIAS: "1", f"anna@{ALIAS}": ANNA, f"ann@{ALIAS}": ANNA}
 
 
 def populated():
-    """A mailname with a mail alias, accounts, a hook for it and one for the domain, and a key."""
+    """Makes a mailname with a mail alias, accounts, a hook for it, a hook for the domain, and a key."""
     done("--add-mailname", f"--domain-name={DOMAIN}", "--mailname=anna", "--disk-quota=100000")
     done("--add-alias", f"--domain-name={DOMAIN}", "--mailname=anna", "--alias=ann")
     done("--set-password", f"--domain-name={DOMAIN}", "--mailname=anna", env=PLAIN)
@@ -253,7 +253,7 @@ RENAME = ("--rename-domain-alias", f"--domain-name={DOMAIN}", f"--old-domain-ali
 
 
 def renamed_addresses():
-    """The records of the alias domain under its new name; the key that marks it among them."""
+    """The records of the alias domain under its new name, including the one that marks it."""
     return {NEW: "1", f"anna@{NEW}": ANNA, f"ann@{NEW}": ANNA} | standard_addresses(NEW)
 
 

@@ -98,7 +98,7 @@ def test_without_a_quota_none_is_set():
     panel_mailname(f"anna@{DOMAIN}")
     add()
     done("--add-mailname", f"--domain-name={DOMAIN}", "--mailname=anna", "--disk-quota=50000")
-    stop("mariadb")  # to set one would ask the panel's database
+    stop("mariadb")  # setting a quota would ask the panel's database
     add()
     assert quota_of("anna", 50000)
 
@@ -134,7 +134,7 @@ def test_a_failed_quota_ends_the_command_before_the_maps():
 
 
 def populated():
-    """The domain with an alias domain, an account under each, a mailname and hooks."""
+    """Makes the domain with an alias domain, an account under each, a mailname and hooks."""
     panel_sql("DELETE FROM domains")
     panel_domain(DOMAIN, aliases=[ALIAS], mailnames=["anna"])
     panel_domain(SECOND)
@@ -155,7 +155,7 @@ def test_a_removed_domain_leaves_nothing():
     assert auth_domains() == {SECOND: 0} and list(auth_rows()) == [f"other@{SECOND}"]
     assert postmap("virtual_domains") == {SECOND: f"{SECOND}/"}
     assert postmap("vmailbox") == {}
-    # What other domains have stays, and so does an address under an alias that is no alias yet.
+    # Records of other domains stay. So does an address under an alias that the panel has not made yet.
     assert postmap("virtual").keys() == standard_addresses(SECOND).keys()
     assert os.listdir(MAILNAMES) == [SECOND]
     assert hooks() == [f"recipient/other@{SECOND}"]

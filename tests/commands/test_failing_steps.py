@@ -1,5 +1,5 @@
-"""Commands of domains and mailnames whose first, middle or last step fails: what was done stays,
-what comes after it is not begun."""
+"""Commands of domains and mailnames whose first, middle or last step fails: the steps before it stay
+done, and the steps after it are not begun."""
 import concurrent.futures
 import os
 
@@ -29,7 +29,7 @@ ALL_ACCOUNTS = [f"ann@{ALIAS}", f"ann@{DOMAIN}", f"anna@{ALIAS}", ANNA]
 
 @pytest.fixture(autouse=True)
 def panel():
-    """A domain with an alias domain, a mailname with a mail alias, accounts and hooks."""
+    """Makes a domain with an alias domain, and a mailname with a mail alias, accounts and hooks."""
     start("mariadb")
     panel_domain(DOMAIN, aliases=[ALIAS])
     panel_mailname(ANNA, aliases=["ann"])
@@ -51,12 +51,12 @@ def state():
 
 
 def map_fails(name):
-    """postmap fails for this map alone."""
+    """Makes postmap fail for this map only."""
     spy(POSTMAP, Rule(exit=1, err="postmap: fatal: no\n", having=f"hash:{MAPS}/{name}"))
 
 
 def accounts_stay(event, table):
-    """The account database refuses to insert, update or delete rows of a table."""
+    """Makes the account database refuse to insert, update or delete rows of a table."""
     auth_sql(f"CREATE TRIGGER refuse_{event} BEFORE {event} ON {table} BEGIN SELECT RAISE(ABORT, 'refused'); END")
 
 
@@ -345,7 +345,7 @@ def test_old_accounts_that_cannot_go_stay_beside_the_new_ones():
 
 
 def test_a_failed_catch_all_ends_it_after_the_accounts():
-    # The two additions of the alias domain's names, and then its catch-all.
+    # Two runs add the alias domain's names. The third, for its catch-all, fails.
     spy(POSTMAP, Rule(times=2), Rule(exit=1, err="postmap: fatal: no\n"))
     failed("--add-domain-alias", AT, f"--domain-alias-name={NEW}", "--set-catchall", f"--email={ANNA}",
            saying="postmap: fatal: no")

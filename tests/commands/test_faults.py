@@ -1,4 +1,4 @@
-"""A share of the faults of ./dev faults: commands whose system calls fail, one at a time."""
+"""Some of the faults of ./dev faults: commands whose system calls fail, one at a time."""
 import sys
 
 import pytest
@@ -11,13 +11,13 @@ import run  # noqa: E402
 import state  # noqa: E402
 from commands import COMMANDS  # noqa: E402
 
-# A prime, so that each command's share holds calls and errors of every kind.
+# A prime, so that each command's share has calls and errors of every kind.
 EVERY = 19
 
 
 @pytest.fixture(scope="module")
 def first_picture():
-    """A host that all commands find, which each of them leaves as it was."""
+    """Prepares the host for all commands. Each of them leaves it as it was."""
     run.prepare()
     yield state.picture()
     mailhost.reset()

@@ -1,4 +1,4 @@
-"""The front of the tool: which commands it knows, its help, the feature report, bad usage."""
+"""The front of the tool: the commands that it knows, its help, the feature report, bad usage."""
 import os
 import re
 import subprocess
@@ -165,7 +165,7 @@ def test_nothing_is_opened_read_or_started_on_the_way(arguments):
         "unlink,unlinkat,rename,renameat,renameat2,mkdir,mkdirat,truncate,ftruncate,flock,chmod,chown")
     assert ended.status == (0 if arguments and arguments[0] != "foo" else 1)
     assert lines[0].startswith(f'execve("{TOOL}"')
-    # The loader opens its libraries; the sanitizers' runtime looks at its own process.
+    # The loader opens libraries, and the sanitizers' runtime looks at its own process.
     allowed = r'open(at)?\((AT_FDCWD, )?"(/etc/ld\.so\.\w+|/(usr/)?lib/[^"]*\.so[^"]*|/proc/self/\w+)", O_RDONLY'
     assert [line for line in lines[1:] if not re.match(allowed, line) and not line.startswith("+++")] == []
 

@@ -1,5 +1,5 @@
-"""What the commands make of the names that they are given: domains in another script, names that
-are none, names that go down as typed."""
+"""The names that commands are given: domains in another script, bad names, and names that are stored
+as typed."""
 import functools
 import os
 
@@ -23,8 +23,8 @@ done = functools.partial(mailhost.done, env=PLAIN)
 
 @pytest.fixture
 def populated():
-    """A domain with an alias domain, a mailname with a mail alias, accounts, hooks, keys: under the
-    names in ASCII form."""
+    """Makes a domain with an alias domain and keys, and a mailname with a mail alias, accounts and hooks,
+    all under the ASCII forms of their names."""
     start("mariadb")
     panel_domain(DOMAIN, aliases=[OLD])
     panel_mailname(ANNA, aliases=["ann"])
@@ -43,7 +43,7 @@ def populated():
 
 
 def files(top):
-    """Everything below a directory with its content, where it is a file."""
+    """Everything below a directory, files with their content."""
     return {f"{top}/{path}": (said, read(f"{top}/{path}") if said.startswith("f ") else "")
             for path, said in tree(top).items()}
 
@@ -57,7 +57,7 @@ AT = f"--domain-name={TYPED}"
 NAMES = (AT, "--mailname=anna")
 FORWARD = "--redirect-email=b@example.org"
 
-# With each of them something about the domain that is there changes.
+# Each of these changes something about the existing domain.
 CHANGES = [
     ("--add-domain", AT, "--disk-quota=4000"),
     ("--remove-domain", AT),
@@ -114,7 +114,7 @@ def test_a_mailboxs_size_is_asked_for_in_another_script(populated):
     done("--get-mailbox-size", *NAMES, out=size)
 
 
-# The options of each command, with a value that it takes.
+# The options of each command, each with a value that the command takes.
 MAILNAME = {"domain-name": DOMAIN, "mailname": "anna"}
 REDIRECT = MAILNAME | {"redirect-email": "b@example.org"}
 ALIAS = MAILNAME | {"alias": "ann"}
@@ -155,7 +155,7 @@ CHECKED = [command for command in COMMANDS if command.endswith(("-mailname", "-m
 
 
 def with_options(command, **given):
-    """The command with these values in the place of its own; those that it does not take are left out."""
+    """The command with these values instead of its own. Options that it does not take are left out."""
     given = {name.replace("_", "-"): value for name, value in given.items()}
     return mailvek(command, *(f"--{name}={given.get(name, value)}" for name, value in COMMANDS[command].items()),
                    env=PLAIN)
@@ -178,7 +178,7 @@ def no_local_part(name):
 
 
 def test_each_command_refuses_a_domain_without_an_ascii_form():
-    # An alias domain is removed by its own name alone.
+    # An alias domain is removed by its own name only.
     unused = [("--del-domain-alias", "domain-name")]
     tried = [(command, option) for command in COMMANDS for option in options_of(command, DOMAIN_OPTIONS)
              if (command, option) not in unused]
@@ -243,7 +243,7 @@ def test_redirects_aliases_and_autoresponders_take_any_mailname(populated):
 def test_a_mail_alias_is_kept_as_typed(populated):
     done("--add-alias", *NAMES, "--alias=Ännie")
     assert auth_rows()[f"Ännie@{DOMAIN}"] == ("secret", None, 0)
-    # The map's own program folds capitals in keys.
+    # postmap turns the capitals of keys into small letters.
     assert postmap("virtual")[f"ännie@{DOMAIN}"] == ANNA
     assert f"recipient/Ännie@{DOMAIN}" in hooks()
     done("--remove-alias", *NAMES, "--alias=Ännie")

@@ -1,4 +1,4 @@
-"""The handler commands that remove, switch and check, and what all six share; on the real store."""
+"""The handler commands that remove, switch and check, and what all six share, on the real store."""
 import os
 import pathlib
 

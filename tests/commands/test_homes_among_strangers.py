@@ -1,4 +1,4 @@
-"""What the mail user puts into a home: links, FIFOs and huge files lead the tool nowhere."""
+"""Links, FIFOs and huge files that the mail user puts into a home do not lead the tool astray."""
 import os
 import subprocess
 

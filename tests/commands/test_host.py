@@ -1,5 +1,5 @@
-"""The mail host itself is true: it is as an installer leaves it, its services are real and linked,
-its reset brings everything back. What the other tests show rests on this."""
+"""The mail host itself works: it is as an installer leaves it, its services are real and connected, and
+its reset puts everything back. All other tests rely on this."""
 import os
 import pathlib
 import signal
@@ -17,7 +17,7 @@ from mailhost import (
 )
 from spies import Rule, calls, spy
 
-SANITIZED_TOO = False  # the tool is not what is tested
+SANITIZED_TOO = False  # these tests are not about the tool
 
 POSTMAP = "/usr/sbin/postmap"
 ANNA = "anna@example.com"
@@ -92,7 +92,7 @@ def test_a_delivered_letter_is_read_by_imap_and_pop3():
 def test_logins_follow_the_account_database():
     make_mailbox(ANNA, "secret")
     start("courier")
-    assert imap_letters(ANNA, "wrong") is None  # Courier's servers take 5 s to say so
+    assert imap_letters(ANNA, "wrong") is None  # Courier's servers take 5 s to refuse
     assert login_works(ANNA, "secret") and not login_works(ANNA, "wrong")
     auth_sql("UPDATE domains SET status = 1")
     assert not login_works(ANNA, "secret")
@@ -212,7 +212,7 @@ def test_the_panels_tables_answer_every_query_of_the_tool():
 
 
 def test_reset_brings_every_file_back():
-    before = os.listdir("/tmp")  # the checkout may lie in it
+    before = os.listdir("/tmp")  # the checkout may be in it
     add_records("virtual", {ANNA: ANNA})
     os.unlink(f"{MAPS}/aliases.db")
     set_postconf(mynetworks="10.0.0.0/8", message_size_limit="1")
@@ -272,7 +272,7 @@ def test_reset_stops_what_runs_and_undoes_mounts_and_spies():
 
 
 def test_reset_spares_the_start_of_the_database():
-    # Which takes seconds, where the rest of a reset takes none.
+    # Stopping them takes seconds, the rest of a reset no time.
     start("mariadb", "postfix", "courier")
     before = run("pidof", "mariadbd").out
     reset()

@@ -1,5 +1,5 @@
-"""The faults that tests set up are real ones: full disks, read-only files, held locks, a database
-that is gone. Under nosleep waits take no time, and nothing_changes() notices each change."""
+"""The faults that tests set up are real: full disks, read-only files, held locks, a missing database.
+Under nosleep sleeps take no time, and nothing_changes() notices each change."""
 import os
 import time
 
@@ -12,7 +12,7 @@ from mailhost import (
     start, stop, tree, write,
 )
 
-SANITIZED_TOO = False  # the tool is not what is tested
+SANITIZED_TOO = False  # these tests are not about the tool
 
 ANNA = "anna@example.com"
 

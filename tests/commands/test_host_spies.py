@@ -1,4 +1,4 @@
-"""Spies note each call of the program in whose place they are, and serve it as they were told."""
+"""Spies note each call of the program that they replace, and serve it by their rules."""
 import os
 import signal
 import subprocess
@@ -9,7 +9,7 @@ import pytest
 from mailhost import MAPS, postmap, reset, run, runs, text, wait_until
 from spies import Rule, calls, spy
 
-SANITIZED_TOO = False  # the tool is not what is tested
+SANITIZED_TOO = False  # these tests are not about the tool
 
 POSTMAP = "/usr/sbin/postmap"
 
@@ -50,7 +50,7 @@ def test_a_spy_exits_dies_and_speaks_as_told():
     assert (ended.status, ended.out, ended.err) == (7, "to out\n", "to err\n")
     assert run("/bin/ps").status == -signal.SIGKILL
     assert run("/bin/ps").status == -signal.SIGSEGV
-    assert "PID" in run("/bin/ps").out  # used up: the real one
+    assert "PID" in run("/bin/ps").out  # the rule is used up, so this is the real program
 
 
 def test_a_spy_picks_calls_by_argument():

@@ -1,4 +1,4 @@
-"""Names that would mean something in another language: SQL, a map's text, a path."""
+"""Names that would mean something else in SQL, in a map's text or in a path."""
 import pytest
 
 from mailhost import MAILNAMES, auth_rows, done, mailvek, nothing_changes, postmap, read, start
@@ -19,7 +19,7 @@ def panel():
 
 
 def refused(*arguments, name=""):
-    """The tool ends as for any bad name, and changes nothing."""
+    """Runs the tool, which must refuse the bad name and change nothing."""
     with nothing_changes():
         ended = mailvek(*arguments, env=PLAIN)
     assert ended.status == 1 and "Fatal error: " in ended.err and name in ended.err, ended

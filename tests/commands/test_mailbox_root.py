@@ -1,4 +1,4 @@
-"""All that the tool does in mailboxes, below a root that the product configuration puts elsewhere."""
+"""All work of the tool in mailboxes, below a root that the product configuration puts elsewhere."""
 import os
 
 import pytest

@@ -1,5 +1,5 @@
-"""Which runs of postmap a command makes of the records that it changes, in which order, and the
-order of the records within a run."""
+"""The runs of postmap with which a command changes records, their order, and the order of the records
+within a run."""
 import pytest
 
 from mailhost import done, mailvek, map_file, start
@@ -24,7 +24,7 @@ def panel():
 
 
 def added(name, *records):
-    """One run that adds records, each a key and its value."""
+    """A run that adds records, each a key and its value."""
     return ["-r", "-i", map_file(name)], "".join(f"{key} {value}\n" for key, value in records)
 
 
@@ -45,7 +45,7 @@ def standard(domain):
 
 
 def postmap_runs(*arguments, env=None):
-    """What postmap is started with, and what it is given to read."""
+    """The arguments of each run of postmap, and its standard input."""
     spy(POSTMAP)
     done(*arguments, env=env)
     return [(call.argv[1:], call.stdin) for call in calls(POSTMAP)]
@@ -97,7 +97,7 @@ def test_one_run_ends_alias_domains_catch_alls_before_the_domains(command):
 # -------------------------------------------------------------------------------- alias domains
 
 
-# The mark first; of each mailname its mail aliases before itself.
+# The mark comes first. Each mailname comes after its mail aliases.
 NAMES_OF_THE_ALIAS = added("virtual", (NEW, "1"), (f"ann@{NEW}", ANNA), (f"annie@{NEW}", ANNA), (f"anna@{NEW}", ANNA),
                            (f"bertha@{NEW}", f"bertha@{DOMAIN}"))
 ADD = ("--add-domain-alias", AT, f"--domain-alias-name={NEW}")

@@ -1,4 +1,4 @@
-"""What the options and the environment make of a password, and the accounts of a mail alias."""
+"""How options and environment set a password, and the accounts of a mail alias."""
 import functools
 
 import pytest
@@ -56,7 +56,7 @@ def test_without_alias_domains_a_mail_alias_has_one_account():
 
 
 def test_an_alias_domain_gets_the_mail_aliases_account():
-    """Not that of the mailname under the alias domain, which has none here."""
+    """The copy is not of the mailname's account under the alias domain, which does not exist here."""
     done("--set-password", *NAMES)
     panel_domain_alias(DOMAIN, ALIAS)
     done("--add-alias", *NAMES, "--alias=ann")

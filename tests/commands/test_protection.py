@@ -69,7 +69,7 @@ def test_a_network_is_removed_wherever_it_stands():
     for address, left in (("198.51.100.0", "127.0.0.0/8, 192.0.2.0/24, 203.0.113.0/24"),
                           ("203.0.113.0", "127.0.0.0/8, 192.0.2.0/24")):
         done("--remove-whitelist", *network(address, 24))
-        # A list shorter than Postfix's own would be bent on the next read.
+        # A list shorter than Postfix's default would be taken for it on the next read.
         assert postconf("mynetworks") == left
     assert reloads() == [["reload"]] * 2
 

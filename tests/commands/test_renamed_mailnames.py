@@ -34,7 +34,7 @@ def test_a_rename_with_password_moves_records_accounts_home_hooks():
     mailname_with_a_mailbox()
     add_hook(ANNA)
     done("--rename-mailname", *RENAME, env=PLAIN)
-    # The mailbox record keeps its value, and mail aliases follow by their values.
+    # The mailbox record keeps its value. The records of mail aliases get the new name as value.
     assert postmap("vmailbox") == {f"anita@{DOMAIN}": f"{DOMAIN}/anna/Maildir/"}
     new = f"anita@{DOMAIN}"
     assert addresses() == {new: new, f"anita@{ALIAS}": new, f"ann@{DOMAIN}": new, f"ann@{ALIAS}": new}
@@ -55,7 +55,7 @@ def test_a_rename_without_password_removes_only_the_domains_accounts(env):
 
 
 def test_a_failed_rename_merges_records_of_an_existing_mailname():
-    """What takes the first steps back cannot tell the two apart any more."""
+    """Undoing the first steps can no longer tell the two mailnames apart."""
     mailname_with_a_mailbox()
     panel_mailname(f"anita@{DOMAIN}")
     done("--add-mailname", f"--domain-name={DOMAIN}", "--mailname=anita", "--disk-quota=50000")
@@ -85,7 +85,7 @@ def test_a_second_map_that_cannot_be_changed_restores_the_first():
 def test_maps_that_cannot_be_restored_are_told_by_name():
     mailname_with_a_mailbox()
     read_only(MAILNAMES)
-    # Two runs for each of the two maps, and every later one fails.
+    # Two runs for each of the two maps succeed, and every later one fails.
     spy(POSTMAP, Rule(times=4), Rule(exit=1, err="postmap: fatal: no\n"))
     ended = failed("--rename-mailname", *RENAME, env=PLAIN, saying="Read-only file system")
     for title in ("Postfix Virtual Aliases Database", "Postfix Virtual Mailboxes Database"):
@@ -154,8 +154,8 @@ def test_a_removed_mailname_leaves_its_mail_aliases_and_nothing_else():
 
 
 def test_a_removed_mailnames_hooks_go_in_order():
-    """One walk for the mailname, then its name under each alias domain, then each mail alias
-    under the domain, then each of them under each alias domain."""
+    """The order is: the mailname, its name under each alias domain, each mail alias under the domain, each
+    mail alias under each alias domain."""
     panel_domain_alias(DOMAIN, OTHER)
     panel_domain_alias(DOMAIN, "third.test")
     panel_mail_alias(ANNA, "annie")

@@ -45,7 +45,7 @@ def setting(name):
 
 
 def fail_writes(after=0):
-    """postconf -e fails once that many writes have passed."""
+    """Makes postconf -e fail after that many writes."""
     spy(POSTCONF, *([Rule(having="-e", times=after)] if after else []),
         Rule(having="-e", exit=1, err="postconf: fatal: no\n"))
 
@@ -218,7 +218,7 @@ def test_the_format_with_short_names_is_refused():
     assert calls() == []
 
 
-# Deliberate: the status of Courier's restart is passed on as it stands.
+# Deliberate: the status of Courier's restart is passed on unchanged.
 def test_a_failing_courier_is_told_by_status_255():
     spy(COURIER, Rule(exit=1))
     ended = mailvek("--set-accounts-format", "--account-format=compound")

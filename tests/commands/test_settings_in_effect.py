@@ -10,14 +10,14 @@ from mailhost import add_records, done, postconf, set_postconf, start, system_lo
 
 ANNA, ELSEWHERE = "anna@example.com", "bertha@elsewhere.test"
 LOGIN = (ANNA, "secret")
-NOBODY = "192.0.2.66"  # whom the panel's table refuses
+NOBODY = "192.0.2.66"  # the panel's table refuses this client
 
 
 @pytest.fixture(autouse=True)
 def a_running_server():
-    # Newer versions of the server ask a list of relays of their own first, and do not start with
-    # neither list ending in a refusal; here it leaves the one domain to the tool's list. Networks
-    # shorter than Postfix's default would be taken for it.
+    # Newer versions of Postfix check smtpd_relay_restrictions first, and do not start if neither list
+    # ends in a refusal. Here that list leaves one domain to the tool's list. mynetworks is long, because
+    # a value shorter than Postfix's default would be taken for the default.
     set_postconf(
         smtpd_relay_restrictions="check_recipient_access inline:{elsewhere.test=OK}, defer_unauth_destination",
         smtpd_recipient_restrictions="permit_mynetworks, reject_unauth_destination",
@@ -30,7 +30,7 @@ def a_running_server():
 
 
 def next_second():
-    """The server sees that a map has changed by its time in whole seconds."""
+    """Waits for the next second: Postfix notices a changed map by its time in whole seconds."""
     time.sleep(1.02 - time.time() % 1)
 
 

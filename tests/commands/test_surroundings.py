@@ -1,4 +1,4 @@
-"""What the tool takes over from a careless wrapper: nothing."""
+"""The tool takes over nothing from a careless wrapper."""
 import os
 import resource
 import signal
@@ -37,7 +37,7 @@ def panel():
 
 
 def changes():
-    """A mailbox made, given a password and renamed by the given runner, and what is on the disk then."""
+    """Makes a mailbox, sets its password and renames it with the given runner. Returns what is on disk."""
     def result(through):
         through("--add-domain", AT)
         through("--add-mailname", *NAMES, "--disk-quota=100000")
@@ -69,7 +69,7 @@ def block_signals():
 
 
 def limit(which, value):
-    # The soft limit alone: the host's root may not raise a hard one again.
+    # Only the soft limit: the host's root may not raise a hard limit again.
     return lambda: resource.setrlimit(which, (value, resource.getrlimit(which)[1]))
 
 

@@ -8,7 +8,7 @@ import pytest
 from mailhost import CHECKOUT, TOOL, done, run, start, tool_environment
 from panel import panel_domain
 
-SANITIZED_TOO = False  # the road is the same, and a debugger gets in the sanitizers' way
+SANITIZED_TOO = False  # the calls are the same, and a debugger disturbs the sanitizers
 
 DOMAIN = "example.com"
 COMMAND = ("--add-mailname", f"--domain-name={DOMAIN}", "--mailname=jane", "--disk-quota=1000000")
@@ -22,7 +22,7 @@ def functions_of(step):
 
 
 def road():
-    """What the page says: the functions that the tool calls, and those of its child."""
+    """The page's list: the functions that the tool calls, and those that its child calls."""
     tool, child, in_child = [], [], False
     for line in (CHECKOUT / "docs/walkthrough.md").read_text().splitlines():
         if line == "In the child:":
@@ -35,7 +35,7 @@ def road():
 
 
 def called(functions, in_child, tmp_path):
-    """Those of the functions that the command calls, by their first call."""
+    """The functions that the command calls, in order of their first calls."""
     task, result = tmp_path / "task", tmp_path / "called"
     task.write_text(json.dumps({"functions": functions, "in_child": in_child, "result": os.fspath(result)}))
     ended = run("gdb", "-nx", "-batch", "-x", CHECKOUT / "tests/commands/gdb_calls.py", "--args", TOOL, *COMMAND,

@@ -1,13 +1,13 @@
 #!/usr/bin/python3
-"""Runs commands of the tool in a throw-away mail host while their system calls fail, one at a
-time, and looks after each of them whether what is promised holds.
+"""Runs commands of the tool in a throw-away mail host, makes their system calls fail one at a time,
+and checks after each failure whether the promises hold.
 
 usage: tests/host/enter --tool PATH /usr/bin/python3 tests/faults/run.py [--every N] [COMMAND...]
        tests/faults/run.py --list
 
-With --every N only each N-th fault of a command is tried. Prints a line for each broken promise
-and one with the number of faults for each command; exits 1 when a promise was broken. --list
-prints the commands.
+--every N tries only each N-th fault of a command. Prints a line for each broken promise, and a line
+with the number of faults for each command. Exits 1 when a promise was broken. --list prints the
+commands.
 """
 import argparse
 import os
@@ -26,12 +26,12 @@ import state  # noqa: E402
 from commands import COMMANDS, inhabited  # noqa: E402
 from exceptions import reason_for  # noqa: E402
 
-SECONDS = 10  # a run that takes longer hangs
+SECONDS = 10  # a run that takes longer counts as hanging
 SYSLOG = "/var/log/syslog"
 
 
 class Bench:
-    """A command, the host that it finds, and what a good run makes of it."""
+    """A command, the host that it finds, and the host that a good run leaves."""
 
     def __init__(self, name):
         self.name, self.command = name, COMMANDS[name]
@@ -45,17 +45,17 @@ class Bench:
         self.children = calls.children(self.command.arguments, self.env)
         self.new = self.look()
         self.restore()
-        # Upon a state that was put back, as each fault is: directories have their order by then.
+        # On a host that was put back, as for each fault: directories list their files in that order.
         ended, self.calls = calls.traced(self.command.arguments, self.env)
         assert ended.status == 0, ended
         again = self.look()
         assert again == self.new, f"two good runs differ: {differences(again, self.new)}"
         self.restore()
         self.good = [self.old, *self.steps(), self.new]
-        self.repeats = {}  # what a repeat makes of a state that has been seen
+        self.repeats = {}  # the promises that a repeat breaks, by the state it started from
 
     def steps(self):
-        """The views that a good run passes through."""
+        """The views after each step of a good run."""
         found = []
         with calls.step_by_step(self.command.arguments, self.env) as step:
             while step():
@@ -75,14 +75,14 @@ class Bench:
         self.now = state.put_back(self.found, self.now)
 
     def run(self, *words):
-        """Runs the tool with these words before it; None when it did not come back."""
+        """Runs the tool with these words before its own. None when it did not come back."""
         try:
             return mailhost.run(*words, mailhost.TOOL, *self.command.arguments, env=self.env, timeout=SECONDS)
         except subprocess.TimeoutExpired:
             return None
 
     def try_fault(self, fault):
-        """The promises that this fault breaks; None when the run did not come to the call."""
+        """The promises that this fault breaks. None when the run did not reach the call."""
         logged = os.path.getsize(SYSLOG)
         ended = self.run(*fault.strace())
         broken = list(promises.of_processes(self.processes))
@@ -104,7 +104,7 @@ class Bench:
         return broken
 
     def repeat(self, seen):
-        """The promises that the command breaks when it is run again upon what the fault left."""
+        """The promises that the command breaks when it runs again on what the fault has left."""
         key = repr(sorted(seen.items()))
         if key not in self.repeats:
             ended = self.run()
@@ -117,13 +117,13 @@ class Bench:
         return self.repeats[key]
 
     def everything(self, every):
-        """Tries each every-th fault: how many there were and how many of them the tool came to,
-        and each broken promise as (fault, promise, what was seen)."""
+        """Tries each every-th fault. Returns how many there were, how many of them the tool reached, and
+        each broken promise as (fault, promise, what was seen)."""
         tried, broken = 0, []
         chosen = calls.faults(self.calls, self.children)[::every]
         for fault in chosen:
             found = self.try_fault(fault)
-            if found is None:  # the run has read or been woken up more often than the good one
+            if found is None:  # this run has read or been woken up more often than the good one
                 found = self.try_fault(fault)
             if found is not None:
                 tried += 1
@@ -133,7 +133,7 @@ class Bench:
         return len(chosen), tried, broken
 
     def unexplained(self, fault, found):
-        """A row for each promise that was broken without a reason."""
+        """A row for each promise that was broken and has no exception."""
         found = [row for row in found if not reason_for(self.name, fault, *row)]
         return [(fault, promise, first_of(said for name, said in found if name == promise))
                 for promise in dict.fromkeys(name for name, _ in found)]
@@ -145,7 +145,7 @@ def first_of(rows):
 
 
 def differences(after, wanted):
-    """How a view is not the wanted one; the first few differences, handlers last."""
+    """How a view differs from the wanted one: the first few differences, handlers last."""
     paths = [path for path in after.keys() | wanted.keys() if after.get(path) != wanted.get(path)]
     paths.sort(key=lambda path: ("/handlers/" in path, path))
     return "; ".join(f"{path} {difference(after.get(path), wanted.get(path))}" for path in paths[:3]) + (
@@ -167,7 +167,7 @@ def prepare():
 
 
 def try_command(name, every=1):
-    """All of one command, in a host that is prepared and left as it was."""
+    """Tries the faults of one command, in a prepared host, and leaves the host as it was."""
     bench = Bench(name)
     return bench.everything(every)
 

@@ -1,7 +1,7 @@
-"""What a command may change in a host: taking it down, putting it back, and what of it counts.
+"""The state of a host that a command may change: recording it, putting it back, comparing it.
 
-A picture is what lies on the disk in the trees below. Its view is what a caller may rely on:
-maps are their records, the account database is its rows, random parts of names are gone.
+A picture is everything on disk in the trees below. Its view is what a caller may rely on: a map is its
+records, the account database is its rows, and random parts of names are left out.
 """
 import contextlib
 import dataclasses
@@ -19,14 +19,14 @@ TREES = (
     mailhost.MAPS, mailhost.MAILNAMES, "/etc/postfix", "/etc/courier", "/usr/local/orv/handlers",
     "/etc/domainkeys", "/etc/orv-spf", "/etc/orv", "/run/lock", "/tmp", "/dev/shm",
 )
-# Where the host's own services write, and the driver's directory of stand-ins and logs.
+# The host's own services write here, and the driver keeps its stand-ins and logs in SCRATCH.
 ELSEWHERE = ("/var/lib/mysql", "/var/log", "/var/spool/postfix/dev")
 SCRATCH = pathlib.Path("/run/mailvek/faults")
 
 
 @dataclasses.dataclass(frozen=True)
 class Entry:
-    """A file, directory or link as it lies there. Times are kept to be put back."""
+    """A file, directory or link. Its time is kept so that it can be put back."""
 
     mode: int
     owner: tuple
@@ -38,14 +38,14 @@ class Entry:
         return stat.S_IFMT(self.mode)
 
     def same(self, other):
-        # Not the time of a directory: it changes with what comes and goes in it.
+        # Without a directory's time, which changes whenever a file in it comes or goes.
         mine, its = ((entry.mode, entry.owner, entry.content,
                       0 if stat.S_ISDIR(entry.mode) else entry.time) for entry in (self, other))
         return mine == its
 
 
 def picture(last=None):
-    """Everything in the trees, by path. Files that are as in the last picture are not read."""
+    """Everything in the trees, by path. A file that has not changed since the last picture is not read."""
     found = {}
     for tree in TREES:
         add_entry(found, tree, last or {})
@@ -73,8 +73,7 @@ def add_entry(found, path, last):
 
 
 def put_back(wanted, present):
-    """Makes the disk, which is as in the picture present, what it is in the picture wanted.
-    The result is a picture of it."""
+    """Changes the disk from the picture present to the picture wanted. Returns a new picture."""
     for path in sorted(present.keys() - wanted.keys(), reverse=True):
         remove(path, present[path])
     emptied = set(files_beside_what_is_gone(wanted, present))
@@ -90,7 +89,8 @@ def put_back(wanted, present):
 
 
 def files_beside_what_is_gone(wanted, present):
-    """They are made anew together, for a directory to list them in the same order each time."""
+    """Files of directories that lack one. All are made anew together, so that the directory lists them
+    in the same order each time."""
     directories = {os.path.dirname(path) for path in wanted.keys() - present.keys()}
     for path in present.keys() & wanted.keys():
         if os.path.dirname(path) in directories and not stat.S_ISDIR(present[path].mode):
@@ -121,7 +121,7 @@ def make(path, entry):
 
 
 def changes_elsewhere():
-    """Paths outside of the trees that differ from the untouched system."""
+    """Paths outside the trees that differ from the untouched system."""
     found = set()
     for directory, directories, files in os.walk("/run/mailvek/changes"):
         shown = directory.removeprefix("/run/mailvek/changes")
@@ -134,9 +134,8 @@ def changes_elsewhere():
 
 
 def view(taken):
-    """What counts of a picture, by path: (kind, mode, owner, content). The content of a map is
-    its records, of the account database its rows, of other files their bytes. A lock file's
-    presence says nothing and is left out."""
+    """What counts in a picture, by path: (kind, mode, owner, content). The content of a map is its
+    records, of the account database its rows, of other files their bytes. Lock files do not count."""
     found, names = {}, Names(taken)
     for path, entry in taken.items():
         if path.startswith("/run/lock/") or path == f"{mailhost.ACCOUNTS}-journal":
@@ -149,8 +148,8 @@ def view(taken):
 
 
 class Names:
-    """Names without what is random in them. A handler's directory, which ends in six random
-    characters, is known by what it is for once it is whole."""
+    """Replaces the random parts of names. A handler's directory ends in six random characters, which
+    become the handler's value once the directory is whole."""
 
     def __init__(self, taken):
         self.handlers = {}
@@ -183,7 +182,7 @@ class Damaged(Exception):
     """A map or a database that its own program cannot read."""
 
 
-_read = {}  # what a file's bytes were found to hold
+_read = {}  # the records or rows of a file, by the digest of its bytes
 
 
 def remembered(key, read):
@@ -207,8 +206,8 @@ def records(data):
 
 
 def rows(data, journal):
-    """The account database's rows, by table and key. What an ended program left undone is
-    taken back first, as by the next one that opens it: in a copy."""
+    """The account database's rows, by table and key. Works on a copy, where SQLite first rolls back what
+    a program that has ended left unfinished."""
     def read():
         scratch = SCRATCH / "passwd.db"
         pathlib.Path(f"{scratch}-journal").unlink(missing_ok=True)
@@ -227,7 +226,7 @@ def read_rows(connection):
     said = connection.execute("PRAGMA integrity_check").fetchall()
     if said != [("ok",)]:
         return Damaged(str(said))
-    # By name: the numbers that rows are given on the way mean nothing.
+    # By name, because the rows' numbers mean nothing.
     found = {}
     for name, *values in connection.execute("SELECT name, status FROM domains"):
         found.setdefault(f"domain {name}", []).append(values)

@@ -1,8 +1,8 @@
 #!/usr/bin/python3
-"""The demo: what the tool does, step by step, on a real mail host.
+"""The demo: shows what the tool does, step by step, on a real mail host.
 
-Runs inside a host (./dev demo). Each step prints what is run, its status and what came of
-it, and holds or does not; the last line says how many held. Exits 1 when one did not.
+Runs inside a host (./dev demo). Each step prints its command, the status and the effect, and whether
+it holds. The last line says how many steps held. Exits 1 when one did not.
 """
 import pathlib
 import shlex
@@ -28,7 +28,7 @@ class Demo:
         print(f"\n== {words}", flush=True)
 
     def step(self, shown, seen, holds, most=4):
-        """Prints one step; seen is what a person would look at, the first lines of it."""
+        """Prints one step, with the first lines of what a person would look at."""
         self.steps += 1
         self.held += bool(holds)
         print(f"{'holds' if holds else 'DOES NOT HOLD':>6}  {shown}")
@@ -40,15 +40,15 @@ class Demo:
         sys.stdout.flush()
 
     def attempt(self, part):
-        """A part of the demo. What it raises is a step that does not hold, and ends the part."""
+        """Runs a part of the demo. An exception ends the part and counts as a step that does not hold."""
         try:
             part(self)
         except Exception as error:
             self.step(f"what comes after it in {part.__name__}", f"{type(error).__name__}: {error}", False)
 
     def tool(self, *arguments, status, out=None, err=None, within=0):
-        """Runs the tool with what it must answer; None stands for any text. It is asked again until
-        it answers so, or so many seconds have passed."""
+        """Runs the tool, which must answer with this status and these texts; None allows any text. Tries
+        again until it does, or within seconds have passed."""
         deadline = time.monotonic() + within
         while True:
             ended = mailhost.mailvek(*arguments)
@@ -80,7 +80,7 @@ def the_tool_answers(demo):
 def bad_usage_is_told(demo):
     demo.heading("bad usage: told on standard error, status 1, nothing changed on disk")
     short_usage = mailhost.mailvek("-h").out
-    mailhost.stop("postfix", "courier", "mariadb")  # which write when they like
+    mailhost.stop("postfix", "courier", "mariadb")  # because they write at any time
     before = mailhost.disk()
     demo.tool(status=1, out="", err="Error: no command specified\n" + short_usage)
     demo.tool("foo", status=1, out="", err="Error: invalid command foo\n" + short_usage)

@@ -1,8 +1,8 @@
-"""The panel's sequence on a real mail host: what the tool does for a domain from its first day
-to its last, each step with what it changed and what mail and logins make of it.
+"""The panel's sequence on a real mail host: the tool's commands for a domain from its first day to its
+last, each with what it changed and with mail and logins that show the effect.
 
-demo.py runs it. Before each command the panel's own database gets the rows that the panel
-would have written by then.
+demo.py runs it. Before each command the panel's own database gets the rows that the panel would have
+written by then.
 """
 import smtplib
 import time
@@ -22,7 +22,7 @@ SETTINGS = ("smtpd_sasl_auth_enable", "smtpd_recipient_restrictions", "smtpd_cli
 
 
 def state():
-    """What the commands change, as lines to compare."""
+    """Everything that the commands change, as lines to compare."""
     lines = [f"{name}: {key} -> {value}" for name in MAPS for key, value in mailhost.postmap(name).items()]
     lines += [f"account: {address}{' (off)' if row[2] else ''}" for address, row in mailhost.auth_rows().items()]
     lines += [f"domain of accounts: {name}{' (off)' if status else ''}"
@@ -38,8 +38,8 @@ def state():
 
 
 def next_second():
-    """Postfix sees that a map has changed by its time in whole seconds: one that changes in the
-    second in which a daemon opened it would go unseen for a while."""
+    """Waits for the next second. Postfix notices a changed map by its time in whole seconds, so it would
+    miss a change in the second in which a daemon opened the map."""
     time.sleep(1.02 - time.time() % 1)
 
 
@@ -49,7 +49,7 @@ class Sequence:
         self.number = 0
 
     def command(self, *arguments, password=None, shows=()):
-        """Runs a command that must succeed in silence; shows: what must be among its changes."""
+        """Runs a command that must succeed in silence. The lines in shows must be among its changes."""
         next_second()
         before = state()
         env = {"ORV_PASSWORD": password} if password else None
@@ -64,7 +64,7 @@ class Sequence:
         self.demo.step(f"{shown}   -> status {ended.status}", ended.err + "\n".join(changes), holds, most=9)
 
     def letter(self, recipient, into, sender="clara@localhost.localdomain"):
-        """A letter by SMTP, which must land in the mailboxes named."""
+        """Sends a letter by SMTP, which must arrive in these mailboxes."""
         self.number += 1
         body = f"Letter number {self.number}."
         mailboxes.send(sender, recipient, body=body)
@@ -101,7 +101,7 @@ class Sequence:
         self.demo.step(f"a letter to {recipient}", said, said.startswith("refused: 550"))
 
     def returned(self, recipient, sender, saying):
-        """A letter that comes back to its sender with this text."""
+        """Sends a letter that must come back to its sender with this text."""
         before = len(mailboxes.letters(sender))
         mailboxes.send(sender, recipient)
         mailhost.wait_until(lambda: len(mailboxes.letters(sender)) > before)

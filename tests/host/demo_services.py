@@ -1,14 +1,14 @@
-"""The services: what runs, submission on and off, Postfix stopped and started.
+"""The services: switching submission on and off, stopping and starting Postfix.
 
-demo.py runs it on a host where everything runs.
+demo.py runs it on a host where all services run.
 """
 import mailhost
 import services
 
 
 def status(demo, component, expected):
-    """What a component is, in the end: after a start or a reload Postfix takes a moment to start the
-    queue manager, without which it counts as stopped."""
+    """Checks a component's status, with some patience: after a start or a reload Postfix takes a moment
+    to start the queue manager, and counts as stopped without it."""
     demo.tool("--status-service", f"--mail-component={component}", within=10,
               status=0, out=f"{component} is {expected}\n", err="")
 

@@ -1,7 +1,7 @@
-"""The settings of the server as a whole, and what a running Postfix makes of them: who may relay,
-which letters and which senders are refused.
+"""The settings of the whole server and their effect on a running Postfix: who may relay, and which
+letters and senders are refused.
 
-demo.py runs it while the domain of demo_mail.py is at its height.
+demo.py runs it in the middle of demo_mail.py, when the domain has all its names.
 """
 import smtplib
 
@@ -14,7 +14,7 @@ SPAM, ZONE = "spam.test", "black.test"
 
 
 def relaying(run, what, expected, login=None):
-    """What the server says to a letter from outside for a domain that is not its own."""
+    """Sends a letter from outside to a domain that is not the server's; expected is the answer's code."""
     recipient(run, f"a letter from {clients.OUTSIDE} to {ELSEWHERE}{what}", expected, to=ELSEWHERE, login=login)
 
 

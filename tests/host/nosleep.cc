@@ -1,9 +1,9 @@
-// nosleep - a library to preload: every wait by the clock returns at once
+// nosleep - a library to preload that makes every sleep return at once
 //
-// sleep, usleep, nanosleep and clock_nanosleep answer that the whole time has passed. With
-// NOSLEEP_JOURNAL set each of them first adds a line to that file: its name and the seconds
-// asked for. The programs that the preloaded one starts sleep as ever: LD_PRELOAD and
-// NOSLEEP_JOURNAL are taken out of its environment before main.
+// sleep, usleep, nanosleep and clock_nanosleep return as if the whole time had passed. If
+// NOSLEEP_JOURNAL is set, each call first adds a line to that file: its name and the seconds asked
+// for. Child programs sleep as usual, because LD_PRELOAD and NOSLEEP_JOURNAL are removed from the
+// environment before main.
 
 #include <cstdio>
 #include <cstdlib>

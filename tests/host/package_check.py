@@ -1,11 +1,10 @@
 #!/usr/bin/python3
-"""What the Debian package does to a mail host: installed, used, upgraded, removed and purged.
+"""Installs, uses, upgrades, removes and purges the Debian package in a mail host, and checks the host.
 
     package_check.py PACKAGE NEXT_PACKAGE [NEEDED_PACKAGE...]
 
-Runs inside a host (./dev package --check), which has to be entered without a tool. The last
-line says how many steps held, after the demo, which runs from the installed package. Exits 1
-when one did not.
+Runs inside a host (./dev package --check) that was entered without a tool. The demo runs last, from the
+installed package. The last line says how many steps held. Exits 1 when one did not.
 """
 import grp
 import os
@@ -53,18 +52,18 @@ def version_of(package):
 
 
 def installed_version():
-    """None when dpkg knows nothing of the package."""
+    """The installed version, or None when dpkg does not know the package."""
     ended = mailhost.run("dpkg-query", "-W", "-f=${db:Status-Status} ${Version}", "mailvek")
     return ended.out.removeprefix("installed ") if ended.status == 0 else None
 
 
 def without_time(path, described):
-    """A directory's time changes with what lies in it."""
+    """Leaves out a directory's time, which changes whenever a file in it comes or goes."""
     return described[0] if described[0].startswith("d ") else described
 
 
 def host_state():
-    """What differs from the untouched host, but for the records of dpkg and its triggers."""
+    """Everything that differs from the untouched host, except the records of dpkg and its triggers."""
     return {path: seen if isinstance(seen, str) else without_time(path, seen)
             for path, seen in mailhost.disk().items() if not f"{path}/".startswith(RECORDS) and path not in RECORDS}
 
@@ -85,14 +84,14 @@ class Check(Demo):
         self.package, self.newer, self.needed = package, newer, needed
 
     def dpkg(self, *words, version, told=""):
-        """Runs dpkg, which must end well, telling that alone, with that version installed."""
+        """Runs dpkg, which must succeed, print just told, and leave that version installed."""
         ended = dpkg(*words)
         shown = " ".join(os.path.basename(word) for word in words)
         holds = (ended.status, installed_version()) == (0, version) and re.fullmatch(told, ended.err)
         self.step(f"dpkg {shown}   -> status {ended.status}, installed: {installed_version()}", ended.err, holds, most=20)
 
     def bring_needed(self):
-        """Packages that this machine lacks, so that the package's dependencies are there."""
+        """Installs the dependencies of the package that this machine lacks."""
         if self.needed:
             ended = dpkg("-i", *self.needed)
             assert ended.status == 0, ended
@@ -104,7 +103,7 @@ class Check(Demo):
         self.dpkg(option, "mailvek", version=None, told=re.escape(NOT_EMPTY))
 
     def same(self, what, before):
-        """Nothing but the package's own files differs from what was before."""
+        """Only the package's own files may differ from the state before."""
         different = changed(before, host_state())
         self.step(what, "\n".join(different), not different, most=20)
 
@@ -122,7 +121,7 @@ def is_whole(check):
 
 
 def panel_host():
-    """The host as a panel has it, with another tool beside this one, and in use."""
+    """Makes the host of a panel, with another program in the tool's directory."""
     mailhost.reset()
     os.unlink(mailhost.TOOL)
     mailhost.write(ANOTHER_TOOL, "#!/bin/sh\n", mode=0o755)
@@ -152,7 +151,7 @@ def use(check):
 
 
 def belongs(path):
-    """Whether a path is the package's."""
+    """Whether the path belongs to the package."""
     return path in INSTALLED or path == DOCUMENTS
 
 

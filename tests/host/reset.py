@@ -1,11 +1,11 @@
 #!/usr/bin/python3
 """Brings a throw-away mail host back to the state it was entered in.
 
-Every process that is not the caller's own line of ancestors, the system log or the panel's
-database is killed; every mount made since the start is undone, spies among them; every file
-that differs from the untouched system is put back, found by walking the layer that holds the
-host's changes; /run, /tmp and /dev/shm are emptied of what a test left; a changed panel
-database is made anew. A stopped database stays stopped.
+Kills every process except the caller and its ancestors, the system log and the panel's database.
+Undoes every mount since the start, spies included. Puts back every file that differs from the
+untouched system, which it finds in the layer with the host's changes. Empties /run, /tmp and /dev/shm
+of what a test has left. Rebuilds the panel's database when it has changed; a stopped database stays
+stopped.
 """
 import os
 import pathlib
@@ -61,7 +61,7 @@ def kill_what_was_started():
 
 
 def is_zombie_of_ours(pid):
-    """A dead child whose parent is the caller's own line: it is the parent's to collect."""
+    """A dead child of the caller or its ancestors, which its parent will collect."""
     try:
         with open(f"/proc/{pid}/stat") as file:
             state, parent = file.read().rpartition(")")[2].split()[:2]
@@ -85,7 +85,7 @@ def undo_mounts():
 
 
 class Disk:
-    """Puts the files of the root file system back."""
+    """Puts back the files of the root file system."""
 
     def __init__(self, kept):
         self.kept = set(kept) | {place for _, place in mounts()}
@@ -94,7 +94,7 @@ class Disk:
         return any(place == path or place.startswith(path + "/") for place in self.kept)
 
     def restore(self, path=""):
-        """Restores the directory, which both the host and the untouched system have."""
+        """Restores a directory that exists in the host and in the untouched system."""
         live = set(os.listdir(path or "/"))
         pristine = set(os.listdir(f"{PRISTINE}{path}"))
         changed = set(os.listdir(f"{CHANGES}{path}"))
@@ -114,7 +114,7 @@ class Disk:
             self.restore(path)
         elif not same(was, now) or stat.S_ISDIR(now.st_mode):
             if path.startswith("/var/log/") and stat.S_ISREG(was.st_mode) and stat.S_ISREG(now.st_mode):
-                shutil.copyfile(f"{PRISTINE}{path}", path)  # in place: the system log has it open
+                shutil.copyfile(f"{PRISTINE}{path}", path)  # in place, because the system log has it open
                 self.copy_attributes(path)
             else:
                 self.remove(path)
@@ -146,7 +146,7 @@ def same(was, now):
 
 
 def replaced(path):
-    """A directory that hides the untouched one of its name: made anew, or moved there."""
+    """Whether the directory hides the untouched one, because it was made anew or moved there."""
     names = os.listxattr(f"{CHANGES}{path}")
     return "trusted.overlay.opaque" in names or "trusted.overlay.redirect" in names
 

@@ -1,28 +1,28 @@
 // spy - stands in for a program that the tool runs
 //
-// It is mounted over the program, finds by /proc/self/exe which one that is, notes how it was
-// called, and does what its rules say. Its files are below /run/mailvek/spies:
+// The spy is mounted over the program, and /proc/self/exe tells it which program that is. It notes
+// how it was called and does what its rules say. Its files are in /run/mailvek/spies:
 //
-//   journal        one JSON object a line: a "start" for each call, an "input" when the call
-//                  has read its standard input; text is bytes as characters 0 to 255
-//   <path>/rules   the program's rules, its path with % for /
+//   journal        one JSON object per line: a "start" for each call, an "input" when the call has
+//                  read its standard input; text holds bytes as characters 0 to 255
+//   <path>/rules   the program's rules; <path> is the program's path with % for /
 //   <path>/used    how many calls each rule has served
 //
-// A rule is a line of words. The first rule that fits the call and is not used up serves it;
-// a call that none serves runs the real program.
+// A rule is a line of words. The first rule that fits the call and is not used up serves it.
+// Without one the real program runs.
 //
-//   having=HEX     fits only calls with this argument (hexadecimal)
-//   times=N        serves N calls
+//   having=HEX     fit only calls with this argument (hexadecimal)
+//   times=N        serve N calls
 //   real           run the real program (the default)
 //   exit=N         exit with status N
 //   signal=N       die by signal N
 //   stdout=HEX stderr=HEX   write this first
-//   spew=N         write N bytes on each of both streams, in turns, first
-//   input=record|ignore|close   read standard input and note it (the default; terminals and
-//                  devices are never read), leave it alone, or close it
+//   spew=N         first write N bytes on each of the two streams, in turns
+//   input=record|ignore|close   read and note standard input (the default; terminals and devices
+//                  are never read), leave it alone, or close it
 //   delay=MS       wait first
 //
-// Status 127 with a line on standard error when it cannot work.
+// When it cannot work, it prints a line on standard error and exits with status 127.
 
 #include <algorithm>
 #include <cerrno>
@@ -116,7 +116,7 @@ std::vector<std::string> until_null(char** strings)
     return list;
 }
 
-// The descriptors that the caller left open, with what they are open on.
+// The descriptors that the caller left open, and the files they are open on.
 std::string open_descriptors()
 {
     std::string text = "{";
@@ -174,7 +174,7 @@ Rule parse(std::string const& line)
     return rule;
 }
 
-// The rule that serves this call, counted as used once more. Called under the lock.
+// Chooses the rule for this call and counts its use. The caller holds the lock.
 Rule choose(std::string const& program, std::vector<std::string> const& arguments)
 {
     std::string folder = program;
@@ -252,7 +252,7 @@ void put(int fd, std::string const& text)
     for (size_t done = 0; done < text.size();) {
         ssize_t const length = write(fd, text.data() + done, text.size() - done);
         if (length < 0)
-            return; // nobody reads it
+            return; // nobody reads the stream
         done += static_cast<size_t>(length);
     }
 }

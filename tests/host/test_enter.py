@@ -1,5 +1,5 @@
-"""enter keeps its promises: a fresh host each time, the command's own status, and a machine
-that never notices. Runs on the machine itself, as root."""
+"""enter keeps its promises: a fresh host each time, the command's own status, and an untouched
+machine. Runs on the machine itself, as root."""
 import os
 import pathlib
 import select
@@ -93,7 +93,7 @@ class Enter(unittest.TestCase):
         self.assertEqual(host.stdout.readline(), b"up\n")
         host.terminate()
         self.assertEqual(host.wait(timeout=20), 128 + 9)
-        with host.stdout:  # at its end only when no process of the host holds it open
+        with host.stdout:  # at its end only when no process of the host has it open
             self.assertTrue(select.select([host.stdout], [], [], 20)[0])
             self.assertEqual(host.stdout.read1(), b"")
 
@@ -102,7 +102,7 @@ class Enter(unittest.TestCase):
         self.assertEqual(ended.stdout, "SigBlk:\t0000000000000000\nSigIgn:\t0000000000000000\n")
 
     def test_is_refused_to_other_users_in_one_line(self):
-        with tempfile.TemporaryDirectory() as directory:  # the checkout may lie out of their reach
+        with tempfile.TemporaryDirectory() as directory:  # other users may not reach the checkout
             os.chmod(directory, 0o755)
             copy = shutil.copy(ENTER, directory)
             ended = subprocess.run([copy, "true"], user="nobody", cwd="/", stdin=subprocess.DEVNULL,
