@@ -149,7 +149,7 @@ def test_a_caller_who_reads_no_report_holds_nobody_else_up(command):
     try:
         time.sleep(1)
         for honest_one in (words, COMMANDS["add-alias"]):
-            how = ground.mailvek(*honest_one)
+            how = ground.mailvek(*honest_one, seconds=3 * ground.SECONDS)  # longer than the tool waits for a reader
             assert how.status is not None, how
     finally:
         stuck.kill()

@@ -115,7 +115,7 @@ int fork_execv_fd(int fd_in, int fd_out, char const* path, char const* const* ar
 {
     // Deliberate: no check for the other standard descriptors. The child closes them, so the start
     // fails if one is passed.
-    if (fd_in == fileno(stdin) || fd_out == fileno(stdout))
+    if (fd_in == STDIN_FILENO || fd_out == STDOUT_FILENO)
         return failure(-1, "values 0,1,2 not allowed for variables fd_in & fd_out\n");
     int errors_end = -1;
     pid_t const child = start(errors_end, fd_in, fd_out, path, args);

@@ -2,6 +2,7 @@
 
 #include "lib/host/enviroment.h"
 #include "lib/programs/close_descriptors.h"
+#include "lib/report/caller_streams.h"
 #include "lib/report/failure.h"
 #include "lib/report/owned.h"
 
@@ -178,6 +179,7 @@ void reset_surroundings()
     reset_signals();
     reset_limits();
     reset_descriptors();
+    use_caller_streams();
     reset_environment();
     umask(own_umask);
 }

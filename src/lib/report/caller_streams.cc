@@ -1,0 +1,185 @@
+#include "lib/report/caller_streams.h"
+
+#include "lib/report/owned.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <climits>
+#include <csignal>
+#include <cstdio>
+#include <iostream>
+
+#include <ext/stdio_sync_filebuf.h>
+#include <fcntl.h>
+#include <poll.h>
+#include <sys/socket.h>
+#include <sys/stat.h>
+#include <sys/sysmacros.h>
+#include <unistd.h>
+
+namespace {
+
+using CppBuffer = __gnu_cxx::stdio_sync_filebuf<char>;
+
+// ------------------------------------------------------------------------------- one stream
+
+// Opened anew this device is another one: the other end of a new terminal.
+constexpr unsigned multiplexer_major = 5;
+constexpr unsigned multiplexer_minor = 2;
+
+bool is_terminal(int descriptor, struct stat const& found)
+{
+    return S_ISCHR(found.st_mode) &&
+           found.st_rdev != makedev(multiplexer_major, multiplexer_minor) && isatty(descriptor);
+}
+
+// A pipe is opened only for what the caller's descriptor may do already.
+bool may_write(int descriptor)
+{
+    int const flags = fcntl(descriptor, F_GETFL);
+    return flags >= 0 && (flags & O_ACCMODE) != O_RDONLY;
+}
+
+// A description of our own, which does not wait, of what the descriptor is open on.
+int opened_again(int descriptor)
+{
+    char path[32];
+    snprintf(path, sizeof path, "/proc/self/fd/%d", descriptor);
+    return open(path, O_WRONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC);
+}
+
+// Without a description of our own no more is written than there is room for just now. Somebody
+// who fills the room first holds this up, which is why it is the last resort.
+ssize_t write_what_fits(int descriptor, std::string_view text, struct stat const& found)
+{
+    pollfd room = {descriptor, POLLOUT, 0};
+    if (poll(&room, 1, 0) == 0) {
+        errno = EAGAIN;
+        return -1;
+    }
+    std::size_t const most = S_ISFIFO(found.st_mode) ? PIPE_BUF : 1;
+    return write(descriptor, text.data(), std::min(text.size(), most));
+}
+
+ssize_t write_at_once(int descriptor, std::string_view text)
+{
+    struct stat found = {};
+    if (fstat(descriptor, &found) != 0 || S_ISREG(found.st_mode) || !may_write(descriptor))
+        return write(descriptor, text.data(), text.size());
+    if (S_ISSOCK(found.st_mode))
+        return send(descriptor, text.data(), text.size(), MSG_DONTWAIT);
+    if (!S_ISFIFO(found.st_mode) && !is_terminal(descriptor, found))
+        return write_what_fits(descriptor, text, found);
+    // Not kept open: in a child the descriptor's number soon leads elsewhere.
+    OpenDescriptor const ours(opened_again(descriptor));
+    if (ours.get() >= 0)
+        return write(ours.get(), text.data(), text.size());
+    if (errno != ENXIO)
+        return write_what_fits(descriptor, text, found);
+    // A pipe with a name that nobody has open for reading.
+    raise(SIGPIPE);
+    errno = EPIPE;
+    return -1;
+}
+
+[[nodiscard]] bool wait_for_room(int descriptor, int patience)
+{
+    pollfd room = {descriptor, POLLOUT, 0};
+    int const ready = poll(&room, 1, patience);
+    if (ready == 0)
+        errno = ETIMEDOUT;
+    return ready > 0 || (ready < 0 && errno == EINTR);
+}
+
+// ------------------------------------------------------------------------- the two streams
+
+struct CallerStream
+{
+    int descriptor;
+    int patience;
+    bool is_dropped;
+};
+
+CallerStream streams[] = {{STDOUT_FILENO, 0, false}, {STDERR_FILENO, 0, false}};
+
+bool lead_to_the_same(int one, int other)
+{
+    struct stat first = {};
+    struct stat second = {};
+    return fstat(one, &first) == 0 && fstat(other, &second) == 0 && first.st_dev == second.st_dev &&
+           first.st_ino == second.st_ino;
+}
+
+void drop_what_leads_to(int descriptor)
+{
+    for (CallerStream& stream : streams)
+        if (lead_to_the_same(stream.descriptor, descriptor))
+            stream.is_dropped = true;
+}
+
+ssize_t write_stream(void* cookie, char const* text, size_t size)
+{
+    auto const& stream = *static_cast<CallerStream*>(cookie);
+    auto const all = static_cast<ssize_t>(size);
+    if (stream.is_dropped)
+        return all;
+    int const saved = errno;
+    ssize_t const written = write_patiently(stream.descriptor, {text, size}, stream.patience);
+    if (written == all || errno != ETIMEDOUT)
+        return written;
+    drop_what_leads_to(stream.descriptor);
+    errno = saved;
+    return all;
+}
+
+// The stream in the place of a standard one, buffered as that one is; null when it may stay.
+FILE* replacement(CallerStream& stream)
+{
+    static char buffer[4096]; // what stdio takes for a pipe
+    struct stat found = {};
+    if (fstat(stream.descriptor, &found) != 0 || S_ISREG(found.st_mode))
+        return nullptr;
+    FILE* const made = fopencookie(&stream, "w", {nullptr, write_stream, nullptr, nullptr});
+    if (!made)
+        return nullptr;
+    if (stream.descriptor == STDERR_FILENO)
+        setvbuf(made, nullptr, _IONBF, 0);
+    else
+        setvbuf(made, buffer, isatty(stream.descriptor) ? _IOLBF : _IOFBF, sizeof buffer);
+    return made;
+}
+
+} // namespace
+
+ssize_t write_patiently(int descriptor, std::string_view text, int patience)
+{
+    int const saved = errno;
+    std::size_t written = 0;
+    while (written < text.size()) {
+        ssize_t const piece = write_at_once(descriptor, text.substr(written));
+        if (piece > 0)
+            written += static_cast<std::size_t>(piece);
+        else if (piece == 0 ||
+                 (errno != EINTR && (errno != EAGAIN || !wait_for_room(descriptor, patience))))
+            return static_cast<ssize_t>(written);
+    }
+    errno = saved;
+    return static_cast<ssize_t>(written);
+}
+
+void use_caller_streams(int patience)
+{
+    ErrnoKeeper const keeper;
+    for (CallerStream& stream : streams)
+        stream.patience = patience;
+    // Neither buffer is ever destroyed: destructors of static objects print.
+    if (FILE* const out = replacement(streams[0])) {
+        stdout = out;
+        std::cout.rdbuf(new CppBuffer(out));
+    }
+    if (FILE* const err = replacement(streams[1])) {
+        stderr = err;
+        std::cerr.rdbuf(new CppBuffer(err));
+        std::clog.rdbuf(std::cerr.rdbuf());
+    }
+}
