@@ -13,6 +13,7 @@
 #include <functional>
 #include <string>
 
+#include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -183,7 +184,7 @@ TEST_F(MaildirPPManagerOnHost, RaisesTheStepThatFailed)
     EXPECT_EQ(raisedBy([](auto& manager) { manager.setMailboxQuota("info", "example.com", 1); }),
               "create maildirsize 2 /var/qmail/mailnames/example.com/info");
     EXPECT_EQ(inChild([] {
-                  failSystemCall(SYS_getcwd, EACCES);
+                  failSystemCallWith(SYS_openat, 2, O_PATH | O_DIRECTORY | O_CLOEXEC, EACCES);
                   try {
                       set(1);
                   } catch (FSError const& e) {

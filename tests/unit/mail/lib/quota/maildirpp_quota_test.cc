@@ -110,10 +110,10 @@ TEST_F(MaildirppQuotaOnHost, ReportsWhyAMailboxCannotBeEntered)
 {
     EXPECT_EQ(reportOf(0,
                        [] {
-                           CallFailure const failing("getcwd", ERANGE);
+                           CallFailure const failing("open", EMFILE);
                            return store(5000);
                        }),
-              withErrno("unable to get current working directory", ERANGE));
+              withErrno("unable to get current working directory", EMFILE));
     EXPECT_EQ(reportOf(0, [] { return store_mbox_quota("example.com", "none", 5000); }),
               withErrno("unable to change to mbox folder "
                         "/var/qmail/mailnames/example.com/none: No such file or directory",
