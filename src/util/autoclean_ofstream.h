@@ -6,6 +6,9 @@
 #ifndef MAILVEK_UTIL_AUTOCLEAN_OFSTREAM_H
 #define MAILVEK_UTIL_AUTOCLEAN_OFSTREAM_H
 
+#include "lib/beneath/temporary_file.h"
+#include "lib/report/owned.h"
+
 #include <fstream>
 #include <string>
 
@@ -21,6 +24,9 @@ public:
 
 private:
     std::string const file_path;
+    char const* name = nullptr; // the last component of file_path
+    OpenDescriptor directory;
+    TemporaryFile file;
 };
 
 } // namespace orvek

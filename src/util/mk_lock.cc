@@ -7,11 +7,6 @@
 
 namespace orvek {
 
-void MKLock::FreeLock::operator()(lock_struct_t* record) const
-{
-    rm_lock(record);
-}
-
 MKLock::MKLock(std::string const& path, FilenameFlag filenameFlag, BlockFlag blockFlag)
 {
     errno = 0;

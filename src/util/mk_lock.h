@@ -13,7 +13,6 @@
 
 #include "lib/files/op_locks.h"
 
-#include <memory>
 #include <string>
 
 namespace orvek {
@@ -36,12 +35,7 @@ public:
                     BlockFlag blockFlag = wait);
 
 private:
-    struct FreeLock
-    {
-        void operator()(lock_struct_t* record) const;
-    };
-
-    std::unique_ptr<lock_struct_t, FreeLock> lock;
+    OwnedLock lock;
 };
 
 } // namespace orvek

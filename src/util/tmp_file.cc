@@ -1,29 +1,28 @@
 #include "util/tmp_file.h"
 
+#include "lib/beneath/place.h"
 #include "util/errors.h"
 
 #include <cerrno>
-#include <cstdlib>
 #include <cstring>
 #include <iostream>
 
-#include <unistd.h>
-
 namespace orvek {
 
-namespace {
-
-std::pair<std::string, int> makeUnique(std::string const& prefix)
+OwnedTmpFile::OwnedTmpFile(std::string const& prefix_)
+    : prefix(prefix_), directory(open_parent(prefix.c_str(), target)),
+      file(TemporaryFile::with_separator(directory.get(), target, "", 0600))
 {
-    std::string name = prefix + "XXXXXX";
-    int const fd = mkstemp(name.data());
     // Deliberate: the message has a colon of its own, and gets a second one before the reason.
-    if (fd < 0)
+    if (file.get() < 0)
         throwSystemError("mkstemp() failed: ", errno);
-    return {name, fd};
 }
 
-} // namespace
+std::pair<std::string, int> OwnedTmpFile::opened()
+{
+    std::string const directory_path = prefix.substr(0, prefix.rfind('/') + 1);
+    return {directory_path + file.name(), file.release()};
+}
 
 TmpFileBase::TmpFileBase(std::pair<std::string, int> const& file)
     : file_path(file.first), buffer(file.second, std::ios_base::out)
@@ -31,18 +30,17 @@ TmpFileBase::TmpFileBase(std::pair<std::string, int> const& file)
 }
 
 TmpFile::TmpFile(std::string const& prefix, bool autoclean_)
-    : std::ostream(nullptr), TmpFileBase(makeUnique(prefix)), autoclean(autoclean_)
+    : std::ostream(nullptr), OwnedTmpFile(prefix), TmpFileBase(opened()), autoclean(autoclean_)
 {
     rdbuf(&buffer);
 }
 
 TmpFile::~TmpFile()
 {
-    if (!autoclean || unlink(file_path.c_str()) == 0)
-        return;
-    // Saved before printing: std::cerr flushes standard output, which may fail and change errno.
-    int const code = errno;
-    std::cerr << "TmpFile autoclean failed: " << strerror(code) << std::endl;
+    if (!autoclean)
+        file.keep();
+    else if (int const code = file.remove(); code != 0)
+        std::cerr << "TmpFile autoclean failed: " << strerror(code) << std::endl;
 }
 
 } // namespace orvek

@@ -14,6 +14,9 @@
 #ifndef MAILVEK_UTIL_TMP_FILE_H
 #define MAILVEK_UTIL_TMP_FILE_H
 
+#include "lib/beneath/temporary_file.h"
+#include "lib/report/owned.h"
+
 #include <ostream>
 #include <string>
 #include <utility>
@@ -39,7 +42,21 @@ protected:
     __gnu_cxx::stdio_filebuf<char> buffer;
 };
 
-class TmpFile : public TmpFileBase, public virtual std::ostream
+// The file itself.
+struct OwnedTmpFile
+{
+    explicit OwnedTmpFile(std::string const& prefix);
+
+    // Its path, and its descriptor, which is given away; the file stays owned.
+    std::pair<std::string, int> opened();
+
+    std::string const prefix;
+    char const* target = nullptr; // the last component of prefix
+    OpenDescriptor directory;
+    TemporaryFile file;
+};
+
+class TmpFile : private OwnedTmpFile, public TmpFileBase, public virtual std::ostream
 {
 public:
     TmpFile(std::string const& prefix, bool autoclean);

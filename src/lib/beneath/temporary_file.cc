@@ -13,20 +13,20 @@ namespace {
 
 constexpr int most_attempts = 100;
 
-std::string random_suffix()
+std::string random_characters()
 {
     static constexpr char letters[] =
         "abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ0123456789";
-    std::string suffix = ".";
+    std::string characters;
     for (int i = 0; i < 6; ++i)
-        suffix += letters[arc4random_uniform(sizeof letters - 1)];
-    return suffix;
+        characters += letters[arc4random_uniform(sizeof letters - 1)];
+    return characters;
 }
 
-int make_new(Place const& place, std::string& name, mode_t mode)
+int make_new(Place const& place, std::string& name, char const* separator, mode_t mode)
 {
     for (int i = 0; place.found() && i < most_attempts; ++i) {
-        name = place.name() + random_suffix();
+        name = place.name() + (separator + random_characters());
         OpenDescriptor made = make_file_beneath(place.dir(), name.c_str(), mode);
         if (made.get() >= 0 || errno != EEXIST)
             return made.release();
@@ -55,10 +55,31 @@ int make_named(Place const& place, std::string& name, char const* suffix, mode_t
 } // namespace
 
 TemporaryFile::TemporaryFile(int dir, char const* target, mode_t mode)
-    : place(dir, target), made(make_new(place, own_name, mode))
+    : TemporaryFile(".", dir, target, mode)
+{
+}
+
+TemporaryFile::TemporaryFile(char const* separator, int dir, char const* target, mode_t mode)
+    : place(dir, target), made(make_new(place, own_name, separator, mode))
 {
     if (made.get() < 0)
         keep();
+}
+
+TemporaryFile TemporaryFile::with_separator(int dir, char const* target, char const* separator,
+                                            mode_t mode)
+{
+    return {separator, dir, target, mode};
+}
+
+TemporaryFile::TemporaryFile(int dir, char const* path)
+    : place(dir, path), own_name(place.name()), made(-1)
+{
+}
+
+TemporaryFile TemporaryFile::of_caller(int dir, char const* path)
+{
+    return TemporaryFile(dir, path);
 }
 
 TemporaryFile::TemporaryFile(int dir, char const* target, char const* suffix, mode_t mode)
@@ -73,12 +94,13 @@ TemporaryFile::~TemporaryFile()
     remove();
 }
 
-void TemporaryFile::remove()
+int TemporaryFile::remove()
 {
     ErrnoKeeper const keeper;
-    if (!own_name.empty())
-        unlinkat(place.dir(), own_name.c_str(), 0);
+    int const error =
+        own_name.empty() || unlinkat(place.dir(), own_name.c_str(), 0) == 0 ? 0 : errno;
     keep();
+    return error;
 }
 
 OpenFile TemporaryFile::write_stream()

@@ -15,7 +15,6 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
-#include <memory>
 
 #include <fcntl.h>
 #include <sys/stat.h>
@@ -152,18 +151,13 @@ int copy_under_lock(char const* src_fname, char const* dst_fname)
     vfatal(fmt, args);
 }
 
-struct FreeLock
-{
-    void operator()(lock_struct_t* lock) const { free_lock(lock); }
-};
-
 } // namespace
 
 int copy_file(char const* src_fname, char const* dst_fname)
 {
     if (strcmp(src_fname, dst_fname) == 0)
         return 0;
-    std::unique_ptr<lock_struct_t, FreeLock> lock(mk_lock(dst_fname, 1));
+    OwnedLock lock(mk_lock(dst_fname, 1));
     if (!is_locked(lock.get()))
         return failure(1, "Error occurred while locking the file %s\n", dst_fname);
     int const result = copy_under_lock(src_fname, dst_fname);

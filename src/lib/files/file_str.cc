@@ -55,14 +55,13 @@ int edit_under_lock(char const* filename, char const* const* strs, file_action_t
 
 int file_strings(char const* filename, char const* const* strs, file_action_t cmd, file_pos_t set)
 {
-    lock_struct_t* const lock = mk_lock(filename, 1);
-    if (!is_locked(lock)) {
+    OwnedLock lock(mk_lock(filename, 1));
+    if (!is_locked(lock.get())) {
         messlog2(0, 0, "Error occurred while locking the file %s: %s\n", filename, strerror(errno));
-        free_lock(lock);
         return 1;
     }
     int const result = edit_under_lock(filename, strs, cmd, set);
-    if (rm_lock(lock) != 0) {
+    if (rm_lock(lock.release()) != 0) {
         return failure(1, "Error occurred while unlocking the file %s: %s\n", filename,
                        strerror(errno));
     }

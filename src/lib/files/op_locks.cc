@@ -24,16 +24,9 @@ constexpr int lock_file_flags = O_RDWR | O_CREAT | O_TRUNC;
 constexpr mode_t lock_file_mode = 0644;
 constexpr mode_t lock_directory_mode = 0700;
 
-struct FreeLock
+OwnedLock new_record(char const* path, int opt)
 {
-    void operator()(lock_struct_t* lock) const { free_lock(lock); }
-};
-
-using LockRecord = std::unique_ptr<lock_struct_t, FreeLock>;
-
-LockRecord new_record(char const* path, int opt)
-{
-    LockRecord record(static_cast<lock_struct_t*>(calloc(1, sizeof(lock_struct_t))));
+    OwnedLock record(static_cast<lock_struct_t*>(calloc(1, sizeof(lock_struct_t))));
     if (!record)
         return record;
     record->fd = -1;
@@ -113,7 +106,7 @@ char* mk_flock_path(char const* path)
 
 lock_struct_t* mk_lock_(char const* path, int flags, int flock_flags, int opt)
 {
-    LockRecord lock = new_record(path, opt);
+    OwnedLock lock = new_record(path, opt);
     if (!lock)
         return nullptr;
     OpenDescriptor opened(open_above_zero(lock->path, flags, opt));

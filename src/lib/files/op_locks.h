@@ -19,6 +19,8 @@
 #ifndef MAILVEK_LIB_FILES_OP_LOCKS_H
 #define MAILVEK_LIB_FILES_OP_LOCKS_H
 
+#include <memory>
+
 struct lock_struct_t
 {
     int fd;
@@ -44,5 +46,13 @@ bool is_already_locked(lock_struct_t const* lock);
 int rm_lock(lock_struct_t* lock);
 // The same.
 int free_lock(lock_struct_t* lock);
+
+struct FreeLock
+{
+    void operator()(lock_struct_t* lock) const { free_lock(lock); }
+};
+
+// Owns what the functions above return. Give it to rm_lock by release() where its result counts.
+using OwnedLock = std::unique_ptr<lock_struct_t, FreeLock>;
 
 #endif

@@ -120,13 +120,11 @@ int copy_under_lock(char const* source, char const* copy)
 
 int copy_attachment(char const* source, char const* copy)
 {
-    lock_struct_t* const lock = mk_lock(copy, 1);
-    if (!is_locked(lock)) {
-        free_lock(lock);
+    OwnedLock lock(mk_lock(copy, 1));
+    if (!is_locked(lock.get()))
         return failure(1, "Error occurred while locking the file %s\n", copy);
-    }
     int const result = copy_under_lock(source, copy);
-    if (rm_lock(lock) != 0)
+    if (rm_lock(lock.release()) != 0)
         messlog2(0, 0, "Error occurred while unlocking the file %s\n", copy);
     return result;
 }

@@ -76,14 +76,13 @@ DotQmail::DotQmail(char const* file) : file(file), home(file)
 template<typename Change>
 int DotQmail::under_lock(Change change) const
 {
-    lock_struct_t* const lock = mk_lock(file, 1);
-    if (!is_locked(lock)) {
+    OwnedLock lock(mk_lock(file, 1));
+    if (!is_locked(lock.get())) {
         messlog2(0, 0, "Error occurred while locking the file %s: %s\n", file, strerror(errno));
-        free_lock(lock);
         return 1;
     }
     int const result = change();
-    if (rm_lock(lock) != 0)
+    if (rm_lock(lock.release()) != 0)
         return failure(1, "Error occurred while unlocking the file %s: %s\n", file,
                        strerror(errno));
     return result;

@@ -1,5 +1,7 @@
 #include "mail/lib/server/courier_configure.h"
 
+#include "lib/beneath/place.h"
+#include "lib/beneath/temporary_file.h"
 #include "lib/conf/autoprepend.h"
 #include "lib/programs/rst_serv.h"
 #include "lib/report/failure.h"
@@ -8,73 +10,38 @@
 #include "lib/report/owned.h"
 
 #include <cerrno>
-#include <cstdlib>
 #include <cstring>
 
-#include <unistd.h>
+#include <sys/types.h>
 
 namespace {
 
 constexpr char const* courierConfFile[] = {"imapd", "imapd-ssl", "pop3d", "pop3d-ssl"};
+
+constexpr mode_t temporary_mode = 0600;
 
 [[nodiscard]] int too_long(char const* path)
 {
     return failure(-1, "File path too long %s\n", path);
 }
 
-// A temporary file beside the target. The destructor removes it unless it has replaced the target.
-class Temporary
-{
-public:
-    Temporary() = default;
-    ~Temporary()
-    {
-        ErrnoKeeper const keeper;
-        if (made)
-            unlink(name);
-    }
-    Temporary(Temporary const&) = delete;
-    Temporary& operator=(Temporary const&) = delete;
-
-    [[nodiscard]] bool form_name(char const* path) { return form_path(name, "%s.XXXXXX", path); }
-    char const* get_name() const { return name; }
-
-    // The file, open for writing; null, with errno set, after a failure.
-    OpenFile create()
-    {
-        OpenDescriptor created(mkstemp(name));
-        made = created.get() >= 0;
-        OpenFile file(made ? fdopen(created.get(), "w") : nullptr);
-        if (file)
-            static_cast<void>(created.release());
-        return file;
-    }
-
-    [[nodiscard]] bool take_place_of(char const* path)
-    {
-        made = rename(name, path) != 0;
-        return !made;
-    }
-
-private:
-    char name[path_size] = "";
-    bool made = false;
-};
-
 // Deliberate: the old owner and mode are not restored.
 [[nodiscard]] int change_file(char const* path, OpenFile& from, EnvChange const* env)
 {
-    Temporary temporary;
-    if (!temporary.form_name(path))
-        return too_long(temporary.get_name());
-    OpenFile to = temporary.create();
+    char longest[path_size];
+    if (!form_path(longest, "%s.XXXXXX", path))
+        return too_long(longest);
+    char const* name = nullptr;
+    OpenDescriptor const directory = open_parent(path, name);
+    TemporaryFile temporary(directory.get(), name, temporary_mode);
+    OpenFile to = temporary.write_stream();
     if (!to)
         return failure(-1, "Unable to create temporary file for %s: %s\n", path, strerror(errno));
     copy_changed_lines(from.get(), to.get(), env);
     if (!feof(from.get()) || ferror(to.get()) || fclose(to.release()) != 0)
         return failure(-1, "Unable to write temporary file content for %s: %s\n", path,
                        errno ? strerror(errno) : "");
-    if (fclose(from.release()) != 0 || !temporary.take_place_of(path))
+    if (fclose(from.release()) != 0 || temporary.replace() != 0)
         return failure(-1, "Unable to move changed file to its location %s: %s\n", path,
                        strerror(errno));
     return 0;

@@ -4,6 +4,9 @@
 
 #include "lib/beneath/rights.h"
 
+#include <gmock/gmock.h>
+
+#include <cerrno>
 #include <set>
 
 #include <unistd.h>
@@ -57,6 +60,44 @@ TEST_F(TemporaryBeneath, HasANameThatNobodyForesees)
     EXPECT_STRNE(one.name(), other.name());
     EXPECT_EQ(std::string(one.name()).size(), std::string("file.XXXXXX").size());
     EXPECT_TRUE(fs::exists(path("sub/") + one.name()));
+}
+
+TEST_F(TemporaryBeneath, PartsTheNameByTheSeparatorTold)
+{
+    auto const bare = TemporaryFile::with_separator(root.get(), "sub/file", "", 0600);
+    EXPECT_THAT(bare.name(), ::testing::MatchesRegex("file[a-zA-Z0-9]{6}"));
+    EXPECT_TRUE(fs::exists(path("sub/") + bare.name()));
+}
+
+TEST_F(TemporaryBeneath, RemovesTheFileThatItsCallerMakes)
+{
+    {
+        auto const file = TemporaryFile::of_caller(root.get(), "sub/made");
+        EXPECT_LT(file.get(), 0);
+        writeFile(path("sub/made"), "text");
+    }
+    EXPECT_EQ(names(path("sub")), (std::set<std::string>{"deep", "file"}));
+}
+
+TEST_F(TemporaryBeneath, OwnsTheFileWhoseDescriptorIsGivenAway)
+{
+    {
+        TemporaryFile file(root.get(), "sub/file", 0600);
+        OpenDescriptor const given(file.release());
+        EXPECT_EQ(write(given.get(), "new", 3), 3);
+        EXPECT_EQ(names(path("sub")).size(), 3U);
+    }
+    EXPECT_EQ(names(path("sub")), (std::set<std::string>{"deep", "file"}));
+}
+
+TEST_F(TemporaryBeneath, TellsWhyItCannotBeRemoved)
+{
+    TemporaryFile file(root.get(), "sub/file", 0600);
+    fs::remove(path("sub/") + file.name());
+    errno = EPROTO;
+    EXPECT_EQ(file.remove(), ENOENT);
+    EXPECT_EQ(file.remove(), 0);
+    EXPECT_EQ(errno, EPROTO);
 }
 
 TEST_F(TemporaryBeneath, TriesAnotherNameWhereOneIsTaken)

@@ -35,6 +35,9 @@ namespace {
 
 std::vector<std::string> const names = {"imapd", "imapd-ssl", "pop3d", "pop3d-ssl"};
 
+// How a temporary file is opened.
+constexpr int making = O_RDWR | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC;
+
 constexpr EnvChange one_change[] = {{"A", ENV_ADD, "2"}, {nullptr, ENV_ADD, nullptr}};
 
 // Courier's files below a directory of the test, where no daemon is touched.
@@ -182,7 +185,7 @@ TEST_F(CourierConfigure, RefusesAPathThatIsTooLong)
 
 TEST_F(CourierConfigure, ReportsThatATemporaryFileCannotBeCreated)
 {
-    EXPECT_EQ(changed([] { failSystemCallWith(SYS_openat, 2, O_RDWR | O_CREAT | O_EXCL, EROFS); }),
+    EXPECT_EQ(changed([] { failSystemCallWith(SYS_openat, 2, making, EROFS); }),
               "-1|" + withErrno("Unable to create temporary file for " + pathOf("imapd") +
                                     ": Read-only file system\n",
                                 EROFS));
@@ -260,7 +263,7 @@ TEST_F(CourierConfigure, EndsAtAFileThatCannotBeRenamed)
                                     ": Input/output error\n",
                                 EIO));
     EXPECT_EQ(left(), "A=1\n|A=1\n|A=1\n|A=1\n|");
-    EXPECT_EQ(changed([&] { failure.emplace("rename", EBUSY, 3); }),
+    EXPECT_EQ(changed([&] { failure.emplace("renameat", EBUSY, 3); }),
               "-1|" + withErrno("Unable to move changed file to its location " + pathOf("pop3d") +
                                     ": Device or resource busy\n",
                                 EBUSY));
