@@ -258,7 +258,7 @@ def ended(process, seconds):
 
 
 # Who is held up is held up for ever; who is not may be slow on a busy machine.
-SECONDS = int(os.environ.get("MAILVEK_ATTACK_SECONDS", "30"))
+SECONDS = int(os.environ.get("MAILVEK_ATTACK_SECONDS", "60"))
 
 
 def mailvek(*arguments, seconds=SECONDS, **more):

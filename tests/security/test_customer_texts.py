@@ -16,7 +16,6 @@ from ground import ANNA, AT, DOMAIN, HOME
 SETTINGS = {
     "a zone with a newline": ("--set-maps-protection", "--maps-zones=a.test\ninet_interfaces = all\nx = y"),
     "a zone with a parameter": ("--set-maps-protection", "--maps-zones=${mydestination}"),
-    "a zone with a blank": ("--set-maps-protection", "--maps-zones=a.test permit"),
     "a network with a newline": ("--add-whitelist", "--ip-address=10.0.0.0\nx = y", "--netmask=8"),
     "a network with a list": ("--add-whitelist", "--ip-address=0.0.0.0/0 10.0.0.0", "--netmask=8"),
     "a network that is a file": ("--add-whitelist", "--ip-address=/etc/passwd", "--netmask=8"),
@@ -31,6 +30,15 @@ def test_a_setting_is_one_value_of_main_cf(ledger):
             found.append("it was taken")
         ledger.tried(f"main.cf: {name}", found, how)
     ledger.close()
+
+
+@pytest.mark.parametrize("zones", ["a.test permit", "permit", "a.test,permit", "a.test check_client_access hash:/tmp/x"])
+def test_a_zone_is_no_restriction_of_its_own(zones):
+    how = ground.mailvek("--set-maps-protection", f"--maps-zones={zones}")
+    words = mailhost.postconf("smtpd_client_restrictions").replace(",", " ").split()
+    zones = zones.replace(",", " ").split()
+    assert how.status != 0 or [(words[words.index(zone) - 1], words.count(zone)) for zone in zones] == \
+        [("reject_rbl_client", 1)] * len(zones), words
 
 
 # ------------------------------------------------------------------------------------- reports

@@ -19,7 +19,6 @@
 namespace {
 
 constexpr off_t largest_upload = off_t{1} << 30;
-constexpr mode_t permission_bits = 0777; // the set-id bits are not copied
 constexpr mode_t attachment_mode = 0644;
 constexpr std::size_t block_size = 65536;
 
@@ -99,7 +98,8 @@ int copy_under_lock(char const* source, char const* copy)
     struct stat info = {};
     if (fstat(from.get(), &info) != 0)
         return failure(1, "Unable to get info for file '%s': %s", source, strerror(errno));
-    OpenDescriptor to = open_copy(copy, info.st_mode & permission_bits);
+    // While it is copied, no more open than its source and than it will be.
+    OpenDescriptor to = open_copy(copy, info.st_mode & attachment_mode);
     if (to.get() < 0)
         return open_failure(copy);
     if (!is_same_file(from.get(), to.get()) &&
