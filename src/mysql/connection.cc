@@ -124,7 +124,7 @@ Result Connection::operator<<(Query::fetch_t)
 
 void Connection::test()
 {
-    Connection connection(false);
+    Connection connection(/*connect_now=*/false);
     connection.handle.reset(mysql_init(nullptr));
     if (!connection.handle)
         throw std::bad_alloc();

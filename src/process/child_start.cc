@@ -79,7 +79,7 @@ void closeToolsEnds(ProcessLaunch& launch)
     launch.stderrPipe.close();
 }
 
-void prepare(ProcessLaunch& launch, ChildStreams& streams, ChildProgram const& program)
+void prepare(ProcessLaunch& launch, ChildStreams& streams, LaunchOptions const& options)
 {
     int const report = launch.controlPipe.writeEnd.fd;
     launch.controlPipe.readEnd.close();
@@ -87,14 +87,14 @@ void prepare(ProcessLaunch& launch, ChildStreams& streams, ChildProgram const& p
         throw SystemError("control pipe close-on-exec fcntl", errno);
     closeToolsEnds(launch);
     placeStreams(streams);
-    if (program.cwd && retryOnSignal([&] { return chdir(program.cwd); }) == -1)
+    if (options.cwd && retryOnSignal([&] { return chdir(options.cwd); }) == -1)
         throw SystemError("cwd chdir", errno);
-    if (program.closeDescriptors)
+    if (options.closeDescriptors)
         close_descriptors(report);
-    if (program.newSession && retryOnSignal(setsid) == -1)
+    if (options.newSession && retryOnSignal(setsid) == -1)
         throw SystemError("setsid", errno);
-    if (!program.childSetup.empty())
-        program.childSetup();
+    if (!options.childSetup.empty())
+        options.childSetup();
 }
 
 // exec does not write to the strings, although its types allow it.
@@ -103,18 +103,18 @@ char* const* execVector(char const* const* strings)
     return const_cast<char* const*>(strings);
 }
 
-[[noreturn]] void exec(ChildProgram const& program)
+[[noreturn]] void exec(LaunchOptions const& options)
 {
     char const* failure = "execv";
-    char* const* const argv = execVector(program.argv);
-    if (program.env) {
+    char* const* const argv = execVector(options.argv);
+    if (options.env) {
         failure = "execve";
-        retryOnSignal([&] { return execve(program.path, argv, execVector(program.env)); });
-    } else if (program.searchPath) {
+        retryOnSignal([&] { return execve(options.path, argv, execVector(options.env)); });
+    } else if (options.searchPath) {
         failure = "execvp";
-        retryOnSignal([&] { return execvp(program.path, argv); });
+        retryOnSignal([&] { return execvp(options.path, argv); });
     } else {
-        retryOnSignal([&] { return execv(program.path, argv); });
+        retryOnSignal([&] { return execv(options.path, argv); });
     }
     throw SystemError(failure, errno);
 }
@@ -127,12 +127,12 @@ char* const* execVector(char const* const* strings)
 // out: the parent's code and its destructors would run a second time. The signal mask and actions
 // stay as they were at the fork, so a stage of a pipeline starts with SIGCHLD blocked.
 // Deliberate: exit and not _exit. Pending output was written out before the fork.
-void startChild(ProcessLaunch& launch, ChildStreams& streams, ChildProgram const& program)
+void startChild(ProcessLaunch& launch, ChildStreams& streams, LaunchOptions const& options)
 {
     int const report = launch.controlPipe.writeEnd.fd;
     try {
-        prepare(launch, streams, program);
-        exec(program);
+        prepare(launch, streams, options);
+        exec(options);
     } catch (SystemError const& e) {
         writeException(report, "SystemError", e.what());
         writeErrorCode(report, e.code());

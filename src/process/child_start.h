@@ -9,11 +9,10 @@
 
 #include "process/fd_owner.h"
 
-#include <boost/function.hpp>
-
 namespace orvek::process {
 
 class ProcessLaunch;
+struct LaunchOptions;
 
 // The descriptors that become the child's 0, 1 and 2; -1 where it keeps the parent's.
 struct ChildStreams
@@ -23,21 +22,8 @@ struct ChildStreams
     FdOwner err;
 };
 
-// What the child is to become; the fields are the arguments of ProcessLaunch.
-struct ChildProgram
-{
-    char const* const* argv;
-    char const* path;
-    char const* cwd;
-    char const* const* env;
-    bool closeDescriptors;
-    bool searchPath;
-    bool newSession;
-    boost::function<void()> const& childSetup;
-};
-
 [[noreturn]] void startChild(ProcessLaunch& launch, ChildStreams& streams,
-                             ChildProgram const& program);
+                             LaunchOptions const& options);
 
 } // namespace orvek::process
 

@@ -97,13 +97,28 @@ ProcessLaunch::ProcessLaunch(char const* const* argv, char const* path, char con
                              char const* const* env, bool closeDescriptors, bool searchPath,
                              bool newSession, boost::function<void()> const& childSetup,
                              int stdinMode, int stdoutMode, int stderrMode)
+    : ProcessLaunch({.argv = argv,
+                     .path = path,
+                     .cwd = cwd,
+                     .env = env,
+                     .closeDescriptors = closeDescriptors,
+                     .searchPath = searchPath,
+                     .newSession = newSession,
+                     .childSetup = childSetup,
+                     .stdinMode = stdinMode,
+                     .stdoutMode = stdoutMode,
+                     .stderrMode = stderrMode})
+{
+}
+
+ProcessLaunch::ProcessLaunch(LaunchOptions const& options)
 {
     ChildStreams streams;
-    streams.in = prepareStream(stdin_stream, stdinMode, stdinPipe);
-    streams.out = prepareStream(stdout_stream, stdoutMode, stdoutPipe);
-    streams.err = stderrMode == MergeWithStdout
+    streams.in = prepareStream(stdin_stream, options.stdinMode, stdinPipe);
+    streams.out = prepareStream(stdout_stream, options.stdoutMode, stdoutPipe);
+    streams.err = options.stderrMode == MergeWithStdout
                       ? sharedWithStdout(streams.out)
-                      : prepareStream(stderr_stream, stderrMode, stderrPipe);
+                      : prepareStream(stderr_stream, options.stderrMode, stderrPipe);
     controlPipe = openPipe("pipe");
     flushPending();
     pid = retryOnSignal(fork);
@@ -111,8 +126,7 @@ ProcessLaunch::ProcessLaunch(char const* const* argv, char const* path, char con
     if (pid == -1)
         throw SystemError("pipe", errno);
     if (pid == 0)
-        startChild(*this, streams,
-                   {argv, path, cwd, env, closeDescriptors, searchPath, newSession, childSetup});
+        startChild(*this, streams, options);
     controlPipe.writeEnd.close();
     streams.in.close();
     streams.out.close();
@@ -157,9 +171,16 @@ ProcessLaunch launchOne(Parameters<PipeProcessFlags> const& parameters, int stdi
     char const* const cwd = parameters.cwd.empty() ? nullptr : parameters.cwd.c_str();
     int const stderr_mode =
         parameters.stderrMode == Unspecified ? int(Inherit) : parameters.stderrMode;
-    return ProcessLaunch(argv.data(), program.c_str(), cwd, parameters.env,
-                         parameters.closeDescriptors, search_path, false, parameters.childSetup,
-                         stdinMode, stdoutMode, stderr_mode);
+    return ProcessLaunch({.argv = argv.data(),
+                          .path = program.c_str(),
+                          .cwd = cwd,
+                          .env = parameters.env,
+                          .closeDescriptors = parameters.closeDescriptors,
+                          .searchPath = search_path,
+                          .childSetup = parameters.childSetup,
+                          .stdinMode = stdinMode,
+                          .stdoutMode = stdoutMode,
+                          .stderrMode = stderr_mode});
 }
 
 } // namespace orvek::process

@@ -25,13 +25,31 @@
 
 namespace orvek::process {
 
+// What is started, and how. Name the fields, in this order.
+struct LaunchOptions
+{
+    char const* const* argv;          // ends with a null
+    char const* path;                 // the program
+    char const* cwd = nullptr;        // null keeps the directory
+    char const* const* env = nullptr; // null keeps the environment
+    bool closeDescriptors = false;    // the child closes everything from 3 upward
+    bool searchPath = false;          // looks for the program in PATH; counts only without env
+    bool newSession = false;          // makes the child the leader of a session
+    boost::function<void()> childSetup = {}; // runs in the child just before exec
+    int stdinMode = Inherit;                 // the modes are those of flags.h
+    int stdoutMode = Inherit;
+    int stderrMode = Inherit;
+};
+
 class ProcessLaunch
 {
 public:
     // No child: a slot to move one into.
     ProcessLaunch() = default;
-    // argv ends with a null; cwd null keeps the directory, env null the environment, and
-    // searchPath counts only without env. The modes are those of flags.h.
+    explicit ProcessLaunch(LaunchOptions const& options);
+    // The same with each option in its place. argv ends with a null; cwd null keeps the directory,
+    // env null the environment, and searchPath counts only without env. The modes are those of
+    // flags.h.
     ProcessLaunch(char const* const* argv, char const* path, char const* cwd,
                   char const* const* env, bool closeDescriptors, bool searchPath, bool newSession,
                   boost::function<void()> const& childSetup, int stdinMode, int stdoutMode,

@@ -59,7 +59,7 @@ void processWhiteLists(MailsrvEntitiesCallbacks& callbacks, Connection& conn)
 
 void walkMailServerEntities(MailsrvEntitiesCallbacks& callbacks)
 {
-    Connection conn(true);
+    Connection conn(/*connect_now=*/true);
     tellProgress("Restoring Mail Server Entities from Orvek DB:");
     tellProgress(" executing the central domain restoration cycle:");
     processDomainCycle(callbacks, conn);

@@ -106,8 +106,8 @@ bool isEnabled(char const* parameter, BadNumberWarning const& warning, bool othe
 
 void setRelayWithAuthentication(MailsrvEntitiesCallbacks& callbacks, Connection& conn)
 {
-    bool const smtp = isEnabled("disable_smtp_auth", bad_smtp_flag, true, conn);
-    bool const pop = isEnabled("disable_pop_auth", bad_pop3_flag, false, conn);
+    bool const smtp = isEnabled("disable_smtp_auth", bad_smtp_flag, /*otherwise=*/true, conn);
+    bool const pop = isEnabled("disable_pop_auth", bad_pop3_flag, /*otherwise=*/false, conn);
     short lock_time = default_lock_time;
     if (pop)
         lock_time = storedNumber<short>(getStringMiscParamSafe("poplock_time", conn), bad_lock_time)
@@ -119,13 +119,13 @@ void applyRelay(MailsrvEntitiesCallbacks& callbacks, Connection& conn)
 {
     std::string const mode = getStringMiscParamSafe("relay", conn);
     if (mode == "open")
-        callbacks.setRelay(MailRelayType::open, false, false, default_lock_time);
+        callbacks.setRelay(MailRelayType::open, /*smtp=*/false, /*pop=*/false, default_lock_time);
     else if (mode == "closed")
-        callbacks.setRelay(MailRelayType::closed, false, false, default_lock_time);
+        callbacks.setRelay(MailRelayType::closed, /*smtp=*/false, /*pop=*/false, default_lock_time);
     else if (mode == "auth")
         setRelayWithAuthentication(callbacks, conn);
     else
-        callbacks.setRelay(MailRelayType::auth, true, false, default_lock_time);
+        callbacks.setRelay(MailRelayType::auth, /*smtp=*/true, /*pop=*/false, default_lock_time);
 }
 
 void setRelay(MailsrvEntitiesCallbacks& callbacks, Connection& conn)

@@ -65,7 +65,7 @@ private:
             return enter(here(), entry.name);
         return steps.entry(here(), entry.name, entry.kind) == 0
                    ? 0
-                   : stop(TreeTrouble::entry, false, entry.name);
+                   : stop(TreeTrouble::entry, /*argument=*/false, entry.name);
     }
 
     int enter(int dir, char const* name)
@@ -95,7 +95,7 @@ private:
     int leave()
     {
         if (levels.size() > 1 && !levels[levels.size() - 2].stream && !open_again())
-            return stop(TreeTrouble::go_back, false, levels.back().name);
+            return stop(TreeTrouble::go_back, /*argument=*/false, levels.back().name);
         Level& left = levels.back();
         bool const is_top = levels.size() == 1;
         int const above = is_top ? place.dir() : dirfd(levels[levels.size() - 2].stream.get());
@@ -218,10 +218,10 @@ int walk_tree(int dir, char const* name, TreeSteps const& steps, TreeTop top, Tr
 {
     Place const place(dir, name);
     struct stat info = {};
-    trouble = {TreeTrouble::look, true, name};
+    trouble = {.where = TreeTrouble::look, .argument = true, .name = name};
     if (!place.found() || fstatat(place.dir(), place.name(), &info, AT_SYMLINK_NOFOLLOW) != 0)
         return -1;
-    trouble = {TreeTrouble::entry, true, name};
+    trouble = {.where = TreeTrouble::entry, .argument = true, .name = name};
     if (!S_ISDIR(info.st_mode))
         return steps.entry(place.dir(), place.name(), info.st_mode & S_IFMT);
     return TreeWalk(place, steps, top, trouble).run();

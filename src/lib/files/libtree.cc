@@ -67,7 +67,7 @@ int treat(char const* dir, TreeSteps const& steps, int force_self, TreeTrouble& 
     std::string const path = without_last_slashes(dir);
     char const* name = nullptr;
     OpenDescriptor const parent = open_parent(path.c_str(), name);
-    trouble = {TreeTrouble::look, true, path};
+    trouble = {.where = TreeTrouble::look, .argument = true, .name = path};
     if (parent.get() < 0)
         return -1;
     TreeTop const top = force_self ? TreeTop::with : TreeTop::without;

@@ -12,15 +12,18 @@
 #include "lib/report/owned.h"
 #include "lib/text/libsafe.h"
 
+#include <boost/algorithm/string/predicate.hpp>
+
 #include <cerrno>
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
 
-#include <strings.h>
 #include <sys/stat.h>
 #include <unistd.h>
+
+using boost::algorithm::istarts_with;
 
 namespace {
 
@@ -34,11 +37,6 @@ constexpr int httpd_probes = 41;
 bool is(char const* action, char const* word)
 {
     return strcmp(action, word) == 0;
-}
-
-bool begins_with(char const* name, char const* beginning)
-{
-    return strncasecmp(name, beginning, strlen(beginning)) == 0;
 }
 
 char const* httpd_service()
@@ -123,7 +121,7 @@ CString application_server_script(char const* daemon)
         messlog2(0, 0, "CF not configured in Orvek.\n");
         return nullptr;
     }
-    char const* const program = begins_with(daemon, "jrun") ? "jrun" : "coldfusion";
+    char const* const program = istarts_with(daemon, "jrun") ? "jrun" : "coldfusion";
     return CString(asprintf_safe("%s/bin/%s", instance, program));
 }
 
@@ -164,11 +162,11 @@ int restart_daemon(char const* daemon, char const* action)
         return 0;
     if (isempty(daemon))
         return failure(-1, "Unknown service\n");
-    if (begins_with(daemon, "tomcat6"))
+    if (istarts_with(daemon, "tomcat6"))
         return restart_tomcat(action);
-    if (begins_with(daemon, httpd_service()))
+    if (istarts_with(daemon, httpd_service()))
         return restart_httpd(action);
-    if (begins_with(daemon, "coldfusion") || begins_with(daemon, "jrun"))
+    if (istarts_with(daemon, "coldfusion") || istarts_with(daemon, "jrun"))
         return restart_application_server(daemon, action);
     return restart_by_script(daemon, action);
 }

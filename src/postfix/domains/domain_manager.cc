@@ -131,7 +131,7 @@ void DomainManager::removeDomain(std::string const& domain, OnRemoval removal)
         MaildirManager::getInstance().removeDomainRoot(domain);
     else if (removal == OnRemoval::backup)
         MaildirManager::getInstance().backupDomainRoot(domain);
-    removeDomainReferences(domain, false);
+    removeDomainReferences(domain, /*subdomains=*/false);
 }
 
 void DomainManager::renameDomain(std::string const& oldName, std::string const& newName)
@@ -294,7 +294,7 @@ void DomainManager::createDomainAlias(BatchDatabaseHelper& batch, std::string co
 
 void DomainManager::removeDomainAlias(std::string const& alias)
 {
-    removeDomainFrom(virtual_map, alias, false);
+    removeDomainFrom(virtual_map, alias, /*subdomains=*/false);
 }
 
 void DomainManager::renameDomainAlias(std::string const& oldName, std::string const& newName)

@@ -63,7 +63,7 @@ MainCfManager& MainCfManager::getInstance()
 
 MainCfManager::MainCfManager()
 {
-    std::string const directory = getStringValue(parameter::config_directory, false);
+    std::string const directory = getStringValue(parameter::config_directory, /*defaults=*/false);
     if (directory.empty())
         throw PostfixConfigurationError("unable to determine Postfix config_directory parameter");
     mainCfPath = directory + "/main.cf";
@@ -74,7 +74,7 @@ std::string MainCfManager::getStringValue(std::string const& name, bool defaults
     ToolResult const answer = runPostconf(defaults ? std::vector<std::string>{"-h", "-d", name}
                                                    : std::vector<std::string>{"-h", name});
     requireSuccess(answer.status, answer.diagnostics);
-    if (answer.output.empty() && !checkOutput(answer.diagnostics, false))
+    if (answer.output.empty() && !checkOutput(answer.diagnostics, /*strict=*/false))
         throw PostfixConfigurationError(answer.diagnostics);
     std::string value = trim_copy(answer.output);
     return name == parameter::my_networks ? pinDefault(value) : value;
@@ -105,7 +105,7 @@ void MainCfManager::replaceStringValue(std::string const& name, std::string cons
 void MainCfManager::appendStringValue(std::string const& name, std::string const& value) const
 {
     requireLiteral(name, value);
-    std::string const current = getStringValue(name, false);
+    std::string const current = getStringValue(name, /*defaults=*/false);
     std::vector<std::string> const words = splitSimpleList(current);
     if (std::ranges::find(words, value) == words.end())
         replaceStringValue(name, words.empty() ? value : current + ", " + value);
@@ -118,7 +118,7 @@ void MainCfManager::appendCompoundStringValue(std::string const& name, std::stri
 {
     std::string const clause = key + " " + value;
     requireLiteral(name, clause);
-    std::vector<std::string> clauses = splitCompoundList(getStringValue(name, false));
+    std::vector<std::string> clauses = splitCompoundList(getStringValue(name, /*defaults=*/false));
     if (std::ranges::find(clauses, trim_copy(clause)) != clauses.end())
         return;
     clauses.push_back(clause);
@@ -127,7 +127,7 @@ void MainCfManager::appendCompoundStringValue(std::string const& name, std::stri
 
 void MainCfManager::removeListElement(std::string const& name, std::string const& element) const
 {
-    std::vector<std::string> words = splitSimpleList(getStringValue(name, false));
+    std::vector<std::string> words = splitSimpleList(getStringValue(name, /*defaults=*/false));
     if (std::erase(words, element) > 0)
         replaceStringValue(name, joinList(words));
 }

@@ -22,7 +22,7 @@ namespace {
 void requireRemoval(ToolResult const& result)
 {
     if (WIFSIGNALED(result.status) ||
-        (hasFailed(result.status) && !checkOutput(result.diagnostics, false)))
+        (hasFailed(result.status) && !checkOutput(result.diagnostics, /*strict=*/false)))
         throw PostfixDatabaseError(result.diagnostics);
 }
 

@@ -111,7 +111,7 @@ bool mayBe(boost::tribool value, bool answer)
 // Writes the content to a file beside path and returns its name. The caller removes it.
 std::string writeBeside(std::string const& path, MasterCfContent const& content)
 {
-    TmpFile out(path, true);
+    TmpFile out(path, /*autoclean=*/true);
     out.exceptions(std::ios_base::badbit | std::ios_base::failbit);
     for (std::string const& line : content.lines)
         out << line << std::endl;
@@ -135,8 +135,8 @@ ModuleManager& ModuleManager::getInstance()
 
 ModuleManager::ModuleManager()
 {
-    std::string const directory =
-        MainCfManager::getInstance().getStringValue(parameter::config_directory, false);
+    std::string const directory = MainCfManager::getInstance().getStringValue(
+        parameter::config_directory, /*defaults=*/false);
     if (directory.empty())
         throw PostfixConfigurationError("unable to determine Postfix config_directory parameter");
     masterCfPath = directory + "/master.cf";
@@ -190,9 +190,9 @@ MasterCfContent const* ModuleManager::find(std::string const& name, ModuleType t
                                            boost::tribool enabled) const
 {
     requireLoaded();
-    if (mayBe(enabled, true) && masterCf->hasModule(name, type))
+    if (mayBe(enabled, /*answer=*/true) && masterCf->hasModule(name, type))
         return masterCf.get();
-    if (mayBe(enabled, false) && disabledCf && disabledCf->hasModule(name, type))
+    if (mayBe(enabled, /*answer=*/false) && disabledCf && disabledCf->hasModule(name, type))
         return disabledCf.get();
     return nullptr;
 }
@@ -241,7 +241,7 @@ void ModuleManager::removeModule(std::string const& name, ModuleType type)
 
 void ModuleManager::disableModule(std::string const& name, ModuleType type)
 {
-    if (!hasModule(name, type, true))
+    if (!hasModule(name, type, /*enabled=*/true))
         return;
     auto const& [info, text] = masterCf->getModule(name, type);
     parking().addModule(info, text);
@@ -251,9 +251,9 @@ void ModuleManager::disableModule(std::string const& name, ModuleType type)
 
 void ModuleManager::enableModule(std::string const& name, ModuleType type)
 {
-    if (hasModule(name, type, true))
+    if (hasModule(name, type, /*enabled=*/true))
         return;
-    auto const& [info, text] = getModule(name, type, false);
+    auto const& [info, text] = getModule(name, type, /*enabled=*/false);
     masterCf->addModule(info, text);
     disabledCf->removeModule(name, type);
     masterCfChanged = disabledCfChanged = true;

@@ -61,7 +61,7 @@ void enable(ModuleInfo const& module, ModuleManager& manager)
     if (manager.hasModule(module.name, module.type, boost::indeterminate))
         manager.enableModule(module.name, module.type);
     else
-        manager.addModule(module, true);
+        manager.addModule(module, /*enabled=*/true);
 }
 
 void disable(ModuleInfo const& module, ModuleManager& manager)
@@ -94,8 +94,11 @@ int ServiceManager::rcCommand(std::string const& command)
 {
     char const* const argv[] = {init_script, command.c_str(), nullptr};
     char const* const env[] = {"LANG=C", nullptr};
-    process::ProcessLaunch launch(argv, init_script, nullptr, env, false, false, false, {},
-                                  process::DevNull, process::Inherit, process::MergeWithStdout);
+    process::ProcessLaunch launch({.argv = argv,
+                                   .path = init_script,
+                                   .env = env,
+                                   .stdinMode = process::DevNull,
+                                   .stderrMode = process::MergeWithStdout});
     launch.waitExec();
     int const status = launch.waitExit();
     return WIFEXITED(status) ? WEXITSTATUS(status) : killed;

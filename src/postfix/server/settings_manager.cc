@@ -69,8 +69,8 @@ void SettingsManager::setAuthRelay(boost::logic::tribool smtpAuth,
 
 std::int64_t SettingsManager::getMailboxSizeLimit()
 {
-    return boost::lexical_cast<std::int64_t>(
-        MainCfManager::getInstance().getStringValue(parameter::mailbox_size_limit, false));
+    return boost::lexical_cast<std::int64_t>(MainCfManager::getInstance().getStringValue(
+        parameter::mailbox_size_limit, /*defaults=*/false));
 }
 
 void SettingsManager::addBlackDomain(std::string const& domain)

@@ -28,8 +28,11 @@ ProcessLaunch start(std::initializer_list<char const*> arguments, int in, int ou
     std::vector<char const*> argv = {CHILD_MAIN};
     argv.insert(argv.end(), arguments);
     argv.push_back(nullptr);
-    ProcessLaunch child(argv.data(), CHILD_MAIN, nullptr, nullptr, false, false, false,
-                        boost::function<void()>(), in, out, err);
+    ProcessLaunch child({.argv = argv.data(),
+                         .path = CHILD_MAIN,
+                         .stdinMode = in,
+                         .stdoutMode = out,
+                         .stderrMode = err});
     child.waitExec();
     return child;
 }
@@ -94,10 +97,15 @@ TEST_F(ChildStreamsTest, AreInPlaceAndAloneWhenTheSetupRuns)
 {
     size_t const expected = descriptors.size() + 1; // and the report pipe
     char const* const argv[] = {CHILD_MAIN, "echo", nullptr};
-    ProcessLaunch child(
-        argv, CHILD_MAIN, nullptr, nullptr, false, false, false,
-        [=] { dprintf(1, openDescriptors().size() == expected ? "alone" : "not alone"); }, Capture,
-        Capture, Capture);
+    auto const setup = [=] {
+        dprintf(1, openDescriptors().size() == expected ? "alone" : "not alone");
+    };
+    ProcessLaunch child({.argv = argv,
+                         .path = CHILD_MAIN,
+                         .childSetup = setup,
+                         .stdinMode = Capture,
+                         .stdoutMode = Capture,
+                         .stderrMode = Capture});
     child.waitExec();
     child.stdinPipe.close();
     EXPECT_EQ(readAll(child.stdoutPipe.fd), "alone");
@@ -108,15 +116,20 @@ TEST_F(ChildStreamsTest, AndAllElseIsInPlaceWhenTheSetupRuns)
 {
     FdOwner const other(fcntl(0, F_DUPFD, 70));
     char const* const argv[] = {CHILD_MAIN, "exit", "0", nullptr};
-    ProcessLaunch child(
-        argv, CHILD_MAIN, dir.path().c_str(), nullptr, true, false, true,
-        [this] {
-            bool const in_directory = std::filesystem::current_path() == dir.path();
-            bool const closed = openDescriptors().size() == 4; // the streams and the report pipe
-            bool const in_session = getsid(0) == getpid();
-            dprintf(1, "%d%d%d", in_directory, closed, in_session);
-        },
-        DevNull, Capture, Inherit);
+    auto const setup = [this] {
+        bool const in_directory = std::filesystem::current_path() == dir.path();
+        bool const closed = openDescriptors().size() == 4; // the streams and the report pipe
+        bool const in_session = getsid(0) == getpid();
+        dprintf(1, "%d%d%d", in_directory, closed, in_session);
+    };
+    ProcessLaunch child({.argv = argv,
+                         .path = CHILD_MAIN,
+                         .cwd = dir.path().c_str(),
+                         .closeDescriptors = true,
+                         .newSession = true,
+                         .childSetup = setup,
+                         .stdinMode = DevNull,
+                         .stdoutMode = Capture});
     child.waitExec();
     EXPECT_EQ(readAll(child.stdoutPipe.fd), "111");
     EXPECT_EQ(child.waitExit(), 0);
@@ -125,9 +138,12 @@ TEST_F(ChildStreamsTest, AndAllElseIsInPlaceWhenTheSetupRuns)
 TEST_F(ChildStreamsTest, OfAFailedChildEndInAFullExit)
 {
     char const* const argv[] = {"x", nullptr};
-    ProcessLaunch child(
-        argv, "/no/such", nullptr, nullptr, false, false, false,
-        [] { atexit([] { dprintf(1, "left by exit"); }); }, DevNull, Capture, Inherit);
+    auto const setup = [] { atexit([] { dprintf(1, "left by exit"); }); };
+    ProcessLaunch child({.argv = argv,
+                         .path = "/no/such",
+                         .childSetup = setup,
+                         .stdinMode = DevNull,
+                         .stdoutMode = Capture});
     EXPECT_THROW(child.waitExec(), SystemError);
     EXPECT_EQ(readAll(child.stdoutPipe.fd), "left by exit");
 }
@@ -138,8 +154,7 @@ TEST_F(ChildStreamsTest, LeaveAFailedChildNothingToWriteAgain)
     ASSERT_NE(file, nullptr);
     fputs("once", file);
     char const* const argv[] = {"x", nullptr};
-    ProcessLaunch child(argv, "/no/such", nullptr, nullptr, false, false, false,
-                        boost::function<void()>(), DevNull, Inherit, Inherit);
+    ProcessLaunch child({.argv = argv, .path = "/no/such", .stdinMode = DevNull});
     EXPECT_THROW(child.waitExec(), SystemError);
     fclose(file);
     EXPECT_EQ(readFile(dir / "file"), "once");
@@ -192,15 +207,18 @@ TEST_F(ChildStreamsTest, AreReadFromAndWrittenToDevNull)
 TEST_F(ChildStreamsTest, OpenDevNullForTheirOwnDirectionOnly)
 {
     char const* const argv[] = {CHILD_MAIN, "exit", "0", nullptr};
-    ProcessLaunch child(
-        argv, CHILD_MAIN, nullptr, nullptr, false, false, false,
-        [] {
-            std::string modes;
-            for (int fd = 0; fd < 3; ++fd)
-                modes += std::to_string(fcntl(fd, F_GETFL) & O_ACCMODE);
-            throw std::runtime_error(modes);
-        },
-        DevNull, DevNull, DevNull);
+    auto const setup = [] {
+        std::string modes;
+        for (int fd = 0; fd < 3; ++fd)
+            modes += std::to_string(fcntl(fd, F_GETFL) & O_ACCMODE);
+        throw std::runtime_error(modes);
+    };
+    ProcessLaunch child({.argv = argv,
+                         .path = CHILD_MAIN,
+                         .childSetup = setup,
+                         .stdinMode = DevNull,
+                         .stdoutMode = DevNull,
+                         .stderrMode = DevNull});
     EXPECT_EQ(textOf<std::runtime_error>([&] { child.waitExec(); }),
               std::to_string(O_RDONLY) + std::to_string(O_WRONLY) + std::to_string(O_WRONLY));
 }
@@ -308,8 +326,11 @@ TEST_F(ChildStreamsTest, ReportAFailedExecWhicheverStreamsAreClosed)
                 if (closed & (1 << fd))
                     close(fd);
             char const* const argv[] = {"x", nullptr};
-            ProcessLaunch child(argv, "/no/such", nullptr, nullptr, false, false, false,
-                                boost::function<void()>(), in.fd, out.fd, MergeWithStdout);
+            ProcessLaunch child({.argv = argv,
+                                 .path = "/no/such",
+                                 .stdinMode = in.fd,
+                                 .stdoutMode = out.fd,
+                                 .stderrMode = MergeWithStdout});
             bool const told = textOf<SystemError>([&] { child.waitExec(); }) ==
                               "execv: No such file or directory";
             return told ? 0 : 1;
