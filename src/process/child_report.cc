@@ -1,6 +1,7 @@
 #include "process/child_report.h"
 
 #include "lib/report/owned.h"
+#include "lib/report/visible.h"
 #include "util/errors.h"
 #include "util/retry_on_signal.h"
 
@@ -119,7 +120,7 @@ ChildReport readReport(FdOwner& readEnd)
         else if (tag == "EC: ")
             report.code = codeFrom(record.substr(tag_length));
         else
-            std::clog << "child output: " << record << std::endl;
+            std::clog << "child output: " << visible(record) << std::endl;
     }
     return report;
 }

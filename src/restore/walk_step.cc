@@ -1,5 +1,7 @@
 #include "restore/walk_step.h"
 
+#include "lib/report/visible.h"
+
 #include <cstdlib>
 #include <cstring>
 #include <iostream>
@@ -19,13 +21,13 @@ bool progressIsTold()
 void tellProgress(std::string const& line)
 {
     if (progressIsTold())
-        std::clog << line << std::endl;
+        std::clog << visible(line) << std::endl;
 }
 
 WalkStep::WalkStep(char const* name, std::string const& item) : told(progressIsTold())
 {
     if (told)
-        std::clog << name << item << "..." << std::flush;
+        std::clog << name << visible(item) << "..." << std::flush;
 }
 
 WalkStep::~WalkStep()
@@ -38,7 +40,7 @@ void WalkStep::fail(char const* text)
 {
     failed = true;
     if (told)
-        std::clog << " failed (" << text << "), ignored" << std::flush;
+        std::clog << " failed (" << visible(text) << "), ignored" << std::flush;
 }
 
 } // namespace orvek::mail::restore

@@ -13,12 +13,10 @@ namespace {
 // A null text sets the stream's bad bit, so nothing more is printed.
 void printText(detail::ReportedText const& reported)
 {
-    if (!reported.text)
-        uerr << reported.text;
-    else if (reported.has_lines)
-        uerr << visible_lines(reported.text).c_str();
+    if (reported.text && reported.has_lines)
+        static_cast<std::ostream&>(uerr) << visible_lines(reported.text);
     else
-        uerr << std::string(reported.text);
+        uerr << reported.text;
 }
 
 } // namespace

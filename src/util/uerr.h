@@ -4,12 +4,14 @@
 // reaches standard output in one piece at each flush: std::endl, std::flush, or the end of the
 // program. The doubling is meant: the panel reads standard output, its operator standard error.
 //
-// A std::string is a name and may be a stranger's: its control bytes are shown, see visible().
-// A literal stays as it is.
+// A std::string is a name and may be a stranger's, and what a char const* leads to may hold one, as
+// the text of an exception does: control bytes are shown, see visible(). A literal stays as it is,
+// and so does a text that was printed by way of std::ostream.
 
 #ifndef MAILVEK_UTIL_UERR_H
 #define MAILVEK_UTIL_UERR_H
 
+#include <concepts>
 #include <ostream>
 #include <streambuf>
 #include <string>
@@ -44,6 +46,16 @@ private:
 };
 
 UtilityErrorStream& operator<<(UtilityErrorStream& stream, std::string const& name);
+
+// A null text sets the bad bit.
+template<std::same_as<char const*> Text>
+UtilityErrorStream& operator<<(UtilityErrorStream& stream, Text const& text)
+{
+    if (text)
+        return stream << std::string(text);
+    stream.setstate(std::ios_base::badbit);
+    return stream;
+}
 
 // Anything else, as std::ostream has it. The stream keeps its type for the next name.
 template<typename Value>

@@ -211,9 +211,10 @@ def test_blocks_and_whole_paths_are_listed_when_asked_for():
 
 
 @by_name(ODD_NAMES)
-def test_a_name_is_listed_as_it_stands(case):
+def test_a_name_is_listed_in_one_line(case):
     write(f"{STORE}/{case}", "x")
-    assert outcome(list_()) == (0, f"{case}\t1\n", "")
+    shown = case.replace("\t", "\\t").replace("\n", "\\n")
+    assert outcome(list_()) == (0, f"{shown}\t1\n", "")
 
 
 def test_all_mailnames_are_listed_though_one_has_no_attachments():

@@ -3,6 +3,7 @@
 #include "lib/programs/argument_vector.h"
 #include "lib/report/liblog.h"
 #include "lib/report/owned.h"
+#include "lib/report/visible.h"
 
 #include <cstdarg>
 #include <cstdio>
@@ -16,7 +17,7 @@ int fork_execv_log(char const* path, char const* const* args, int ignore_exit_st
     if (result == 0 || ignore_exit_status != 0)
         return result;
     if (out)
-        fputs(out.get(), stderr);
+        fputs(visible_lines(out.get()).c_str(), stderr);
     if (err && *err)
         messlog2(0, 0, "%s execution failed:\n%s", path, err.get());
     else

@@ -8,6 +8,7 @@
 #include "lib/report/form_path.h"
 #include "lib/report/liblog.h"
 #include "lib/report/owned.h"
+#include "lib/report/visible.h"
 
 #include <cerrno>
 #include <csignal>
@@ -112,7 +113,7 @@ int kill_by_field(char const* format, char const* needle, int sig)
     char const* const text = output ? output.get() : "";
     if (result == 0)
         return signal_lines_with(text, needle, sig);
-    fputs(text, stderr);
+    fputs(visible_lines(text).c_str(), stderr);
     messlog2(0, 0, "send_signal_field(): %s failed", ps);
     return -1;
 }

@@ -119,6 +119,14 @@ std::string visible_lines(std::string_view text)
     return shown(text, [=](std::size_t i) { return text[i] == '\n'; });
 }
 
+std::string visible_field(std::string_view text)
+{
+    std::string result = visible(text);
+    for (std::size_t tab = 0; (tab = result.find('\t', tab)) != std::string::npos; ++tab)
+        result.replace(tab, 1, "\\t");
+    return result;
+}
+
 CString visible_arguments(char* printed, char const* fmt, va_list args)
 {
     ErrnoKeeper const keeper;

@@ -18,6 +18,8 @@
 std::string visible(std::string_view text);
 // The same of a text of several lines: its newlines stay.
 std::string visible_lines(std::string_view text);
+// The same of one field of a line whose fields tabs part: its tabs are shown as \t.
+std::string visible_field(std::string_view text);
 
 // Shows the control bytes that arguments have brought into printed, which is what vsnprintf made
 // of fmt and args and may be cut. The newlines of fmt itself stay. So do those of a "%s" that

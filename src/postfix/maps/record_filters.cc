@@ -1,5 +1,7 @@
 #include "postfix/maps/record_filters.h"
 
+#include "lib/report/visible.h"
+
 #include <algorithm>
 #include <iostream>
 
@@ -19,7 +21,7 @@ std::size_t findKeyEnd(std::string const& line)
     auto const end = std::find_if(line.begin(), line.end(), isBlank);
     if (end != line.end())
         return static_cast<std::size_t>(end - line.begin());
-    std::clog << "invalid key/value '" << line << "'" << std::endl;
+    std::clog << "invalid key/value '" << visible(line) << "'" << std::endl;
     return std::string::npos;
 }
 

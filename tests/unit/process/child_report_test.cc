@@ -136,11 +136,11 @@ TEST_F(ChildReportTest, TakesANumberThatIsNoneAsInvalidArgument)
 TEST_F(ChildReportTest, PassesOnWhatIsNoRecord)
 {
     auto const run = inChild([] {
-        ChildReport const report = reportOf("hello\0x\0\0ET"s);
+        ChildReport const report = reportOf("hello\0x\ny\0\0ET"s);
         return report.type ? 1 : 0;
     });
     EXPECT_EQ(run.status, 0);
-    EXPECT_EQ(run.err, "child output: hello\nchild output: x\nchild output: \n"
+    EXPECT_EQ(run.err, "child output: hello\nchild output: x\\ny\nchild output: \n"
                        "child output: ET\n");
     EXPECT_EQ(run.out, "");
 }

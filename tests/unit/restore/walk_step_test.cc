@@ -57,6 +57,16 @@ TEST(WalkStep, EndsWithWhatWasRaisedInsteadOfDone)
               " restoring... failed (unknown error), ignored\n");
 }
 
+TEST(WalkStep, ShowsTheControlBytesOfNamesAndTexts)
+{
+    EXPECT_EQ(toldBy("1",
+                     [] {
+                         tellProgress("a\nb");
+                         walkStep(" restoring ", "c\nd", [] { throw std::runtime_error("e\nf"); });
+                     }),
+              "a\\nb\n restoring c\\nd... failed (e\\nf), ignored\n");
+}
+
 TEST(WalkStep, TellsOfEachPieceThatFailedAndRunsThemAll)
 {
     int run = 0;

@@ -112,12 +112,12 @@ TEST(UtilityErrorStreamBuf, WritesWhatIsPendingWhenItIsDestroyed)
     EXPECT_EQ(run.out, "pending");
 }
 
-TEST(Uerr, ShowsTheControlBytesOfNamesAlone)
+TEST(Uerr, ShowsTheControlBytesOfNamesAndTexts)
 {
     auto const run = printedBy([] {
         std::string const name = "a\nb";
         uerr << "one\n" << name << 7 << name << ": " << name.c_str() << std::endl;
     });
-    EXPECT_EQ(run.err, "one\na\\nb7a\\nb: a\nb\n");
+    EXPECT_EQ(run.err, "one\na\\nb7a\\nb: a\\nb\n");
     EXPECT_EQ(run.out, run.err);
 }

@@ -9,6 +9,7 @@
 #include "lib/report/failure.h"
 #include "lib/report/form_path.h"
 #include "lib/report/owned.h"
+#include "lib/report/visible.h"
 #include "mail/lib/home/attachment_copy.h"
 #include "mail/lib/home/mail_tree.h"
 
@@ -110,7 +111,7 @@ int list_entry(int dir, char const* store, char const* name, bool in_blocks, boo
     if (S_ISDIR(info.st_mode))
         return 0;
     long long const size = in_blocks ? info.st_blocks * block_size : info.st_size;
-    printf("%s\t%lld\n", fullname ? path : name, size);
+    printf("%s\t%lld\n", visible_field(fullname ? path : name).c_str(), size);
     return 0;
 }
 

@@ -6,7 +6,8 @@
 // The lists print one line a file on standard output, in the order of the directory: the name,
 // or with fullname the whole path; a tab; the size in bytes, or with in_blocks the size of the
 // blocks that the file takes. in_blocks and fullname are numbers read as booleans. Names are
-// printed as they stand, also with a tab or a line break. Directories are passed over.
+// printed with their control bytes shown, tabs and line breaks too, so that a file is one line
+// whatever its name is. Directories are passed over.
 //
 // Result: 0, or -1 after a report through messlog2. A domain without an ASCII form ends the
 // process with status 1. Paths are cut at 4095 characters, without a report. A mailname or an

@@ -41,8 +41,8 @@ TEST(ForkExecvLog, PrintsAFailingProgramsOutputAndErrorsOnStandardError)
 
 TEST(ForkExecvLog, SaysSoWhenAProgramFailsWithoutAnyErrors)
 {
-    auto const run = logged("echo result; exit 3");
-    EXPECT_EQ(run.err, "result\n/bin/sh execution failed (no output)\n");
+    auto const run = logged("printf 'result\\n\\033[2J\\n'; exit 3");
+    EXPECT_EQ(run.err, "result\n\\x1b[2J\n/bin/sh execution failed (no output)\n");
     EXPECT_EQ(run.out, "/bin/sh execution failed (no output)\n[3]");
 }
 

@@ -280,12 +280,12 @@ TEST_F(KillByFieldOnHost, TakesAnEmptyNeedleAsPartOfEveryLine)
 TEST_F(KillByFieldOnHost, ReportsAPsThatFails)
 {
     ps.prepare();
-    ps.run("echo '1 needle'; exit 3");
+    ps.run("echo '1 needle'; printf '2 \\033[2J\\n'; exit 3");
     ChildRun const run =
         inChild([] { return kill_by_field("comm", "needle", SIGTERM) == -1 ? 0 : 1; });
     EXPECT_EQ(run.status, 0);
     EXPECT_EQ(run.out, "send_signal_field(): /bin/ps failed\n");
-    EXPECT_EQ(run.err, "1 needle\n" + run.out);
+    EXPECT_EQ(run.err, "1 needle\n2 \\x1b[2J\n" + run.out);
 }
 
 TEST(GetPidByPidfile, GivesTheNumberAtTheBeginning)

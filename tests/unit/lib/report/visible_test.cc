@@ -48,6 +48,12 @@ TEST(VisibleLines, KeepsTheNewlines)
     EXPECT_EQ(visible_lines("a\nb\x1b\n"), "a\nb\\x1b\n");
 }
 
+TEST(VisibleField, ShowsTabsToo)
+{
+    EXPECT_EQ(visible_field("\ta\t\tb\n1\t"), "\\ta\\t\\tb\\n1\\t");
+    EXPECT_EQ(visible_field("r\303\251sum\303\251 \\t.txt"), "r\303\251sum\303\251 \\t.txt");
+}
+
 TEST(VisibleArguments, KeepsTheNewlinesOfTheFormat)
 {
     EXPECT_EQ(shownOf("a\n%s\nb\n", "name"), "a\nname\nb\n");

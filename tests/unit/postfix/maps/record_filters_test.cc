@@ -97,14 +97,14 @@ TEST(KeyValueFilter, DropsAKeyWithoutValueInSilence)
 TEST(KeyValueFilter, DropsALineWithoutABlankWithANote)
 {
     ChildRun const run = inChild([] {
-        std::string line = "nokey,value";
+        std::string line = "nokey,\rvalue";
         bool const kept = KeyValueFilter<KeepAll, KeepAll>()(line);
         std::string empty;
         return kept || KeyValueFilter<KeepAll, KeepAll>()(empty) ? 1 : 0;
     });
     EXPECT_EQ(run.status, 0);
     EXPECT_EQ(run.out, "");
-    EXPECT_EQ(run.err, "invalid key/value 'nokey,value'\n"
+    EXPECT_EQ(run.err, "invalid key/value 'nokey,\\rvalue'\n"
                        "invalid key/value ''\n");
 }
 

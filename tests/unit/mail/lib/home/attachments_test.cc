@@ -108,9 +108,16 @@ TEST_F(AttachmentsOnHost, HoldsAtNoFifoAndReadsNoOtherTree)
               withErrno("Unable to open dir " + store + ": Not a directory\n", ENOTDIR));
 }
 
-TEST_F(AttachmentsOnHost, PrintsANameAsItStands)
+TEST_F(AttachmentsOnHost, ShowsTheControlBytesOfANameOrAPath)
 {
-    for (char const* const name : {"a\tb", "two\nlines", "%s%n", "gr\xc3\xbc\xc3\x9f", "\xff"}) {
+    writeFile(store + "/a\tb\nc", "x");
+    EXPECT_EQ(listed(), "a\\tb\\nc\t1\n");
+    EXPECT_EQ(listed(0, 1), store + "/a\\tb\\nc\t1\n");
+}
+
+TEST_F(AttachmentsOnHost, PrintsAnHonestNameAsItStands)
+{
+    for (char const* const name : {"a b\\n", "%s%n", "gr\xc3\xbc\xc3\x9f", "\xff"}) {
         writeFile(store + "/" + name, "x");
         EXPECT_EQ(listed(), std::string(name) + "\t1\n");
         std::filesystem::remove(store + "/" + name);
