@@ -74,20 +74,20 @@ set(memory_faults
   strndup
   asprintf)
 
-set(MAILVEK_WRAPPED_layer_lib_report
+set(MAILVEK_WRAPPED_room_lib_report
   ${memory_faults}
   closelog
   malloc
   openlog)
 
-set(MAILVEK_WRAPPED_layer_lib_beneath
+set(MAILVEK_WRAPPED_room_lib_beneath
   ${call_faults})
 
-set(MAILVEK_WRAPPED_layer_lib_text
+set(MAILVEK_WRAPPED_room_lib_text
   ${memory_faults}
   malloc)
 
-set(MAILVEK_WRAPPED_layer_lib_names
+set(MAILVEK_WRAPPED_room_lib_names
   ${memory_faults}
   idna_to_ascii_8z
   idna_to_unicode_8z8z
@@ -95,42 +95,42 @@ set(MAILVEK_WRAPPED_layer_lib_names
   regcomp
   regexec)
 
-set(MAILVEK_WRAPPED_layer_lib_host
+set(MAILVEK_WRAPPED_room_lib_host
   ${call_faults}
   ${memory_faults}
   crypt
   ioctl
   malloc)
 
-set(MAILVEK_WRAPPED_layer_lib_conf
+set(MAILVEK_WRAPPED_room_lib_conf
   ${memory_faults}
   fopen
   malloc)
 
-set(MAILVEK_WRAPPED_layer_lib_panel
+set(MAILVEK_WRAPPED_room_lib_panel
   ${mysql_spy})
 
-set(MAILVEK_WRAPPED_layer_lib_files
+set(MAILVEK_WRAPPED_room_lib_files
   ${call_faults}
   ${memory_faults}
   EVP_DigestInit_ex
   malloc)
 
-set(MAILVEK_WRAPPED_layer_lib_programs
+set(MAILVEK_WRAPPED_room_lib_programs
   ${mysql_spy}
   ${call_faults}
   ${memory_faults}
   malloc
   sleep)
 
-set(MAILVEK_WRAPPED_layer_mail_lib_accounts
+set(MAILVEK_WRAPPED_room_mail_lib_accounts
   ${sqlite_spy}
   ${memory_faults}
   dirname
   getpwnam
   nanosleep)
 
-set(MAILVEK_WRAPPED_layer_mail_lib_aliases
+set(MAILVEK_WRAPPED_room_mail_lib_aliases
   ${mysql_spy}
   ${sqlite_spy}
   ${memory_faults}
@@ -138,65 +138,65 @@ set(MAILVEK_WRAPPED_layer_mail_lib_aliases
   _Z13asprintf_safePKcz # asprintf_safe
 )
 
-set(MAILVEK_WRAPPED_layer_mail_lib_handlers
+set(MAILVEK_WRAPPED_room_mail_lib_handlers
   ${call_faults}
   ${memory_faults}
   _Z12make_dir_recPcjjj # make_dir_rec
   _Z9form_pathRA4096_cPKcz # form_path
 )
 
-set(MAILVEK_WRAPPED_layer_mail_lib_quota
+set(MAILVEK_WRAPPED_room_mail_lib_quota
   ${mysql_spy}
   ${call_faults}
   sleep
   _Z9form_pathRA4096_cPKcz # form_path
 )
 
-set(MAILVEK_WRAPPED_layer_mail_lib_home
+set(MAILVEK_WRAPPED_room_mail_lib_home
   ${call_faults}
   ${memory_faults})
 
-set(MAILVEK_WRAPPED_layer_mail_lib_server
+set(MAILVEK_WRAPPED_room_mail_lib_server
   ${call_faults}
   ${memory_faults}
   sleep)
 
-set(MAILVEK_WRAPPED_layer_util
+set(MAILVEK_WRAPPED_room_util
   ${call_faults}
   idna_to_ascii_8z
   idna_to_unicode_8z8z
   mmap
   posix_fallocate)
 
-set(MAILVEK_WRAPPED_layer_process
+set(MAILVEK_WRAPPED_room_process
   ${call_faults})
 
-set(MAILVEK_WRAPPED_layer_mysql
+set(MAILVEK_WRAPPED_room_mysql
   ${mysql_spy}
   mysql_fetch_lengths
   _Znam # new of an array
 )
 
-set(MAILVEK_WRAPPED_layer_restore
+set(MAILVEK_WRAPPED_room_restore
   ${mysql_spy})
 
-set(MAILVEK_WRAPPED_layer_maildir
+set(MAILVEK_WRAPPED_room_maildir
   fchmod
   fchownat
   fstatat
   getpwnam)
 
-set(MAILVEK_WRAPPED_layer_postfix_maps
+set(MAILVEK_WRAPPED_room_postfix_maps
   ${call_faults}
   mmap
   unshare)
 
-set(MAILVEK_WRAPPED_layer_postfix_master_cf
+set(MAILVEK_WRAPPED_room_postfix_master_cf
   ${call_faults})
 
-set(MAILVEK_WRAPPED_layer_postfix_server
+set(MAILVEK_WRAPPED_room_postfix_server
   sleep)
 
-set(MAILVEK_WRAPPED_layer_commands
+set(MAILVEK_WRAPPED_room_commands
   _ZN5orvek4mail7postfix16mailvek_commands13printFeaturesEiPPc # printFeatures
 )
