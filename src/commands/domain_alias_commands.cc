@@ -1,6 +1,7 @@
 #include "commands/command_values.h"
 #include "commands/handlers.h"
 #include "commands/nonexistent_mail.h"
+#include "mail/lib/accounts/mail_auth_transaction.h"
 #include "mail/lib/aliases/mail_database.h"
 #include "mail/lib/handlers/handler_mass_control.h"
 #include "mail/lib/server/domain_keys.h"
@@ -54,9 +55,12 @@ int renameDomainAlias(int argc, char** argv)
     if (clone_domain_key(oldName.c_str(), newName.c_str()) != 0)
         uerr << "WARNING: cannot create domainkey for " << newName << '\n';
     remove_domain_key(oldName.c_str());
+    MailAuthTransaction accounts;
     if (add_domain_auth_alias(domain.c_str(), newName.c_str()) == -1)
         return 1;
     if (rm_domain_auth_alias(oldName.c_str()) == -1)
+        return 1;
+    if (accounts.commit() == -1)
         return 1;
     return processNotexistingMailnamesOptions(options);
 }

@@ -49,17 +49,20 @@ MailAlias parseMailAlias(int argc, char** argv)
     return {domainOf(options), knownLocalPartOf(options), knownLocalPartOf(options, "alias")};
 }
 
-// Copies the mailname's account to the alias, and the alias's account to each alias domain.
-bool cloneAccounts(MailAlias const& names, std::vector<std::string> const& aliasDomains)
+// Copies the mailname's account to the alias, and the alias's account to each alias domain. 0 or
+// -1.
+int cloneAccounts(MailAlias const& names, std::vector<std::string> const& aliasDomains)
 {
-    if (mailAuthClone(names.mailname.c_str(), names.domain.c_str(), names.alias.c_str(),
-                      names.domain.c_str()) == -1)
-        return false;
-    for (auto const& aliasDomain : aliasDomains)
-        if (mailAuthClone(names.alias.c_str(), names.domain.c_str(), names.alias.c_str(),
-                          aliasDomain.c_str()) == -1)
-            return false;
-    return true;
+    return in_one_transaction([&] {
+        if (mailAuthClone(names.mailname.c_str(), names.domain.c_str(), names.alias.c_str(),
+                          names.domain.c_str()) == -1)
+            return -1;
+        for (auto const& aliasDomain : aliasDomains)
+            if (mailAuthClone(names.alias.c_str(), names.domain.c_str(), names.alias.c_str(),
+                              aliasDomain.c_str()) == -1)
+                return -1;
+        return 0;
+    });
 }
 
 } // namespace
@@ -94,7 +97,7 @@ int addAlias(int argc, char** argv)
     if (mass_control_handler_by_mailname(mailname.c_str(), alias.c_str(), HOOK_CLONE) != 0)
         uerr << "WARNING: unable to set all mail handlers for " << alias << std::endl;
     auto const aliasDomains = aliasDomainsOrFailure(names.domain);
-    return aliasDomains && cloneAccounts(names, *aliasDomains) ? 0 : 1;
+    return aliasDomains && cloneAccounts(names, *aliasDomains) == 0 ? 0 : 1;
 }
 
 int removeAlias(int argc, char** argv)

@@ -3,6 +3,7 @@
 #include "lib/report/owned.h"
 #include "lib/report/product_log.h"
 #include "mail/lib/accounts/mail_auth_style.h"
+#include "mail/lib/accounts/shared_accounts.h"
 
 #include <ctime>
 #include <utility>
@@ -62,7 +63,7 @@ MailAuthConnection::MailAuthConnection(sqlite3* db, sqlite3_stmt* statement)
 MailAuthConnection::~MailAuthConnection()
 {
     finalize();
-    if (db)
+    if (db && !shared)
         sqlite3_close(db);
 }
 
@@ -81,6 +82,11 @@ int MailAuthConnection::repeated(Call call, Again again)
         }
     } while (again(result));
     return result;
+}
+
+bool MailAuthConnection::borrow(SharedAccounts* lender, int flags)
+{
+    return lender ? lender->lend(*this, flags) : open(flags);
 }
 
 bool MailAuthConnection::open(int flags)
@@ -110,25 +116,40 @@ int MailAuthConnection::countSteps(void* connection)
 
 int MailAuthConnection::openForWriting()
 {
-    if (!open(SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE))
+    if (!borrow(SharedAccounts::current(), SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE))
         return failure("Unable to open database %s: %s", mailAuthDB, message());
     sqlite3_busy_timeout(db, write_timeout);
-    return 0;
+    if (!shared || shared->begin())
+        return 0;
+    db = nullptr;
+    abandoned = true;
+    return -1;
 }
 
 int MailAuthConnection::openForReading()
 {
-    if (!open(SQLITE_OPEN_READONLY))
+    if (!borrow(SharedAccounts::current(), SQLITE_OPEN_READONLY))
+        return failure("Unable to open database(readonly) %s: %s", mailAuthDB, message());
+    return 0;
+}
+
+int MailAuthConnection::openAloneForReading()
+{
+    if (!borrow(nullptr, SQLITE_OPEN_READONLY))
         return failure("Unable to open database(readonly) %s: %s", mailAuthDB, message());
     return 0;
 }
 
 int MailAuthConnection::prepare(char const* query)
 {
+    if (shared && (statement = shared->find(query)))
+        return 0;
     int const result =
         repeated([&] { return sqlite3_prepare_v2(db, query, -1, &statement, nullptr); }, is_busy);
     if (result != SQLITE_OK)
         return failure("Unable to prepare SQL statement for query '%s': %s", query, message());
+    if (shared)
+        shared->keep(query, statement);
     return 0;
 }
 
@@ -191,14 +212,21 @@ char const* MailAuthConnection::message() const
 
 void MailAuthConnection::finalize()
 {
-    sqlite3_finalize(std::exchange(statement, nullptr));
+    sqlite3_stmt* const used = std::exchange(statement, nullptr);
+    if (!shared) {
+        sqlite3_finalize(used);
+    } else if (used) {
+        sqlite3_reset(used);
+        sqlite3_clear_bindings(used);
+    }
 }
 
 int MailAuthConnection::finish()
 {
     if (db) {
         finalize();
-        repeated([&] { return sqlite3_close(db); }, is_busy);
+        if (!shared)
+            repeated([&] { return sqlite3_close(db); }, is_busy);
         db = nullptr;
     }
     return abandoned ? -1 : 0;

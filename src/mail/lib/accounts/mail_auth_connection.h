@@ -18,6 +18,9 @@
 // Failures are reported by orvek_log at priority 3, here or through failure(), which also
 // closes. errno stays as the failing call left it.
 //
+// While a MailAuthTransaction is open, openForWriting and openForReading give its connection
+// (SharedAccounts) instead of a new one, and what closes leaves it open.
+//
 // No command calls these; they are for callers to come: MailAuthConnection::execute,
 // MailAuthConnection::release.
 
@@ -30,6 +33,8 @@
 
 #include <cstdarg>
 #include <optional>
+
+class SharedAccounts;
 
 class MailAuthConnection
 {
@@ -47,6 +52,8 @@ public:
     // names cannot be opened.
     [[nodiscard]] int openForWriting();
     [[nodiscard]] int openForReading();
+    // As openForReading, never shared: a connection that release may hand out.
+    [[nodiscard]] int openAloneForReading();
 
     // 0, or -1 reported and closed.
     [[nodiscard]] int prepare(char const* query);
@@ -82,7 +89,10 @@ public:
     void release(sqlite3** pdb, sqlite3_stmt** pPStmt);
 
 private:
+    friend class SharedAccounts;
+
     [[nodiscard]] bool open(int flags);
+    [[nodiscard]] bool borrow(SharedAccounts* lender, int flags);
     void distrust();
     static int countSteps(void* connection);
 
@@ -91,10 +101,12 @@ private:
     void report(char const* fmt, va_list args) const __attribute__((format(printf, 2, 0)));
 
     std::optional<AccountFiles> files;
+    SharedAccounts* shared = nullptr; // whose connection this is, if it is not its own
     sqlite3* db = nullptr;
     sqlite3_stmt* statement = nullptr;
-    long batches =
-        0; // of steps_in_batch steps of SQLite's virtual machine, all statements together
+    // Of steps_in_batch steps of SQLite's virtual machine, by all statements of a connection of its
+    // own, or by one statement on a shared one.
+    long batches = 0;
     bool abandoned = false;
 };
 

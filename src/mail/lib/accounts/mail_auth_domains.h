@@ -1,7 +1,8 @@
 // mail_auth_domains - the domains of the mail authentication database
 //
-// Each operation opens its own connection, runs one statement and closes. 0, or -1 reported by
-// orvek_log. An unknown domain is a success. Names are stored and compared byte by byte.
+// Each operation opens its own connection, runs one statement and closes, except while a
+// MailAuthTransaction is open. 0, or -1 reported by orvek_log. An unknown domain is a success.
+// Names are stored and compared byte by byte.
 //
 // No command calls these; they are for callers to come: mailAuthRenameDomain.
 

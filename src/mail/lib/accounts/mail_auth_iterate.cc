@@ -148,7 +148,7 @@ int prepareIterateDBQuery(sqlite3** pdb, sqlite3_stmt** pPStmt, char const* pred
 {
     CString const query = iteration_query(predicate);
     MailAuthConnection db;
-    if (!query || db.openForReading() != 0 || db.prepare(query.get()) != 0)
+    if (!query || db.openAloneForReading() != 0 || db.prepare(query.get()) != 0)
         return -1;
     db.release(pdb, pPStmt);
     return 0;

@@ -1,6 +1,7 @@
 // mail_auth_users - the users of the mail authentication database
 //
-// Each operation opens its own connection and closes it. Each statement is its own transaction.
+// Each operation opens its own connection and closes it, and each statement is its own transaction,
+// except while a MailAuthTransaction is open.
 // 0, or -1 reported by orvek_log, unless stated otherwise. A user is identified by local part and
 // domain, which are stored and compared byte by byte.
 

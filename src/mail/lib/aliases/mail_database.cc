@@ -2,6 +2,7 @@
 
 #include "lib/report/log_failure.h"
 #include "mail/lib/accounts/mail_auth_domains.h"
+#include "mail/lib/accounts/mail_auth_transaction.h"
 #include "mail/lib/accounts/mail_auth_users.h"
 #include "mail/lib/aliases/panel_names.h"
 
@@ -85,22 +86,7 @@ int remove_mail_aliases(PanelNames& panel, char const* mailname, char const* dom
     });
 }
 
-} // namespace
-
-int rm_mname_from_domains(char const* name, char const* domain)
-{
-    PanelNames panel(nullptr);
-    return remove_from_domains(panel, name, domain);
-}
-
-int set_passwd_for_domains(char const* name, char const* domain, char const* passwd,
-                           MailAuthFlagsT flags)
-{
-    PanelNames panel(nullptr);
-    return set_on_domains(panel, name, domain, passwd, flags);
-}
-
-int domain_auth_action(char const* domain, int (*func)(char const* domain), char const* descr)
+int act_on_domains(char const* domain, int (*func)(char const* domain), char const* descr)
 {
     if (func(domain) == -1)
         return log_failure("Unable to %s for domain %s", descr, domain);
@@ -115,7 +101,7 @@ int domain_auth_action(char const* domain, int (*func)(char const* domain), char
     });
 }
 
-int rm_mails_from_domains(char const* name, char const* domain)
+int remove_mailname(char const* name, char const* domain)
 {
     PanelNames panel(nullptr);
     if (remove_user(name, domain) == -1)
@@ -133,8 +119,7 @@ int rm_mails_from_domains(char const* name, char const* domain)
     });
 }
 
-int set_mass_postbox_passwd(char const* name, char const* domain, char const* passwd,
-                            MailAuthFlagsT flags)
+int set_on_mailname(char const* name, char const* domain, char const* passwd, MailAuthFlagsT flags)
 {
     PanelNames panel(nullptr);
     if (set_on_domains(panel, name, domain, passwd, flags) == -1)
@@ -147,7 +132,7 @@ int set_mass_postbox_passwd(char const* name, char const* domain, char const* pa
     });
 }
 
-int add_domain_auth_alias(char const* domain, char const* alias)
+int clone_domain(char const* domain, char const* alias)
 {
     PanelNames panel(nullptr);
     StringArray mailnames;
@@ -158,7 +143,7 @@ int add_domain_auth_alias(char const* domain, char const* alias)
     });
 }
 
-int rm_domain_auth_alias(char const* alias)
+int remove_alias_domain(char const* alias)
 {
     if (mailAuthRemoveDomain(alias) == -1)
         return log_failure("Unable to remove domain %s from auth database", alias);
@@ -177,4 +162,49 @@ int rm_domain_auth_alias(char const* alias)
     });
     // Deliberate: 1 becomes 0.
     return walked == -1 ? -1 : 0;
+}
+
+} // namespace
+
+int rm_mname_from_domains(char const* name, char const* domain)
+{
+    return in_one_transaction([=] {
+        PanelNames panel(nullptr);
+        return remove_from_domains(panel, name, domain);
+    });
+}
+
+int set_passwd_for_domains(char const* name, char const* domain, char const* passwd,
+                           MailAuthFlagsT flags)
+{
+    return in_one_transaction([=] {
+        PanelNames panel(nullptr);
+        return set_on_domains(panel, name, domain, passwd, flags);
+    });
+}
+
+int domain_auth_action(char const* domain, int (*func)(char const* domain), char const* descr)
+{
+    return in_one_transaction([=] { return act_on_domains(domain, func, descr); });
+}
+
+int rm_mails_from_domains(char const* name, char const* domain)
+{
+    return in_one_transaction([=] { return remove_mailname(name, domain); });
+}
+
+int set_mass_postbox_passwd(char const* name, char const* domain, char const* passwd,
+                            MailAuthFlagsT flags)
+{
+    return in_one_transaction([=] { return set_on_mailname(name, domain, passwd, flags); });
+}
+
+int add_domain_auth_alias(char const* domain, char const* alias)
+{
+    return in_one_transaction([=] { return clone_domain(domain, alias); });
+}
+
+int rm_domain_auth_alias(char const* alias)
+{
+    return in_one_transaction([=] { return remove_alias_domain(alias); });
 }

@@ -2,8 +2,9 @@
 //
 // A mail user is reachable under each mail alias of its mailname and in each alias domain of its
 // domain. Each such pair has its own row in the mail authentication database. These functions read
-// the aliases from the panel's database and change one pair after the other. Nothing is undone:
-// the changes before a failure stay, and the command is expected to be repeated.
+// the aliases from the panel's database and change one pair after the other, all in one transaction
+// (mail_auth_transaction.h). Nothing is undone: the changes before a failure are committed, and the
+// command is expected to be repeated. Only when the commit itself fails is nothing changed.
 //
 // Result: 0 when there was no alias (or mailname) to visit, 1 when all were visited, -1 after a
 // failure; 0 and 1 are both successes. Failures are reported by orvek_log at priority 3, here and

@@ -5,6 +5,9 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <functional>
+#include <initializer_list>
 #include <string>
 
 using ::testing::ElementsAre;
@@ -135,9 +138,46 @@ TEST_F(MailDatabaseAliasOnHost, ReportsUnreadableListsWhenItRemovesADomainAlias)
 TEST_F(MailDatabaseAliasOnHost, ReportsAMailAliasThatStaysInADomainAlias)
 {
     addJoeEverywhere();
-    spy.forget();
-    spy.fault("open_v2", 2); // the first one is the domain's removal
+    // The domain comes back with another row of the mail alias, which stays.
+    sql("CREATE TRIGGER back AFTER DELETE ON domains BEGIN INSERT INTO domains (name) VALUES "
+        "(OLD.name); INSERT INTO users (dom_id, name) SELECT id, 'j' FROM domains WHERE name = "
+        "OLD.name; END");
+    sql("CREATE TRIGGER stays BEFORE DELETE ON users WHEN OLD.userPassword IS NULL BEGIN SELECT "
+        "RAISE(ABORT, 'refused'); END");
     EXPECT_EQ(rm_domain_auth_alias("a.test"), -1);
-    EXPECT_THAT(texts(), ElementsAre("Unable to open database " + path + ": general DB errror",
-                                     "Unable to remove mail alias j@a.test"));
+    EXPECT_THAT(texts(), ElementsAre(not_removed, "Unable to remove mail alias j@a.test"));
+    EXPECT_THAT(addresses(), ElementsAre("j@a.test", "j@d.test", "joe@d.test"));
+}
+
+TEST_F(MailDatabaseAliasOnHost, ChangesAllAccountsInOneTransactionEach)
+{
+    addJoeEverywhere();
+    addMailname("d.test", "ann", {"a"});
+    addUsers({{"ann", "d.test"}, {"a", "d.test"}});
+    auto const add = [] { return add_domain_auth_alias("d.test", "b.test"); };
+    auto const remove = [] { return rm_domain_auth_alias("a.test"); };
+    auto const set = [] { return set_mass_postbox_passwd("joe", "d.test", "new", 0); };
+    auto const clear = [] { return rm_mails_from_domains("joe", "d.test"); };
+    auto const off = [] { return domain_auth_action("d.test", mailAuthDisableDomain, "turn off"); };
+    for (std::function<int()> const& change :
+         std::initializer_list<std::function<int()>>{add, set, clear, off, remove}) {
+        spy.forget();
+        EXPECT_NE(change(), -1);
+        EXPECT_EQ(std::count(spy.calls.begin(), spy.calls.end(), "open_v2"), 1);
+        EXPECT_EQ(std::count(spy.calls.begin(), spy.calls.end(), "exec"), 2) << "begin, commit";
+    }
+    EXPECT_THAT(reports(), IsEmpty());
+}
+
+TEST_F(MailDatabaseAliasOnHost, FailsWithoutAnyChangeWhenTheCommitDoes)
+{
+    addJoeEverywhere();
+    addMailname("d.test", "ann");
+    List const before = addresses();
+    spy.forget();
+    spy.fault("exec", 2);
+    EXPECT_EQ(add_domain_auth_alias("d.test", "b.test"), -1);
+    EXPECT_THAT(texts(),
+                ElementsAre("Unable to commit the changes of database " + path + ": not an error"));
+    EXPECT_EQ(addresses(), before);
 }
