@@ -27,7 +27,7 @@ def addresses(*more):
 
 def session(client, login=None):
     """An SMTP session from the client's address, greeted."""
-    smtp = smtplib.SMTP("127.0.0.1", 25, local_hostname="client.example.test", timeout=20, source_address=(client, 0))
+    smtp = smtplib.SMTP("127.0.0.1", 25, local_hostname="client.example.test", timeout=mailhost.HANGS, source_address=(client, 0))
     smtp.ehlo()
     if login:
         smtp.login(*login)
@@ -67,7 +67,7 @@ def name_server(names):
             # An empty datagram ends the server.
             with socket.socket(socket.AF_INET, socket.SOCK_DGRAM) as client:
                 client.sendto(b"", ("127.0.0.1", 53))
-            thread.join(timeout=20)
+            thread.join(timeout=mailhost.HANGS)
 
 
 def _serve(server, names, asked):

@@ -3,12 +3,15 @@ somebody else has locked. reset() undoes all of them.
 """
 import contextlib
 import fcntl
+import hashlib
 import os
+import pathlib
+import re
 import sqlite3
 import stat
 import subprocess
 
-from mailhost import ACCOUNTS, tree
+from mailhost import ACCOUNTS, MAPS, tree
 
 
 def full_disk(path, more_files=0):
@@ -48,13 +51,25 @@ def undo(path):
 
 @contextlib.contextmanager
 def flock_held(path):
-    """Holds an exclusive flock on a directory or a file. Makes a missing file."""
+    """Holds an exclusive flock on a directory or a file. Makes a missing file.
+
+    Gives a function that tells whether somebody waits for it.
+    """
     descriptor = os.open(path, os.O_RDONLY if os.path.isdir(path) else os.O_RDWR | os.O_CREAT, 0o644)
     try:
         fcntl.flock(descriptor, fcntl.LOCK_EX | fcntl.LOCK_NB)
-        yield
+        inode = os.fstat(descriptor).st_ino
+        waiter = re.compile(rf"-> FLOCK .*:{inode} ")
+        yield lambda: waiter.search(pathlib.Path("/proc/locks").read_text())
     finally:
         os.close(descriptor)
+
+
+def map_held(name):
+    """Holds the lock of a map: no change of it goes on. Gives the same as flock_held()."""
+    digest = hashlib.md5(f"{MAPS}/{name}".encode()).hexdigest()
+    os.makedirs("/var/lock/files", mode=0o700, exist_ok=True)
+    return flock_held(f"/var/lock/files/{digest}")
 
 
 @contextlib.contextmanager

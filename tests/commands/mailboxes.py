@@ -11,7 +11,7 @@ import poplib
 import pwd
 import smtplib
 
-from mailhost import MAILNAMES, add_records, auth_sql, run
+from mailhost import HANGS, MAILNAMES, add_records, auth_sql, run
 
 
 def make_mailbox(address, password):
@@ -33,7 +33,7 @@ def make_mailbox(address, password):
 
 def send(sender, recipient, body="Hello", login=None):
     """Sends a letter by SMTP, logged in as (user, password) if given. Raises what smtplib raises."""
-    with smtplib.SMTP("127.0.0.1", 25, local_hostname="client.example.test", timeout=20) as smtp:
+    with smtplib.SMTP("127.0.0.1", 25, local_hostname="client.example.test", timeout=HANGS) as smtp:
         if login:
             smtp.login(*login)
         smtp.sendmail(sender, recipient, f"From: {sender}\r\nTo: {recipient}\r\nSubject: A letter\r\n\r\n{body}\r\n")
@@ -54,7 +54,7 @@ def login_works(address, password):
 
 def imap_letters(address, password):
     """Logs in by IMAP and counts the inbox; None when the login is refused."""
-    with imaplib.IMAP4("127.0.0.1", timeout=20) as imap:
+    with imaplib.IMAP4("127.0.0.1", timeout=HANGS) as imap:
         try:
             imap.login(address, password)
         except imaplib.IMAP4.error:
@@ -64,7 +64,7 @@ def imap_letters(address, password):
 
 def pop3_letters(address, password):
     """Logs in by POP3 and counts the inbox; None when the login is refused."""
-    pop = poplib.POP3("127.0.0.1", timeout=20)
+    pop = poplib.POP3("127.0.0.1", timeout=HANGS)
     try:
         pop.user(address)
         pop.pass_(password)

@@ -33,6 +33,7 @@ BIN = pathlib.Path("/run/mailvek/bin")
 REAL = pathlib.Path("/run/mailvek/real")
 SPIES = pathlib.Path("/run/mailvek/spies")
 NOSLEEP_JOURNAL = "/run/mailvek/nosleep"
+HANGS = 300  # seconds after which a program or an event that is awaited counts as lost
 PATH = "/usr/local/sbin:/usr/local/bin:/usr/sbin:/usr/bin:/sbin:/bin"
 
 
@@ -62,7 +63,7 @@ def sanitized(tool):
     return b"__asan_init" in pathlib.Path(tool).read_bytes()
 
 
-def run(*command, env=None, stdin=b"", timeout=60, cwd="/", **more):
+def run(*command, env=None, stdin=b"", timeout=HANGS, cwd="/", **more):
     """Runs a program and waits for it. Without env it gets only PATH and HOME."""
     if isinstance(stdin, str):
         stdin = os.fsencode(stdin)
@@ -88,7 +89,7 @@ def tool_environment(env=None, nosleep=False, leaks=True):
     return environment
 
 
-def mailvek(*arguments, env=None, stdin=b"", timeout=60, nosleep=False):
+def mailvek(*arguments, env=None, stdin=b"", timeout=HANGS, nosleep=False):
     """Runs the tool as the panel does. With nosleep its sleeps take no time; see slept()."""
     return run(TOOL, *arguments, env=tool_environment(env, nosleep), stdin=stdin, timeout=timeout)
 
@@ -192,7 +193,7 @@ def set_postconf(**parameters):
 
 def auth_sql(statement, *values):
     """Runs a statement on the account database and returns the rows."""
-    with contextlib.closing(sqlite3.connect(ACCOUNTS, timeout=5)) as connection, connection:
+    with contextlib.closing(sqlite3.connect(ACCOUNTS, timeout=HANGS)) as connection, connection:
         return connection.execute(statement, values).fetchall()
 
 
@@ -245,7 +246,7 @@ def system_log():
     return pathlib.Path("/var/log/syslog").read_text(errors="surrogateescape").splitlines()
 
 
-def wait_until(condition, seconds=10):
+def wait_until(condition, seconds=HANGS):
     """Waits until condition() is true and returns its value. Fails after the given seconds."""
     deadline = time.monotonic() + seconds
     while not (value := condition()):

@@ -36,7 +36,7 @@ def listens(*ports):
     """Whether somebody listens on each of the ports."""
     for port in ports:
         try:
-            socket.create_connection(("127.0.0.1", port), timeout=5).close()
+            socket.create_connection(("127.0.0.1", port), timeout=mailhost.HANGS).close()
         except ConnectionRefusedError:
             return False
     return True

@@ -4,7 +4,7 @@ import smtplib
 
 import pytest
 
-from mailhost import add_records, mailvek, read, start, wait_until, write
+from mailhost import HANGS, add_records, mailvek, read, start, wait_until, write
 from demo_mail import next_second
 
 PROGRAM = "/usr/lib64/orvek-9.0/bouncemessage"
@@ -45,7 +45,7 @@ def arguments_for(phrases):
         ended = mailvek("--set-bounce", f"--domain-name={domain}", *given)
         assert (ended.status, ended.out, ended.err) == (0, "", ""), ended
     next_second()
-    with smtplib.SMTP("127.0.0.1", 25, local_hostname="client.example.test", timeout=20) as smtp:
+    with smtplib.SMTP("127.0.0.1", 25, local_hostname="client.example.test", timeout=HANGS) as smtp:
         for at in range(0, len(domains), 50):
             smtp.sendmail("clara@localhost.localdomain", [f"nobody@{domain}" for domain in domains[at:at + 50]],
                           "Subject: A letter\r\n\r\nHello\r\n")
@@ -53,7 +53,7 @@ def arguments_for(phrases):
 
 
 def arguments_of(path):
-    wait_until(lambda: os.path.exists(path), seconds=30)
+    wait_until(lambda: os.path.exists(path))
     number, *arguments = read(path).split("\0")[:-1]
     assert int(number) == len(arguments)
     return arguments

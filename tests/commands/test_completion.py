@@ -180,7 +180,7 @@ def terminal(lines, until):
     child, master = pty.fork()
     if child == 0:
         os.execve("/bin/bash", ["bash", "--norc", "--noprofile", "-i"], {"PATH": "/usr/bin:/bin", "TERM": "dumb", "PS1": ""})
-    printed, deadline = b"", time.monotonic() + 20
+    printed, deadline = b"", time.monotonic() + 300
     try:
         os.write(master, lines.encode())
         while until not in printed and time.monotonic() < deadline:

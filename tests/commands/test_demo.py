@@ -8,7 +8,7 @@ LAST_LINE = re.compile(r"^(\d+) of (\d+) steps held$")
 
 
 def demo():
-    ended = run("/usr/bin/python3", HOST / "demo.py", timeout=300,
+    ended = run("/usr/bin/python3", HOST / "demo.py", timeout=1200,
                 env={"PATH": PATH, "HOME": "/root", "MAILVEK_HOST": "1"})
     assert ended.err == "", ended
     return ended, ended.out.splitlines()

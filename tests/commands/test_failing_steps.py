@@ -5,7 +5,7 @@ import os
 
 import pytest
 
-from host_faults import flock_held, read_only, undo
+from host_faults import map_held, read_only, undo
 from mailhost import (
     MAILNAMES, MAPS, add_records, auth_domains, auth_rows, auth_sql, done, failed, mailvek, panel_sql, postmap,
     read, start, stop, wait_until,
@@ -169,9 +169,9 @@ def test_accounts_of_a_mailname_that_stay_keep_all_else():
 def test_unreadable_mail_aliases_fail_after_removal_and_hooks():
     add_hook(f"ann@{DOMAIN}")
     with concurrent.futures.ThreadPoolExecutor() as pool:
-        with flock_held(MAPS):
+        with map_held("virtual") as awaited:
             removal = pool.submit(mailvek, "--remove-mailname", *NAMES)
-            wait_until(lambda: not auth_rows())  # the maps are next
+            wait_until(awaited)
             panel_sql("RENAME TABLE mail_aliases TO mail_aliases_away")
         ended = removal.result()
     report = f"ERROR: unable get mail aliases for mailname {ANNA}\n"

@@ -5,7 +5,7 @@ import subprocess
 
 import pytest
 
-from mailhost import CHECKOUT, MAPS, TOOL, mailvek, nothing_changes, read, slept, system_calls, text, tool_environment
+from mailhost import CHECKOUT, HANGS, MAPS, TOOL, mailvek, nothing_changes, read, slept, system_calls, text, tool_environment
 
 SHORT_USAGE = """Usage: mailvek <COMMAND> <COMMAND OPTIONS...>
 \t for a complete list of commands use ``mailvek --help-commands''
@@ -150,7 +150,7 @@ def test_the_feature_report_is_58_assignments_of_php():
 def test_the_feature_report_ends_well_though_nothing_can_be_printed():
     with open("/dev/full", "wb") as full:
         done = subprocess.run([TOOL, "--features"], env=tool_environment(), stdout=full,
-                              stderr=subprocess.PIPE, timeout=60, check=False)
+                              stderr=subprocess.PIPE, timeout=HANGS, check=False)
     assert (done.returncode, done.stderr) == (0, b"")
 
 

@@ -6,7 +6,7 @@ import pytest
 
 from handlers import (
     INFO, ONE, REFRESHER, STORE, THREE, TWO, active, add, by_value, command, damaged, fatal, marker,
-    names, not_made, options, parameter, says, silent, skipped, store, stuck, update, whole,
+    names, not_made, options, says, silent, skipped, store, stuck, update, whole,
 )
 from host_faults import undo
 from mailhost import TOOL, mailvek, nothing_changes, read, run, write

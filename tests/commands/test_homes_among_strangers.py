@@ -5,7 +5,7 @@ import subprocess
 import pytest
 
 from mailhost import described, done, failed, read, tree, write
-from mailnames import DOMAIN, HOME, NAMES, domain_without_mailnames
+from mailnames import HOME, NAMES, domain_without_mailnames
 
 PRECIOUS = "/etc/precious"
 STORE = f"{HOME}/@attachments"
@@ -35,7 +35,7 @@ def test_a_link_at_the_delivery_file_gives_nothing_away():
 def test_a_fifo_at_the_delivery_file_holds_nothing_up():
     as_mail_user("rm", f"{HOME}/.qmail")
     as_mail_user("mkfifo", f"{HOME}/.qmail")
-    failed(*REDIRECT, saying="Invalid argument", timeout=20)
+    failed(*REDIRECT, saying="Invalid argument")
     as_mail_user("rm", f"{HOME}/.qmail")
     done(*REDIRECT)
     assert described(f"{HOME}/.qmail") == "f 0600 popuser:popuser"
@@ -43,7 +43,7 @@ def test_a_fifo_at_the_delivery_file_holds_nothing_up():
 
 def test_a_huge_delivery_file_holds_nothing_up():
     as_mail_user("truncate", "-s", "8191G", f"{HOME}/.qmail")
-    failed(*REDIRECT, saying="File too large", timeout=20)
+    failed(*REDIRECT, saying="File too large")
 
 
 def test_attachments_reach_no_directory_through_a_link():

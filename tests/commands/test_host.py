@@ -12,7 +12,7 @@ import pytest
 from mailboxes import imap_letters, letters, login_works, make_mailbox, pop3_letters, send
 from host_faults import full_disk, read_only
 from mailhost import (
-    ACCOUNTS, HOST, MAILNAMES, MAPS, add_records, auth_domains, auth_sql, described, panel_sql, postconf, postmap,
+    ACCOUNTS, HANGS, HOST, MAILNAMES, MAPS, add_records, auth_domains, auth_sql, described, panel_sql, postconf, postmap,
     postmap_query, read, reset, run, runs, set_postconf, start, system_log, tree, wait_until, write,
 )
 from spies import Rule, calls, spy
@@ -263,7 +263,7 @@ def test_reset_stops_what_runs_and_undoes_mounts_and_spies():
     full_disk(MAILNAMES)
     spy(POSTMAP, Rule(exit=1))
     reset()
-    assert sleeper.wait(timeout=5) == -signal.SIGKILL
+    assert sleeper.wait(timeout=HANGS) == -signal.SIGKILL
     assert not runs("postfix") and not runs("courier")
     assert run(POSTMAP, "-q", "x", f"hash:{MAPS}/virtual").err == ""
     assert calls() == []

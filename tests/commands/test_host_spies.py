@@ -6,7 +6,7 @@ import time
 
 import pytest
 
-from mailhost import MAPS, postmap, reset, run, runs, text, wait_until
+from mailhost import HANGS, MAPS, postmap, reset, run, runs, text, wait_until
 from spies import Rule, calls, spy
 
 SANITIZED_TOO = False  # these tests are not about the tool
@@ -73,7 +73,7 @@ def test_a_spy_that_leaves_its_input_breaks_the_pipe():
         with pytest.raises(BrokenPipeError):
             for _ in range(100):
                 child.stdin.write(bytes(65536))
-        assert child.wait(timeout=10) == 0
+        assert child.wait(timeout=HANGS) == 0
         child.stdin = None
         assert calls()[-1].stdin is None
 

@@ -1,8 +1,6 @@
 """The service commands without options: -p, -o, -r, -s, -l, -m, -i, -t, -z, -e, -a, -b."""
 import pathlib
 
-import pytest
-
 from host_faults import read_only
 from mailhost import done, mailvek, nothing_changes, read, runs, slept, start, wait_until, write
 from services import (

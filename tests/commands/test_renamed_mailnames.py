@@ -4,7 +4,7 @@ import os
 
 import pytest
 
-from host_faults import flock_held, read_only, undo
+from host_faults import map_held, read_only, undo
 from mailhost import (
     MAILNAMES, MAPS, auth_rows, auth_sql, done, failed, mailvek, nothing_changes, postmap, stop, tree, wait_until,
 )
@@ -202,9 +202,9 @@ def test_a_home_that_cannot_be_removed_keeps_the_hooks():
 def test_an_unreadable_alias_list_fails_after_the_removal():
     mailname_with_a_mailbox()
     with concurrent.futures.ThreadPoolExecutor() as pool:
-        with flock_held(MAPS):
+        with map_held("virtual") as awaited:
             removal = pool.submit(mailvek, "--remove-mailname", *NAMES)
-            wait_until(lambda: not auth_rows())  # the maps are next
+            wait_until(awaited)
             stop("mariadb")
         ended = removal.result()
     assert ended.status == 1, ended

@@ -114,12 +114,10 @@ def test_courier_comes_first_and_the_reload_last():
     ]
 
 
-# postconf pauses for up to two seconds when main.cf has just been changed: with a pause at each
-# of the writes and at the reads after them this took more than five seconds.
+# postconf pauses when main.cf was changed in the last two seconds.
 def test_no_parameter_waits_for_the_one_before_it():
-    begin = time.monotonic()
     done("--set-mail-params", "--smtpauth", "--popauth")
-    assert time.monotonic() - begin < 4
+    assert os.stat("/etc/postfix/main.cf").st_mtime <= time.time() - 2
 
 
 @pytest.mark.parametrize("more", [(), ("--relayclient", "--smtpauth", "--popauth", "--poplock-time=5")])

@@ -36,7 +36,7 @@ def next_second():
 
 def until(condition):
     """Waits for the reload to reach the processes that answer."""
-    return wait_until(condition, seconds=20)
+    return wait_until(condition)
 
 
 def relays(client=OUTSIDE, login=None):
@@ -144,5 +144,5 @@ def test_a_blocklist_that_nobody_serves_holds_no_letter_up():
         times.append(time.monotonic() - begin)
         return any("9.100.51.198.nowhere.test: RBL lookup error" in line for line in system_log())
 
-    wait_until(looked_up_in_vain, seconds=60)
-    assert max(times) < 15
+    wait_until(looked_up_in_vain)
+    assert max(times) < 60

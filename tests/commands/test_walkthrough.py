@@ -5,7 +5,7 @@ import re
 
 import pytest
 
-from mailhost import CHECKOUT, TOOL, done, run, start, tool_environment
+from mailhost import CHECKOUT, HANGS, TOOL, done, run, start, tool_environment
 from panel import panel_domain
 
 SANITIZED_TOO = False  # the calls are the same, and a debugger disturbs the sanitizers
@@ -39,7 +39,7 @@ def called(functions, in_child, tmp_path):
     task, result = tmp_path / "task", tmp_path / "called"
     task.write_text(json.dumps({"functions": functions, "in_child": in_child, "result": os.fspath(result)}))
     ended = run("gdb", "-nx", "-batch", "-x", CHECKOUT / "tests/commands/gdb_calls.py", "--args", TOOL, *COMMAND,
-                env={**tool_environment(), "GDB_CALLS": os.fspath(task)}, timeout=300)
+                env={**tool_environment(), "GDB_CALLS": os.fspath(task)}, timeout=HANGS)
     assert result.exists(), ended
     return json.loads(result.read_text())
 

@@ -128,7 +128,7 @@ def step_by_step(arguments, env):
         def step():
             if seen[0]:
                 os.kill(child_of(tracer.pid), signal.SIGCONT)
-            deadline = time.monotonic() + 20
+            deadline = time.monotonic() + 300
             while (stops := log.read_bytes().count(b"stopped by SIGSTOP")) == seen[0]:
                 if tracer.poll() is not None:
                     return False

@@ -55,7 +55,7 @@ def of_records(path, now, versions):
 
 def of_processes(before):
     """No process may be left. Those of a killed tool get time to notice that it is gone."""
-    deadline = time.monotonic() + 5
+    deadline = time.monotonic() + 120
     while left := processes() - before:
         if time.monotonic() > deadline:
             for pid in left:

@@ -26,7 +26,7 @@ import state  # noqa: E402
 from commands import COMMANDS, inhabited  # noqa: E402
 from exceptions import reason_for  # noqa: E402
 
-SECONDS = 10  # a run that takes longer counts as hanging
+SECONDS = 120  # a run that takes longer counts as hanging
 SYSLOG = "/var/log/syslog"
 
 

@@ -9,7 +9,7 @@ import services
 def status(demo, component, expected):
     """Checks a component's status, with some patience: after a start or a reload Postfix takes a moment
     to start the queue manager, and counts as stopped without it."""
-    demo.tool("--status-service", f"--mail-component={component}", within=10,
+    demo.tool("--status-service", f"--mail-component={component}", within=120,
               status=0, out=f"{component} is {expected}\n", err="")
 
 

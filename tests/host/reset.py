@@ -44,7 +44,7 @@ def kill_what_was_started():
     while pid > 1:
         kept.add(pid)
         pid = parent_of(pid)
-    deadline = time.monotonic() + 10
+    deadline = time.monotonic() + 120
     while True:
         alive = [int(name) for name in os.listdir("/proc") if name.isdigit() and int(name) not in kept]
         alive = [pid for pid in alive if not is_zombie_of_ours(pid)]
@@ -164,7 +164,7 @@ def empty(directory, kept):
 
 def sql(text, database=None):
     command = ["mariadb", "--batch", "--raw", "--skip-column-names"] + ([database] if database else [])
-    return subprocess.run(command, input=text.encode(), check=True, capture_output=True, timeout=20).stdout
+    return subprocess.run(command, input=text.encode(), check=True, capture_output=True, timeout=120).stdout
 
 
 def reset_panel_database():

@@ -32,7 +32,7 @@ inline std::vector<std::string> rowsOf(std::string const& path, std::string cons
     std::vector<std::string> rows;
     sqlite3* db = nullptr;
     sqlite3_open(path.c_str(), &db);
-    sqlite3_busy_timeout(db, 10000);
+    sqlite3_busy_timeout(db, 300000);
     auto const add = [](void* all, int count, char** values, char**) {
         std::string row;
         for (int i = 0; i < count; ++i)

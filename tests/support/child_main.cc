@@ -130,7 +130,7 @@ int orphan(Arguments const& args)
 {
     if (fork() != 0)
         return 0;
-    alarm(20);
+    alarm(300);
     char byte;
     while (read(std::stoi(args.at(0)), &byte, 1) > 0) {
     }
@@ -199,7 +199,7 @@ constexpr Mode modes[] = {
 
 int main(int argc, char** argv)
 {
-    alarm(20);
+    alarm(300);
     for (Mode const& mode : modes)
         if (argc > 1 && strcmp(argv[1], mode.name) == 0)
             return mode.run(Arguments(argv + 2, argv + argc));

@@ -31,7 +31,7 @@ class LaunchTest : public ::testing::Test
 protected:
     void SetUp() override
     {
-        alarm(50);
+        alarm(300);
         // A directory of the path that this user may not enter would change what exec says.
         setenv("PATH", "/usr/bin:/bin", 1);
         descriptors = openDescriptors();

@@ -30,7 +30,7 @@ inline bool isTraced()
 
 inline bool waitForTracer()
 {
-    for (int i = 0; i < 1000; ++i) {
+    for (int i = 0; i < 30000; ++i) {
         if (isTraced())
             return true;
         usleep(10000);

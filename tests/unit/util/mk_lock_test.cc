@@ -96,7 +96,7 @@ TEST(MKLock, WaitsForALockThatAnotherProcessHolds)
     pid_t const child = fork();
     if (child == 0) {
         char byte = 0;
-        alarm(30);
+        alarm(300);
         if (read(begin[0], &byte, 1) != 1)
             _exit(1);
         MKLock const lock(path, MKLock::plain_name);

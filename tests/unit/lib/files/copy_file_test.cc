@@ -124,7 +124,7 @@ TEST_F(CopyFileOnHost, WaitsForTheLockOfTheTarget)
     EXPECT_FALSE(copying.hasEndedWithin(100));
     EXPECT_FALSE(std::filesystem::exists(dst));
     EXPECT_EQ(rm_lock(held), 0);
-    EXPECT_TRUE(copying.hasEndedWithin(10000));
+    EXPECT_TRUE(copying.hasEndedWithin(300000));
     EXPECT_EQ(copying.status(), 0);
     EXPECT_EQ(readFile(dst), content);
 }

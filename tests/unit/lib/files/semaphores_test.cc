@@ -207,7 +207,7 @@ TEST_F(Semaphores, AreWaitedForThroughSignals)
                 return 4;
         }
         sem_unlock(3);
-        if (poll(&watched, 1, 10000) != 1)
+        if (poll(&watched, 1, 300000) != 1)
             return 5;
         int status = -1;
         waitpid(child, &status, 0);

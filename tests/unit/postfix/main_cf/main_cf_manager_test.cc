@@ -273,14 +273,12 @@ TEST_F(MainCfManagerOnHost, LeavesMainCfWholeWhenTheDiskIsFull)
     EXPECT_EQ(after, before);
 }
 
-// The true postconf waits for a main.cf that has changed in this second or the one before. With
-// three pauses this took more than three seconds; without one it takes a tenth of one.
+// The true postconf waits for a main.cf that has changed in this second or the one before.
 TEST_F(MainCfManagerOnHost, DoesNotWaitAfterItsOwnWrite)
 {
     postconf.run("printf '%s %s\\n' $1 $(($(date +%s) - $(stat -c %Y /etc/postfix/main.cf) >= 2)) "
                  ">> $dir/cool; "
                  "exec $real \"$@\"");
-    auto const begin = std::chrono::steady_clock::now();
     EXPECT_EQ(outcomeOf([] {
                   MainCfManager const& manager = MainCfManager::getInstance();
                   manager.replaceStringValue(parameter, "permit_mynetworks");
@@ -289,9 +287,6 @@ TEST_F(MainCfManagerOnHost, DoesNotWaitAfterItsOwnWrite)
                   std::cout << manager.getStringValue(parameter, false);
               }),
               "permit_mynetworks, check_client_access pcre:/x, reject");
-    double const seconds =
-        std::chrono::duration<double>(std::chrono::steady_clock::now() - begin).count();
-    EXPECT_LT(seconds, 3);
     EXPECT_EQ(readFile(postconf.dir / "cool").find(" 0"), std::string::npos)
         << readFile(postconf.dir / "cool");
 }

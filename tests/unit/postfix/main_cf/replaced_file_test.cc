@@ -129,7 +129,7 @@ TEST_F(ReplacedFileTest, LeavesAFileThatAnotherProcessHasOpenForWriting)
         ASSERT_EQ(pipe(ready), 0);
         child = fork();
         if (child == 0) {
-            alarm(60);
+            alarm(300);
             bool const opened = open(path.c_str(), O_RDWR) >= 0;
             _exit(write(ready[1], "x", 1) == 1 && opened ? pause() : 1);
         }

@@ -36,7 +36,7 @@ TEST_F(MapRewriteFrameOnHost, WaitsForTheLockBeforeItTouchesTheTextSource)
         writeFile(path, "of whoever holds the lock");
         std::optional<orvek::MKLock> lock(path);
         OtherProcess other([&] {
-            alarm(30);
+            alarm(300);
             lock.reset(); // the copy of the descriptor, which would keep the lock
             rewrite();
             return true;

@@ -181,7 +181,7 @@ TEST_F(MailAuthKilledWriter, LeavesASoundDatabaseWithEveryAcknowledgedChange)
                       [&] { return writeUntilKilled(round, channel.writing()); });
         channel.closeWriting();
         pollfd begun{channel.reading(), POLLIN, 0};
-        ASSERT_EQ(poll(&begun, 1, 10000), 1);
+        ASSERT_EQ(poll(&begun, 1, 300000), 1);
         usleep(std::uniform_int_distribution<useconds_t>(0, longest_life)(random));
         writer.kill();
         int const changes = bytesUntilTheEnd(channel.reading());
