@@ -178,10 +178,8 @@ void copy_file_atomic(char const* src_filename, char const* dest_filename, uid_t
     if (to.get() < 0)
         fatal("copy_file_atomic(%s -> %s): mkstemp failed", src_filename, dest_filename);
 
-    Copied const copied = copy_blocks(from.get(), to.get());
-    if (copied == Copied::read_failed)
-        give_up(to, "copy_file_atomic(%s -> %s): read failed", src_filename, dest_filename);
-    if (copied == Copied::write_failed)
+    // A failed read has no text of its own.
+    if (copy_blocks(from.get(), to.get()) != Copied::whole)
         give_up(to, "copy_file_atomic(%s -> %s): write failed", src_filename, dest_filename);
     if (set_rights(to.get(), {uid, gid, same_mode}) != 0)
         give_up(to, "copy_file_atomic(%s -> %s): chown failed", src_filename, dest_filename);

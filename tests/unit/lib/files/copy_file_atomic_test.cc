@@ -125,7 +125,7 @@ TEST_F(CopyFileAtomic, EndsTheProcessForAnIrregularSource)
 
 TEST_F(CopyFileAtomic, LeavesTheTargetUntouchedWhenAFailedStepEndsIt)
 {
-    expectFailureOf("read", 1, "read");
+    expectFailureOf("read", 1, "write");
     expectFailureOf("write", 1, "write");
     expectFailureOf("fchownat", 1, "chown");
     expectFailureOf("fchmod", 2, "chmod"); // the first is of the file that is made
