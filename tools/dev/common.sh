@@ -43,6 +43,9 @@ install_packages() { # LIST_FILE...
     say "packages installed"
 }
 
+# A compiler cache, where there is one, serves every checkout and the precompiled headers of the tests.
+export CCACHE_BASEDIR=$PWD CCACHE_NOHASHDIR=1 CCACHE_SLOPPINESS=pch_defines,time_macros
+
 # Configures a preset and builds all of it or the named targets. On a terminal it shows ninja's
 # progress, elsewhere ninja's output when the build fails.
 build() { # PRESET [TARGET...]
