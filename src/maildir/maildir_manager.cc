@@ -49,8 +49,10 @@ path directoryName(std::string const& name)
     return name;
 }
 
+// Keeps errno, since paths are formed where a failure is told.
 path mailRoot()
 {
+    ErrnoKeeper const keeper;
     return orvConfGetDefaultByIndex(_ORVEK_MAILNAMES_D_INDEX);
 }
 
@@ -83,9 +85,18 @@ OpenDescriptor makeDirectory(int above, char const* name, Making& making)
     return make_directory_beneath(above, name, mode_only(home_mode), &making);
 }
 
-// Opens a directory of the configuration. Makes it and its parents when it is missing.
-OpenDescriptor openOrMake(path const& directory)
+// The library takes a "/" at the end of a path for a last component ".".
+path withoutLastDots(path directory)
 {
+    while (directory.filename() == "." && directory.has_parent_path())
+        directory = directory.parent_path();
+    return directory;
+}
+
+// Opens a directory of the configuration. Makes it and its parents when it is missing.
+OpenDescriptor openOrMake(path const& configured)
+{
+    path const directory = withoutLastDots(configured);
     OpenDescriptor found = open_root(directory.c_str());
     if (found.get() >= 0 || errno != ENOENT || !directory.has_parent_path())
         return OpenDescriptor(found.release());

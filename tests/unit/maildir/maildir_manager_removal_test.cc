@@ -2,6 +2,8 @@
 
 #include "maildir/maildir_manager.h"
 
+#include "lib/conf/autoprepend.h"
+#include "support/child_run.h"
 #include "support/deep_tree.h"
 #include "support/fd_census.h"
 #include "support/maildir_manager_test.h"
@@ -227,6 +229,23 @@ TEST_F(MaildirManagerRemovalOnHost, RaisesTheLibrarysErrorForAnUnremovableHome)
               "boost::filesystem::remove_all: Device or resource busy: \"" + home + "\"");
     EXPECT_EQ(system(("umount " + home).c_str()), 0);
     EXPECT_TRUE(std::filesystem::exists(home));
+}
+
+TEST_F(MaildirManagerRemovalOnHost, TakesNoUnopenedRootForAMissingOne)
+{
+    std::filesystem::remove_all(root);
+    std::filesystem::create_symlink("mailnames", root);
+    // A configuration that is missing is looked for again at each question.
+    auto const run = inChild([] {
+        theOrvConfHash = nullptr;
+        theOrvConfArray[_ORVEK_MAILNAMES_D_INDEX] = nullptr;
+        std::filesystem::rename("/etc/orv/orv.conf", "/etc/orv/aside");
+        std::string const error = libraryErrorOf([] { manager().removeDomainRoot("example.com"); });
+        std::filesystem::rename("/etc/orv/aside", "/etc/orv/orv.conf");
+        return error.find("Too many levels") != std::string::npos ? 0 : 1;
+    });
+    EXPECT_EQ(run.status, 0);
+    std::filesystem::remove(root);
 }
 
 TEST_F(MaildirManagerRemovalOnHost, TouchesNothingForANameThatLeadsElsewhere)

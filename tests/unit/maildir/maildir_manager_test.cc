@@ -132,6 +132,17 @@ TEST_F(MaildirManagerOnHost, PutsHomesBelowTheConfiguredRoot)
 
 // ---------------------------------------------------------------------------------- creating
 
+TEST_F(MaildirManagerOnHost, MakesAMissingRootHoweverItsPathEnds)
+{
+    for (char const* const end : {"/", "//"}) {
+        MailnamesRoot const spelled(std::string("/srv/new/mail") + end);
+        std::filesystem::remove_all("/srv/new");
+        manager().createDomainRoot("example.com");
+        EXPECT_EQ(rightsOf("/srv/new/mail/example.com"), popusers("drwxr-x---")) << end;
+        EXPECT_THAT(namesIn("/srv/new/mail"), ElementsAre("example.com"));
+    }
+}
+
 TEST_F(MaildirManagerOnHost, CreatesADomainRootForItsUserWhateverTheUmask)
 {
     umask(0777);
