@@ -107,11 +107,12 @@ int DotQmail::append(char const* line) const
     if (look_at(info, exists) != 0)
         return 1;
     errno = home.error != 0 ? home.error : errno;
+    auto const added = static_cast<off_t>(strlen(line) + 1);
     OpenFile to =
         home.error != 0 ? nullptr
         : exists
             ? stream_of(open_file_beneath(home.directory.get(), home.name, O_WRONLY | O_APPEND,
-                                          largest_delivery_file),
+                                          largest_delivery_file - added),
                         "a")
             : stream_of(make_file_beneath(home.directory.get(), home.name, delivery_mode), "a");
     if (!to)

@@ -23,7 +23,8 @@ public:
     // Removes a line if it is there. Failures, such as a missing file, do not count; errno is kept.
     void drop_line(char const* line) const;
 
-    // Moves or adds a line to the end of the file, and creates a missing file. 0 or -1.
+    // Moves or adds a line to the end of the file, and creates a missing file. A line that would
+    // make the file too large is not added. 0 or -1.
     [[nodiscard]] int put_line(char const* line) const;
 
     // Removes all lines that equal this one. 0 or 1; a missing file gives 1 without a report.

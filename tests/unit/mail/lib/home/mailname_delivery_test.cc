@@ -6,6 +6,7 @@
 
 #include <gtest/gtest.h>
 
+#include <cstring>
 #include <filesystem>
 #include <functional>
 #include <vector>
@@ -93,6 +94,17 @@ TEST_F(MailnameDeliveryOnHost, SaysThatALineCannotBeAdded)
     EXPECT_EQ(failureOf([&] { return add(); }),
               noFile("Unable to open file " + file + ": No such file or directory\n") +
                   noFile("Unable to add string to " + file + " file."));
+}
+
+TEST_F(MailnameDeliveryOnHost, AddsNoLineThatMakesTheFileTooLarge)
+{
+    std::string const largest = std::string((1 << 20) - strlen(delivery) - 1, '#') + "\n";
+    writeFile(file, largest);
+    EXPECT_EQ(add(), 0);
+    EXPECT_EQ(left(), largest + delivery);
+    writeFile(file, '#' + largest);
+    EXPECT_NE(failureOf([&] { return add(); }).find("File too large"), std::string::npos);
+    EXPECT_EQ(readFile(file), '#' + largest);
 }
 
 TEST_F(MailnameDeliveryOnHost, ReportsAFailedOwnerAndKeepsTheLine)
