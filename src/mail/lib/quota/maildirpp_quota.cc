@@ -1,6 +1,7 @@
 #include "mail/lib/quota/maildirpp_quota.h"
 
 #include "lib/beneath/entry.h"
+#include "lib/beneath/file_name.h"
 #include "lib/conf/autoprepend.h"
 #include "lib/files/saved_directory.h"
 #include "lib/host/orvek_ugid.h"
@@ -26,6 +27,11 @@ namespace {
 constexpr char mail_user[] = "popuser";
 constexpr char attachments[] = "@attachments";
 
+[[nodiscard]] bool no_entry(char const* home)
+{
+    return failure(false, "unable to change to mbox folder %s: %s", home, strerror(errno));
+}
+
 bool form_home(char (&home)[path_size], char const* MailDomain, char const* MailName)
 {
     CString const domain(idn_toascii(MailDomain));
@@ -34,12 +40,17 @@ bool form_home(char (&home)[path_size], char const* MailDomain, char const* Mail
         errno = EINVAL;
         return false;
     }
-    if (form_path(home, "%s/%s/%s", orvConfGetDefaultByIndex(_ORVEK_MAILNAMES_D_INDEX),
-                  domain.get(), MailName))
+    if (!form_path(home, "%s/%s/%s", orvConfGetDefaultByIndex(_ORVEK_MAILNAMES_D_INDEX),
+                   domain.get(), MailName)) {
+        messlog2(0, 1, "domain and/or user name too long to be stored on the filesystem");
+        errno = ENAMETOOLONG;
+        return false;
+    }
+    // Names come from the panel's tables too.
+    if (is_file_name(domain.get()) && is_file_name(MailName))
         return true;
-    messlog2(0, 1, "domain and/or user name too long to be stored on the filesystem");
-    errno = ENAMETOOLONG;
-    return false;
+    errno = EINVAL;
+    return no_entry(home);
 }
 
 bool enter(char const* home, SavedDirectory* before)
@@ -48,7 +59,7 @@ bool enter(char const* home, SavedDirectory* before)
         return failure(false, "unable to get current working directory");
     OpenDescriptor const opened = open_mail_directory(home);
     if (opened.get() < 0 || fchdir(opened.get()) != 0)
-        return failure(false, "unable to change to mbox folder %s: %s", home, strerror(errno));
+        return no_entry(home);
     return true;
 }
 

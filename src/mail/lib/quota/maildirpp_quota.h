@@ -16,8 +16,9 @@
 // one byte, which stops delivery.
 [[nodiscard]] int store_maildirpp_quota_raw(char const* maildir, sizequota_t quota);
 
-// MailDomain is in UTF-8. A quota below the size of the attachments stops delivery, with a
-// warning. The working directory is restored, except after a failure to count the attachments.
+// MailDomain is in UTF-8. A name that is no file name is refused with EINVAL. A quota below the
+// size of the attachments stops delivery, with a warning. The working directory is restored, except
+// after a failure to count the attachments.
 [[nodiscard]] int store_mbox_quota(char const* MailDomain, char const* MailName, sizequota_t quota);
 
 #endif

@@ -139,6 +139,15 @@ TEST_F(MaildirppQuotaOnHost, RefusesNamesThatMakeNoPath)
               "domain and/or user name too long to be stored on the filesystem\n");
 }
 
+TEST_F(MaildirppQuotaOnHost, EntersNoDirectoryInAHome)
+{
+    std::filesystem::create_directories(home + "/inner/Maildir/tmp");
+    EXPECT_EQ(
+        reportOf(0, [] { return store_mbox_quota("example.com", "info/inner", 1); }),
+        withErrno("unable to change to mbox folder " + home + "/inner: Invalid argument", EINVAL));
+    EXPECT_FALSE(std::filesystem::exists(home + "/inner/Maildir/maildirsize"));
+}
+
 TEST_F(MaildirppQuotaOnHost, FindsTheDomainByItsAsciiForm)
 {
     fs::rename(domain, "/var/qmail/mailnames/xn--mller-kva.example");
