@@ -1,12 +1,12 @@
 // call_faults - lets a system call of the code under test fail
 //
 // While a CallFailure lives, or after CallFailure::set, the call of that name with that number,
-// counted from 1, is not made: it sets errno and gives the result, -1 or null unless another is
-// named. The calls before and after it are made. Children that the program forks count on. A
-// BeforeCall does something right before such a call, which is made then: what another process
-// might do in between. One of either lives at a time. What counts is what the program itself calls,
-// which has to be linked with --wrap for each of the functions below. A failing close, closedir or
-// fclose closes all the same, as the true one does, but for a close with EINTR.
+// counted from 1, or each_call, is not made: it sets errno and gives the result, -1 or null unless
+// another is named. The calls before and after it are made. Children that the program forks count
+// on. A BeforeCall does something right before such a call, which is made then: what another
+// process might do in between. One of either lives at a time. What counts is what the program
+// itself calls, which has to be linked with --wrap for each of the functions below. A failing
+// close, closedir or fclose closes all the same, as the true one does, but for a close with EINTR.
 //
 // While an UnknownTypes lives, readdir tells no entry's type, as some file systems do.
 
@@ -20,6 +20,7 @@
 #include <cstdio>
 #include <cstring>
 #include <functional>
+#include <limits>
 #include <utility>
 
 #include <dirent.h>
@@ -29,6 +30,8 @@
 #include <sys/stat.h>
 #include <sys/types.h>
 #include <unistd.h>
+
+constexpr int each_call = std::numeric_limits<int>::min();
 
 namespace call_faults_detail {
 
@@ -47,7 +50,9 @@ inline int every_syscall_fails = 0; // the error
 
 inline bool fails(char const* call)
 {
-    if (!fault || strcmp(fault->call, call) != 0 || --fault->calls_to_failure != 0)
+    if (!fault || strcmp(fault->call, call) != 0)
+        return false;
+    if (fault->calls_to_failure != each_call && --fault->calls_to_failure != 0)
         return false;
     if (fault->event) {
         fault->event();

@@ -17,7 +17,9 @@
 namespace {
 
 constexpr char maildir[] = ".";
-// Somebody else fills the Maildir, and must not fill the log with it.
+// Somebody else fills the Maildir, and must not keep the tool looking. No honest one has more.
+constexpr int most_entries = 100'000;
+// Nor fill the log with it.
 constexpr int most_reports = 100;
 
 int raise_mtime(char const* dir, char const* subdir, time_t* mtime)
@@ -78,7 +80,7 @@ int get_maildirpp_latest_mtime(time_t* mtime)
     if (!stream)
         return failure(0, "Unable to open Maildir folder. Has it just been removed?");
     int reports = 0;
-    for (;;) {
+    for (int entries = 0; entries < most_entries; ++entries) {
         errno = 0;
         dirent const* const entry = readdir(stream.get());
         if (!entry)
@@ -86,4 +88,6 @@ int get_maildirpp_latest_mtime(time_t* mtime)
         if (raise_mtime_by(entry, &reports, mtime) == 0)
             return 0;
     }
+    errno = EFBIG;
+    return 0;
 }

@@ -17,6 +17,7 @@
 
 // The same for the Maildir that is the working directory, with all its folders that count.
 // Entries that are named like a folder but are not directories are reported and passed over.
+// A Maildir may have 100,000 entries: EFBIG without a report for more.
 [[nodiscard]] int get_maildirpp_latest_mtime(time_t* mtime);
 
 #endif

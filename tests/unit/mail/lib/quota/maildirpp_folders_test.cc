@@ -9,6 +9,8 @@
 #include <algorithm>
 #include <cstring>
 
+#include <unistd.h>
+
 namespace fs = std::filesystem;
 
 namespace {
@@ -159,6 +161,22 @@ TEST_F(MaildirppFolders, FailsSilentlyWhenTheMaildirCannotBeRead)
                      [](time_t* mtime) {
                          CallFailure const failing("readdir", EIO);
                          return get_maildirpp_latest_mtime(mtime) == 0 && errno == EIO ? 0 : 1;
+                     }),
+              "");
+}
+
+TEST_F(MaildirppFolders, EndsInAMaildirThatDoesNot)
+{
+    EXPECT_EQ(report(0,
+                     [](time_t* mtime) {
+                         int const listing = dup(STDOUT_FILENO); // the next one to be opened
+                         close(listing);
+                         int calls = 0;
+                         BeforeCall const growing("readdir", each_call, [&] {
+                             if (++calls < 200'000)
+                                 lseek(listing, 0, SEEK_SET);
+                         });
+                         return get_maildirpp_latest_mtime(mtime) == 0 && errno == EFBIG ? 0 : 1;
                      }),
               "");
 }
