@@ -198,15 +198,20 @@ int mail_handler_update(char const* name_template, char const* type, char const*
         return -1;
     std::string const old_priority(old.priority);
 
+    char const* const new_executable = keeps_executable ? old_executable : executable;
+    char const* const new_context = keeps_context ? old_context.get() : context;
+    char const* const new_priority = keeps_priority ? old_priority.c_str() : priority;
+    // What mail_handler_add will refuse must not cost the handler that is there.
+    if (check_parameters(name_template, typeName, new_context, hook, new_priority) != 0)
+        return -1;
+
     bool const active = control_handler_queue(name.get(), nullptr, HOOK_CHECK) == 1;
     if (control_handler_queue(name.get(), nullptr, HOOK_DISABLE) != 0)
         return -1;
     if (remove_handler_descriptor(name.get()) != 0)
         return -1;
-    return mail_handler_add(
-        name_template, type, typeName, keeps_executable ? old_executable : executable,
-        keeps_context ? old_context.get() : context, hook,
-        keeps_priority ? old_priority.c_str() : priority, active ? HOOK_ENABLE : HOOK_DISABLE);
+    return mail_handler_add(name_template, type, typeName, new_executable, new_context, hook,
+                            new_priority, active ? HOOK_ENABLE : HOOK_DISABLE);
 }
 
 int mail_handler_remove(char const* name)

@@ -235,6 +235,20 @@ TEST_F(MailHandlerUpdateOnHost, KeepsTheHandlerWhenTheNewExecutableIsMissing)
                                   "directory")));
 }
 
+TEST_F(MailHandlerUpdateOnHost, KeepsTheHandlerWhenANewValueIsRefused)
+{
+    add("spam");
+    auto const before = store();
+    std::string const long_context(400, 'x');
+    EXPECT_EQ(update("", long_context.c_str(), ""), -1);
+    EXPECT_EQ(update("", "two\nlines", ""), -1);
+    EXPECT_EQ(update("", "", " 10"), -1);
+    EXPECT_EQ(store(), before);
+    EXPECT_THAT(reports(), ElementsAre(error("Invalid handler context '" + long_context + "'"),
+                                       error("Invalid handler context 'two\nlines'"),
+                                       error("Invalid handler priority ' 10'")));
+}
+
 TEST_F(MailHandlerUpdateOnHost, LosesAHandlerWhoseOwnExecutableIsMissing)
 {
     descriptor("10-spam-a1B2c3");
