@@ -56,8 +56,12 @@ bool parkingCounts()
     char const* name = nullptr;
     OpenDescriptor const directory(open_parent(parking_file, name));
     struct stat info = {};
-    if (directory.get() < 0 || look_beneath(directory.get(), name, info) != 0)
+    if (directory.get() < 0 || look_beneath(directory.get(), name, info) != 0) {
+        // Taken for missing, it would be written over by the next one that is stored.
+        if (errno != ENOENT && errno != ENOTDIR)
+            throw SystemError(parking_file, errno);
         return false;
+    }
     if (S_ISREG(info.st_mode) && isRootsAlone(info))
         return true;
     std::clog << parking_file << " is not root's own and does not count" << std::endl;

@@ -243,7 +243,7 @@ TEST_F(ModuleFilesOnHost, LeavesTheFileAloneWhenTheModeCannotBeSet)
 {
     std::string const before = readFile(master_cf);
     std::string const outcome = loaded([](ModuleManager& manager) {
-        failSystemCall(SYS_fchmod, EPERM);
+        failSystemCallWith(SYS_fchmod, 1, 0644, EPERM);
         manager.storeModules(true);
     });
     EXPECT_EQ(outcome.rfind("!FSError: chmod: Operation not permitted: \"" + master_cf, 0), 0U)

@@ -1,5 +1,6 @@
 #include "postfix/master_cf/module_manager.h"
 
+#include "support/call_faults.h"
 #include "support/module_test.h"
 
 #include <gtest/gtest.h>
@@ -88,6 +89,17 @@ TEST_F(ModuleManagerOnHost, RefusesFilesThatCannotBeRead)
     std::filesystem::remove(master_cf);
     EXPECT_EQ(loaded([](ModuleManager&) {}),
               "!PostfixConfigurationError: unable to open " + master_cf);
+}
+
+TEST_F(ModuleManagerOnHost, RaisesForAParkingFileThatCannotBeLookedAt)
+{
+    writeFile(parking, submission_text);
+    EXPECT_EQ(changed([](ModuleManager& manager) {
+                  CallFailure const failure("fstatat", EIO);
+                  manager.loadModules(true);
+              }),
+              "!SystemError: " + parking + ": Input/output error");
+    EXPECT_EQ(readFile(parking), submission_text);
 }
 
 TEST_F(ModuleManagerOnHost, LoadsOnceUnlessForced)
