@@ -35,6 +35,16 @@ OpenDescriptor open_source(char const* source)
                                : open_file_beneath(directory.get(), name, O_RDONLY, largest_upload);
 }
 
+// A caller who is not root may hand over only his own files, even if the tool runs as root. False
+// sets errno.
+bool is_callers(struct stat const& info)
+{
+    if (getuid() == 0 || info.st_uid == getuid())
+        return true;
+    errno = EPERM;
+    return false;
+}
+
 // Does not empty an existing attachment yet: it may be the source.
 OpenDescriptor open_copy(char const* copy, mode_t mode)
 {
@@ -98,6 +108,8 @@ int copy_under_lock(char const* source, char const* copy)
     struct stat info = {};
     if (fstat(from.get(), &info) != 0)
         return failure(1, "Unable to get info for file '%s': %s", source, strerror(errno));
+    if (!is_callers(info))
+        return open_failure(source);
     // While it is copied, no more open than its source and than it will be.
     OpenDescriptor to = open_copy(copy, info.st_mode & attachment_mode);
     if (to.get() < 0)

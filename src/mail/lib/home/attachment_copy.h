@@ -1,7 +1,8 @@
 // attachment_copy - copies an upload into a mailname's store of attachments
 //
 // Copies source to the path copy, over an attachment of that name, with mode 0644. source must be
-// a regular file with one name and at most 1 GiB; none of its mode comes over. copy lies in a
+// a regular file with one name and at most 1 GiB, and the caller's own unless the caller is root;
+// none of its mode comes over. copy lies in a
 // directory of the mail user's: no link on the way is followed, and a file that is there must be
 // regular with one name. A source that is the copy itself is done at once.
 //

@@ -162,6 +162,21 @@ TEST_F(AttachmentsChangesOnHost, TakesNoSourceButARegularFileOfOneName)
     EXPECT_EQ(rightsBelow(store).size(), 0U);
 }
 
+TEST_F(AttachmentsChangesOnHost, TakesNoSourceOfAnothersUnlessTheCallerIsRoot)
+{
+    writeFile(upload, "text");
+    auto const add_as = [&](uid_t user) {
+        return inChild([&] { return setresuid(user, 0, 0) == 0 && add("a") == 0 ? 0 : 1; });
+    };
+    auto const run = add_as(65534);
+    EXPECT_EQ(run.status, 1);
+    EXPECT_NE(run.err.find("Operation not permitted"), std::string::npos);
+    EXPECT_EQ(rightsBelow(store).size(), 0U);
+    ASSERT_EQ(chown(upload.c_str(), 65534, 65534), 0);
+    EXPECT_EQ(add_as(65534).status, 0);
+    EXPECT_EQ(add_as(0).status, 0);
+}
+
 TEST_F(AttachmentsChangesOnHost, LeavesAnAttachmentThatIsCopiedOntoItself)
 {
     writeFile(store + "/a", "text");
