@@ -3,8 +3,6 @@
 #include "mail/lib/server/domain_keys.h"
 #include "util/idn.h"
 
-#include <unistd.h>
-
 namespace orvek::mail::postfix::mailvek_commands {
 
 // Both commands take lists, and a bad name must not stop the good ones. So the names are checked
@@ -16,10 +14,7 @@ int setDomainKey(int argc, char** argv)
     std::string const domains = idn::toAscii(textOf(options, "domain-name"));
     std::string const file = textOf(options, "file-name");
 
-    int const set = set_domain_key(domains.c_str(), file.c_str());
-    if (set == 0)
-        unlink(file.c_str()); // only the installed copy of a key remains
-    return set == -1 ? 1 : 0;
+    return take_over_domain_key(domains.c_str(), file.c_str()) == -1 ? 1 : 0;
 }
 
 int removeDomainKey(int argc, char** argv)

@@ -60,11 +60,14 @@ OpenDescriptor take_file_beneath(int dir, char const* path, off_t most)
 OpenDescriptor open_file_beneath(int dir, char const* path, int access, off_t most)
 {
     OpenDescriptor const taken = take_file_beneath(dir, path, most);
-    if (taken.get() < 0)
-        return OpenDescriptor(-1);
+    return taken.get() < 0 ? OpenDescriptor(-1) : open_taken_file(taken.get(), access);
+}
+
+OpenDescriptor open_taken_file(int taken, int access)
+{
     // Without O_NONBLOCK the open would wait for a lease that the file's owner holds.
     return OpenDescriptor(
-        open(DescriptorPath(taken.get()).get(), access | O_NONBLOCK | O_NOCTTY | O_CLOEXEC));
+        open(DescriptorPath(taken).get(), access | O_NONBLOCK | O_NOCTTY | O_CLOEXEC));
 }
 
 OpenFile read_file_beneath(int dir, char const* path, off_t most)

@@ -31,6 +31,9 @@ constexpr off_t any_size = std::numeric_limits<off_t>::max();
 // The same as a stream for reading; null with errno set.
 [[nodiscard]] OpenFile read_file_beneath(int dir, char const* path, off_t most);
 
+// Opens the very file that take_file_beneath has taken, in the same way.
+[[nodiscard]] OpenDescriptor open_taken_file(int taken, int access);
+
 // Makes a new file, open for reading and writing, with this mode, whatever the umask. EEXIST if
 // there is anything of that name, a link too.
 [[nodiscard]] OpenDescriptor make_file_beneath(int dir, char const* path, mode_t mode);

@@ -151,6 +151,30 @@ int copy_under_lock(char const* src_fname, char const* dst_fname)
     vfatal(fmt, args);
 }
 
+void replace_by_copy(OpenDescriptor const& from, char const* src_filename,
+                     char const* dest_filename, Rights const& rights)
+{
+    if (from.get() < 0)
+        fatal("copy_file_atomic(%s -> %s): open failed", src_filename, dest_filename);
+    char const* name = nullptr;
+    OpenDescriptor const parent = open_parent(dest_filename, name);
+    TemporaryFile to(parent.get(), name, new_file_mode);
+    if (to.get() < 0)
+        fatal("copy_file_atomic(%s -> %s): mkstemp failed", src_filename, dest_filename);
+
+    // A failed read has no text of its own.
+    if (copy_blocks(from.get(), to.get()) != Copied::whole)
+        give_up(to, "copy_file_atomic(%s -> %s): write failed", src_filename, dest_filename);
+    if (set_rights(to.get(), {rights.uid, rights.gid, same_mode}) != 0)
+        give_up(to, "copy_file_atomic(%s -> %s): chown failed", src_filename, dest_filename);
+    if (set_rights(to.get(), mode_only(rights.mode)) != 0)
+        give_up(to, "copy_file_atomic(%s -> %s): chmod failed", src_filename, dest_filename);
+    if (to.close_now() != 0)
+        give_up(to, "copy_file_atomic(%s -> %s): flush failed", src_filename, dest_filename);
+    if (to.replace() != 0)
+        give_up(to, "copy_file_atomic(%s -> %s): rename failed", src_filename, dest_filename);
+}
+
 } // namespace
 
 int copy_file(char const* src_fname, char const* dst_fname)
@@ -169,24 +193,12 @@ int copy_file(char const* src_fname, char const* dst_fname)
 void copy_file_atomic(char const* src_filename, char const* dest_filename, uid_t uid, gid_t gid,
                       mode_t mode)
 {
-    OpenDescriptor const from = open_source(src_filename);
-    if (from.get() < 0)
-        fatal("copy_file_atomic(%s -> %s): open failed", src_filename, dest_filename);
-    char const* name = nullptr;
-    OpenDescriptor const parent = open_parent(dest_filename, name);
-    TemporaryFile to(parent.get(), name, new_file_mode);
-    if (to.get() < 0)
-        fatal("copy_file_atomic(%s -> %s): mkstemp failed", src_filename, dest_filename);
+    replace_by_copy(open_source(src_filename), src_filename, dest_filename, {uid, gid, mode});
+}
 
-    // A failed read has no text of its own.
-    if (copy_blocks(from.get(), to.get()) != Copied::whole)
-        give_up(to, "copy_file_atomic(%s -> %s): write failed", src_filename, dest_filename);
-    if (set_rights(to.get(), {uid, gid, same_mode}) != 0)
-        give_up(to, "copy_file_atomic(%s -> %s): chown failed", src_filename, dest_filename);
-    if (set_rights(to.get(), mode_only(mode)) != 0)
-        give_up(to, "copy_file_atomic(%s -> %s): chmod failed", src_filename, dest_filename);
-    if (to.close_now() != 0)
-        give_up(to, "copy_file_atomic(%s -> %s): flush failed", src_filename, dest_filename);
-    if (to.replace() != 0)
-        give_up(to, "copy_file_atomic(%s -> %s): rename failed", src_filename, dest_filename);
+void copy_taken_file_atomic(int taken, char const* src_filename, char const* dest_filename,
+                            uid_t uid, gid_t gid, mode_t mode)
+{
+    replace_by_copy(open_taken_file(taken, O_RDONLY), src_filename, dest_filename,
+                    {uid, gid, mode});
 }

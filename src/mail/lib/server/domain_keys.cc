@@ -1,5 +1,6 @@
 #include "mail/lib/server/domain_keys.h"
 
+#include "lib/beneath/entry.h"
 #include "lib/beneath/file_name.h"
 #include "lib/beneath/opened_file.h"
 #include "lib/beneath/place.h"
@@ -86,24 +87,54 @@ void make_key_directory(char const* directory)
     make_dir_p(directory, 0, 0, directory_mode);
 }
 
-// A caller who is not root may install only his own files, even if the tool runs as root.
-bool is_callers_key(char const* file)
+// The file that a key comes from, by the descriptors of it and of its directory.
+class KeySource
 {
-    char const* name = nullptr;
-    OpenDescriptor const parent = open_parent(file, name);
-    if (parent.get() < 0)
-        return false;
-    OpenDescriptor const key = take_file_beneath(parent.get(), name, most_of_a_key);
-    struct stat info = {};
-    if (key.get() < 0 || fstat(key.get(), &info) != 0)
-        return false;
-    bool const own = getuid() == 0 || info.st_uid == getuid();
-    if (!own)
-        errno = EPERM;
-    return own;
-}
+public:
+    explicit KeySource(char const* file)
+        : file(file), directory(open_parent(file, name)),
+          taken(directory.get() < 0 ? OpenDescriptor(-1)
+                                    : take_file_beneath(directory.get(), name, most_of_a_key))
+    {
+    }
 
-int install_key(char const* DomainNameListAmixed, char const* file)
+    // False with errno set when it cannot be used. A caller who is not root may install only his
+    // own files, even if the tool runs as root.
+    [[nodiscard]] bool is_callers()
+    {
+        if (taken.get() < 0 || fstat(taken.get(), &info) != 0)
+            return false;
+        bool const own = getuid() == 0 || info.st_uid == getuid();
+        if (!own)
+            errno = EPERM;
+        return own;
+    }
+
+    void copy_to(char const* key, gid_t group) const
+    {
+        copy_taken_file_atomic(taken.get(), file, key, 0, group, key_mode);
+    }
+
+    void remove() const
+    {
+        ErrnoKeeper const keeper;
+        struct stat found = {};
+        if (look_beneath(directory.get(), name, found) == 0 && found.st_dev == info.st_dev &&
+            found.st_ino == info.st_ino)
+            static_cast<void>(remove_file_beneath(directory.get(), name));
+    }
+
+private:
+    char const* const file;
+    char const* name = nullptr;
+    OpenDescriptor directory;
+    OpenDescriptor taken;
+    struct stat info = {};
+};
+
+// Calls copy with the path of each key and the group that it gets.
+template<class Copy>
+int install_key(char const* DomainNameListAmixed, Copy copy)
 {
     gid_t const group = orvek_ugid(key_reader, 1);
     return for_each_domain(DomainNameListAmixed, [&](char const* domain, char const* directory) {
@@ -111,9 +142,19 @@ int install_key(char const* DomainNameListAmixed, char const* file)
         char path[path_size];
         if (form_key_path(path, domain) != 0)
             return -1;
-        copy_file_atomic(file, path, 0, group, key_mode);
+        copy(path, group);
         return 0;
     });
+}
+
+int install_from(KeySource& source, char const* DomainNameListAmixed, char const* FileName)
+{
+    if (!source.is_callers()) {
+        messlog2(0, 1, "No source file '%s': %s", FileName, strerror(errno));
+        return -1;
+    }
+    return install_key(DomainNameListAmixed,
+                       [&](char const* key, gid_t group) { source.copy_to(key, group); });
 }
 
 } // namespace
@@ -141,11 +182,17 @@ int domainkeys_enabled(char const* Object)
 
 int set_domain_key(char const* DomainNameListAmixed, char const* FileName)
 {
-    if (!is_callers_key(FileName)) {
-        messlog2(0, 1, "No source file '%s': %s", FileName, strerror(errno));
-        return -1;
-    }
-    return install_key(DomainNameListAmixed, FileName);
+    KeySource source(FileName);
+    return install_from(source, DomainNameListAmixed, FileName);
+}
+
+int take_over_domain_key(char const* DomainNameListAmixed, char const* FileName)
+{
+    KeySource source(FileName);
+    int const result = install_from(source, DomainNameListAmixed, FileName);
+    if (result == 0)
+        source.remove();
+    return result;
 }
 
 int clone_domain_key(char const* Source, char const* Destination)
@@ -159,7 +206,9 @@ int clone_domain_key(char const* Source, char const* Destination)
         messlog2(0, 1, "Cannot get domainkeys key file for %s", Source);
         return -1;
     }
-    return install_key(Destination, file.get());
+    return install_key(Destination, [&](char const* key, gid_t group) {
+        copy_file_atomic(file.get(), key, 0, group, key_mode);
+    });
 }
 
 int remove_domain_key(char const* DomainNameListAmixed)

@@ -27,6 +27,11 @@ int domainkeys_enabled(char const* Object);
 // as missing.
 int set_domain_key(char const* DomainNameListAmixed, char const* FileName);
 
+// The same, and removes FileName when the result is 0: only the installed copies remain. Whatever
+// has that name meanwhile, in whatever directory, no other file is removed. A failure to remove it
+// is not seen.
+int take_over_domain_key(char const* DomainNameListAmixed, char const* FileName);
+
 // Copies the key of one domain to another, or to a list. Does nothing when there is no key.
 int clone_domain_key(char const* Source, char const* Destination);
 

@@ -3,12 +3,14 @@
 #include "mail/lib/server/domain_keys.h"
 
 #include "domain_keys_fixture.h"
+#include "support/call_faults.h"
 
 #include <cerrno>
 
 #include <sys/stat.h>
 
 using ::testing::ElementsAre;
+using ::testing::IsEmpty;
 using ::testing::StartsWith;
 
 TEST(DomainKeys, AreNotInstalledFromAMissingFile)
@@ -55,6 +57,43 @@ TEST_F(DomainKeysOnHost, AreInstalledOnlyFromTheCallersFileUnlessRoots)
     ASSERT_EQ(chown(source.c_str(), 65534, 65534), 0);
     EXPECT_EQ(install_as(65534), 0);
     EXPECT_EQ(install_as(0), 0);
+}
+
+TEST_F(DomainKeysOnHost, AreTakenOverWhenAllAreInstalled)
+{
+    EXPECT_EQ(printedBy([&] { take_over_domain_key(".", source.c_str()); }).status, 0);
+    EXPECT_TRUE(std::filesystem::exists(source));
+    EXPECT_EQ(take_over_domain_key("a.com,b.com", source.c_str()), 0);
+    EXPECT_FALSE(std::filesystem::exists(source));
+    EXPECT_EQ(readFile(keyOf("a.com")) + readFile(keyOf("b.com")), "key\nkey\n");
+}
+
+TEST_F(DomainKeysOnHost, AreTakenFromTheFileThatWasLookedAt)
+{
+    std::string const moved = directory / "moved";
+    std::filesystem::create_directories(directory / "mine");
+    std::string const mine = directory / "mine/key";
+    writeFile(mine, "key\n");
+    // Before the first directory is made, which comes after the look at the source.
+    BeforeCall const swap("mkdirat", 1, [&] {
+        std::filesystem::rename(directory / "mine", moved);
+        std::filesystem::create_directories(directory / "mine");
+        writeFile(mine, "theirs\n");
+    });
+    EXPECT_EQ(take_over_domain_key("a.com", mine.c_str()), 0);
+    EXPECT_EQ(readFile(keyOf("a.com")), "key\n");
+    EXPECT_EQ(readFile(mine), "theirs\n");
+    EXPECT_THAT(namesIn(moved), IsEmpty());
+}
+
+TEST_F(DomainKeysOnHost, LeaveAFileThatHasTakenTheSourcesName)
+{
+    BeforeCall const swap("mkdirat", 1, [&] {
+        std::filesystem::remove(source);
+        writeFile(source, "another\n");
+    });
+    EXPECT_EQ(take_over_domain_key("a.com", source.c_str()), 0);
+    EXPECT_EQ(readFile(source), "another\n");
 }
 
 TEST_F(DomainKeysOnHost, AreInstalledForEachListedDomainWithTheirRights)
