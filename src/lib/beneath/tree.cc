@@ -72,7 +72,8 @@ private:
     {
         int const before = errno;
         OpenDescriptor opened = open_directory_beneath(dir, name);
-        if (opened.get() < 0 && errno == ENOENT && !levels.empty()) {
+        bool const may_pass = !levels.empty() && (errno == ENOENT || steps.passes_over_unopened);
+        if (opened.get() < 0 && may_pass) {
             errno = before;
             return 0;
         }

@@ -44,6 +44,8 @@ struct TreeSteps
     // A directory, open as self, when its entries are done. again has them looked through once
     // more, three times at most.
     std::function<int(int dir, char const* name, int self)> directory;
+    // Whether a directory in the tree that cannot be opened is passed over, or ends the walk.
+    bool passes_over_unopened = false;
 };
 constexpr int again = 1;
 

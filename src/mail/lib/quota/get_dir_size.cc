@@ -28,8 +28,9 @@ class Counter
 public:
     explicit Counter(int in_blocks) : in_blocks(in_blocks) {}
 
-    // 0, or -1 with errno set: EFBIG when there are too many entries.
-    int add_tree(int dir, char const* name)
+    // 0, or -1 with errno set, EFBIG when there are too many entries. A directory that has lost its
+    // way up to the tree ends the count with what it has.
+    int add_tree(int dir, char const* name, TreeTrouble& trouble)
     {
         TreeSteps const steps = {
             [this](int at, char const* entry, mode_t) {
@@ -40,9 +41,10 @@ public:
                 struct stat info = {};
                 return fstat(self, &info) == 0 ? add(info) : 0;
             },
+            /*passes_over_unopened=*/true,
         };
-        TreeTrouble trouble = {};
-        return walk_tree(dir, name, steps, TreeTop::with, trouble);
+        int const result = walk_tree(dir, name, steps, TreeTop::with, trouble);
+        return trouble.where == TreeTrouble::go_back ? 0 : result;
     }
 
     sizequota_t sum() const { return total; }
@@ -70,7 +72,8 @@ sizequota_t get_dir_size(char const* path, int in_blocks)
     char const* name = nullptr;
     OpenDescriptor const dir = open_directory_of(path, &name);
     Counter counter(in_blocks);
-    if (dir.get() < 0 || counter.add_tree(dir.get(), name) != 0)
+    TreeTrouble trouble = {};
+    if (dir.get() < 0 || counter.add_tree(dir.get(), name, trouble) != 0)
         return -1;
     return in_bytes(counter.sum(), in_blocks);
 }
@@ -79,8 +82,9 @@ sizequota_t count_cur_dir(int in_blocks)
 {
     Counter counter(in_blocks);
     int const counted = list_directory(AT_FDCWD, any_number, [&](ListedEntry const& entry) {
-        int const added = counter.add_tree(AT_FDCWD, entry.name);
-        return added != 0 && errno == ENOENT ? 0 : added;
+        TreeTrouble trouble = {};
+        int const added = counter.add_tree(AT_FDCWD, entry.name, trouble);
+        return trouble.where <= TreeTrouble::open ? 0 : added;
     });
     return counted == 0 ? counter.sum() : -1;
 }

@@ -2,7 +2,8 @@
 //
 // The sum over everything in the tree, directories included: the bytes that files hold, or with
 // in_blocks not zero the blocks that they take on the disk. No link is followed. Entries that
-// vanish or cannot be looked at are passed over. A tree may have 4,000,000 entries.
+// vanish, or cannot be looked at or opened, are passed over. A
+// directory that is moved meanwhile may end the sum early. A tree may have 4,000,000 entries.
 //
 // Result: -1 with errno set, not reported, when the tree cannot be looked at or read to its end,
 // or with EFBIG when it has more entries. Paths in the tree may have any length; lib/beneath/tree.h

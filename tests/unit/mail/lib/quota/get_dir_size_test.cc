@@ -87,12 +87,8 @@ TEST_F(GetDirSize, FailsForATreeItCannotExamineOpenOrRead)
         int number;
         int blocks;
     };
-    // The second call by number opens a directory in the tree.
-    for (Failing const& failing : {Failing{"open", 1, 0},
-                                   {"fstatat", 1, 0},
-                                   {"syscall", 1, 1},
-                                   {"syscall", 2, 0},
-                                   {"readdir", 3, 0}}) {
+    for (Failing const& failing :
+         {Failing{"open", 1, 0}, {"fstatat", 1, 0}, {"syscall", 1, 1}, {"readdir", 3, 0}}) {
         CallFailure const failure(failing.call, EIO, failing.number);
         EXPECT_EQ(get_dir_size(tree.c_str(), failing.blocks), -1) << failing.call;
         EXPECT_EQ(errno, EIO);
@@ -104,6 +100,31 @@ TEST_F(GetDirSize, PassesOverWhatCannotBeLookedAt)
     fs::remove_all(tree + "/sub");
     CallFailure const failure("fstatat", EIO, 2);
     EXPECT_EQ(get_dir_size(tree.c_str(), 0), sum(false) - 10000);
+}
+
+TEST_F(GetDirSize, PassesOverDirectoriesThatCannotBeOpened)
+{
+    sizequota_t const rest = sizeOf(tree, false) + 10000;
+    // The second call by number opens a directory in the tree.
+    {
+        CallFailure const failure("syscall", EACCES, 2);
+        EXPECT_EQ(get_dir_size(tree.c_str(), 0), rest);
+    }
+    BeforeCall const swap("syscall", 2, [&] {
+        fs::rename(tree + "/sub", dir / "sub");
+        fs::create_directory_symlink(dir / "sub", tree + "/sub");
+    });
+    EXPECT_EQ(get_dir_size(tree.c_str(), 0), rest);
+}
+
+TEST_F(GetDirSize, StopsWithWhatItHasWithoutAWayUp)
+{
+    make_deep_tree(tree + "/sub", 40);
+    sizequota_t const whole = get_dir_size(tree.c_str(), 0);
+    CallFailure const failure("openat", EIO);
+    sizequota_t const part = get_dir_size(tree.c_str(), 0);
+    EXPECT_GT(part, 0);
+    EXPECT_LT(part, whole);
 }
 
 TEST_F(GetDirSize, ComesBackAndClosesEverything)
