@@ -26,6 +26,15 @@ using CppBuffer = __gnu_cxx::stdio_sync_filebuf<char>;
 // Opened anew this device is another one: the other end of a new terminal.
 constexpr unsigned multiplexer_major = 5;
 constexpr unsigned multiplexer_minor = 2;
+// The devices of memory: /dev/null and its kind.
+constexpr unsigned memory_major = 1;
+
+// What is written at once, whoever reads it.
+bool never_waits(struct stat const& found)
+{
+    return S_ISREG(found.st_mode) ||
+           (S_ISCHR(found.st_mode) && major(found.st_rdev) == memory_major);
+}
 
 bool is_terminal(int descriptor, struct stat const& found)
 {
@@ -64,7 +73,7 @@ ssize_t write_what_fits(int descriptor, std::string_view text, struct stat const
 ssize_t write_at_once(int descriptor, std::string_view text)
 {
     struct stat found = {};
-    if (fstat(descriptor, &found) != 0 || S_ISREG(found.st_mode) || !may_write(descriptor))
+    if (fstat(descriptor, &found) != 0 || never_waits(found) || !may_write(descriptor))
         return write(descriptor, text.data(), text.size());
     if (S_ISSOCK(found.st_mode))
         return send(descriptor, text.data(), text.size(), MSG_DONTWAIT);
@@ -137,7 +146,7 @@ FILE* replacement(CallerStream& stream)
 {
     static char buffer[4096]; // what stdio takes for a pipe
     struct stat found = {};
-    if (fstat(stream.descriptor, &found) != 0 || S_ISREG(found.st_mode))
+    if (fstat(stream.descriptor, &found) != 0 || never_waits(found))
         return nullptr;
     FILE* const made = fopencookie(&stream, "w", {nullptr, write_stream, nullptr, nullptr});
     if (!made)

@@ -7,8 +7,9 @@
 // for patience milliseconds, or for ever with a negative number, and no longer. A reader who takes
 // anything in that time is waited for again, so a slow one loses nothing. After it the rest
 // of what the stream prints is dropped without an error, and so is that of the other stream where
-// both lead to the same pipe. Files, and descriptors that are closed, are written as before.
-// Buffers, order and texts do not change. fileno() knows neither stream afterwards.
+// both lead to the same pipe. Files, /dev/null and its kind, and descriptors that are closed, are
+// written as before. Buffers, order and texts do not change. fileno() knows neither stream
+// afterwards.
 //
 // The caller's descriptors keep their flags and are what children inherit. Call it once, while
 // nothing is printed yet. Without memory the streams stay as they were.

@@ -256,6 +256,22 @@ TEST(CallerStreams, WritesIntoAFileAsBefore)
     EXPECT_EQ(run.out, "text");
 }
 
+TEST(CallerStreams, WritesIntoTheDevicesOfMemoryAsBefore)
+{
+    for (char const* const name : {"/dev/null", "/dev/full"}) {
+        auto const run = inChild([=] {
+            dup2(open(name, O_WRONLY), STDOUT_FILENO);
+            FILE* const before = stdout;
+            use_caller_streams(0);
+            return stdout == before ? 0 : 1;
+        });
+        EXPECT_EQ(run.status, 0) << name;
+    }
+    EXPECT_EQ(write_patiently(open("/dev/null", O_WRONLY | O_CLOEXEC), "text", 0), 4);
+    EXPECT_EQ(write_patiently(open("/dev/full", O_WRONLY | O_CLOEXEC), "text", 0), 0);
+    EXPECT_EQ(errno, ENOSPC);
+}
+
 TEST(CallerStreams, WritesIntoAFileThatTakesAPipesPlace)
 {
     Ends const ends = pipeEnds();
