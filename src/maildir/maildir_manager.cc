@@ -15,6 +15,7 @@
 
 #include <cerrno>
 #include <iterator>
+#include <optional>
 #include <vector>
 
 #include <pwd.h>
@@ -28,6 +29,8 @@ using boost::filesystem::path;
 
 constexpr mode_t root_mode = 0750;
 constexpr mode_t home_mode = 0700;
+// Attempts at a name that nobody can foresee.
+constexpr int most_names = 100;
 
 constexpr char const* home_directories[] = {
     "Maildir",           "Maildir/tmp",       "Maildir/new",       "Maildir/cur",  "Maildir/.Spam",
@@ -125,6 +128,28 @@ void renameDirectory(path const& from, path const& to)
                                                   mailRoot() / to, systemError(errno));
 }
 
+// What somebody else has put at the name of a backup, which he can foresee.
+bool isTaken(int code)
+{
+    return code == ENOTEMPTY || code == EEXIST || code == ENOTDIR;
+}
+
+// Renames beneath dir and returns what was added to the target for that: nothing, or what nobody
+// can foresee when the target is taken. A failure is that of the target itself.
+std::optional<std::string> renameAside(int dir, std::string const& from, std::string const& to)
+{
+    if (rename_beneath(dir, from.c_str(), dir, to.c_str()) == 0)
+        return std::string();
+    int const code = errno;
+    for (int i = 0; isTaken(code) && i < most_names; ++i) {
+        std::string const added = "." + unforeseeable_characters();
+        if (rename_new_beneath(dir, from.c_str(), dir, (to + added).c_str()) == 0)
+            return added;
+    }
+    errno = code;
+    return {};
+}
+
 // As backupRename, for a source beneath dir. beneath is its path from dir.
 bool backupBeneath(int dir, path const& beneath, path const& source, path& target)
 {
@@ -138,9 +163,11 @@ bool backupBeneath(int dir, path const& beneath, path const& source, path& targe
     }
     std::string const suffix = ".OrvekSaved." + std::to_string(info.st_ino);
     target = source.native() + suffix;
-    if (rename_beneath(dir, beneath.c_str(), dir, (beneath.native() + suffix).c_str()) != 0)
+    auto const added = renameAside(dir, beneath.native(), beneath.native() + suffix);
+    if (!added)
         throw boost::filesystem::filesystem_error("boost::filesystem::rename", source, target,
                                                   systemError(errno));
+    target += *added;
     return true;
 }
 

@@ -83,7 +83,8 @@ private:
     void fillHome(MadeDirectories& made, boost::filesystem::path const& home) const;
 };
 
-// Renames source to <source>.OrvekSaved.<inode number> and stores that path in target. A missing
+// Renames source to <source>.OrvekSaved.<inode number> and stores that path in target. Where that
+// name is taken, a dot and six characters that nobody can foresee are added to it. A missing
 // source gives true and an empty target. A source that cannot be looked at gives false, with
 // errno set and target unchanged. A failing rename is raised.
 bool backupRename(boost::filesystem::path const& source, boost::filesystem::path& target);

@@ -2,12 +2,15 @@
 //
 // is_file_name is true for a word that, as a part of a path, stays in the directory before it:
 // one that is neither empty nor "." nor ".." and that holds no "/".
+// unforeseeable_characters are six letters and digits that nobody can guess.
 
 #ifndef MAILVEK_LIB_BENEATH_FILE_NAME_H
 #define MAILVEK_LIB_BENEATH_FILE_NAME_H
 
+#include <string>
 #include <string_view>
 
 [[nodiscard]] bool is_file_name(std::string_view word);
+[[nodiscard]] std::string unforeseeable_characters();
 
 #endif

@@ -1,9 +1,9 @@
 #include "lib/beneath/temporary_file.h"
 
+#include "lib/beneath/file_name.h"
 #include "lib/beneath/opened_file.h"
 
 #include <cerrno>
-#include <cstdlib>
 
 #include <fcntl.h>
 #include <sys/stat.h>
@@ -13,20 +13,10 @@ namespace {
 
 constexpr int most_attempts = 100;
 
-std::string random_characters()
-{
-    static constexpr char letters[] =
-        "abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ0123456789";
-    std::string characters;
-    for (int i = 0; i < 6; ++i)
-        characters += letters[arc4random_uniform(sizeof letters - 1)];
-    return characters;
-}
-
 int make_new(Place const& place, std::string& name, char const* separator, mode_t mode)
 {
     for (int i = 0; place.found() && i < most_attempts; ++i) {
-        name = place.name() + (separator + random_characters());
+        name = place.name() + (separator + unforeseeable_characters());
         OpenDescriptor made = make_file_beneath(place.dir(), name.c_str(), mode);
         if (made.get() >= 0 || errno != EEXIST)
             return made.release();

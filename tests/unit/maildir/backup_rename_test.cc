@@ -1,5 +1,7 @@
 #include "maildir/maildir_manager.h"
 
+#include "support/child_run.h"
+#include "support/syscall_faults.h"
 #include "support/temp_dir.h"
 
 #include <boost/filesystem/exception.hpp>
@@ -69,6 +71,29 @@ TEST(BackupRename, NamesTheInodeOfALinkAndMovesTheLink)
     EXPECT_TRUE(std::filesystem::is_directory(dir / "d"));
 }
 
+TEST(BackupRename, AddsWhatNobodyForeseesToANameThatIsTaken)
+{
+    TempDir const dir;
+    for (int kind = 0; kind < 3; ++kind) {
+        std::string const source = dir / "d" + std::to_string(kind);
+        std::filesystem::create_directory(source);
+        std::string const taken = nameOfBackup(source);
+        if (kind == 0)
+            std::filesystem::create_directories(taken + "/x");
+        else if (kind == 1)
+            writeFile(taken, "");
+        else
+            std::filesystem::create_symlink("/", taken);
+        path target;
+        EXPECT_TRUE(backupRename(source, target));
+        EXPECT_EQ(target.native().substr(0, taken.size() + 1), taken + ".");
+        EXPECT_EQ(target.native().size(), taken.size() + 7);
+        EXPECT_TRUE(std::filesystem::is_directory(target.native()));
+        EXPECT_TRUE(std::filesystem::exists(std::filesystem::symlink_status(taken)));
+        EXPECT_FALSE(std::filesystem::exists(source));
+    }
+}
+
 TEST(BackupRename, SavesNothingAndEmptiesTheTargetWithoutASource)
 {
     TempDir const dir;
@@ -118,15 +143,19 @@ TEST(BackupRename, RaisesTheLibrarysErrorWhenTheSourceCannotBeRenamed)
     std::string const expected = nameOfBackup(dir / "d");
     std::filesystem::create_directory(expected);
     writeFile(expected + "/older", "");
-    path target;
-    try {
-        backupRename(dir / "d", target);
-        ADD_FAILURE() << "nothing was raised";
-    } catch (boost::filesystem::filesystem_error const& e) {
-        EXPECT_EQ(e.code().value(), ENOTEMPTY);
-        EXPECT_EQ(e.path1(), dir / "d");
-        EXPECT_EQ(e.path2(), expected);
-    }
+    auto const run = inChild([&] {
+        failSystemCall(SYS_renameat2, EIO);
+        path target;
+        try {
+            backupRename(dir / "d", target);
+        } catch (boost::filesystem::filesystem_error const& e) {
+            return e.code().value() == ENOTEMPTY && e.path1() == dir / "d" && e.path2() == expected
+                       ? 0
+                       : 1;
+        }
+        return 2;
+    });
+    EXPECT_EQ(run.status, 0);
     EXPECT_TRUE(std::filesystem::exists(dir / "d"));
     EXPECT_TRUE(std::filesystem::exists(expected + "/older"));
 }

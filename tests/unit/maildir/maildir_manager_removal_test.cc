@@ -8,6 +8,7 @@
 #include "support/fd_census.h"
 #include "support/maildir_manager_test.h"
 #include "support/rights.h"
+#include "support/syscall_faults.h"
 #include "support/temp_dir.h"
 
 #include <gmock/gmock.h>
@@ -202,14 +203,28 @@ TEST_F(MaildirManagerRemovalOnHost, LeavesTheRestOfARootUnderItsSavedName)
     EXPECT_EQ(system(("umount " + saved + "/info").c_str()), 0);
 }
 
+TEST_F(MaildirManagerRemovalOnHost, RemovesADomainRootWhoseSavedNameIsTaken)
+{
+    makeDirectory(home);
+    std::string const saved = domain + ".OrvekSaved." + inodeOf(domain);
+    makeDirectory(saved + "/older");
+    manager().removeDomainRoot("example.com");
+    EXPECT_THAT(namesIn(root), ElementsAre(std::filesystem::path(saved).filename().string()));
+    EXPECT_THAT(namesIn(saved), ElementsAre("older"));
+}
+
 TEST_F(MaildirManagerRemovalOnHost, LeavesADomainRootThatCannotBeRenamed)
 {
     makeDirectory(home);
     std::string const saved = domain + ".OrvekSaved." + inodeOf(domain);
     makeDirectory(saved + "/older");
-    EXPECT_EQ(libraryErrorOf([] { manager().removeDomainRoot("example.com"); }),
-              "boost::filesystem::rename: Directory not empty: \"" + domain + "\", \"" + saved +
-                  "\"");
+    std::string const error =
+        "boost::filesystem::rename: Directory not empty: \"" + domain + "\", \"" + saved + "\"";
+    auto const run = inChild([&] {
+        failSystemCall(SYS_renameat2, EIO);
+        return libraryErrorOf([] { manager().removeDomainRoot("example.com"); }) == error ? 0 : 1;
+    });
+    EXPECT_EQ(run.status, 0);
     EXPECT_THAT(namesIn(domain), ElementsAre("info"));
     EXPECT_THAT(namesIn(saved), ElementsAre("older"));
 }
