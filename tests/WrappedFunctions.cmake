@@ -188,7 +188,11 @@ set(MAILVEK_WRAPPED_room_maildir
 
 set(MAILVEK_WRAPPED_room_postfix_maps
   ${call_faults}
+  copy_file_range
+  ioctl
   mmap
+  nanosleep
+  sendfile
   unshare)
 
 set(MAILVEK_WRAPPED_room_postfix_master_cf

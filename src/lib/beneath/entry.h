@@ -4,7 +4,7 @@
 // or -1 with errno set.
 //
 // No command calls these, they are for callers to come: make_link_beneath, read_link_beneath,
-// set_rights_beneath, set_times_beneath, take_entry_beneath.
+// set_rights_beneath, take_entry_beneath.
 
 #ifndef MAILVEK_LIB_BENEATH_ENTRY_H
 #define MAILVEK_LIB_BENEATH_ENTRY_H

@@ -103,8 +103,9 @@ void DatabaseHelper::removeRecord(std::string const& map, std::string const& key
     requireKey(key);
     ChangeLock const changes(map);
     MapRoom room(map);
-    room.borrow();
+    room.borrow(MapUse::change);
     removeKey(room, key);
+    room.install();
 }
 
 // postmap removes by key alone. The lock keeps others from changing the value between the check and
@@ -115,9 +116,11 @@ void DatabaseHelper::removeRecord(std::string const& map,
     requireKey(record.first);
     ChangeLock const changes(map);
     MapRoom room(map);
-    room.borrow();
-    if (!hasOther(room, record))
-        removeKey(room, record.first);
+    room.borrow(MapUse::change);
+    if (hasOther(room, record))
+        return;
+    removeKey(room, record.first);
+    room.install();
 }
 
 void DatabaseHelper::appendText(std::vector<char>& text, std::string const& part)
@@ -129,18 +132,19 @@ void DatabaseHelper::feedAdditions(std::string const& map, TextSource const& rec
 {
     ChangeLock const changes(map);
     MapRoom room(map);
-    room.borrow();
+    room.borrow(MapUse::change);
     ToolResult const result = room.run({"-r", "-i", map}, ToolStreams::fedBy(records));
     requireSuccess(result.status, result.diagnostics);
-    room.install(); // the file that postmap has made for a missing map
+    room.install();
 }
 
 void DatabaseHelper::feedRemovals(std::string const& map, TextSource const& keys)
 {
     ChangeLock const changes(map);
     MapRoom room(map);
-    room.borrow();
+    room.borrow(MapUse::change);
     requireRemoval(room.run({"-d", "-", map}, ToolStreams::fedBy(keys)));
+    room.install();
 }
 
 void DatabaseHelper::rewrite(std::string const& map, TextSource const& records)
@@ -162,7 +166,7 @@ void DatabaseHelper::rewriteFiltered(std::string const& map, RecordFilter const&
     ChangeLock const changes(map);
     MapRoom room(map);
     TextFile out(room.textSource());
-    room.borrow();
+    room.borrow(MapUse::read);
     filterInto(out, room, filter);
     out.finish();
     room.giveBack();

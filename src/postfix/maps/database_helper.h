@@ -1,16 +1,17 @@
 // database_helper - changes Postfix's maps through postmap
 //
 // DatabaseHelper keeps no state. Each operation takes the map's full name (see map_names.h) and is
-// complete when it returns. addRecords and removeRecords change the indexed file in place. Adding a
-// key that exists gives it the new value, removing a missing one is no failure, and an empty range
-// starts no program. replaceRecords and filterRecords rewrite the whole map: postmap makes a new
-// indexed file of a text source, and the file is renamed over the one in use. Both are made in a
-// room of root's own, see map_room.h. filterRecords passes each record, as postmap -s prints it,
-// through a filter that may rewrite the line and says whether it stays; it holds one line in
-// memory.
+// complete when it returns. addRecords and removeRecords have postmap change a copy of the indexed
+// file, which is renamed over the one in use, or a large file in place. Adding a key that exists
+// gives it the new value, removing a missing one is no failure, and an empty range starts no
+// program. replaceRecords and filterRecords rewrite the whole map: postmap makes a new indexed file
+// of a text source. All work is done in a room of root's own, see map_room.h. filterRecords passes
+// each record, as postmap -s prints it, through a filter that may rewrite the line and says whether
+// it stays; it holds one line in memory.
 //
-// A rewrite that fails, or is killed, leaves the map as it was. change_lock.h tells how
-// changes of one map wait for each other; those of different maps do not.
+// What fails, or is killed, leaves the map as it was; in a map that is changed in place some of the
+// records may be changed. change_lock.h tells how changes of one map wait for each other; those of
+// different maps do not.
 //
 // Failures: PostfixDatabaseError for a key or value that record_text.h does not allow, before
 // postmap is started; for what a filter makes, before the map is rebuilt. PostfixConfigurationError

@@ -5,22 +5,28 @@
 // with mode 0700 within the maps' directory, and run() shows postmap this room in the place of the
 // maps' directory. So the arguments stay, and postmap meets only what the tool has put there.
 //
-// borrow() gives the map's indexed file a second name in the room: a regular file with one name, or
-// no file at all. Changes of it are changes of the map. giveBack() removes that name. textSource()
-// names the text source in the room. install() syncs the indexed file that postmap has made in the
-// room, gives it the owner and mode of the one in use, and renames it over that one. Postfix reads
-// the old file until then. It also removes the text source that a crash of an earlier version left.
-// The destructor removes the room.
+// borrow() puts the map's indexed file into the room: a regular file with one name, or no file at
+// all. It is a copy where the file system lets two files share their blocks, or where the file is
+// so small that copying costs less than starting postmap; postmap changes the copy. A larger file
+// gets a second name in the room, and changes of it are changes of the map. A file that another
+// program has locked is waited for, but not for ever. giveBack() removes what was borrowed.
+// textSource() names the text source in the room.
 //
-// Hold a ChangeLock: the constructor removes the rooms that a crash has left. A room is made only
-// for the types whose indexed file is known, hash and btree, in a directory that exists. For any
-// other map isMade() is false, and run() simply runs postmap.
+// install() renames what postmap has made or changed in the room over the file in use, with that
+// one's owner and mode, and syncs it. Postfix reads the old file until then. Whichever way the map
+// was changed, its time is a second or more after the one before: Postfix compares whole seconds.
+// install() does nothing when postmap has changed nothing. The destructor removes the room, and
+// with it a change that was not installed.
+//
+// Hold a ChangeLock: the constructor clears what a crash has left of the map, see map_leftovers.h.
+// A room is made only for the types whose indexed file is known, hash and btree, in a directory
+// that exists. For any other map isMade() is false, and run() simply runs postmap.
 //
 // postmap sees the room through a mount namespace of its own. Where the kernel refuses one, the
 // room is named in the last argument instead, by way of /proc.
 //
 // Failures: SystemError with the path; EMLINK, EINVAL, ELOOP for an indexed file that is not a
-// regular file with one name. What runPostmap raises.
+// regular file with one name, EWOULDBLOCK for one that stays locked. What runPostmap raises.
 
 #ifndef MAILVEK_POSTFIX_MAPS_MAP_ROOM_H
 #define MAILVEK_POSTFIX_MAPS_MAP_ROOM_H
@@ -36,6 +42,13 @@
 
 namespace orvek::mail::postfix {
 
+// What postmap is going to do with the indexed file.
+enum class MapUse
+{
+    read,
+    change,
+};
+
 class MapRoom
 {
 public:
@@ -46,7 +59,7 @@ public:
 
     bool isMade() const { return room.has_value(); }
 
-    void borrow();
+    void borrow(MapUse use);
     void giveBack();
     std::string textSource() const;
     void install();
@@ -57,9 +70,21 @@ public:
     std::string const map;
 
 private:
-    void clearLeftovers() const;
+    // What the indexed file in the room is.
+    enum class Borrowed
+    {
+        nothing, // none, or postmap's own
+        copy,
+        link,
+    };
+
     void make();
+    bool copyIn(int from, off_t size);
+    void linkIn(int from);
+    void replace();
+    void touch(struct stat const& now) const;
     void enter() const;
+    void limitWait() const;
     [[noreturn]] void raise(std::string const& entry) const;
 
     std::string const directory_path;
@@ -69,7 +94,9 @@ private:
     OpenDescriptor directory;
     std::optional<OpenDescriptor> room;
     struct stat identity = {}; // the room's
-    bool borrowed = false;
+    struct stat in_use = {};   // what the indexed file in use was when it was borrowed
+    Borrowed borrowed = Borrowed::nothing;
+    mutable bool namespaces_refused = false;
 };
 
 } // namespace orvek::mail::postfix

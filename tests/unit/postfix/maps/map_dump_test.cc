@@ -18,7 +18,7 @@ protected:
     {
         std::string text;
         MapRoom room(map);
-        room.borrow();
+        room.borrow(MapUse::read);
         readMap(room, [&](auto const& piece) { text.append(piece.begin(), piece.end()); });
         return text;
     }

@@ -12,6 +12,7 @@
 #include <exception>
 #include <functional>
 #include <string>
+#include <utility>
 
 #include <fcntl.h>
 #include <sys/stat.h>
@@ -279,4 +280,28 @@ TEST_F(MapRoomOnHost, LeavesTheOldOrNewMapWheneverAllAreKilled)
     EXPECT_GT(unchanged, 0);
     changes[2]();
     EXPECT_EQ(rooms(), 0);
+}
+
+TEST_F(MapRoomOnHost, NamesTheMapInDiagnosticsWhereNamespacesAreRefused)
+{
+    namespaces_are_refused = true;
+    standIn("echo \"postmap: fatal: open ${3#hash:}.db\" >&2; exit 1");
+    try {
+        changes[0]();
+        FAIL();
+    } catch (PostfixConfigurationError const& e) {
+        EXPECT_EQ(std::string(e.what()), "postmap: fatal: open " + path + ".db\n");
+    }
+}
+
+TEST_F(MapRoomOnHost, RemovesTheTextOfACrashIfItIsRoots)
+{
+    writeFile(path, "a 1\n");
+    changes[0]();
+    EXPECT_FALSE(std::filesystem::exists(path));
+    writeFile(path, "a 1\n");
+    run("chown 7 " + path);
+    changes[1]();
+    EXPECT_TRUE(std::filesystem::exists(path));
+    std::filesystem::remove(path);
 }

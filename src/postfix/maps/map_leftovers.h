@@ -1,0 +1,25 @@
+// map_leftovers - what a run that was killed has left of its work on a map
+//
+// clearLeftovers removes the rooms of the map and the text source that an earlier version wrote
+// beside the map. name is the map's own, without a directory; dir is open on its directory. Hold
+// the map's ChangeLock, so that what is there belongs to nobody any more.
+//
+// Only what is root's own goes: directories, and regular files with one name. Others may make
+// entries with such names. What cannot be looked at or removed stays. Nothing is reported; errno is
+// kept.
+
+#ifndef MAILVEK_POSTFIX_MAPS_MAP_LEFTOVERS_H
+#define MAILVEK_POSTFIX_MAPS_MAP_LEFTOVERS_H
+
+#include <string>
+
+namespace orvek::mail::postfix {
+
+// The names of a map's rooms begin like this.
+std::string roomBeginning(std::string const& name);
+
+void clearLeftovers(int dir, std::string const& name);
+
+} // namespace orvek::mail::postfix
+
+#endif
