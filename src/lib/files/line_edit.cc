@@ -1,5 +1,7 @@
 #include "lib/files/line_edit.h"
 
+#include "lib/beneath/place.h"
+#include "lib/beneath/temporary_file.h"
 #include "lib/report/failure.h"
 #include "lib/report/form_path.h"
 #include "lib/report/owned.h"
@@ -9,13 +11,13 @@
 #include <cstring>
 #include <string_view>
 
-#include <fcntl.h>
 #include <sys/stat.h>
 
 namespace {
 
 constexpr std::size_t piece_size = 4095; // fgets gives one character less
-constexpr mode_t default_mode = 0666;
+constexpr mode_t widest_mode = 0666;
+constexpr mode_t default_mode = 0644;
 
 [[nodiscard]] int open_failure(char const* filename)
 {
@@ -30,16 +32,29 @@ bool form_temporary(char (&temporary)[path_size], char const* filename)
     return false;
 }
 
-// Follows no link: in somebody else's directory it could lead anywhere.
-OpenFile open_temporary(char const* temporary, struct stat const* old)
+// The file beside filename with the new content. It is always made new, and stays when it has not
+// taken the place of filename.
+class NewContent
 {
-    mode_t const mode = old ? old->st_mode & default_mode : default_mode;
-    OpenDescriptor opened(open(temporary, O_WRONLY | O_CREAT | O_TRUNC | O_NOFOLLOW, mode));
-    OpenFile file(opened.get() < 0 ? nullptr : fdopen(opened.get(), "w"));
-    if (file)
-        static_cast<void>(opened.release());
-    return file;
-}
+public:
+    NewContent(char const* filename, struct stat const* old)
+        : directory(open_parent(filename, name)),
+          file(directory.get(), name ? name : "", ".tmp",
+               old ? old->st_mode & widest_mode : default_mode)
+    {
+    }
+    ~NewContent() { file.keep(); }
+    NewContent(NewContent const&) = delete;
+    NewContent& operator=(NewContent const&) = delete;
+
+    OpenFile open() { return file.write_stream(); }
+    [[nodiscard]] int replace() { return file.replace(); }
+
+private:
+    char const* name = nullptr;
+    OpenDescriptor directory;
+    TemporaryFile file;
+};
 
 bool put_line(FILE* file, char const* str)
 {
@@ -95,7 +110,8 @@ int prepend(char const* filename, struct stat const* old, char const* const* str
     char temporary[path_size];
     if (!form_temporary(temporary, filename))
         return open_failure(filename);
-    OpenFile to = open_temporary(temporary, old);
+    NewContent content(filename, old);
+    OpenFile to = content.open();
     if (!to)
         return open_failure(temporary);
     if (put_strings(to, temporary, strs) != 0)
@@ -106,7 +122,7 @@ int prepend(char const* filename, struct stat const* old, char const* const* str
     auto const keep_all = [](char const*) { return true; };
     if (copy_lines(from, filename, to, temporary, keep_all) != 0)
         return 1;
-    if (rename(temporary, filename) != 0)
+    if (content.replace() != 0)
         return failure(1, "Error while rename file %s: %s\n", filename, strerror(errno));
     return 0;
 }
@@ -120,7 +136,8 @@ int remove_lines(char const* filename, struct stat const* old, char const* const
     OpenFile from(form_temporary(temporary, filename) ? fopen(filename, "r") : nullptr);
     if (!from)
         return open_failure(filename);
-    OpenFile to = open_temporary(temporary, old);
+    NewContent content(filename, old);
+    OpenFile to = content.open();
     if (!to)
         return open_failure(temporary);
     auto const keep = [=](char const* line) {
@@ -131,7 +148,7 @@ int remove_lines(char const* filename, struct stat const* old, char const* const
     };
     if (copy_lines(from, filename, to, temporary, keep) != 0)
         return 1;
-    if (rename(temporary, filename) != 0)
+    if (content.replace() != 0)
         return failure(1, "Unable to rename file %s: %s\n", filename, strerror(errno));
     return 0;
 }

@@ -229,19 +229,29 @@ TEST_F(LineEdit, OverwritesATemporaryFileThatAFailureLeftBehind)
     }
 }
 
-TEST_F(LineEdit, DoesNotFollowALinkAtTheTemporaryFile)
+TEST_F(LineEdit, OpensNothingThatHasTheTemporaryFilesName)
 {
-    writeFile(path, "a\n");
     writeFile(dir / "precious", "text");
-    std::filesystem::create_symlink(dir / "precious", temporary);
     for (file_action_t const cmd : {FILE_ADD, FILE_REMOVE}) {
-        auto const run = inChild([&] { return edit({"a"}, cmd, FILE_BEGIN); });
-        EXPECT_EQ(run.status, 1);
-        EXPECT_EQ(
-            run.err,
-            withErrno("Unable to open file " + temporary + ": " + strerror(ELOOP) + "\n", ELOOP));
+        writeFile(path, "b\n");
+        std::filesystem::create_symlink(dir / "precious", temporary);
+        EXPECT_EQ(edit({"a"}, cmd, FILE_BEGIN), 0);
+        ASSERT_EQ(mkfifo(temporary.c_str(), 0600), 0);
+        EXPECT_EQ(edit({"a"}, cmd, FILE_BEGIN), 0);
+        EXPECT_EQ(readFile(path), cmd == FILE_ADD ? "a\na\nb\n" : "b\n");
+        EXPECT_TRUE(std::filesystem::is_regular_file(std::filesystem::symlink_status(path)));
     }
     EXPECT_EQ(readFile(dir / "precious"), "text");
+}
+
+TEST_F(LineEdit, ReportsATemporaryFileThatCannotBeMade)
+{
+    writeFile(path, "a\n");
+    std::filesystem::create_directory(temporary);
+    auto const run = inChild([&] { return edit({"a"}, FILE_REMOVE, FILE_BEGIN); });
+    EXPECT_EQ(run.status, 1);
+    EXPECT_EQ(run.err,
+              withErrno("Unable to open file " + temporary + ": Is a directory\n", EISDIR));
     EXPECT_EQ(readFile(path), "a\n");
 }
 
@@ -336,7 +346,7 @@ TEST_F(LineEdit, ReportsAFailedRename)
                                          {FILE_REMOVE, "Unable to rename file "}}) {
         writeFile(path, "a\n");
         auto const run = inChild([&, cmd = command] {
-            CallFailure const failing("rename", EXDEV);
+            CallFailure const failing("renameat", EXDEV);
             return edit({"b"}, cmd, FILE_BEGIN);
         });
         EXPECT_EQ(run.status, 1);
