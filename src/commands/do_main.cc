@@ -3,6 +3,7 @@
 #include "commands/command_table.h"
 #include "commands/usage.h"
 #include "mail/lib/accounts/mail_auth_style.h"
+#include "mail/lib/aliases/panel_names.h"
 
 namespace orvek::mail::postfix::mailvek_commands {
 
@@ -32,5 +33,6 @@ int do_main(int argc, char** argv)
         commands::wrongUsage(std::string("invalid command ") + argv[1]);
 
     mailAuthDBSelectStyle(MAIL_AUTH_DB_POSTFIX_STYLE);
+    PanelSession const panel;
     return command->second(argc - 1, argv + 1);
 }

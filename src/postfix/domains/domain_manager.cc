@@ -85,9 +85,14 @@ Records aliasRecords(std::string const& domain, std::string const& alias)
 {
     Records records = {{alias, "1"}};
     PanelNames panel(nullptr);
-    for (auto const& mailname : required(mailnamesOf(panel, domain), domain)) {
+    auto const mailnames = required(mailnamesOf(panel, domain), domain);
+    PanelNames::NamesByName aliases;
+    if (!mailnames.empty() &&
+        panel.get_aliases_by_domain(mailnames[0].c_str(), domain.c_str(), &aliases) == -1)
+        required(std::nullopt, domain);
+    for (auto const& mailname : mailnames) {
         std::string const mailbox = addressOf(mailname, domain);
-        for (auto const& name : required(mailAliasesOf(panel, mailname, domain), domain))
+        for (auto const& name : aliases[mailname])
             records.emplace_back(addressOf(name, alias), mailbox);
         records.emplace_back(addressOf(mailname, alias), mailbox);
     }

@@ -21,7 +21,7 @@ using NameList = std::optional<std::vector<std::string>>;
 std::vector<std::string> aliasDomainsOrNone(std::string const& domain);
 NameList aliasDomainsOrFailure(std::string const& domain);
 
-// These are asked many times in one run, so the caller keeps the connection.
+// The caller keeps the connection for both.
 NameList mailnamesOf(PanelNames& panel, std::string const& domain);
 NameList mailAliasesOf(PanelNames& panel, std::string const& mailname, std::string const& domain);
 

@@ -6,6 +6,8 @@
 #include "mail/lib/accounts/mail_auth_users.h"
 #include "mail/lib/aliases/panel_names.h"
 
+#include <string>
+
 namespace {
 
 constexpr char user_not_removed[] = "Unable to remove mailname %s@%s";
@@ -34,56 +36,63 @@ int clone_user(char const* name, char const* domain, char const* alias)
     return 0;
 }
 
-int remove_from_domains(PanelNames& panel, char const* name, char const* domain)
+// The alias domains of a domain, read once, at the first use.
+class AliasDomains
+{
+public:
+    AliasDomains(PanelNames& panel, char const* domain) : panel(panel), domain(domain) {}
+
+    // As for_each_name; a list that cannot be read is reported.
+    template<class Step>
+    int for_each(Step step)
+    {
+        if (!known && panel.get_domaliases_by_domain(domain, &names) == -1)
+            return log_failure("Unable to get domain aliases for domain %s", domain);
+        known = true;
+        return for_each_name(names, step);
+    }
+
+private:
+    PanelNames& panel;
+    char const* domain;
+    StringArray names;
+    bool known = false;
+};
+
+int remove_from_domains(AliasDomains& aliases, char const* name, char const* domain)
 {
     if (remove_user(name, domain) == -1)
         return -1;
-    StringArray aliases;
-    if (panel.get_domaliases_by_domain(domain, &aliases) == -1)
-        return log_failure("Unable to get domain aliases for domain %s", domain);
-    return for_each_name(aliases, [=](char const* alias) { return remove_user(name, alias); });
+    return aliases.for_each([=](char const* alias) { return remove_user(name, alias); });
 }
 
-int set_on_domains(PanelNames& panel, char const* name, char const* domain, char const* passwd,
+int set_on_domains(AliasDomains& aliases, char const* name, char const* domain, char const* passwd,
                    MailAuthFlagsT flags)
 {
     if (set_postbox_passwd(name, domain, passwd, flags) == -1)
         return log_failure("Unable to set password for mailname %s@%s", name, domain);
-    StringArray aliases;
-    if (panel.get_domaliases_by_domain(domain, &aliases) == -1)
-        return log_failure("Unable to get domain aliases for domain %s", domain);
-    return for_each_name(
-        aliases, [=](char const* alias) { return set_postbox_passwd(name, alias, passwd, flags); });
+    return aliases.for_each(
+        [=](char const* alias) { return set_postbox_passwd(name, alias, passwd, flags); });
 }
 
-int remove_from_domains_reported(PanelNames& panel, char const* name, char const* domain)
+int remove_from_domains_reported(AliasDomains& aliases, char const* name, char const* domain)
 {
-    if (remove_from_domains(panel, name, domain) == -1)
+    if (remove_from_domains(aliases, name, domain) == -1)
         return log_failure("Unable to remove mailname from domain aliases");
     return 0;
 }
 
-// Clones the mail aliases first and the mailname last.
-int clone_mailname(PanelNames& panel, char const* mailname, char const* domain, char const* alias)
+// Calls step for each mail alias of the mailname until one returns -1, which is the result then.
+template<class Step>
+int for_each_alias(PanelNames::NamesByName const& aliases, char const* mailname, Step step)
 {
-    StringArray mail_aliases;
-    if (panel.get_aliases_by_mailname(mailname, domain, &mail_aliases) == -1)
-        return log_failure("Unable to get mail aliases for %s@%s", mailname, domain);
-    auto const clone = [=](char const* name) { return clone_user(name, domain, alias); };
-    return for_each_name(mail_aliases, clone) == -1 ? -1 : clone(mailname);
-}
-
-int remove_mail_aliases(PanelNames& panel, char const* mailname, char const* domain,
-                        char const* alias)
-{
-    StringArray mail_aliases;
-    if (panel.get_aliases_by_mailname(mailname, domain, &mail_aliases) == -1)
-        return log_failure("Unable to get aliases for mailname %s@%s", mailname, domain);
-    return for_each_name(mail_aliases, [=](char const* name) {
-        if (mailAuthRemove(name, alias) == -1)
-            return log_failure("Unable to remove mail alias %s@%s", name, alias);
+    auto const found = aliases.find(mailname);
+    if (found == aliases.end())
         return 0;
-    });
+    for (std::string const& alias : found->second)
+        if (step(alias.c_str()) == -1)
+            return -1;
+    return 0;
 }
 
 int act_on_domains(char const* domain, int (*func)(char const* domain), char const* descr)
@@ -104,31 +113,33 @@ int act_on_domains(char const* domain, int (*func)(char const* domain), char con
 int remove_mailname(char const* name, char const* domain)
 {
     PanelNames panel(nullptr);
+    AliasDomains domains(panel, domain);
     if (remove_user(name, domain) == -1)
         return -1;
     // Deliberate: removes the same row a second time, which is harmless, and then the rows in the
     // alias domains.
-    if (remove_from_domains_reported(panel, name, domain) == -1)
+    if (remove_from_domains_reported(domains, name, domain) == -1)
         return -1;
     StringArray mail_aliases;
     // Deliberate: the report has no "@".
     if (panel.get_aliases_by_mailname(name, domain, &mail_aliases) == -1)
         return log_failure("Unable to get mail aliases for mailname %s%s", name, domain);
-    return for_each_name(mail_aliases, [&panel, domain](char const* alias) {
-        return remove_from_domains_reported(panel, alias, domain);
+    return for_each_name(mail_aliases, [&domains, domain](char const* alias) {
+        return remove_from_domains_reported(domains, alias, domain);
     });
 }
 
 int set_on_mailname(char const* name, char const* domain, char const* passwd, MailAuthFlagsT flags)
 {
     PanelNames panel(nullptr);
-    if (set_on_domains(panel, name, domain, passwd, flags) == -1)
+    AliasDomains domains(panel, domain);
+    if (set_on_domains(domains, name, domain, passwd, flags) == -1)
         return -1;
     StringArray mail_aliases;
     if (panel.get_aliases_by_mailname(name, domain, &mail_aliases) == -1)
         return -1;
-    return for_each_name(mail_aliases, [&panel, domain, passwd, flags](char const* alias) {
-        return set_on_domains(panel, alias, domain, passwd, flags);
+    return for_each_name(mail_aliases, [&domains, domain, passwd, flags](char const* alias) {
+        return set_on_domains(domains, alias, domain, passwd, flags);
     });
 }
 
@@ -138,8 +149,14 @@ int clone_domain(char const* domain, char const* alias)
     StringArray mailnames;
     if (panel.get_mailnames_by_domain(domain, &mailnames) == -1)
         return log_failure(mailnames_not_read, domain);
-    return for_each_name(mailnames, [&panel, domain, alias](char const* mailname) {
-        return clone_mailname(panel, mailname, domain, alias);
+    PanelNames::NamesByName mail_aliases;
+    // A list for all mailnames. Its failure is told as that of the first.
+    if (mailnames && panel.get_aliases_by_domain(mailnames[0], domain, &mail_aliases) == -1)
+        return log_failure("Unable to get mail aliases for %s@%s", mailnames[0], domain);
+    auto const clone = [=](char const* name) { return clone_user(name, domain, alias); };
+    // The mail aliases first and the mailname last.
+    return for_each_name(mailnames, [&](char const* mailname) {
+        return for_each_alias(mail_aliases, mailname, clone) == -1 ? -1 : clone(mailname);
     });
 }
 
@@ -157,8 +174,16 @@ int remove_alias_domain(char const* alias)
     // Deliberate: the report names the alias domain, not the domain whose mailnames are read.
     if (panel.get_mailnames_by_domain(domain.get(), &mailnames) == -1)
         return log_failure(mailnames_not_read, alias);
+    PanelNames::NamesByName mail_aliases;
+    if (mailnames && panel.get_aliases_by_domain(mailnames[0], domain.get(), &mail_aliases) == -1)
+        return log_failure("Unable to get aliases for mailname %s@%s", mailnames[0], domain.get());
+    auto const remove = [=](char const* name) {
+        if (mailAuthRemove(name, alias) == -1)
+            return log_failure("Unable to remove mail alias %s@%s", name, alias);
+        return 0;
+    };
     int const walked = for_each_name(mailnames, [&](char const* mailname) {
-        return remove_mail_aliases(panel, mailname, domain.get(), alias);
+        return for_each_alias(mail_aliases, mailname, remove);
     });
     // Deliberate: 1 becomes 0.
     return walked == -1 ? -1 : 0;
@@ -170,7 +195,8 @@ int rm_mname_from_domains(char const* name, char const* domain)
 {
     return in_one_transaction([=] {
         PanelNames panel(nullptr);
-        return remove_from_domains(panel, name, domain);
+        AliasDomains domains(panel, domain);
+        return remove_from_domains(domains, name, domain);
     });
 }
 
@@ -179,7 +205,8 @@ int set_passwd_for_domains(char const* name, char const* domain, char const* pas
 {
     return in_one_transaction([=] {
         PanelNames panel(nullptr);
-        return set_on_domains(panel, name, domain, passwd, flags);
+        AliasDomains domains(panel, domain);
+        return set_on_domains(domains, name, domain, passwd, flags);
     });
 }
 

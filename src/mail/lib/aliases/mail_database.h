@@ -9,7 +9,7 @@
 // Result: 0 when there was no alias (or mailname) to visit, 1 when all were visited, -1 after a
 // failure; 0 and 1 are both successes. Failures are reported by orvek_log at priority 3, here and
 // by the functions called. One operation uses one connection to the panel's database, and a new one
-// only when that breaks.
+// only when that breaks. The number of its queries does not grow with the names.
 
 #ifndef MAILVEK_MAIL_LIB_ALIASES_MAIL_DATABASE_H
 #define MAILVEK_MAIL_LIB_ALIASES_MAIL_DATABASE_H

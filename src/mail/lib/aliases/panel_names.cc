@@ -7,7 +7,11 @@
 #include <cstring>
 #include <utility>
 
+#include <fcntl.h>
+
 namespace {
+
+KeptConnection* of_session = nullptr;
 
 // Never printed, because asprintf_safe ends the process without memory.
 constexpr char not_formed[] = "Unable to create database query";
@@ -41,19 +45,41 @@ int collect(MYSQL* my, MYSQL_RES* result, StringArray* names)
 
 } // namespace
 
+PanelSession::PanelSession()
+{
+    of_session = &kept;
+}
+
+PanelSession::~PanelSession()
+{
+    of_session = nullptr;
+}
+
+KeptConnection* PanelSession::connection()
+{
+    return of_session;
+}
+
+PanelNames::PanelNames(MYSQL* my)
+    : given(my), kept(PanelSession::connection() ? *PanelSession::connection() : own)
+{
+}
+
 MYSQL* PanelNames::connect()
 {
-    used = false;
-    own.reset();
-    own.reset(db_connect());
-    return own ? own.get() : log_null("Unable to connect to mysql database");
+    kept = {};
+    kept.my.reset(db_connect());
+    if (!kept.my)
+        return log_null("Unable to connect to mysql database");
+    fcntl(static_cast<int>(mysql_get_socket(kept.my.get())), F_SETFD, FD_CLOEXEC);
+    return kept.my.get();
 }
 
 MYSQL* PanelNames::connection()
 {
     if (given)
         return given;
-    return own ? own.get() : connect();
+    return kept.my ? kept.my.get() : connect();
 }
 
 MysqlResult PanelNames::run(char const* query)
@@ -61,13 +87,13 @@ MysqlResult PanelNames::run(char const* query)
     MYSQL* my = connection();
     if (!my)
         return nullptr;
-    bool const may_be_broken = std::exchange(used, true) && !given;
+    bool const may_be_broken = std::exchange(kept.used, true) && !given;
     MysqlResult result = may_be_broken ? tried_on(my, query) : result_of(my, query);
     if (!result && may_be_broken) {
         my = connect();
         if (!my)
             return nullptr;
-        used = true;
+        kept.used = true;
         result = result_of(my, query);
     }
     if (!result)
@@ -116,6 +142,28 @@ int PanelNames::get_aliases_by_mailname(char const* mailname, char const* domain
     if (!query)
         return log_failure(not_formed);
     return read(query.get(), aliases) == -1 ? log_failure(not_read, mailname, domain) : 0;
+}
+
+int PanelNames::get_aliases_by_domain(char const* mailname, char const* domain,
+                                      NamesByName* aliases)
+{
+    constexpr char not_read[] = "Unable to get aliases for mailname: %s@%s";
+    CString const value = escaped(domain);
+    if (!value)
+        return log_failure(not_read, mailname, domain);
+    CString const query(asprintf_safe("SELECT m.mail_name, ma.alias FROM mail_aliases ma JOIN mail "
+                                      "m, domains d WHERE ma.mn_id=m.id AND m.dom_id=d.id AND "
+                                      "d.name='%s'",
+                                      value.get()));
+    if (!query)
+        return log_failure(not_formed);
+    MysqlResult const result = run(query.get());
+    if (!result)
+        return log_failure(not_read, mailname, domain);
+    while (char const* const* const row = mysql_fetch_row(result.get()))
+        if (row[0] && row[1])
+            (*aliases)[row[0]].emplace_back(row[1]);
+    return 0;
 }
 
 int PanelNames::get_mailnames_by_domain(char const* domain, StringArray* names)

@@ -84,17 +84,20 @@ protected:
         return {panel.connections() - before - 1, double(end - start) / CLOCKS_PER_SEC};
     }
 
-    // One connection whatever the number of names; quadratic work would take 64 times as long for
-    // eight times the names.
+    // One connection and as many queries whatever the number of names; quadratic work would take 64
+    // times as long for eight times the names.
     void expectToScale(int expected, std::function<int()> const& operation)
     {
         Indexed const indexed(panel);
         fill(few);
         Cost const small = costOf(expected, operation);
+        std::size_t const asked = queries().size();
         fill(many);
         Cost const large = costOf(expected, operation);
         EXPECT_EQ(small.connections, 1);
         EXPECT_EQ(large.connections, 1);
+        EXPECT_EQ(queries().size(), asked);
+        EXPECT_LE(asked, 3U);
         EXPECT_LT(large.seconds, 24 * small.seconds + 0.1);
         RecordProperty("seconds_for_many", std::to_string(large.seconds));
     }
@@ -114,26 +117,22 @@ TEST_F(MailDatabaseScaleOnHost, AddsADomainAliasOverOneConnection)
 {
     expectToScale(1, [] { return add_domain_auth_alias("d.test", "a.test"); });
     EXPECT_EQ(countOf("a.test"), std::to_string(many));
-    EXPECT_GT(queries().size(), size_t(many));
 }
 
 TEST_F(MailDatabaseScaleOnHost, RemovesADomainAliasOverOneConnection)
 {
     expectToScale(0, [] { return rm_domain_auth_alias("a.test"); });
-    EXPECT_GT(queries().size(), size_t(many));
 }
 
 TEST_F(MailDatabaseScaleOnHost, SetsThePasswordOfAllMailAliasesOverOneConnection)
 {
     expectToScale(1, [] { return set_mass_postbox_passwd("all", "d.test", "secret", 0); });
     EXPECT_EQ(countOf("b.test"), std::to_string(many + 1));
-    EXPECT_GT(queries().size(), size_t(many));
 }
 
 TEST_F(MailDatabaseScaleOnHost, RemovesAllMailAliasesOverOneConnection)
 {
     expectToScale(1, [] { return rm_mails_from_domains("all", "d.test"); });
-    EXPECT_GT(queries().size(), size_t(many));
 }
 
 TEST_F(MailDatabaseScaleOnHost, ReadsALongListInLinearTime)

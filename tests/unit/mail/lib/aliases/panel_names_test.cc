@@ -10,8 +10,12 @@
 #include <string>
 #include <vector>
 
+#include <fcntl.h>
+
 using ::testing::ElementsAre;
 using ::testing::IsEmpty;
+using ::testing::Pair;
+using ::testing::UnorderedElementsAre;
 
 namespace {
 
@@ -35,6 +39,48 @@ TEST_F(PanelNamesOnHost, ShareOneConnection)
     for (int i = 0; i < 5; ++i)
         EXPECT_EQ(panel_names.get_mailnames_by_domain("d.test", &list), 0);
     EXPECT_EQ(panel.spy.connects.size(), 1U);
+}
+
+TEST_F(PanelNamesOnHost, ShareTheConnectionOfASession)
+{
+    StringArray list;
+    {
+        PanelSession const session;
+        EXPECT_THAT(panel.spy.connects, IsEmpty());
+        for (int i = 0; i < 5; ++i)
+            EXPECT_EQ(PanelNames(nullptr).get_mailnames_by_domain("d.test", &list), 0);
+        EXPECT_EQ(panel.spy.connects.size(), 1U);
+        panel.killConnections();
+        EXPECT_EQ(PanelNames(nullptr).get_mailnames_by_domain("d.test", &list), 0);
+        EXPECT_EQ(panel.spy.connects.size(), 2U);
+    }
+    EXPECT_THAT(panel.spy.open, IsEmpty());
+    EXPECT_EQ(PanelNames(nullptr).get_mailnames_by_domain("d.test", &list), 0);
+    EXPECT_EQ(panel.spy.connects.size(), 3U);
+}
+
+TEST_F(PanelNamesOnHost, LeaveTheirConnectionToNoOtherProgram)
+{
+    PanelSession const session;
+    StringArray list;
+    ASSERT_EQ(PanelNames(nullptr).get_mailnames_by_domain("d.test", &list), 0);
+    ASSERT_EQ(panel.spy.open.size(), 1U);
+    int const socket = static_cast<int>(mysql_get_socket(*panel.spy.open.begin()));
+    EXPECT_EQ(fcntl(socket, F_GETFD) & FD_CLOEXEC, FD_CLOEXEC);
+}
+
+TEST_F(PanelNamesOnHost, ReadTheMailAliasesOfADomainByMailname)
+{
+    addDomain("d.test");
+    addMailname("d.test", "joe", {"j", "jo"});
+    addMailname("d.test", "ann", {"a"});
+    addMailname("d.test", "none");
+    addDomain("e.test");
+    addMailname("e.test", "joe", {"other"});
+    PanelNames::NamesByName aliases;
+    EXPECT_EQ(PanelNames(nullptr).get_aliases_by_domain("joe", "d.test", &aliases), 0);
+    EXPECT_THAT(aliases, UnorderedElementsAre(Pair("joe", UnorderedElementsAre("j", "jo")),
+                                              Pair("ann", ElementsAre("a"))));
 }
 
 TEST_F(PanelNamesOnHost, AreReadOnANewConnectionWhenTheirsIsBroken)
