@@ -4,6 +4,7 @@
 #include "commands/usage.h"
 #include "mail/lib/accounts/mail_auth_style.h"
 #include "mail/lib/aliases/panel_names.h"
+#include "mail/lib/handlers/handler_parameters.h"
 
 namespace orvek::mail::postfix::mailvek_commands {
 
@@ -34,5 +35,6 @@ int do_main(int argc, char** argv)
 
     mailAuthDBSelectStyle(MAIL_AUTH_DB_POSTFIX_STYLE);
     PanelSession const panel;
+    HandlerStoreReading const handlers;
     return command->second(argc - 1, argv + 1);
 }

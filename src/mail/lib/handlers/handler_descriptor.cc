@@ -30,6 +30,7 @@ int remove_handler_descriptor(char const* name)
     if (!form_path(path, "%s/%s", handlers_info, name)) {
         return log_failure("handler name is too long to form a valid filesystem object name");
     }
+    HandlerStoreReading::forget(name);
     rm_tree(path, 1);
     refresh_handlers();
     return 0;

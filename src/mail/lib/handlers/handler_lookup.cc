@@ -31,10 +31,11 @@ using Compare = int(char const*, char const*);
 
 // The compare functions return 1 for a match, 0 for none, -1 for a parameter that cannot be read.
 
-int compare_parameter(char const* path, char const* wanted, Compare* compare)
+int compare_parameter(char const* path, char const* entry, char const* param, char const* wanted,
+                      Compare* compare)
 {
     Value value;
-    if (get_string_from_file(value, sizeof value, path) != 0)
+    if (read_handler_parameter(value, path, entry, param) != 0)
         return log_failure("Unable to get string from file: %s\n", strerror(errno));
     return compare(value, wanted) == 0 ? 1 : 0;
 }
@@ -45,7 +46,7 @@ int compare_hook(char const* entry, Wanted const& wanted)
     if (!form_path(path, "%s/%s/hook", handlers_info, entry))
         return log_failure("Path '%s/%s/hook' is too long to be stored in the filesystem",
                            handlers_info, entry);
-    return compare_parameter(path, wanted.hook, strcmp);
+    return compare_parameter(path, entry, "hook", wanted.hook, strcmp);
 }
 
 // Deliberate: case matters here, although a type is accepted in any case elsewhere.
@@ -55,7 +56,7 @@ int compare_type(char const* entry, Wanted const& wanted)
     if (!form_path(path, "%s/%s/handler-type", handlers_info, entry))
         return log_failure("Path '%s/%s/handler-type' is too long to be stored in the filesystem",
                            handlers_info, entry);
-    return compare_parameter(path, wanted.type, strcmp);
+    return compare_parameter(path, entry, "handler-type", wanted.type, strcmp);
 }
 
 int compare_value(char const* entry, Wanted const& wanted)
@@ -66,7 +67,7 @@ int compare_value(char const* entry, Wanted const& wanted)
     if (!form_path(path, "%s/%s/%s", handlers_info, entry, wanted.type))
         return log_failure("Path '%s/%s/%s' is too long to be stored in the filesystem",
                            handlers_info, entry, wanted.type);
-    return compare_parameter(path, wanted.type_name, strcasecmp);
+    return compare_parameter(path, entry, wanted.type, wanted.type_name, strcasecmp);
 }
 
 int compare_handler(char const* entry, Wanted const& wanted)

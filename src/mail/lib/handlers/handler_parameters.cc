@@ -9,16 +9,44 @@
 #include "lib/report/log_failure.h"
 #include "lib/report/owned.h"
 #include "lib/text/libsafe.h"
+#include "lib/text/strlcpy.h"
 
 #include <algorithm>
 #include <cctype>
 #include <cerrno>
 #include <cstring>
+#include <string>
 #include <string_view>
+#include <unordered_map>
 
 #include <sys/stat.h>
 
+class HandlerStoreReading::Kept
+{
+public:
+    using Parameters = std::unordered_map<std::string, std::string>;
+
+    std::unordered_map<std::string, Parameters> handlers;
+
+    // Null for one that has not been read.
+    std::string const* find(char const* name, char const* param) const
+    {
+        auto const handler = handlers.find(name);
+        if (handler == handlers.end())
+            return nullptr;
+        auto const value = handler->second.find(param);
+        return value == handler->second.end() ? nullptr : &value->second;
+    }
+};
+
 namespace {
+
+HandlerStoreReading::Kept* kept_parameters = nullptr;
+
+std::string const* find_kept(char const* name, char const* param)
+{
+    return kept_parameters ? kept_parameters->find(name, param) : nullptr;
+}
 
 bool is_control_byte(unsigned char byte)
 {
@@ -44,6 +72,35 @@ bool is_readable_line(char const* text)
     return !text || (strlen(text) < handler_parameter_size && !strchr(text, '\n'));
 }
 
+HandlerStoreReading::HandlerStoreReading() : kept(std::make_unique<Kept>())
+{
+    kept_parameters = kept.get();
+}
+
+HandlerStoreReading::~HandlerStoreReading()
+{
+    kept_parameters = nullptr;
+}
+
+void HandlerStoreReading::forget(char const* name)
+{
+    if (kept_parameters)
+        kept_parameters->handlers.erase(name);
+}
+
+int read_handler_parameter(char (&value)[handler_parameter_size], char const* path,
+                           char const* name, char const* param)
+{
+    if (std::string const* const known = find_kept(name, param)) {
+        strlcpy(value, known->c_str(), sizeof value);
+        return 0;
+    }
+    int const result = get_string_from_file(value, sizeof value, path);
+    if (result == 0 && kept_parameters)
+        kept_parameters->handlers[name][param] = value;
+    return result;
+}
+
 char* get_handler_parameter(char const* name, char const* param)
 {
     char path[path_size];
@@ -55,10 +112,10 @@ char* get_handler_parameter(char const* name, char const* param)
                         name, param);
     }
     struct stat info = {};
-    if (stat(path, &info) != 0)
+    if (!find_kept(name, param) && stat(path, &info) != 0)
         return log_null("No such parameter '%s' for handler '%s'", param, name);
     char value[handler_parameter_size];
-    if (get_string_from_file(value, sizeof value, path) != 0)
+    if (read_handler_parameter(value, path, name, param) != 0)
         return log_null("Unable to get string from file: %s\n", strerror(errno));
     CString copy(strdup(value));
     if (!copy)

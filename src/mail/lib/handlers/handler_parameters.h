@@ -8,6 +8,7 @@
 #define MAILVEK_MAIL_LIB_HANDLERS_HANDLER_PARAMETERS_H
 
 #include <cstddef>
+#include <memory>
 
 constexpr char handlers_root[] = "/usr/local/orv/handlers";
 constexpr char handlers_info[] = "/usr/local/orv/handlers/info";
@@ -25,6 +26,30 @@ constexpr std::size_t handler_parameter_size = 311;
 // The value of a parameter, without white space at its ends. The caller frees it. Null, reported
 // through orvek_log, when the file is missing, has more than 310 characters or cannot be read.
 [[nodiscard]] char* get_handler_parameter(char const* name, char const* param);
+
+// While one lives, a parameter that has been read is kept and not read again. That is right for one
+// command: the files of a descriptor do not change, and a new handler has a new name. A failure is
+// not kept. Do not nest.
+class HandlerStoreReading
+{
+public:
+    HandlerStoreReading();
+    ~HandlerStoreReading();
+    HandlerStoreReading(HandlerStoreReading const&) = delete;
+    HandlerStoreReading& operator=(HandlerStoreReading const&) = delete;
+
+    // Forgets the parameters of a handler that is removed.
+    static void forget(char const* name);
+
+    class Kept;
+
+private:
+    std::unique_ptr<Kept> kept;
+};
+
+// Reads the parameter at path, which is <handlers_info>/<name>/<param>. As get_string_from_file.
+[[nodiscard]] int read_handler_parameter(char (&value)[handler_parameter_size], char const* path,
+                                         char const* name, char const* param);
 
 // Writes the value and a newline to <dir>/<name>, with mode 0644. Does nothing for a null or empty
 // value. 0, or -1, reported through messlog2, which may leave a part of the file.

@@ -261,3 +261,36 @@ TEST_F(ByMailnameOnHost, NeverWorksOnAGlobalHandler)
     EXPECT_EQ(act("example.com", nullptr, HOOK_DELETE), 0);
     EXPECT_THAT(names(), ElementsAre(name));
 }
+
+TEST_F(ByMailnameOnHost, ReadsADescriptorOnceInARun)
+{
+    HandlerStoreReading const reading;
+    auto const name = add("spam", "recipient", address);
+    add("virus", "recipient", "other@example.com");
+    EXPECT_EQ(act("first@example.com", nullptr, HOOK_DISABLE), 0);
+    writeFile(info(name) + "/recipient", "first@example.com\n");
+    EXPECT_EQ(act("first@example.com", nullptr, HOOK_DISABLE), 0);
+    EXPECT_TRUE(active(name)) << "it is known by its first value";
+    EXPECT_EQ(act(address, nullptr, HOOK_DISABLE), 0);
+    EXPECT_FALSE(active(name));
+    EXPECT_THAT(reports(), IsEmpty());
+}
+
+TEST_F(ByMailnameOnHost, ReadsADamagedDescriptorAgain)
+{
+    auto const name = add("spam", "recipient", address);
+    HandlerStoreReading const reading;
+    unlink((info(name) + "/recipient").c_str());
+    EXPECT_EQ(act(address, nullptr, HOOK_DISABLE), -1);
+    writeFile(info(name) + "/recipient", std::string(address) + "\n");
+    EXPECT_EQ(act(address, nullptr, HOOK_DISABLE), 0);
+    EXPECT_FALSE(active(name));
+}
+
+TEST_F(ByMailnameOnHost, ForgetsARemovedHandler)
+{
+    HandlerStoreReading const reading;
+    auto const name = add("spam", "recipient", address);
+    EXPECT_EQ(act(address, nullptr, HOOK_DELETE), 0);
+    EXPECT_EQ(CString(get_handler_parameter(name.c_str(), "hook")), nullptr);
+}
