@@ -35,7 +35,8 @@ public:
     };
 
     std::vector<std::string> calls;
-    std::vector<long> waits; // nanoseconds that nanosleep was asked for
+    std::set<std::string> prepared; // the texts of the statements
+    std::vector<long> waits;        // nanoseconds that nanosleep was asked for
     std::set<sqlite3*> open;
     // Waits that nanosleep would grant take no time.
     bool waits_are_free = false;
@@ -49,6 +50,7 @@ public:
     void forget()
     {
         calls.clear();
+        prepared.clear();
         waits.clear();
         faults.clear();
         counts.clear();
@@ -166,6 +168,8 @@ int __real_nanosleep(timespec const* wanted, timespec* left);
 {
     if (SqliteSpy::Fault const* const fault = sqliteSpy().seen("prepare_v2"))
         return fault->result;
+    if (sqliteSpy().seesThis())
+        sqliteSpy().prepared.insert(sql);
     SqliteSpy::Inside const inside(sqliteSpy());
     return __real_sqlite3_prepare_v2(db, sql, size, statement, tail);
 }
