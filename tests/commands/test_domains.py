@@ -6,7 +6,7 @@ import pytest
 from host_faults import read_only, undo
 from mailhost import (
     ACCOUNTS, MAILNAMES, MAPS, auth_domains, auth_rows, auth_sql, described, done, failed, mailvek, nothing_changes,
-    panel_sql, postmap, read, start, stop,
+    panel_sql, postmap, read, set_postconf, start, stop,
 )
 from panel import (
     add_hook, damage_hooks, hooks, panel_domain, panel_mailname, quota_line, standard_addresses,
@@ -234,6 +234,17 @@ def test_a_domain_is_turned_off_and_on_again():
     assert postmap("virtual_domains") == ENABLED | {SECOND: f"{SECOND}/"}
     assert set(auth_domains().values()) == {0}
     assert hooks() == [f"recipient-domain/{DOMAIN}", f"recipient/anna@{DOMAIN}", f"recipient/other@{SECOND}"]
+
+
+def test_a_domain_with_the_hosts_name_is_turned_on_again():
+    done("--add-domain", f"--domain-name={DOMAIN}")
+    done("--turn-off-domain", f"--domain-name={DOMAIN}")
+    set_postconf(myhostname=DOMAIN, mydestination="localhost")
+    failed("--add-domain", f"--domain-name={DOMAIN}", saying="is the mail server's own")
+    done("--turn-on-domain", f"--domain-name={DOMAIN}")
+    assert postmap("virtual_domains") == ENABLED
+    set_postconf(mydestination=f"localhost, {DOMAIN}")
+    failed("--turn-on-domain", f"--domain-name={DOMAIN}", saying="is the mail server's own")
 
 
 @pytest.mark.parametrize("command", ["--turn-off-domain", "--turn-on-domain"])

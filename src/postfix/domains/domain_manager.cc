@@ -29,10 +29,23 @@ constexpr std::array stdAddresses = {"postmaster", "mailer-daemon", "root",
 
 constexpr char local_domain[] = "localhost.localdomain";
 
+[[noreturn]] void refuseOwn(std::string const& domain)
+{
+    throw PostfixDatabaseError("the domain " + domain + " is the mail server's own");
+}
+
 void requireForeign(std::string const& domain)
 {
     if (isOwnDomain(domain))
-        throw PostfixDatabaseError("the domain " + domain + " is the mail server's own");
+        refuseOwn(domain);
+}
+
+// A host may have the name of a domain that it serves. A domain that was switched off can be
+// switched on again, unless Postfix would deliver its mail locally.
+void requireNotLocal(std::string const& domain)
+{
+    if (isLocalDomain(domain))
+        refuseOwn(domain);
 }
 
 // The address that stands for all unknown addresses of the domain.
@@ -167,7 +180,7 @@ void DomainManager::renameDomain(std::string const& oldName, std::string const& 
 
 void DomainManager::enableDomain(std::string const& domain)
 {
-    requireForeign(domain);
+    requireNotLocal(domain);
     AtOnce batch;
     enableDomain(batch, domain);
 }

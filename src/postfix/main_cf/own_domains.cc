@@ -36,17 +36,28 @@ bool matches(std::string const& element, std::string const& domain)
                                                   : tableHolds(element, domain);
 }
 
+// Whether an element of one of these parameters of main.cf stands for the domain.
+bool isIn(std::vector<std::string> const& parameters, std::string const& domain)
+{
+    std::vector<std::string> const elements =
+        splitSimpleList(MainCfManager::getExpandedValues(parameters));
+    return std::ranges::any_of(
+        elements, [&](std::string const& element) { return matches(element, domain); });
+}
+
 } // namespace
+
+bool isLocalDomain(std::string const& domain)
+{
+    return boost::algorithm::iequals(domain, local_domain) ||
+           isIn({parameter::my_destination}, domain);
+}
 
 bool isOwnDomain(std::string const& domain)
 {
-    if (boost::algorithm::iequals(domain, local_domain) ||
-        boost::algorithm::iequals(domain, hostName()))
-        return true;
-    std::vector<std::string> const elements = splitSimpleList(
-        MainCfManager::getExpandedValues({parameter::my_destination, parameter::my_host_name}));
-    return std::ranges::any_of(
-        elements, [&](std::string const& element) { return matches(element, domain); });
+    return boost::algorithm::iequals(domain, local_domain) ||
+           boost::algorithm::iequals(domain, hostName()) ||
+           isIn({parameter::my_destination, parameter::my_host_name}, domain);
 }
 
 } // namespace orvek::mail::postfix

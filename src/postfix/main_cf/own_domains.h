@@ -1,11 +1,11 @@
 // own_domains - the domains that Postfix delivers to the host itself
 //
-// isOwnDomain is true for localhost.localdomain, for the host's name, for Postfix's myhostname and
-// for whatever mydestination holds, its tables included. Case does not count. Such a domain must
-// never become a virtual domain or an alias domain: the standard addresses of every domain lead
-// there.
+// isLocalDomain is true for localhost.localdomain and for whatever mydestination holds, its tables
+// included. isOwnDomain is true for the host's name and Postfix's myhostname too. Case does not
+// count. An own domain must never become a virtual domain or an alias domain: the standard
+// addresses of every domain lead there.
 //
-// It asks postconf once, and postmap once for each table of mydestination. An element that is a
+// Each asks postconf once, and postmap once for each table of mydestination. An element that is a
 // file of names is not looked into.
 //
 // Failures: PostfixConfigurationError of postconf, and what starting either program raises.
@@ -17,6 +17,7 @@
 
 namespace orvek::mail::postfix {
 
+bool isLocalDomain(std::string const& domain);
 bool isOwnDomain(std::string const& domain);
 
 } // namespace orvek::mail::postfix

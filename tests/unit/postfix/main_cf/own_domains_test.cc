@@ -46,6 +46,18 @@ TEST_F(OwnDomainsOnHost, AreWhatMydestinationAndMyhostnameExpandTo)
     EXPECT_NE(postconf.journal().find("-h -x mydestination myhostname"), std::string::npos);
 }
 
+TEST_F(OwnDomainsOnHost, AreLocalWhenMydestinationHoldsThem)
+{
+    postconf.run("echo 'a.test, b.test localhost'");
+
+    for (char const* const local : {"a.test", "b.test", "A.Test", "localhost.localdomain"})
+        EXPECT_TRUE(isLocalDomain(local)) << local;
+    char name[256] = {};
+    gethostname(name, sizeof name);
+    EXPECT_FALSE(isLocalDomain(name));
+    EXPECT_FALSE(isLocalDomain("mx.test"));
+}
+
 TEST_F(OwnDomainsOnHost, AreWhatATableOfMydestinationHolds)
 {
     answer("inline:{a.test=1}", "mx.test");
