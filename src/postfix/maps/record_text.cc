@@ -1,5 +1,6 @@
 #include "postfix/maps/record_text.h"
 
+#include "lib/report/visible.h"
 #include "util/errors.h"
 
 #include <algorithm>
@@ -27,12 +28,13 @@ bool reachesIntoTheValue(std::string_view key)
     return quoted || hidden;
 }
 
+// The report of this error keeps newlines, so those of the text must not be any.
 [[noreturn]] void refuse(char const* what, std::string_view text, char const* why)
 {
     throw PostfixDatabaseError(std::string("the ")
                                    .append(what)
                                    .append(" '")
-                                   .append(text)
+                                   .append(visible(text))
                                    .append("' of a map must not ")
                                    .append(why));
 }

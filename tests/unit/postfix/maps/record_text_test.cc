@@ -60,6 +60,13 @@ TEST(RecordText, RefusesEveryControlByteAndBlankInAKey)
     EXPECT_NE(ofKey("a\x7f"), "allowed");
 }
 
+TEST(RecordText, ShowsTheControlBytesOfARefusedKey)
+{
+    EXPECT_EQ(ofKey("x\nERROR: forged\x1b@d.test"),
+              "the key 'x\\nERROR: forged\\x1b@d.test' of a map must not hold a blank or a control "
+              "character");
+}
+
 TEST(RecordText, RefusesAKeyThatReachesIntoTheValue)
 {
     EXPECT_EQ(ofKey("a\"b@d.test"),
@@ -74,5 +81,5 @@ TEST(RecordText, RefusesANewlineInAValueAlone)
 {
     EXPECT_EQ(ofValue("a@d.test, \"|/bin/x 'a b'\"\t"), "allowed");
     EXPECT_EQ(ofValue("x\nceo@v.test y"),
-              "the value 'x\nceo@v.test y' of a map must not hold a newline");
+              "the value 'x\\nceo@v.test y' of a map must not hold a newline");
 }
