@@ -144,13 +144,22 @@ void MapRoom::make()
     OpenDescriptor made =
         make_directory_beneath(directory.get(), room_name.c_str(), room_rights, &making);
     if (made.get() < 0 || fstat(made.get(), &identity) != 0)
-        raise(room_name);
+        raiseUnopened(making == Making::anew);
     // The directory's owner may have swapped the new directory before it was opened.
     if (making != Making::anew || identity.st_uid != 0 || (identity.st_mode & 07777) != 0700) {
         errno = EEXIST;
         raise(room_name);
     }
     room.emplace(made.release());
+}
+
+// Nothing is in the new directory yet, and nobody else removes it.
+void MapRoom::raiseUnopened(bool is_new) const
+{
+    int const code = errno;
+    if (is_new)
+        (void)remove_directory_beneath(directory.get(), room_name.c_str());
+    throwSystemError(directory_path + room_name, code);
 }
 
 void MapRoom::borrow(MapUse use)

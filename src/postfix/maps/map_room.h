@@ -79,6 +79,7 @@ private:
     };
 
     void make();
+    [[noreturn]] void raiseUnopened(bool is_new) const;
     bool copyIn(int from, off_t size);
     void linkIn(int from);
     void replace();

@@ -238,7 +238,20 @@ TEST_F(MapCopiesOnHost, DoesNotHeedAReadersLock)
 
 TEST_F(MapCopiesOnHost, NeedsNoDirectoryThatCanBeSynced)
 {
-    CallFailure const failure("fsync", 1, EINVAL); // a changed copy is synced by postmap
-    changes[0]();
+    fill("a 1\n");
+    CallFailure const failure("fsync", EINVAL); // a changed copy is synced by postmap
+    changes[1]();
+    EXPECT_EQ(content(), "");
+}
+
+TEST_F(MapCopiesOnHost, LeavesNoRoomThatCannotBeOpened)
+{
+    fill("a 1\n");
+    {
+        CallFailure const failure("fchownat", EIO);
+        EXPECT_EQ(codeOf(changes[1]), EIO);
+    }
+    for (auto const& entry : std::filesystem::directory_iterator(dir.path()))
+        EXPECT_FALSE(entry.is_directory()) << entry.path();
     EXPECT_EQ(content(), "a\t1\n");
 }
