@@ -1,9 +1,9 @@
 // command_options - the options of all commands, as data
 //
-// Each option is declared once, here, with its name, its type, whether a command line must have
-// it, and its line in the command's --help. The rows of command_table name those of a command,
-// in the order in which it declares them, so that the options of a command can be read without
-// running its handler.
+// Each option is declared once, here: its name, its type, whether it is mandatory, and its line in
+// the command's --help. A row of command_table.cc lists the options of its command, in the order in
+// which the command declares them. So the options of a command can be read without running its
+// handler.
 //
 // No command calls these; they are for callers to come: formNotexistingMailOptions,
 // formWhitelistOptions.
@@ -124,9 +124,9 @@ inline constexpr Option mail_component = {"mail-component", components, optional
 } // namespace option
 // clang-format on
 
-// What the two commands for the whitelist declare, and what two commands for alias domains
-// declare about mail to unknown addresses. No command calls these functions: the rows of the
-// commands name the same options.
+// Declare the options of the two whitelist commands, and those that two alias domain commands have
+// for mail to unknown addresses. No command calls these functions: the rows of the commands name
+// the same options.
 void formWhitelistOptions(ProgramOptionsHelper& helper);
 void formNotexistingMailOptions(ProgramOptionsHelper& helper);
 

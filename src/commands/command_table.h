@@ -1,10 +1,10 @@
 // command_table - all commands, one row each
 //
-// A row has the command's name, its handler, its options and its two pairs of texts: arguments
-// and description for the two command lists, summary and usage line for the command's own usage.
-// The pairs differ in small ways and neither is computed from the other. The command map, the
-// help outputs and the parsing of a command line are made from the table; tools/check-help holds
-// the manual page and the completion against it.
+// A row has the command's name, its handler, its options and two pairs of texts: arguments and
+// description for the two command lists, summary and usage line for the command's own usage. The
+// pairs differ in small ways and neither is computed from the other. The command map, the help
+// outputs and the parsing of a command line come from the table. tools/check-help checks the manual
+// page and the completion against it.
 
 #ifndef MAILVEK_COMMANDS_COMMAND_TABLE_H
 #define MAILVEK_COMMANDS_COMMAND_TABLE_H

@@ -1,4 +1,4 @@
-// handlers - one function a command
+// handlers - one function per command
 //
 // argv[0] is the command's name, and its options follow. The result is the exit status. A
 // failure is raised, or reported and returned as a status.

@@ -1,4 +1,4 @@
-// nonexistent_mail - what becomes of mail to unknown addresses of an alias domain
+// nonexistent_mail - mail to unknown addresses of an alias domain: bounced, caught or rejected
 //
 // processNotexistingMailnamesOptions carries out the first of --set-bounce, --set-catchall and
 // --set-reject that was given, for the alias in --domain-alias-name. --set-reject needs no

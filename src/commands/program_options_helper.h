@@ -32,7 +32,7 @@ public:
     // description: one line that says what the command does; usageLine: its synopsis.
     ProgramOptionsHelper(std::string const& description, std::string const& usageLine);
 
-    // Declares options on its helper, one a call. A mandatory option's description ends in
+    // Declares options on its helper, one per call. A mandatory option's description ends in
     // " (mandatory)". Of several missing options the error names the one declared last.
     class OptionAppender
     {

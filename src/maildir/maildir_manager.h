@@ -7,10 +7,10 @@
 // <root> is ORVEK_MAILNAMES_D of the product configuration. Everything belongs to the user
 // popuser and that user's primary group. Modes ignore the umask.
 //
-// The tree belongs to others, so no link in it is followed (lib/beneath/place.h): a domain or home
-// that is one is ELOOP, and renaming, backing up and removing take the link itself.
+// The tree belongs to others, so no link in it is followed (lib/beneath/place.h). A link in the
+// place of a domain or home gives ELOOP; renaming, backing up and removing act on the link itself.
 //
-// Failures are raised. FSError: owner, mode, a directory that cannot be looked at, and a domain
+// Failures are raised. FSError: setting owner or mode, a directory whose stat fails, and a domain
 // or mailname that is not a directory's name ("" or "..", for example), which is refused before
 // anything is touched. The file system library's own error: making, renaming and removing.
 //
@@ -56,12 +56,12 @@ public:
     void renameMailnameHome(std::string const& domain, std::string const& oldMailname,
                             std::string const& newMailname) const;
 
-    // By backupRename. A missing directory is no failure.
+    // By backupRename. A missing directory is not a failure.
     void backupDomainRoot(std::string const& domain) const;
     void backupMailnameHome(std::string const& domain, std::string const& mailname) const;
 
     // removeDomainRoot renames the root aside, as a backup does, and removes it there; when that
-    // fails, the rest keeps the new name. A missing directory is no failure.
+    // fails, the rest keeps the new name. A missing directory is not a failure.
     void removeDomainRoot(std::string const& domain) const;
     void removeMailnameHome(std::string const& domain, std::string const& mailname) const;
 

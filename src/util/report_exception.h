@@ -38,7 +38,7 @@ void reportException(Exception const& e)
                              dynamic_cast<Traceback const*>(&e));
 }
 
-// For what is no std::exception.
+// For anything but a std::exception.
 void reportUntypedException();
 
 } // namespace orvek

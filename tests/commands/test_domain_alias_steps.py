@@ -90,7 +90,7 @@ def test_an_empty_catch_all_address_fails_after_the_alias():
     assert is_alias(ALIAS) and f"@{ALIAS}" not in postmap("virtual") and f"anna@{ALIAS}" in auth_rows()
 
 
-def test_a_word_behind_a_flag_is_no_phrase():
+def test_a_word_after_a_flag_is_no_phrase():
     done(*ADD, "--set-bounce", "gone away")
     assert postmap("aliases") == {f"_orvek_bounce_{ALIAS}": '"|/usr/lib64/orvek-9.0/bouncemessage"'}
 

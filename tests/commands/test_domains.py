@@ -184,7 +184,7 @@ def test_without_the_panel_only_the_domains_accounts_go():
     assert DOMAIN in postmap("virtual_domains") and os.path.isdir(f"{MAILNAMES}/{DOMAIN}/anna")
 
 
-def test_a_failing_map_ends_the_removal_behind_the_accounts():
+def test_a_failing_map_ends_the_removal_after_the_accounts():
     populated()
     spy(POSTMAP, Rule(exit=1, err="postmap: fatal: no\n"))
     failed("--remove-domain", f"--domain-name={DOMAIN}", saying="postmap: fatal: no")

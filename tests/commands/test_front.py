@@ -66,7 +66,7 @@ def test_no_command_is_an_error_with_the_short_usage():
 
 
 @by_name(UNKNOWN)
-def test_an_unknown_command_is_named_on_standard_error_alone(case):
+def test_an_unknown_command_is_named_only_on_standard_error(case):
     with nothing_changes():
         ended = mailvek(case)
     assert ended.status == 1
@@ -74,7 +74,7 @@ def test_an_unknown_command_is_named_on_standard_error_alone(case):
     assert ended.err == "Error: invalid command " + case.replace("\n", "\\n") + f"\n{SHORT_USAGE}"
 
 
-def test_a_command_behind_another_argument_is_not_found():
+def test_a_command_after_another_argument_is_not_found():
     ended = mailvek("foo", "--help")
     assert (ended.status, ended.out) == (1, "")
     assert ended.err.startswith("Error: invalid command foo\n")
@@ -105,7 +105,7 @@ def test_an_answer_is_exact_on_standard_output(command):
 
 @pytest.mark.parametrize("command", ANSWERS)
 @by_name(IGNORED)
-def test_whatever_stands_behind_it_is_ignored(command, case):
+def test_whatever_follows_it_is_ignored(command, case):
     ended = mailvek(command, *case)
     assert (ended.status, ended.out, ended.err) == (0, ANSWERS[command], "")
 

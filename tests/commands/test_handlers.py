@@ -91,7 +91,7 @@ def test_all_is_a_name_like_others_within_a_list():
 # ---------------------------------------------------------------------- disable and enable
 
 
-def test_disable_and_enable_switch_the_marker_alone():
+def test_disable_and_enable_switch_only_the_marker():
     silent(add(f"{ONE},{TWO}"))
     with_both = store()
     before = names()
@@ -126,7 +126,7 @@ def test_switching_a_global_handler():
     assert active() == [""]
 
 
-def test_switching_all_works_on_the_template_alone():
+def test_switching_all_works_only_on_the_template():
     silent(add(f"{ONE},{TWO}"))
     silent(add("example.com", kind="sender-domain", hook="before-queue"))
     silent(add(THREE, name="antispam"))

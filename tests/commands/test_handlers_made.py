@@ -154,7 +154,7 @@ def test_add_reports_a_store_that_is_missing():
         f"Unable to create directory {INFO}/10-spam-.{{6}}: No such file or directory\n", ended.err)
 
 
-def test_add_adds_a_second_handler_behind_a_damaged_one():
+def test_add_adds_a_second_handler_after_a_damaged_one():
     damaged()
     ended = add(ONE)
     says(ended, 0, f"Unable to open file {INFO}/10-spam-broken/hook: No such file or directory", "",

@@ -58,7 +58,7 @@ def test_nothing_of_a_mail_server_runs_in_a_fresh_host():
     assert [name for name in ("mariadb", "postfix", "courier") if runs(name)] == []
 
 
-def test_the_network_is_the_loopback_alone():
+def test_the_network_is_only_the_loopback():
     assert [name for _, name in socket.if_nameindex()] == ["lo"]
     assert socket.gethostname() == "mailhost.example.test"
 

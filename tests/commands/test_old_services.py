@@ -97,7 +97,7 @@ def test_postfix_starts_and_stops():
         wait_until(lambda: not listens(25))
 
 
-def test_a_stopped_postfix_is_told_by_the_text_alone():
+def test_only_the_text_tells_a_stopped_postfix():
     spy(POSTFIX)
     for command in ("-s", "--status-smtpd"):
         done(command, out="is stopped\n")

@@ -21,7 +21,7 @@ def test_status_of_a_stopped_postfix_is_a_success():
     assert serviced(STATUS, "mta").out == "mta is stopped\n"
 
 
-def test_status_asks_courier_once_and_its_script_alone():
+def test_status_asks_only_couriers_script_once():
     spy(COURIER)
     spy(POSTFIX)
     serviced(STATUS, nosleep=True)

@@ -202,7 +202,7 @@ def test_help_tells_of_every_parameter():
 # ----------------------------------------------------------------------- --set-accounts-format
 
 
-def test_the_compound_format_takes_short_names_from_courier_alone():
+def test_the_compound_format_removes_only_couriers_short_names():
     for path in COURIER_FILES:
         write(path, read(path) + "SHORTNAMES=1\nPOPAUTH=1\n")
     done("--set-accounts-format", "--account-format=compound")

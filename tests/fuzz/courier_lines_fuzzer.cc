@@ -1,8 +1,8 @@
-// courier_lines_fuzzer - holds the changes of Courier's files against a reference
+// courier_lines_fuzzer - compares the changes of Courier's files with a reference
 //
-// The first line of an input is the list of changes, parted by blanks: "+NAME=value" sets a
-// variable and "-NAME" removes it; what is neither is passed over, as is what the list has no
-// room for. The rest is the file.
+// The first line of an input is the list of changes, separated by blanks: "+NAME=value" sets a
+// variable and "-NAME" removes it. Other words are ignored, and so are changes that do not fit in
+// the list. The rest is the file.
 
 #include "fuzz_target.h"
 #include "mail/lib/server/courier_lines.h"
@@ -26,7 +26,7 @@ struct Change
 std::vector<Change> changesOf(std::string const& line)
 {
     std::vector<Change> changes;
-    // Names and values are strings of C.
+    // Names and values are C strings, which end at a NUL.
     std::istringstream words(line.c_str());
     for (std::string word; changes.size() < most_changes && words >> word;) {
         std::size_t const equals = word.find('=');

@@ -1,7 +1,7 @@
-// fuzz_target - what the fuzz targets share
+// fuzz_target - shared by the fuzz targets
 //
-// A target ends the process, with a line on standard error, at the first input for which a
-// requirement does not hold.
+// A target ends the process with a line on standard error at the first input that breaks a
+// requirement.
 
 #ifndef MAILVEK_TESTS_FUZZ_FUZZ_TARGET_H
 #define MAILVEK_TESTS_FUZZ_FUZZ_TARGET_H

@@ -1,6 +1,6 @@
-// maildirsize_fuzzer - holds the reader of maildirsize against a reference
+// maildirsize_fuzzer - compares the reader of maildirsize with a reference
 //
-// In a Maildir with one message, whose size nobody else gives.
+// The Maildir has one message, of a size that no maildirsize gives.
 
 #include "fuzz_target.h"
 #include "mail/lib/quota/maildirpp_usage.h"
@@ -35,8 +35,8 @@ bool isDigit(char c)
     return c >= '0' && c <= '9';
 }
 
-// A number behind white space, taken from the beginning of the text; its magnitude stops growing
-// far above what fits.
+// Takes a number, and white space before it, from the beginning of the text. The number stops
+// growing far above what fits.
 std::optional<__int128> takeNumber(std::string_view& text)
 {
     text.remove_prefix(std::find_if_not(text.begin(), text.end(), isSpace) - text.begin());
@@ -57,7 +57,7 @@ std::optional<Usage> lineUsage(std::string_view line)
     if (!size || *size <= LLONG_MIN || *size >= LLONG_MAX || line.empty() || !isSpace(line[0]))
         return std::nullopt;
     auto const count = takeNumber(line);
-    // A negative count is one below the top of the range, whose very end is a fault.
+    // A negative count wraps to the top of the range, where the last value is a fault.
     if (!count || *count >= ULLONG_MAX || *count < -__int128(ULLONG_MAX) || *count == -1 ||
         !line.empty())
         return std::nullopt;
@@ -81,7 +81,7 @@ std::optional<Usage> reference(std::string_view text)
     return sum;
 }
 
-// Gone at the end.
+// Removed at the end.
 struct Maildir
 {
     Maildir()

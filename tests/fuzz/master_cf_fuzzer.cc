@@ -1,6 +1,6 @@
-// master_cf_fuzzer - holds the parser of master.cf against the reference and its own promises
+// master_cf_fuzzer - compares the parser of master.cf with the reference and its own promises
 //
-// Ends the process at the first text on which they differ.
+// Ends the process at the first text where they differ.
 
 #include "fuzz_target.h"
 #include "master_cf_reference.h"
@@ -53,7 +53,7 @@ void compare(MasterCfContent const& content, MasterCfReference const& reference)
     }
 }
 
-// What is written back is a master.cf again, with the same elements and an empty one.
+// The text that is written back must be a master.cf with the same elements and an empty one.
 void readBack(MasterCfContent const& content)
 {
     std::string const text = stored(content);
@@ -70,7 +70,7 @@ void readBack(MasterCfContent const& content)
 
 extern "C" int LLVMFuzzerTestOneInput(std::uint8_t const* data, std::size_t size)
 {
-    std::vector<char> const text(data, data + size); // a block of its own, with nothing behind it
+    std::vector<char> const text(data, data + size); // its own block, to notice reads past the end
     MasterCfContent content;
     bool const accepted = MasterCfParser(content).parse(text.data(), text.data() + size);
     MasterCfReference reference;

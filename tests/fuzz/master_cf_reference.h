@@ -1,8 +1,8 @@
-// master_cf_reference - the grammar of master.cf a second time, as its rules stand
+// master_cf_reference - the grammar of master.cf a second time, rule by rule
 //
-// Made of a parser library's rules, one for each of the grammar, so that it can be read beside
-// them; it takes far longer to compile and to run than the tool's own. The two must agree on
-// every text: whether it is a master.cf, which elements it has, and what the records hold.
+// Written with a parser library, one rule for each rule of the grammar, so that the two can be
+// compared by eye. It compiles and runs far slower than the tool's parser. The two must agree on
+// every text: whether it is a master.cf, its elements, and the content of the records.
 
 #ifndef MAILVEK_TESTS_FUZZ_MASTER_CF_REFERENCE_H
 #define MAILVEK_TESTS_FUZZ_MASTER_CF_REFERENCE_H
@@ -21,7 +21,7 @@ class MasterCfReference
 public:
     using Key = std::pair<std::string, orvek::mail::postfix::ModuleType>;
 
-    // The columns of a service, and how many of the words of all services so far are its own.
+    // The columns of a service, and how many of the words of all services so far it has.
     struct Record
     {
         orvek::mail::postfix::ModuleInfo columns;

@@ -1,4 +1,4 @@
-// orv_conf_fuzzer - holds the reader of the product configuration against a reference
+// orv_conf_fuzzer - compares the reader of the product configuration with a reference
 
 #include "fuzz_target.h"
 #include "lib/conf/read_configuration.h"
@@ -18,7 +18,7 @@ constexpr char white_space[] = " \t\n\v\f\r";
 constexpr char name_characters[] =
     "0123456789ABCDEFGHIJKLMNOPQRSTUVWXYZ_abcdefghijklmnopqrstuvwxyz";
 
-// From the first character that is not white space to the end or to a NUL.
+// The text from the first character that is not white space to the end or a NUL.
 std::string textFrom(std::string const& line, std::size_t position)
 {
     std::size_t const begin = line.find_first_not_of(white_space, position);
@@ -30,7 +30,7 @@ bool isEmptyOrComment(std::string const& text)
     return text.empty() || text[0] == '#';
 }
 
-// A value with its comment cut off, and the last one of an odd run of white space.
+// A value without its comment, and without the last character of an odd run of white space.
 std::string valueOf(std::string const& text)
 {
     std::string value = text.substr(0, text.find('#', 1));

@@ -1,7 +1,7 @@
 // replay_main - runs a fuzz target over the files of a directory, without a fuzzer
 //
-// For the ordinary tests, with the ordinary compiler. The target ends the process when it finds
-// something; a directory that cannot be read, and one without a file, are failures too.
+// For the ordinary tests and the ordinary compiler. The target ends the process when it finds a
+// fault. An unreadable directory and one without files are failures too.
 
 #include <algorithm>
 #include <cstdint>

@@ -1,7 +1,7 @@
-// allocation_faults - lets the code under test get no memory for an array
+// allocation_faults - makes allocations of arrays fail in the code under test
 //
-// While an ArrayAllocationFailure lives, every new of an array raises std::bad_alloc. What
-// counts is what the program itself calls, which has to be linked with --wrap for _Znam.
+// While an ArrayAllocationFailure lives, every new of an array raises std::bad_alloc. This holds
+// for the program's own calls. Link the program with --wrap for _Znam.
 
 #ifndef MAILVEK_TESTS_SUPPORT_ALLOCATION_FAULTS_H
 #define MAILVEK_TESTS_SUPPORT_ALLOCATION_FAULTS_H

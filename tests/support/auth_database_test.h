@@ -1,8 +1,8 @@
 // auth_database_test - a mail authentication database of its own for each test
 //
-// The database is empty at first and lies in a directory of the test. Reports are recorded and
-// the calls to SQLite are spied on; a test that leaves a connection open fails. expectFailure goes
-// through the failures of an operation.
+// The database is empty at first, in a directory of the test. Reports are recorded and the calls
+// to SQLite are spied on. A test that leaves a connection open fails. expectFailure checks how an
+// operation fails.
 
 #ifndef MAILVEK_TESTS_SUPPORT_AUTH_DATABASE_TEST_H
 #define MAILVEK_TESTS_SUPPORT_AUTH_DATABASE_TEST_H
@@ -24,8 +24,8 @@
 
 #include <unistd.h>
 
-// The rows of a query, columns parted by "|", NULL as "NULL". Runs statements that have no rows
-// as well; a failure is the one row "error: " and SQLite's text.
+// The rows of a query, columns separated by "|", NULL as "NULL". Also runs statements without
+// rows. A failure gives the one row "error: " and SQLite's text.
 inline std::vector<std::string> rowsOf(std::string const& path, std::string const& sql)
 {
     SqliteSpy::Inside const unseen(sqliteSpy());
@@ -47,7 +47,7 @@ inline std::vector<std::string> rowsOf(std::string const& path, std::string cons
     return rows;
 }
 
-// What SQLite says of a bind that the spy let fail, and of a call that it did not let through.
+// SQLite's texts for a bind that the spy makes fail, and for a call that it does not pass on.
 constexpr char no_place[] = ": column index out of range";
 constexpr char not_run[] = ": not an error";
 
@@ -96,8 +96,8 @@ protected:
 
     std::vector<Report> const& reports() const { return LogRecorder::reports(); }
 
-    // Lets the nth call of the operation fail: its result, and the reports, all of priority 3. No
-    // connection is left open.
+    // Makes the nth call of the operation fail. Checks the result and the reports, all of priority
+    // 3, and that no connection is left open.
     void expectFailure(std::function<int()> const& operation, char const* call, int nth, int result,
                        std::vector<std::string> const& texts)
     {

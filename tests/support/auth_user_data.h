@@ -1,4 +1,4 @@
-// auth_user_data - what get_user_data gives, as one text
+// auth_user_data - the result of get_user_data, as one text
 
 #ifndef MAILVEK_TESTS_SUPPORT_AUTH_USER_DATA_H
 #define MAILVEK_TESTS_SUPPORT_AUTH_USER_DATA_H
@@ -10,7 +10,7 @@
 
 #include <string>
 
-// Name, password and flags, parted by "|"; the result alone when that is not 1.
+// Name, password and flags, separated by "|". Only the result when that is not 1.
 inline std::string dataOf(char const* name, char const* domain)
 {
     passwd_type_t data = {};

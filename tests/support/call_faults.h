@@ -1,14 +1,14 @@
-// call_faults - lets a system call of the code under test fail
+// call_faults - makes a system call of the code under test fail
 //
-// While a CallFailure lives, or after CallFailure::set, the call of that name with that number,
-// counted from 1, or each_call, is not made: it sets errno and gives the result, -1 or null unless
-// another is named. The calls before and after it are made. Children that the program forks count
-// on. A BeforeCall does something right before such a call, which is made then: what another
-// process might do in between. One of either lives at a time. What counts is what the program
-// itself calls, which has to be linked with --wrap for each of the functions below. A failing
-// close, closedir or fclose closes all the same, as the true one does, but for a close with EINTR.
+// While a CallFailure lives, or after CallFailure::set, the nth call of that name, counted from 1,
+// or each_call, is not made: it sets errno and returns the result, by default -1 or null. Other
+// calls are made. Children that the program forks go on counting. A BeforeCall runs code right
+// before such a call, which is made then: code that another process might run in between. Only one
+// of either may live at a time. This holds for the program's own calls. Link the program with
+// --wrap for each of the functions below. A failing close, closedir or fclose still closes, as the
+// real one does, except a close with EINTR.
 //
-// While an UnknownTypes lives, readdir tells no entry's type, as some file systems do.
+// While an UnknownTypes lives, readdir gives no entry's type, as on some file systems.
 
 #ifndef MAILVEK_TESTS_SUPPORT_CALL_FAULTS_H
 #define MAILVEK_TESTS_SUPPORT_CALL_FAULTS_H
@@ -41,12 +41,12 @@ struct Fault
     int calls_to_failure;
     int error;
     long result;
-    std::function<void()> event; // instead of a failure, if there is one
+    std::function<void()> event; // runs instead of a failure, if set
 };
 
 inline Fault* fault = nullptr;
 inline bool types_are_unknown = false;
-inline int every_syscall_fails = 0; // the error
+inline int every_syscall_fails = 0; // the error number, or 0
 
 inline bool fails(char const* call)
 {
@@ -108,7 +108,7 @@ public:
     {
     }
 
-    // Until the next one, for a failure that begins in the middle of a scope.
+    // Holds until the next one. For a failure that begins in the middle of a scope.
     static void set(char const* call, int error, int number = 1, long result = -1)
     {
         static call_faults_detail::Fault lasting;
@@ -126,7 +126,7 @@ public:
     }
 };
 
-// While one lives, openat2 and its kind fail with this error, as on an old kernel.
+// While one lives, openat2 and the like fail with this error, as on an old kernel.
 class NoNewCalls
 {
 public:
@@ -411,7 +411,7 @@ int __real_unlinkat(int dir, char const* path, int flags);
                : __real_renameat2(from_dir, from, to_dir, to, flags);
 }
 
-// Calls of the system that the C library has no function for; all of ours take four arguments.
+// System calls without a function in the C library. All that the tool uses take four arguments.
 [[gnu::used]] inline long __wrap_syscall(long number, ...)
 {
     va_list args;

@@ -1,7 +1,7 @@
-// captured_streams - what the code under test writes on the C++ streams, each for itself
+// captured_streams - captures the output of the code under test on each C++ stream
 //
-// As long as one lives, std::cout, std::cerr and std::clog write to it. orvek::uerr is seen on
-// the first two.
+// While one lives, std::cout, std::cerr and std::clog write to it. orvek::uerr shows up on the
+// first two.
 
 #ifndef MAILVEK_TESTS_SUPPORT_CAPTURED_STREAMS_H
 #define MAILVEK_TESTS_SUPPORT_CAPTURED_STREAMS_H

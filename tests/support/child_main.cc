@@ -1,6 +1,6 @@
-// child_main - the one program that launch tests run: child_main MODE [ARGUMENT...]
+// child_main - the program that launch tests run: child_main MODE [ARGUMENT...]
 //
-// Every mode ends by itself; an alarm ends what a failed test leaves behind.
+// Every mode ends by itself. An alarm ends a child that a failed test has left behind.
 
 #include <algorithm>
 #include <cerrno>
@@ -50,7 +50,7 @@ void pauseFor(std::string const& milliseconds)
     usleep(static_cast<useconds_t>(std::stoul(milliseconds) * 1000));
 }
 
-// echo [SUFFIX]: standard input, then the suffix
+// echo [SUFFIX]: prints standard input, then the suffix
 int echo(Arguments const& args)
 {
     copyInput(1, 0, 65536);
@@ -59,21 +59,21 @@ int echo(Arguments const& args)
     return 0;
 }
 
-// drip: as echo, but reads slowly and little
+// drip: as echo, but reads small pieces slowly
 int drip(Arguments const&)
 {
     copyInput(1, 1000, 2000);
     return 0;
 }
 
-// count: how many bytes standard input has
+// count: prints the number of bytes on standard input
 int count(Arguments const&)
 {
     printf("%zu", copyInput(-1, 0, 65536));
     return 0;
 }
 
-// spew BYTES: that many bytes on each stream, in turns; input is not read
+// spew BYTES: writes that many bytes on each stream, in turns; does not read its input
 int spew(Arguments const& args)
 {
     std::vector<char> const out(4096, 'o');
@@ -125,7 +125,7 @@ int shut(Arguments const& args)
     return 0;
 }
 
-// orphan FD: leaves a child behind that holds all streams until FD reads end of file
+// orphan FD: leaves a child behind that keeps all streams open until FD is at end of file
 int orphan(Arguments const& args)
 {
     if (fork() != 0)
@@ -165,7 +165,7 @@ void reportSignals()
     printf("\nsigpipe: %s\n", action.sa_handler == SIG_DFL ? "default" : "other");
 }
 
-// report [ARGUMENT...]: what the program was started with
+// report [ARGUMENT...]: prints how the program was started
 int report(Arguments const& args)
 {
     reportDescriptors();

@@ -1,8 +1,8 @@
-// child_run - runs a piece of code in a child of its own and tells what became of it
+// child_run - runs a piece of code in a child and returns how the child ended
 //
-// For code that ends the process, that prints, or that changes the process's state. The
-// child's standard output and standard error are told apart; the child leaves by exit, so
-// what destructors of static objects print is seen as well.
+// For code that ends the process, prints, or changes the process's state. Standard output and
+// standard error are captured separately. The child leaves by exit, so output of destructors of
+// static objects is captured too.
 
 #ifndef MAILVEK_TESTS_SUPPORT_CHILD_RUN_H
 #define MAILVEK_TESTS_SUPPORT_CHILD_RUN_H
@@ -19,7 +19,7 @@
 
 struct ChildRun
 {
-    int status = -1; // the exit status; -1 when a signal ended the child
+    int status = -1; // the exit status, or -1 when a signal ended the child
     int signal = 0;
     std::string out;
     std::string err;
@@ -64,15 +64,15 @@ inline ChildRun inChild(std::function<int()> const& code)
     return run;
 }
 
-// Ends a child in which the leak sanitizer, which works at exit, could not look around: without
-// /proc or descriptors. What stdio holds is printed.
+// Ends a child without the leak sanitizer, which would fail at exit in a child without /proc or
+// descriptors. Flushes stdio.
 [[noreturn]] inline void leaveUnseen(int status)
 {
     fflush(nullptr);
     _exit(status);
 }
 
-// Runs code that is expected to return; the child's exit status is 0 then.
+// Runs code that is expected to return. The child's exit status is 0 then.
 inline ChildRun printedBy(std::function<void()> const& code)
 {
     return inChild([&] {

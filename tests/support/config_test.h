@@ -1,8 +1,8 @@
-// config_test - the frame of tests that change Postfix's configuration with the true postconf, or
-// a stand-in for it
+// config_test - base of the tests that change Postfix's configuration with the real postconf, or
+// with a stand-in for it
 //
-// What is tested runs in a process of its own each time, as the managers live once in a process.
-// main.cf and master.cf are put back at the end, and the parking file is gone.
+// The code under test runs in its own process each time, because the managers exist once per
+// process. At the end main.cf and master.cf are put back and the parking file is removed.
 
 #ifndef MAILVEK_TESTS_SUPPORT_CONFIG_TEST_H
 #define MAILVEK_TESTS_SUPPORT_CONFIG_TEST_H
@@ -46,8 +46,8 @@ protected:
                  "/postfix/. /etc/postfix");
     }
 
-    // What the code prints and raises, as "text" or "text!Class: what". It must print nothing
-    // on its standard error and leave no descriptor and no child.
+    // The code's output and exception, as "text" or "text!Class: what". It must print nothing on
+    // standard error and leave no descriptor and no child.
     static std::string outcomeOf(std::function<void()> const& code)
     {
         ChildRun const run = inChild([&] {

@@ -1,6 +1,6 @@
-// deep_tree - directories within each other, deeper than a process has descriptors
+// deep_tree - directories nested deeper than a process has descriptors
 //
-// make_deep_tree makes that many directories called d, the first one in directory.
+// make_deep_tree makes that many nested directories called d, the first one in directory.
 
 #ifndef MAILVEK_TESTS_SUPPORT_DEEP_TREE_H
 #define MAILVEK_TESTS_SUPPORT_DEEP_TREE_H

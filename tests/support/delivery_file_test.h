@@ -1,6 +1,6 @@
 // delivery_file_test - base of the suites that change a mailname's delivery file
 //
-// On real paths: that of info in example.com, in a home made for each test.
+// Uses the real path of info in example.com, in a home made for each test.
 
 #ifndef MAILVEK_TESTS_SUPPORT_DELIVERY_FILE_TEST_H
 #define MAILVEK_TESTS_SUPPORT_DELIVERY_FILE_TEST_H
@@ -17,7 +17,7 @@
 class DeliveryFileTest : public MailnameHomeTest
 {
 protected:
-    // What the file holds afterwards, when it has its owner and its mode; both otherwise.
+    // The file's content if its owner and mode are right, otherwise owner and mode.
     std::string left() const
     {
         std::string const rights = rightsOf(file);
@@ -25,7 +25,7 @@ protected:
                                                       : rights + ": " + readFile(file);
     }
 
-    // What a call that must give -1 prints on each stream for root without its user.
+    // The output on each stream of a call that must return -1 because popuser is unknown.
     static std::string failureWithoutPopuser(std::function<int()> const& call)
     {
         TempDir const dir;

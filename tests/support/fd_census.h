@@ -1,4 +1,4 @@
-// fd_census - which descriptors this process has open, to compare before and after
+// fd_census - the open descriptors of this process, to compare before and after
 
 #ifndef MAILVEK_TESTS_SUPPORT_FD_CENSUS_H
 #define MAILVEK_TESTS_SUPPORT_FD_CENSUS_H

@@ -1,7 +1,7 @@
 // handler_store_test - the real handler store, empty for each test
 //
 // Reports of the product log are recorded. refresher() puts a program in the place of
-// handlers-tmpfs that writes down each call and what the store looked like then.
+// handlers-tmpfs that notes each call and the state of the store at that time.
 
 #ifndef MAILVEK_TESTS_SUPPORT_HANDLER_STORE_TEST_H
 #define MAILVEK_TESTS_SUPPORT_HANDLER_STORE_TEST_H
@@ -55,7 +55,7 @@ protected:
             empty();
     }
 
-    // A file in the place of the directory of the locks.
+    // Puts a file in the place of the lock directory.
     static void barLocks()
     {
         std::filesystem::remove_all(lock_directory);
@@ -68,8 +68,8 @@ protected:
     }
     static std::string at(std::string const& path) { return std::string(root) + "/" + path; }
 
-    // What stands in a directory, by path relative to it: "d 0755 0:0", "f 0644 0:0 content",
-    // "l target". The name is written as NAME.
+    // The content of a directory, by relative path: "d 0755 0:0", "f 0644 0:0 content",
+    // "l target". The name is replaced by NAME.
     static Tree tree(std::string const& top, std::string const& name = "")
     {
         Tree found;
@@ -100,7 +100,7 @@ protected:
         return all;
     }
 
-    // The first of them; without any, a failure and "".
+    // The first descriptor's name. Without one the test fails and the result is "".
     static std::string first()
     {
         auto const all = names();
@@ -109,7 +109,7 @@ protected:
         return all.empty() ? "" : all.front();
     }
 
-    // Adds a handler; its full name.
+    // Adds a handler and returns its full name.
     static std::string add(std::string const& name_template, char const* type = "recipient",
                            char const* value = address, char const* hook = "before-local",
                            handler_control_t action = HOOK_ENABLE)
@@ -137,7 +137,7 @@ protected:
         return name ? name.get() : "(null)";
     }
 
-    // A descriptor made by hand, "recipient" at "before-local" unless files say otherwise.
+    // Makes a descriptor by hand, "recipient" at "before-local" unless files say otherwise.
     static void descriptor(std::string const& name, std::map<std::string, std::string> files = {},
                            std::vector<std::string> const& without = {})
     {
@@ -173,7 +173,7 @@ protected:
         return count;
     }
 
-    // What the code prints, from a child whose failed expectations count.
+    // Runs the code in a child, whose failed expectations count, and returns its output.
     static ChildRun printed(std::function<void()> const& code)
     {
         auto run = inChild([&] {

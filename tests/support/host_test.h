@@ -1,7 +1,7 @@
 // host_test - base of the suites that work on real system paths or as other users
 //
-// Such a suite may change the machine, so each of its tests fails at once anywhere but in the
-// throw-away mail host, which sets MAILVEK_HOST=1.
+// Such a suite may change the machine. So its tests fail at once outside the throw-away mail host,
+// which sets MAILVEK_HOST=1.
 
 #ifndef MAILVEK_TESTS_SUPPORT_HOST_TEST_H
 #define MAILVEK_TESTS_SUPPORT_HOST_TEST_H
@@ -11,7 +11,7 @@
 #include <cstdlib>
 #include <string>
 
-// For SetUp, of a fixture that has another base than HostTest.
+// Call this in SetUp of a fixture that is not derived from HostTest.
 inline void requireHost()
 {
     char const* const host = getenv("MAILVEK_HOST");

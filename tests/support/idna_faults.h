@@ -1,8 +1,8 @@
-// idna_faults - lets Libidn answer what the test wants instead of converting
+// idna_faults - makes Libidn give the test's answer instead of converting
 //
-// While a ForcedAnswer lives, both conversions give its result and leave a copy of its text, or
-// null, behind. Every conversion is expected to be asked for with flags 0. The program has to
-// be linked with --wrap for both.
+// While a ForcedAnswer lives, both conversions return its result and store a copy of its text, or
+// null. Every conversion must be called with flags 0. Link the program with --wrap for both
+// conversions.
 
 #ifndef MAILVEK_TESTS_SUPPORT_IDNA_FAULTS_H
 #define MAILVEK_TESTS_SUPPORT_IDNA_FAULTS_H
@@ -19,7 +19,7 @@ public:
     ForcedAnswer(ForcedAnswer const&) = delete;
     ForcedAnswer& operator=(ForcedAnswer const&) = delete;
 
-    // The answer that is in force, or null.
+    // The current answer, or null.
     static ForcedAnswer const* inForce() { return current; }
 
     int give(char** output) const

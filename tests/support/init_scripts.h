@@ -1,7 +1,7 @@
 // init_scripts - init scripts of a test
 //
-// In the throw-away mail host: /etc/init.d is the host's own, but for the scripts of the test,
-// which are gone at the end. Each call of one of them is a line of the journal, its name and its
+// For the throw-away mail host. The test's scripts are added to the host's own in /etc/init.d and
+// removed at the end. Each call of a script adds a line to the journal: its name and its
 // action.
 
 #ifndef MAILVEK_TESTS_SUPPORT_INIT_SCRIPTS_H
@@ -19,7 +19,7 @@
 class InitScripts
 {
 public:
-    // Puts a script there, in the place of what was there before. In it $journal is the journal.
+    // Adds a script or replaces an existing one. In it $journal is the journal.
     void add(std::string const& path, std::string const& text)
     {
         if (!holds(path)) {

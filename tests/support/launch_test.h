@@ -1,7 +1,7 @@
-// launch_test - the frame of every test that starts programs
+// launch_test - base of every test that starts programs
 //
-// Such a test has a time limit of its own, and must leave behind the descriptors, the signal
-// mask and the signal actions that it found, and no child.
+// Such a test has a time limit. It must leave the descriptors, the signal mask and the signal
+// actions as it found them, and no child.
 
 #ifndef MAILVEK_TESTS_SUPPORT_LAUNCH_TEST_H
 #define MAILVEK_TESTS_SUPPORT_LAUNCH_TEST_H
@@ -32,7 +32,7 @@ protected:
     void SetUp() override
     {
         alarm(300);
-        // A directory of the path that this user may not enter would change what exec says.
+        // A directory in PATH that this user may not enter would change exec's error.
         setenv("PATH", "/usr/bin:/bin", 1);
         descriptors = openDescriptors();
         blocked = blockedSignals();
@@ -67,7 +67,7 @@ protected:
         return action.sa_handler == SIG_DFL;
     }
 
-    // For stages that a failed run has left to themselves.
+    // For stages that a failed run has left running.
     static void waitForAllChildren()
     {
         while (waitpid(-1, nullptr, 0) > 0 || errno == EINTR) {
@@ -136,7 +136,7 @@ private:
     struct sigaction old = {};
 };
 
-// Takes all descriptors below the given number for as long as it lives.
+// Occupies all descriptors below the given number while it lives.
 class DescriptorCrowd
 {
 public:
@@ -166,7 +166,7 @@ private:
     rlimit old = {};
 };
 
-// Lowers the limit of descriptors to those that are open and some more.
+// Lowers the limit of descriptors to the open ones and a few more.
 class DescriptorShortage
 {
 public:

@@ -1,8 +1,8 @@
-// lock_file - the lock file that stands for a path, and whether somebody holds its lock
+// lock_file - the lock file for a path, and whether somebody holds its lock
 //
-// isLocked asks by a process of its own, so that a lock of the test's counts as well. lockBriefly
-// returns when another process holds the lock, which it does for half a second and then runs a
-// command of the shell before it lets the lock go.
+// isLocked asks from a process of its own, so that a lock of the test counts too. lockBriefly
+// returns once another process holds the lock. That process keeps it for half a second, runs a
+// shell command and releases it.
 
 #ifndef MAILVEK_TESTS_SUPPORT_LOCK_FILE_H
 #define MAILVEK_TESTS_SUPPORT_LOCK_FILE_H

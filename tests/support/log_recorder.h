@@ -1,6 +1,6 @@
-// log_recorder - keeps the reports of the function library, with their priorities, for a test
+// log_recorder - records the reports of the function library, with their priorities
 //
-// Stands in for the logger as long as it lives.
+// Replaces the logger while it lives.
 
 #ifndef MAILVEK_TESTS_SUPPORT_LOG_RECORDER_H
 #define MAILVEK_TESTS_SUPPORT_LOG_RECORDER_H

@@ -1,7 +1,7 @@
 // mailbox_test - base of the suites that set and count quotas of mailboxes
 //
-// On real paths: the mailbox info of example.com, made for each test as popuser's and removed
-// after it, and the panel's database.
+// Uses real paths: the mailbox info of example.com, which belongs to popuser and is made for each
+// test and removed after it. Also uses the panel's database.
 
 #ifndef MAILVEK_TESTS_SUPPORT_MAILBOX_TEST_H
 #define MAILVEK_TESTS_SUPPORT_MAILBOX_TEST_H
@@ -46,7 +46,7 @@ protected:
             0);
     }
 
-    // A file of the mailbox info.
+    // Makes a file in the mailbox info.
     void put(std::string const& name, size_t size) const
     {
         std::string const path = home + "/" + name;
@@ -60,7 +60,7 @@ protected:
         return text.substr(0, text.find('\n'));
     }
 
-    // What a call of this result prints on each stream. It keeps the working directory.
+    // The output on each stream of a call that must return result and keep the working directory.
     static std::string reportOf(int result, std::function<int()> const& call)
     {
         auto const run = inChild([&] {

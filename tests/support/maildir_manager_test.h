@@ -1,9 +1,9 @@
 // maildir_manager_test - base of the suites that make and remove directories of mailboxes
 //
-// On real paths: the mailbox root, empty before and after each test. The umask is 0027 in a
-// test, and the code under test must leave it so. fchownat and fchmod fail where chown_fault and
-// chmod_fault say, and popuser is unknown while without_popuser is set; a test program that
-// includes this is linked with --wrap for these two and getpwnam.
+// Uses the real mailbox root, which is empty before and after each test. The umask is 0027 in a
+// test, and the code under test must not change it. fchownat and fchmod fail where chown_fault and
+// chmod_fault say. popuser is unknown while without_popuser is set. Link the test program with
+// --wrap for fchownat, fchmod and getpwnam.
 
 #ifndef MAILVEK_TESTS_SUPPORT_MAILDIR_MANAGER_TEST_H
 #define MAILVEK_TESTS_SUPPORT_MAILDIR_MANAGER_TEST_H
@@ -27,8 +27,8 @@
 
 namespace maildir_manager_test {
 
-// The calls of one function that fail, counted from 1, and how; the others are made. An error of
-// 0 lets the call be made. What is told by before happens right before such a call.
+// The calls of one function that fail, counted from 1, and their error; the others are made. With
+// error 0 these calls are made too. before runs right before each of these calls.
 struct Fault
 {
     int first = 0;
@@ -83,7 +83,7 @@ namespace maildir_manager_test {
 
 inline std::string const root = "/var/qmail/mailnames";
 
-// Owned as popuser's: "drwx------ popuser:popuser".
+// The rights with popuser as owner: "drwx------ popuser:popuser".
 inline std::string popusers(std::string const& kindAndMode)
 {
     return kindAndMode + " popuser:popuser";
@@ -110,7 +110,7 @@ inline std::vector<std::string> namesIn(std::string const& directory)
     return names;
 }
 
-// What the error that code raises says; empty when it raises none.
+// The text of the error that code raises, or empty when it raises none.
 template<typename Error>
 std::string errorOf(std::function<void()> const& code)
 {
@@ -140,7 +140,7 @@ inline std::string inodeOf(std::string const& path)
     return std::to_string(info.st_ino);
 }
 
-// Not the one instance, which must not exist yet where its making is looked at.
+// An instance of the test's own: tests of getInstance need that the only instance does not exist.
 class Manager : public orvek::mail::MaildirManager
 {
 public:

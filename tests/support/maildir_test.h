@@ -1,7 +1,7 @@
 // maildir_test - base of the suites that count and write in a Maildir of their own
 //
-// The Maildir lies in a temporary directory, which is the working directory of the test. Pauses
-// of the code under test take no time and are counted.
+// The Maildir is in a temporary directory, which is the working directory of the test. Pauses of
+// the code under test take no time and are counted.
 
 #ifndef MAILVEK_TESTS_SUPPORT_MAILDIR_TEST_H
 #define MAILVEK_TESTS_SUPPORT_MAILDIR_TEST_H
@@ -30,7 +30,7 @@ inline void makeMaildir(std::string const& maildir)
         std::filesystem::create_directories(maildir + "/" + name);
 }
 
-// A path of more than 4095 characters; all its parts can be names.
+// A path of more than 4095 characters. All its components are valid names.
 inline std::string pathTooLong()
 {
     std::string path;
@@ -70,7 +70,7 @@ protected:
     }
     static void folder(std::string const& name) { makeMaildir("Maildir/" + name); }
 
-    // The times of the root and of its folders.
+    // Sets the times of the root and of its folders.
     static void setTimes(time_t seconds, std::initializer_list<std::string> folders = {})
     {
         std::vector<std::string> directories = {"."};

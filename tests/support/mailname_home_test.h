@@ -1,6 +1,6 @@
 // mailname_home_test - base of the suites that work in the home of a mailname
 //
-// On real paths: the home of info in example.com, made for each test and removed after it.
+// Uses the real home of info in example.com, made for each test and removed after it.
 
 #ifndef MAILVEK_TESTS_SUPPORT_MAILNAME_HOME_TEST_H
 #define MAILVEK_TESTS_SUPPORT_MAILNAME_HOME_TEST_H
@@ -33,7 +33,7 @@ protected:
             std::filesystem::remove_all(domain);
     }
 
-    // What a call that must give -1 prints on each stream.
+    // The output on each stream of a call that must return -1.
     static std::string failureOf(std::function<int()> const& call)
     {
         auto const run = inChild([&] { return call() == -1 ? 0 : 1; });

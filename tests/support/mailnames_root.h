@@ -1,7 +1,7 @@
-// mailnames_root - another root for all mailboxes, as an administrator configures it
+// mailnames_root - another root for all mailboxes, as an administrator may configure it
 //
-// While a MailnamesRoot lives, ORVEK_MAILNAMES_D of the product configuration is the directory
-// given, which exists and is empty at first. At the end it is removed and the value is what it was.
+// While a MailnamesRoot lives, ORVEK_MAILNAMES_D is the given directory, which exists and is empty
+// at first. At the end the directory is removed and the old value is restored.
 
 #ifndef MAILVEK_TESTS_SUPPORT_MAILNAMES_ROOT_H
 #define MAILVEK_TESTS_SUPPORT_MAILNAMES_ROOT_H

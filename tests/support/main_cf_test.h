@@ -1,4 +1,4 @@
-// main_cf_test - the frame of tests of the manager of main.cf
+// main_cf_test - base of the tests of the manager of main.cf
 
 #ifndef MAILVEK_TESTS_SUPPORT_MAIN_CF_TEST_H
 #define MAILVEK_TESTS_SUPPORT_MAIN_CF_TEST_H
@@ -61,8 +61,8 @@ protected:
         });
     }
 
-    // A postconf that answers for its parameter from a file, which -e changes, and for the
-    // default of mynetworks from another one; main.cf is left alone.
+    // Installs a postconf that reads its parameter from a file, which -e changes, and the default
+    // of mynetworks from another file. It does not touch main.cf.
     void pretend(std::string const& value, std::string const& standard = "")
     {
         writeFile(postconf.dir / "value", value);
@@ -75,7 +75,7 @@ protected:
             esac)");
     }
 
-    // What the pretended parameter was set to.
+    // The value that the pretended parameter was set to.
     std::string pretended() const { return readFile(postconf.dir / "value"); }
 
     bool wrote() const { return postconf.journal().find("-e ") != std::string::npos; }

@@ -1,7 +1,7 @@
-// managers_test - the frame of tests of the domain and mailname managers
+// managers_test - base of the tests of the domain and mailname managers
 //
-// Real maps, real directories and the panel's real database; each test starts with all of them
-// empty and must leave no descriptor and no child.
+// Uses real maps, real directories and the panel's real database. Each test starts with all of them
+// empty, and must leave no descriptor and no child.
 
 #ifndef MAILVEK_TESTS_SUPPORT_MANAGERS_TEST_H
 #define MAILVEK_TESTS_SUPPORT_MANAGERS_TEST_H

@@ -1,7 +1,7 @@
-// map_test - the frame of tests that change maps with the true postmap, or a stand-in for it
+// map_test - base of the tests that change maps with the real postmap, or with a stand-in for it
 //
-// A test has a map of its own and must leave nothing but indexed files in its directory, no
-// descriptor and no child. standIn puts a script in the place of postmap, see stand_in.h.
+// Each test has its own map. It must leave only indexed files in its directory, no descriptor and
+// no child. standIn puts a script in the place of postmap, see stand_in.h.
 
 #ifndef MAILVEK_TESTS_SUPPORT_MAP_TEST_H
 #define MAILVEK_TESTS_SUPPORT_MAP_TEST_H
@@ -53,7 +53,7 @@ protected:
 
     static void run(std::string const& command) { shellRun(command); }
 
-    // Gives the map this content, in text form.
+    // Makes the map from this text.
     void fill(std::string const& text)
     {
         writeFile(path, text);
@@ -61,7 +61,7 @@ protected:
         std::filesystem::remove(path);
     }
 
-    // The content of the map, sorted, as the true postmap prints it.
+    // The content of the map, sorted, as the real postmap prints it.
     std::string content() const { return contentOf(map); }
 
     std::string contentOf(std::string const& name) const
@@ -78,7 +78,7 @@ protected:
 
     std::string journal() const { return postmap.journal(); }
 
-    // The map's directory, as it is, on a file system of this size.
+    // Moves the map's directory with its content to a file system of this size.
     void limitDisk(std::string const& size)
     {
         run("cp -a " + dir.path() + "/. " + tools.path() + "/old && mount -t tmpfs -o size=" +

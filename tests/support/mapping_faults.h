@@ -1,7 +1,7 @@
-// mapping_faults - lets the code under test map no file
+// mapping_faults - makes mmap fail in the code under test
 //
 // While a NoMappings lives, mmap fails with ENODEV, as on a file system that cannot map its files.
-// What counts is what the program itself calls, which has to be linked with --wrap for mmap.
+// This holds for the program's own calls. Link the program with --wrap for mmap.
 
 #ifndef MAILVEK_TESTS_SUPPORT_MAPPING_FAULTS_H
 #define MAILVEK_TESTS_SUPPORT_MAPPING_FAULTS_H

@@ -1,9 +1,9 @@
-// memory_faults - lets an allocation of the code under test fail
+// memory_faults - makes an allocation of the code under test fail
 //
-// While an AllocationFailure lives, the allocation with its number, counted from 1, gives null
-// and ENOMEM; the ones before and after it are served. What counts is malloc, calloc, realloc,
-// strdup, strndup and asprintf as called by the program itself, which has to be linked with
-// --wrap for each of them. (A realloc of null may be compiled as a malloc.)
+// While an AllocationFailure lives, the nth allocation, counted from 1, fails with ENOMEM. Those
+// before and after it succeed. This holds for the program's own calls of malloc, calloc, realloc,
+// strdup, strndup and asprintf. Link the program with --wrap for each of them. (The compiler may
+// turn a realloc of null into a malloc.)
 
 #ifndef MAILVEK_TESTS_SUPPORT_MEMORY_FAULTS_H
 #define MAILVEK_TESTS_SUPPORT_MEMORY_FAULTS_H
@@ -41,8 +41,8 @@ public:
 
 extern "C" {
 
-// Weak, for a program may leave malloc alone: one that is linked with a library whose own calls
-// would be counted too.
+// Weak, because a program may leave malloc unwrapped: one that links a library statically, whose
+// calls would be counted too.
 [[gnu::weak]] void* __real_malloc(size_t size);
 void* __real_calloc(size_t count, size_t size);
 void* __real_realloc(void* memory, size_t size);

@@ -1,6 +1,6 @@
-// module_test - the frame of tests of the manager of master.cf
+// module_test - base of the tests of the manager of master.cf
 //
-// master.cf holds two services behind a comment and an empty line.
+// master.cf has a comment, an empty line and two services.
 
 #ifndef MAILVEK_TESTS_SUPPORT_MODULE_TEST_H
 #define MAILVEK_TESTS_SUPPORT_MODULE_TEST_H
@@ -37,7 +37,7 @@ protected:
         ConfigTest::TearDown();
     }
 
-    // Runs code on a loaded manager, in a process of its own.
+    // Runs code on a loaded manager, in its own process.
     template<class Code>
     static std::string loaded(Code const& code)
     {
@@ -49,7 +49,7 @@ protected:
         });
     }
 
-    // The same, and stores; the outcome begins with what storing returned.
+    // Does the same and stores. The outcome begins with the result of storing.
     template<class Code>
     static std::string changed(Code const& code)
     {

@@ -1,16 +1,16 @@
-// mysql_spy - sees the calls that the code under test makes to the panel database's client
-// library, makes them fail, and puts other statements in a statement's place
+// mysql_spy - records the calls of the code under test to the panel database's client library,
+// makes them fail, and replaces statements by others
 //
-// A test program that includes this is linked with --wrap for each call below. A replaced
-// statement reaches the real server as the other one, so that any reply can be had. A fault hits
-// the nth call of its name, counted from 1 and by names without "mysql_":
+// Link the test program with --wrap for each call below. The real server gets the replacement
+// instead of the statement, so that any reply can be had. A fault hits the nth call of its name,
+// counted from 1. Names are without "mysql_":
 //
-//   init, fetch_row           give null and do nothing
-//   real_connect, real_query  do nothing and fail without an error of the library's
-//   store_result              reads the result away and gives null, without an error
+//   init, fetch_row           return null and do nothing
+//   real_connect, real_query  do nothing and fail without an error of the library
+//   store_result              drops the result and returns null, without an error
 //
-// Connections and results that are open are known, so that none is lost. An init that is seen
-// leaves an errno of no meaning, as the library may: its first one reads files.
+// The spy knows the open connections and results, so that a lost one is noticed. A recorded init
+// leaves a meaningless errno, as the library may: its first init reads files.
 
 #ifndef MAILVEK_TESTS_SUPPORT_MYSQL_SPY_H
 #define MAILVEK_TESTS_SUPPORT_MYSQL_SPY_H
@@ -32,15 +32,15 @@ public:
     {
         std::string host, user, password, database;
         unsigned int port;
-        std::string socket; // "default" for none given
+        std::string socket; // "default" when none was given
         unsigned long flags;
     };
 
-    std::vector<std::string> statements; // as the code under test gave them
+    std::vector<std::string> statements; // as the code under test passed them
     std::vector<Connect> connects;
     std::set<MYSQL*> open;
     std::set<MYSQL_RES*> results;
-    // Done before each statement runs, with the number of the statement, counted from 1.
+    // Runs before each statement, with the statement's number, counted from 1.
     std::function<void(int)> before;
 
     void replace(std::string const& statement, std::string const& other)
@@ -50,7 +50,7 @@ public:
 
     void fault(std::string const& call, int nth) { faults.emplace_back(call, nth); }
 
-    // Forgets everything but what is open.
+    // Forgets everything except the open connections and results.
     void forget()
     {
         statements.clear();
@@ -61,7 +61,7 @@ public:
         counts.clear();
     }
 
-    // While one of these lives, calls pass unseen.
+    // While one of these lives, calls are not recorded.
     class Inside
     {
     public:

@@ -1,4 +1,4 @@
-// odd_names - names that no layer may trip over: quotes, formats, backslashes, bytes, nothing
+// odd_names - names that every layer must handle: quotes, formats, backslashes, odd bytes, empty
 
 #ifndef MAILVEK_TESTS_SUPPORT_ODD_NAMES_H
 #define MAILVEK_TESTS_SUPPORT_ODD_NAMES_H

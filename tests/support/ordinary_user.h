@@ -1,6 +1,6 @@
-// ordinary_user - runs a piece of code as a user whom file permissions bind
+// ordinary_user - runs a piece of code as a user for whom file permissions hold
 //
-// In a child, as inChild does; its status is 99 when the rights could not be given up.
+// Runs it in a child, as inChild does. The status is 99 when root's rights could not be given up.
 
 #ifndef MAILVEK_TESTS_SUPPORT_ORDINARY_USER_H
 #define MAILVEK_TESTS_SUPPORT_ORDINARY_USER_H

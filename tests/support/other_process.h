@@ -1,7 +1,7 @@
-// other_process - a process beside the test's, and whether it is still at work
+// other_process - runs code in a second process and tells whether it is still running
 //
-// Runs code in a child, which leaves with status 0 if code gives true. hasEndedWithin waits for
-// that so many milliseconds at most, so that a test sees whether the child is held up.
+// The child exits with status 0 if code returns true. hasEndedWithin waits for its end at most that
+// many milliseconds, so that a test sees whether the child is blocked.
 
 #ifndef MAILVEK_TESTS_SUPPORT_OTHER_PROCESS_H
 #define MAILVEK_TESTS_SUPPORT_OTHER_PROCESS_H
@@ -29,14 +29,14 @@ public:
     OtherProcess(OtherProcess const&) = delete;
     OtherProcess& operator=(OtherProcess const&) = delete;
 
-    // The pipe hangs up when the child, which alone could write to it, is gone.
+    // The pipe hangs up when the child has gone, because only the child could write to it.
     bool hasEndedWithin(int milliseconds)
     {
         pollfd watched{ends[0], POLLIN, 0};
         return poll(&watched, 1, milliseconds) == 1;
     }
 
-    // Waits for the end of the child; its wait status.
+    // Waits for the end of the child and returns its wait status.
     int status()
     {
         int result = -1;

@@ -1,10 +1,10 @@
 // panel_database - the panel's real database in the throw-away mail host, for unit suites
 //
-// A fixture holds a PanelDatabase and calls start from its SetUp, once HostTest has let it pass,
-// and restore from its TearDown, whatever has become of the test: that empties the tables, starts
-// the server if it was stopped, puts the password file back, and fails the test when a connection
-// or a result was left open. Statements of sql run as the server's root, unseen by the spy. Before
-// start both do nothing, so that a test which was not let pass touches no server.
+// A fixture has a PanelDatabase. Its SetUp calls start once HostTest has accepted the host, and its
+// TearDown always calls restore. restore empties the tables, starts a stopped server, puts the
+// password file back, and fails the test when it left a connection or a result open. Statements of
+// sql run as the server's root and are not recorded by the spy. Before start, sql and restore do
+// nothing, so that a test outside the host touches no server.
 
 #ifndef MAILVEK_TESTS_SUPPORT_PANEL_DATABASE_H
 #define MAILVEK_TESTS_SUPPORT_PANEL_DATABASE_H
@@ -24,7 +24,7 @@
 
 constexpr char panel_password_file[] = "/etc/orv/.orv.shadow";
 
-// What each connection begins with, in a database whose "mysql41_compatible" is not set.
+// The first statements of each connection when "mysql41_compatible" is not set.
 inline std::vector<std::string> const panel_set_up = {
     "set foreign_key_checks=0", "SHOW VARIABLES LIKE 'version'",
     "SELECT val FROM misc WHERE param='mysql41_compatible'", "SET NAMES binary"};
@@ -45,7 +45,7 @@ public:
             return;
         EXPECT_TRUE(spy.open.empty()) << "a connection was left open";
         EXPECT_TRUE(spy.results.empty()) << "a result was left unfreed";
-        // What one test has lost is no failure of the next.
+        // A connection that this test has lost must not fail the next one.
         spy.open.clear();
         spy.results.clear();
         spy.forget();
@@ -64,8 +64,8 @@ public:
         chmod(panel_password_file, 0600);
     }
 
-    // The rows of a statement, columns parted by "|", NULL as "NULL"; a failure is the one row
-    // "error: " and the server's text.
+    // The rows of a statement, columns separated by "|", NULL as "NULL". A failure gives the one
+    // row "error: " and the server's text.
     std::vector<std::string> sql(std::string const& statement)
     {
         if (!started)
@@ -82,7 +82,7 @@ public:
         return rows;
     }
 
-    // How many connections the server has accepted, this one included.
+    // The number of connections that the server has accepted, including this one.
     long connections()
     {
         std::string const row = sql("SHOW GLOBAL STATUS LIKE 'Connections'").at(0);
@@ -122,7 +122,7 @@ private:
     bool started = false;
 };
 
-// The panel's database without one of its tables, which is back with all rows at the end.
+// Removes a table from the panel's database while it lives, and puts it back with all rows.
 class WithoutTable
 {
 public:

@@ -1,4 +1,4 @@
-// panel_database_test - base of the suites that need the panel's database and nothing else
+// panel_database_test - base of the suites that need only the panel's database
 
 #ifndef MAILVEK_TESTS_SUPPORT_PANEL_DATABASE_TEST_H
 #define MAILVEK_TESTS_SUPPORT_PANEL_DATABASE_TEST_H

@@ -1,7 +1,7 @@
-// panel_mail_test - the panel's database beside a mail authentication database of the test
+// panel_mail_test - the panel's database and a mail authentication database of the test
 //
-// Reports to the logger are recorded. Domains and mailnames are entered into the panel's tables
-// as the panel would.
+// Reports to the logger are recorded. Domains and mailnames are written to the panel's tables as
+// the panel would.
 
 #ifndef MAILVEK_TESTS_SUPPORT_PANEL_MAIL_TEST_H
 #define MAILVEK_TESTS_SUPPORT_PANEL_MAIL_TEST_H
@@ -57,7 +57,7 @@ protected:
                         ::testing::IsEmpty());
     }
 
-    // The statements but for those that set a connection up.
+    // The statements, without those that set a connection up.
     std::vector<std::string> queries() const
     {
         std::vector<std::string> left;
@@ -68,7 +68,7 @@ protected:
         return left;
     }
 
-    // What the recorded reports say, which are all of priority 3.
+    // The texts of the recorded reports, which must all have priority 3.
     std::vector<std::string> texts() const
     {
         std::vector<std::string> all;

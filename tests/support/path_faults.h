@@ -1,9 +1,9 @@
-// path_faults - lets a path that the code under test forms be too long
+// path_faults - makes a path that the code under test forms too long
 //
-// While a PathOverflow lives, the path with that number, counted from 1, does not fit. A
-// BeforePath does something right before such a path is formed: what another process might do
-// in between. One of either lives at a time. What counts is form_path as called by the program,
-// which has to be linked with --wrap for it.
+// While a PathOverflow lives, the nth path, counted from 1, does not fit. A BeforePath runs code
+// right before such a path is formed: code that another process might run in between. Only one of
+// either may live at a time. This holds for the program's own calls of form_path. Link the program
+// with --wrap for it.
 
 #ifndef MAILVEK_TESTS_SUPPORT_PATH_FAULTS_H
 #define MAILVEK_TESTS_SUPPORT_PATH_FAULTS_H
@@ -17,8 +17,8 @@
 
 namespace path_faults_detail {
 
-inline int paths_to_fault = 0;      // 0: there is none
-inline std::function<void()> event; // instead of an overflow, if there is one
+inline int paths_to_fault = 0;      // 0: no fault
+inline std::function<void()> event; // runs instead of an overflow, if set
 
 inline bool overflows()
 {
@@ -51,7 +51,7 @@ public:
     ~BeforePath() { path_faults_detail::event = nullptr; }
 };
 
-// By the name that form_path has for the linker.
+// Uses form_path's linker name.
 extern "C" [[gnu::used]] __attribute__((format(printf, 2, 3))) inline bool
 __wrap__Z9form_pathRA4096_cPKcz(char (&path)[path_size], char const* fmt, ...)
 {

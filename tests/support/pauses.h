@@ -1,8 +1,8 @@
-// pauses - sleep takes no time, and is counted
+// pauses - makes sleep take no time, and counts it
 //
-// What counts is sleep as called by the program itself, which has to be linked with --wrap for
-// it. An event is done in each pause, with the pause's number, counted from 1. A Pauses object
-// counts from its own beginning and forgets count and event at its end; one lives at a time.
+// This holds for the program's own calls of sleep. Link the program with --wrap for it. The event
+// runs in each pause, with the pause's number, counted from 1. A Pauses object starts counting when
+// it is made, and forgets count and event at its end. Only one may live at a time.
 
 #ifndef MAILVEK_TESTS_SUPPORT_PAUSES_H
 #define MAILVEK_TESTS_SUPPORT_PAUSES_H
@@ -43,7 +43,7 @@ public:
     Pauses(Pauses const&) = delete;
     Pauses& operator=(Pauses const&) = delete;
 
-    // The seconds of each.
+    // The seconds of each pause.
     std::vector<unsigned int> const& seconds() const { return pauses_detail::pauses; }
 };
 

@@ -1,7 +1,7 @@
-// postfix_stand_in - a Postfix of the tests' own: its init script, and its two processes
+// postfix_stand_in - a stand-in for Postfix: its init script and its two processes
 //
-// StandInPostfix is a process with a child of a chosen name, whose number the pid file holds.
-// Both end with the object, and the pid file goes with them. A test begins without one.
+// StandInPostfix starts a process with a child of a chosen name and writes the process's pid file.
+// Both processes and the pid file end with the object. A test starts without a pid file.
 
 #ifndef MAILVEK_TESTS_SUPPORT_POSTFIX_STAND_IN_H
 #define MAILVEK_TESTS_SUPPORT_POSTFIX_STAND_IN_H
@@ -72,7 +72,7 @@ protected:
         std::filesystem::remove(master_pid);
     }
 
-    // The script ends with this code.
+    // Makes the script exit with this code.
     void scriptExits(int code) { script.run("exit " + std::to_string(code)); }
 
     StandIn script{"/etc/init.d/postfix"};

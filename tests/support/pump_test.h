@@ -1,4 +1,4 @@
-// pump_test - the frame of tests that run pipelines of child_main and look at the traffic
+// pump_test - base of the tests that run pipelines of child_main and check the traffic
 
 #ifndef MAILVEK_TESTS_SUPPORT_PUMP_TEST_H
 #define MAILVEK_TESTS_SUPPORT_PUMP_TEST_H
@@ -13,7 +13,7 @@
 #include <string>
 #include <vector>
 
-// A stage that runs child_main; as in any stage, the arguments end before the first empty one.
+// A stage that runs child_main. As in any stage, the arguments end before the first empty one.
 inline orvek::process::Parameters<orvek::process::PipeProcessFlags> stage(std::string const& mode,
                                                                           std::string const& a = "",
                                                                           std::string const& b = "",
@@ -36,7 +36,7 @@ protected:
         pipe.stderrReceiver = orvek::process::makeStringReceiver(err);
     }
 
-    // Feeds so many chunks of so many bytes; the last one comes with false.
+    // Feeds that many chunks of size bytes. The source returns false with the last one.
     void feed(int chunks, size_t size)
     {
         pipe.stdinMode = orvek::process::Capture;

@@ -1,4 +1,4 @@
-// report - what messlog2 prints while errno is set
+// report - the output of messlog2 while errno is set
 
 #ifndef MAILVEK_TESTS_SUPPORT_REPORT_H
 #define MAILVEK_TESTS_SUPPORT_REPORT_H

@@ -1,7 +1,7 @@
 // rights - kind, mode and owner of files, as "drwx------ popuser:popuser"
 //
-// rightsOf does not follow a link, and says "missing" where there is nothing; rightsBelow is
-// for everything below a directory, by relative path.
+// rightsOf does not follow a link, and gives "missing" for a missing file. rightsBelow gives the
+// rights of everything below a directory, by relative path.
 
 #ifndef MAILVEK_TESTS_SUPPORT_RIGHTS_H
 #define MAILVEK_TESTS_SUPPORT_RIGHTS_H

@@ -1,7 +1,7 @@
-// set_aside - a system path of the throw-away mail host that a test has for itself
+// set_aside - reserves a system path of the throw-away mail host for a test
 //
-// What is there is moved aside; at the end what the test has left there is removed and what was
-// there comes back.
+// Moves an existing file aside. At the end it removes what the test has left there and moves the
+// file back.
 
 #ifndef MAILVEK_TESTS_SUPPORT_SET_ASIDE_H
 #define MAILVEK_TESTS_SUPPORT_SET_ASIDE_H

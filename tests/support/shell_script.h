@@ -1,4 +1,4 @@
-// shell_script - a script of /bin/sh as path and argument vector, and what such tests share
+// shell_script - a script of /bin/sh as path and argument vector, and helpers for its tests
 
 #ifndef MAILVEK_TESTS_SUPPORT_SHELL_SCRIPT_H
 #define MAILVEK_TESTS_SUPPORT_SHELL_SCRIPT_H
@@ -31,7 +31,7 @@ private:
     char const* vector[4];
 };
 
-// A script that prints count times the byte, in the background, on descriptor fd.
+// A script that prints the byte count times, in the background, on descriptor fd.
 inline std::string flood(size_t count, char byte, int fd)
 {
     return "head -c " + std::to_string(count) + " /dev/zero | tr '\\0' " + byte + " >&" +

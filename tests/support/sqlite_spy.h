@@ -1,15 +1,15 @@
-// sqlite_spy - sees the calls that the code under test makes to SQLite, and makes them fail
+// sqlite_spy - records the calls of the code under test to SQLite, and makes them fail
 //
-// A test program that includes this is linked with --wrap for each call below. What SQLite
-// calls inside itself passes unseen. Calls go by their names without "sqlite3_"; a fault hits
-// the nth call of its name, counted from 1, and as many after it as it says:
+// Link the test program with --wrap for each call below. SQLite's calls inside itself are not
+// recorded. Names are without "sqlite3_". A fault hits the nth call of its name, counted from 1,
+// and as many after it as it says:
 //
-//   bind_text, bind_int64     are done with a place that no statement has
+//   bind_text, bind_int64     run with a place that no statement has
 //   nanosleep                 fails with EINTR
-//   all others                give the fault's result and do nothing; an open gives no handle
+//   all others                return the fault's result and do nothing; an open gives no handle
 //
-// Connections that are open are known, so that none is lost or, when it was abandoned on
-// purpose, can be closed by the test.
+// The spy knows the open connections, so that a lost one is noticed. A test can close one that was
+// abandoned on purpose.
 
 #ifndef MAILVEK_TESTS_SUPPORT_SQLITE_SPY_H
 #define MAILVEK_TESTS_SUPPORT_SQLITE_SPY_H
@@ -36,7 +36,7 @@ public:
 
     std::vector<std::string> calls;
     std::set<std::string> prepared; // the texts of the statements
-    std::vector<long> waits;        // nanoseconds that nanosleep was asked for
+    std::vector<long> waits;        // the nanoseconds that nanosleep was asked for
     std::set<sqlite3*> open;
     // Waits that nanosleep would grant take no time.
     bool waits_are_free = false;
@@ -68,7 +68,7 @@ public:
         open.clear();
     }
 
-    // While one of these lives, calls pass unseen.
+    // While one of these lives, calls are not recorded.
     class Inside
     {
     public:
@@ -81,7 +81,7 @@ public:
         SqliteSpy& spy;
     };
 
-    // Notes the call; the fault that hits it, or null.
+    // Records the call. Returns the fault that hits it, or null.
     Fault const* seen(std::string const& call)
     {
         if (depth > 0)

@@ -1,7 +1,7 @@
 // stand_in - a bash script in the place of a program, until the end of the test
 //
-// For suites in the throw-away mail host. In the script $real is the true program, $dir the
-// directory for the stand-in's files, and each call notes its arguments in the journal.
+// For suites in the throw-away mail host. In the script $real is the real program and $dir the
+// directory for the stand-in's files. Each call adds its arguments to the journal.
 
 #ifndef MAILVEK_TESTS_SUPPORT_STAND_IN_H
 #define MAILVEK_TESTS_SUPPORT_STAND_IN_H
@@ -29,7 +29,7 @@ public:
     StandIn(StandIn const&) = delete;
     StandIn& operator=(StandIn const&) = delete;
 
-    // Copies the true program; inside the host, where there is one.
+    // Copies the real program. Call this inside the host, where it exists.
     void prepare() { std::filesystem::copy_file(program, real); }
 
     void run(std::string const& script)

@@ -1,8 +1,8 @@
-// syscall_faults - lets a system call of this process fail from now on
+// syscall_faults - makes a system call of this process fail from now on
 //
-// The call is refused with the given error, for the process and for all that it starts, and
-// there is no way back: use it inside inChild. With an argument's position (from 0) and value
-// only calls with that value, compared in 32 bits, are refused.
+// The call fails with the given error, in this process and in all that it starts. This cannot be
+// undone: use it inside inChild. With an argument's position (from 0) and value, only calls with
+// that value fail; 32 bits are compared.
 
 #ifndef MAILVEK_TESTS_SUPPORT_SYSCALL_FAULTS_H
 #define MAILVEK_TESTS_SUPPORT_SYSCALL_FAULTS_H
@@ -46,8 +46,8 @@ inline void install(std::vector<sock_filter> conditions, int error)
 
 } // namespace syscall_faults_detail
 
-// The leak sanitizer asks this before it looks for leaks, for which it needs system calls that
-// may be refused by then.
+// The leak sanitizer asks this before it searches for leaks. The search needs system calls that may
+// fail by then.
 extern "C" [[gnu::used]] inline int __lsan_is_turned_off()
 {
     return syscall_faults_detail::installed ? 1 : 0;
@@ -71,7 +71,7 @@ inline void failSystemCallWith(int number, size_t position, uint32_t value, int 
             error);
 }
 
-// No fork from now on, whichever call the C library makes for it.
+// Makes fork fail from now on, whichever system call the C library uses for it.
 inline void failFork(int error)
 {
     for (int const number : {SYS_fork, SYS_vfork, SYS_clone, SYS_clone3})

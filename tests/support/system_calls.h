@@ -1,8 +1,8 @@
-// system_calls - counts the system calls that a piece of code makes, by strace
+// system_calls - counts the system calls of a piece of code, with strace
 //
-// The code runs in a child; the result is the number of calls by name, without those before and
-// after it but for a few of the tracer's setting up. Empty when strace could not be had in ten
-// seconds.
+// The code runs in a child. The result is the number of calls by name. Calls before and after the
+// code are not counted, except a few from setting up the tracer. Empty when strace does not start
+// within ten seconds.
 
 #ifndef MAILVEK_TESTS_SUPPORT_SYSTEM_CALLS_H
 #define MAILVEK_TESTS_SUPPORT_SYSTEM_CALLS_H
@@ -48,7 +48,7 @@ inline std::map<std::string, long> systemCalls(std::function<void()> const& code
     int ends[2];
     if (pipe(ends) != 0)
         return {};
-    // The tracer is this process's child, to be waited for; it ends with the one it watches.
+    // The tracer is this process's child. It ends when the process that it watches ends.
     pid_t const watched = fork();
     if (watched == 0) {
         char byte = 0;

@@ -1,8 +1,8 @@
 // tidy_run - runs code in a child of its own that must leave nothing behind
 //
-// tidyRun is inChild for code that returns: the exit status is 0 when the code has left the
-// descriptors as they were and no child, running or dead. What differs is printed on the
-// standard error.
+// tidyRun is inChild for code that returns. The exit status is 0 when the code has left the
+// descriptors unchanged and no child, running or dead. Differences are printed on standard
+// error.
 
 #ifndef MAILVEK_TESTS_SUPPORT_TIDY_RUN_H
 #define MAILVEK_TESTS_SUPPORT_TIDY_RUN_H

@@ -1,8 +1,8 @@
-// waiting_process - a child that waits as long as the test wants it to
+// waiting_process - a child that waits as long as the test wants
 //
-// The child runs code, and the constructor returns when that is done or has exec'ed. The child
-// then waits for the end of its standard input, which the destructor brings about; what code
-// has exec'ed has to end with its input as well.
+// The child runs code, and the constructor returns when code has returned or called exec. The child
+// then waits for the end of its standard input, which the destructor closes. A program that code
+// starts with exec must end with its input too.
 
 #ifndef MAILVEK_TESTS_SUPPORT_WAITING_PROCESS_H
 #define MAILVEK_TESTS_SUPPORT_WAITING_PROCESS_H

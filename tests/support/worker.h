@@ -1,6 +1,6 @@
-// worker - children that work on one thing beside each other, and a pipe to tell them when
+// worker - children that work on one thing at the same time, and a pipe to start them
 //
-// What a worker reports goes to a file of its own.
+// Each worker has its own file for reports.
 
 #ifndef MAILVEK_TESTS_SUPPORT_WORKER_H
 #define MAILVEK_TESTS_SUPPORT_WORKER_H
@@ -19,8 +19,8 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
-// A child that runs code with its reports in a file. It is killed if the test ends first; a fork
-// that failed ends the test program, as there is nobody to kill then.
+// A child that runs code with its reports in a file. It is killed if the test ends first. A failing
+// fork ends the test program, because there is no child to kill then.
 class Worker
 {
 public:
@@ -45,7 +45,7 @@ public:
     }
     Worker(Worker&& other) noexcept : reports(other.reports), pid(std::exchange(other.pid, -1)) {}
 
-    // The exit status, or -1 after a signal or when it was waited for before.
+    // The exit status, or -1 after a signal or when the child was waited for before.
     int wait()
     {
         if (pid <= 0)
@@ -67,7 +67,7 @@ private:
     pid_t pid = -1;
 };
 
-// A pipe whose reading end sees the end of file once everybody has let go of the other.
+// A pipe. Its read end is at end of file once everybody has closed the write end.
 class Channel
 {
 public:

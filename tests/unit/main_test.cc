@@ -5,14 +5,14 @@
 
 #include <stdexcept>
 
-// main of the tool, which this program is built with under another name.
+// main of the tool, which is compiled into this program under another name.
 int toolMain(int argc, char** argv);
 
 namespace {
 
 std::function<int(int, char**)> command;
 
-// The tool with a command that does this.
+// Runs the tool with a command that does this.
 ChildRun toolThat(std::function<int(int, char**)> const& does)
 {
     return inChild([&] {
@@ -26,7 +26,7 @@ ChildRun toolThat(std::function<int(int, char**)> const& does)
 
 } // namespace
 
-// Takes the place of the tool's own.
+// Replaces the tool's own do_main.
 int do_main(int argc, char** argv)
 {
     return command(argc, argv);

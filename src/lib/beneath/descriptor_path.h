@@ -1,6 +1,6 @@
-// descriptor_path - a path that leads to what a descriptor is open on, and nowhere else
+// descriptor_path - a path that always leads to the file that a descriptor is open on
 //
-// For calls that take no descriptor of O_PATH. Needs /proc.
+// For calls that refuse a descriptor opened with O_PATH. Needs /proc.
 
 #ifndef MAILVEK_LIB_BENEATH_DESCRIPTOR_PATH_H
 #define MAILVEK_LIB_BENEATH_DESCRIPTOR_PATH_H

@@ -1,6 +1,6 @@
-// entry - what is done with one entry of a directory, by its name
+// entry - operations on one entry of a directory, by its name
 //
-// Paths and failures are those of place.h; the last component is never followed either. Result: 0,
+// Paths and failures are those of place.h. The last component is never followed either. Result: 0,
 // or -1 with errno set.
 //
 // No command calls these, they are for callers to come: make_link_beneath, read_link_beneath,
@@ -17,18 +17,18 @@
 #include <sys/stat.h>
 #include <time.h>
 
-// What lstat tells.
+// As lstat.
 [[nodiscard]] int look_beneath(int dir, char const* path, struct stat& info);
 
-// Removes anything but a directory; EISDIR for one.
+// Removes anything but a directory, which gives EISDIR.
 [[nodiscard]] int remove_file_beneath(int dir, char const* path);
 // Removes an empty directory.
 [[nodiscard]] int remove_directory_beneath(int dir, char const* path);
 
 // Renames as rename does: over a file, or over an empty directory.
 [[nodiscard]] int rename_beneath(int from_dir, char const* from, int to_dir, char const* to);
-// EEXIST if there is anything at the target. A file system that cannot promise that is asked
-// before, so that a target which is made meanwhile may be replaced there.
+// EEXIST if anything is at the target. Some file systems cannot guarantee that: there the target is
+// only checked before the rename, so one that is made in between may be replaced.
 [[nodiscard]] int rename_new_beneath(int from_dir, char const* from, int to_dir, char const* to);
 
 // Sets the times of access and modification, in the form of utimensat.
@@ -36,13 +36,13 @@
 
 // Takes a directory, or a regular file with one name, for set_rights.
 [[nodiscard]] OpenDescriptor take_entry_beneath(int dir, char const* path);
-// Gives rights to a directory, or to a regular file with one name; failures as by
-// take_file_beneath for anything else.
+// Sets the rights of a directory, or of a regular file with one name. Anything else fails as in
+// take_file_beneath.
 [[nodiscard]] int set_rights_beneath(int dir, char const* path, Rights const& rights);
 
-// Makes a symbolic link, which is the tool's own then. EEXIST if there is anything.
+// Makes a symbolic link, which belongs to the tool. EEXIST if the name is taken.
 [[nodiscard]] int make_link_beneath(int dir, char const* path, char const* target);
-// Stores what the link holds, with a NUL. ENAMETOOLONG if there is no room; EINVAL if it is none.
+// Stores the link's target with a NUL. ENAMETOOLONG if it does not fit, EINVAL if it is no link.
 [[nodiscard]] int read_link_beneath(int dir, char const* path, char* target, std::size_t size);
 
 #endif

@@ -1,7 +1,7 @@
 // file_name - words that name one entry of a directory
 //
-// is_file_name is true for a word that, as a part of a path, stays in the directory before it:
-// one that is neither empty nor "." nor ".." and that holds no "/".
+// is_file_name is true for a word that names an entry of its directory and cannot lead out of it:
+// it is not empty, not "." or "..", and has no "/".
 // unforeseeable_characters are six letters and digits that nobody can guess.
 
 #ifndef MAILVEK_LIB_BENEATH_FILE_NAME_H

@@ -1,9 +1,9 @@
-// made_directory - directories beneath a directory, made
+// made_directory - makes directories beneath a directory
 //
-// Paths and failures are those of place.h. A new directory gets its owner and mode by its
-// descriptor, exactly as told, whatever the umask and the set-gid bit above it. One that is there
-// is opened and left as it is: the caller may use set_rights. ENOTDIR if something else is there,
-// ELOOP if that is a link.
+// Paths and failures are those of place.h. A new directory gets exactly the given owner and mode,
+// through its descriptor; the umask and a set-gid bit above it do not matter. An existing directory
+// is opened and left as it is: the caller may use set_rights. ENOTDIR if another kind of file is
+// there, ELOOP for a link.
 //
 // No command calls these; they are for callers to come: make_directories_beneath.
 
@@ -16,15 +16,15 @@
 enum class Making
 {
     anew,  // this call has made it
-    there, // it was there
+    there, // it existed before
 };
 
-// Makes the directory at path unless it is there, and opens it. making, which may be null, is told
-// even if the new one could not be given its rights; it is not removed then.
+// Makes the directory at path unless it exists, and opens it. Sets *making, if making is not null,
+// even if the new directory could not get its rights; then it is not removed.
 [[nodiscard]] OpenDescriptor make_directory_beneath(int dir, char const* path, Rights const& rights,
                                                     Making* making);
 
-// The same with the missing ones above it, each with these rights.
+// Also makes the missing directories above it, each with these rights.
 [[nodiscard]] OpenDescriptor make_directories_beneath(int dir, char const* path,
                                                       Rights const& rights);
 

@@ -1,16 +1,16 @@
-// place - where a path beneath a root leads, without following anybody's link
+// place - walks a path beneath a directory without following any link
 //
-// The one door to trees that others own: what is done in them goes by a descriptor of a directory
-// and a path beneath it; AT_FDCWD stands for the working directory. Such a path has one or more
-// components, each a file name (is_file_name), parted by single slashes. No symbolic link is
-// followed, wherever in the path it stands, and nothing that others rename meanwhile leads out of
+// The one door to trees that others own. Everything done in such a tree uses the descriptor of a
+// directory and a path beneath it; AT_FDCWD stands for the working directory. The path has one or
+// more components separated by single slashes, each a file name (is_file_name). No symbolic link is
+// followed, wherever it stands in the path. What others rename at the same time cannot lead out of
 // the directory.
 //
-// Results: -1, or a descriptor below 0, with errno set. Nothing is reported. errno says
-//   EINVAL   the path has a component that is no file name
+// Failures: -1, or a descriptor below 0, with errno set. Nothing is reported. errno is
+//   EINVAL   a component is not a file name
 //   ELOOP    a component is a symbolic link
-//   ENOTDIR  a component before the last is no directory
-// and what the system calls say. Descriptors are close-on-exec.
+//   ENOTDIR  a component before the last is not a directory
+// or that of a system call. Descriptors are close-on-exec.
 
 #ifndef MAILVEK_LIB_BENEATH_PLACE_H
 #define MAILVEK_LIB_BENEATH_PLACE_H
@@ -19,30 +19,30 @@
 
 #include <fcntl.h>
 
-// Opens a directory that root's configuration names; links in its path are followed.
+// Opens a directory named by root's configuration. Follows links in its path.
 [[nodiscard]] OpenDescriptor open_root(char const* path);
 
-// Opens the directory in which path lies, as open_root does, and points name at the last
-// component of path, which is not looked at. EINVAL if that is no file name.
+// Opens the directory that holds path, as open_root does, and points name at the last component of
+// path, which is not touched. EINVAL if that is not a file name.
 [[nodiscard]] OpenDescriptor open_parent(char const* path, char const*& name);
 
-// Opens the directory at path beneath dir. ENOTDIR if it is none.
+// Opens the directory at path beneath dir. ENOTDIR if it is not a directory.
 [[nodiscard]] OpenDescriptor open_directory_beneath(int dir, char const* path);
 
-// The directory that holds the last component of path, and that component: what the *at calls
-// need. Both live as long as the Place, dir and path do.
+// The directory that holds the last component of path, and that component, for the *at calls. Both
+// are valid as long as the Place, dir and path are.
 class Place
 {
 public:
     Place(int dir, char const* path);
 
-    // False with errno set when the way there is barred.
+    // False with errno set when the directory could not be reached.
     [[nodiscard]] bool found() const { return directory >= 0 || directory == AT_FDCWD; }
     [[nodiscard]] int dir() const { return directory; }
     [[nodiscard]] char const* name() const { return last; }
 
 private:
-    OpenDescriptor opened; // none while the last component is the only one
+    OpenDescriptor opened; // nothing when path has only one component
     int directory;
     char const* last;
 };

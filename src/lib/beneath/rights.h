@@ -1,15 +1,15 @@
-// rights - owner, group and mode of what a descriptor is open on
+// rights - owner, group and mode of the file that a descriptor is open on
 //
-// set_rights changes the owner first, for that takes away the set-id bits, and then the mode,
-// exactly as told, whatever the umask. The descriptor may be one of O_PATH. 0, or -1 with errno
-// set and nothing reported.
+// set_rights changes the owner first, because that clears the set-id bits, and then the mode. The
+// mode is set exactly; the umask does not count. The descriptor may be opened with O_PATH. Returns
+// 0, or -1 with errno set and nothing reported.
 
 #ifndef MAILVEK_LIB_BENEATH_RIGHTS_H
 #define MAILVEK_LIB_BENEATH_RIGHTS_H
 
 #include <sys/types.h>
 
-// What stays as it is.
+// These values change nothing.
 constexpr uid_t same_user = static_cast<uid_t>(-1);
 constexpr gid_t same_group = static_cast<gid_t>(-1);
 constexpr mode_t same_mode = static_cast<mode_t>(-1);
@@ -21,7 +21,7 @@ struct Rights
     mode_t mode;
 };
 
-// The mode, with the owner and group left as they are.
+// Changes only the mode.
 constexpr Rights mode_only(mode_t mode)
 {
     return {same_user, same_group, mode};

@@ -1,11 +1,11 @@
-// temporary_file - a file that is written beside another and then takes its place
+// temporary_file - a file that is written beside another one and then replaces it
 //
-// Made new and open for writing and reading, with the mode told, whatever the umask; removed at
-// the end of its life unless it has been kept or has taken the place. After a failure get() is
-// below 0 with errno set, as by make_file_beneath; nothing is reported. dir has to stay open.
+// The constructor makes a new file, open for writing and reading, with exactly the given mode. The
+// destructor removes it unless keep() or replace() was called. After a failure get() is below 0
+// with errno set, as in make_file_beneath; nothing is reported. dir must stay open.
 //
-// All temporary files of the tool have this owner. AutocleanOFStream and TmpFile of util put a
-// stream before it.
+// All temporary files of the tool have this owner. AutocleanOFStream and TmpFile of util add a
+// stream.
 
 #ifndef MAILVEK_LIB_BENEATH_TEMPORARY_FILE_H
 #define MAILVEK_LIB_BENEATH_TEMPORARY_FILE_H
@@ -20,40 +20,40 @@
 class TemporaryFile
 {
 public:
-    // Named after the target with a dot and six characters that nobody can foresee.
+    // The name is the target's with a dot and six characters that nobody can predict.
     TemporaryFile(int dir, char const* target, mode_t mode);
-    // The same, with these characters for the dot.
+    // The same, with separator instead of the dot.
     static TemporaryFile with_separator(int dir, char const* target, char const* separator,
                                         mode_t mode);
-    // Owns the file of this name, which the caller makes or has made: there is no descriptor.
+    // Owns the file of this name, which the caller makes or has made. It has no descriptor.
     static TemporaryFile of_caller(int dir, char const* path);
-    // Named after the target with this suffix. What has that name is removed before, unless it is a
-    // directory.
+    // The name is the target's with this suffix. An existing file of that name is removed first; a
+    // directory is not.
     TemporaryFile(int dir, char const* target, char const* suffix, mode_t mode);
     ~TemporaryFile();
     TemporaryFile(TemporaryFile const&) = delete;
     TemporaryFile& operator=(TemporaryFile const&) = delete;
 
     [[nodiscard]] int get() const { return made.get(); }
-    // The name in its directory; empty when it could not be made.
+    // The name in its directory, or empty when the file could not be made.
     [[nodiscard]] char const* name() const { return own_name.c_str(); }
 
-    // Gives the descriptor away; the file stays owned.
+    // Hands the descriptor over. The file stays owned.
     [[nodiscard]] int release() { return made.release(); }
-    // The same as a stream for writing; null with errno set.
+    // Does the same as a stream for writing. Null with errno set.
     [[nodiscard]] OpenFile write_stream();
 
-    // Closes what is still open and renames it over the target. 0, or -1 with errno set.
+    // Closes the file if it is open and renames it over the target. 0, or -1 with errno set.
     [[nodiscard]] int replace();
 
-    // Closes what is still open, so that a failure is seen: the result of close.
+    // Closes the file if it is open and returns the result of close.
     [[nodiscard]] int close_now() { return made.close_now(); }
 
-    // Removes it now: exit runs no destructor of a local object. Result: 0, or the error number of
-    // a file that could not be removed; errno is kept.
+    // Removes the file now, for use before exit, which runs no destructors of locals. Returns 0, or
+    // the error number when the file could not be removed. Keeps errno.
     int remove();
 
-    // Leaves it where it is.
+    // Leaves the file where it is.
     void keep() { own_name.clear(); }
 
 private:

@@ -1,12 +1,12 @@
-// tree - owner, mode and removal of whole trees beneath a directory
+// tree - removes whole trees beneath a directory, or sets their owner and mode
 //
-// No link is followed, and whatever others rename meanwhile, nothing outside of the tree is
-// reached. A tree costs at most 40 descriptors and some 100 bytes a level, however many names a
-// directory has. It may be 100,000 levels deep (else ENAMETOOLONG) and have 2^27 entries (else
-// EFBIG), so that somebody who keeps adding to it comes to an end. Entries that vanish on the way
-// are passed over. The argument may be a single file.
+// No link is followed. Nothing outside the tree is reached, whatever others rename during the walk.
+// A walk costs at most 40 descriptors and some 100 bytes per level, however large a directory is. A
+// tree may have 100,000 levels (else ENAMETOOLONG) and 2^27 entries (else EFBIG), so the walk ends
+// even if somebody keeps adding entries. Entries that vanish during the walk are passed over. The
+// argument may be a single file.
 //
-// Result: 0, or -1 with errno set; nothing is reported. What was done until then stays done.
+// Result: 0, or -1 with errno set; nothing is reported. What was done before a failure stays.
 //
 // No command calls these, they are for callers to come: change_of_rights, set_tree_rights_beneath.
 
@@ -20,57 +20,57 @@
 
 #include <sys/types.h>
 
-// Whether the directory at the top is treated as well.
+// Whether the top directory itself is included.
 enum class TreeTop
 {
     with,
     without,
 };
 
-// Removes whatever there is. A path that is missing is done.
+// Removes everything. A missing path is a success.
 [[nodiscard]] int remove_tree_beneath(int dir, char const* path, TreeTop top);
 
-// Gives rights to the regular files that have one name, and to the directories; other kinds, and
-// files with further names, which may be somebody else's, stay as they are.
+// Sets the rights of directories and of regular files with one name. Other kinds stay as they are,
+// and so do files with further names, which may be somebody else's.
 [[nodiscard]] int set_tree_rights_beneath(int dir, char const* path, Rights const& files,
                                           Rights const& directories, TreeTop top);
 
-// The walk itself, for what else is to be done with a tree. A step gives 0; -1 to end the walk,
-// with errno set.
+// The steps of a walk, for other work on a tree. A step returns 0, or -1 with errno set to end the
+// walk.
 struct TreeSteps
 {
-    // What is no directory: beneath dir, with its kind as masked by S_IFMT.
+    // For each entry of dir that is not a directory. kind is its mode masked by S_IFMT.
     std::function<int(int dir, char const* name, mode_t kind)> entry;
-    // A directory, open as self, when its entries are done. again has them looked through once
-    // more, three times at most.
+    // For each directory after its entries; self is open on it. Returning again repeats the walk
+    // through its entries, at most three times.
     std::function<int(int dir, char const* name, int self)> directory;
     // Whether a directory in the tree that cannot be opened is passed over, or ends the walk.
     bool passes_over_unopened = false;
 };
 constexpr int again = 1;
 
-// The steps of the two functions above; removal passes over what vanishes.
+// The steps of the two functions above. removal passes over entries that vanish.
 [[nodiscard]] TreeSteps removal();
 [[nodiscard]] TreeSteps change_of_rights(Rights const& files, Rights const& directories);
 
-// Where a walk has ended.
+// Where a walk has failed.
 struct TreeTrouble
 {
     enum Where
     {
-        look,    // the argument's kind
+        look,    // at the argument's kind
         open,    // a directory
         read,    // a directory's entries
-        go_back, // to the directory above; ESTALE when it has been moved meanwhile
-        entry,   // the step of that name
+        go_back, // to the directory above; ESTALE when somebody has moved the lower one
+        entry,   // in the step of that name, like the next
         directory,
     };
     Where where;
-    bool argument;    // it is the argument itself
-    std::string name; // of the entry
+    bool argument;    // whether the failure is at the argument itself
+    std::string name; // of the entry that failed
 };
 
-// Entries of a directory come before it. name is a path beneath dir.
+// Visits the entries of a directory before the directory. name is a path beneath dir.
 [[nodiscard]] int walk_tree(int dir, char const* name, TreeSteps const& steps, TreeTop top,
                             TreeTrouble& trouble);
 

@@ -1,18 +1,18 @@
 // copy_file - copies of regular files
 //
-// copy_file copies under the lock of mk_lock(dst_fname, 1) into a file that it creates, with the
-// mode of the source but for the set-id and sticky bits and whatever the umask, or empties; "-" as
-// the target means standard output. Nothing is done for equal names, nor for a file that is to be
-// copied onto itself by another spelling. Result: 0 or 1. Failures are reported through messlog2,
-// or orvek_log for a source that tells nothing about itself, and leave what was copied; a lock that
-// cannot be released is reported and does not count.
+// copy_file holds the lock of mk_lock(dst_fname, 1). It creates the target with the source's mode,
+// without the set-id and sticky bits and regardless of the umask, or empties an existing one. "-"
+// as the target means standard output. It does nothing when source and target are the same file.
+// Result: 0 or 1. Failures are reported through messlog2, or orvek_log when fstat of the source
+// fails; the part that was copied stays. A lock that cannot be released is reported and does not
+// count.
 //
-// copy_file_atomic copies into a file beside the target, gives it owner and mode, and renames
-// it over the target. A failure removes that file and ends the process with status 1, reported
-// through messlog2.
+// copy_file_atomic copies to a file beside the target, sets its owner and mode, and renames it over
+// the target. A failure removes that file, is reported through messlog2, and ends the process with
+// status 1.
 //
-// Source and target are regular files with one name; a link in the place of either is not followed
-// (copy_file_atomic replaces one at the target).
+// Source and target must be regular files with one name. A link in the place of either is not
+// followed, but copy_file_atomic replaces one at the target.
 //
 // No command calls these, they are for callers to come: copy_file.
 

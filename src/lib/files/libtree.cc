@@ -74,7 +74,7 @@ int treat(char const* dir, TreeSteps const& steps, int force_self, TreeTrouble& 
     return walk_tree(parent.get(), name, steps, top, trouble);
 }
 
-// A failure ends the process. A missing dir is no failure of a removal.
+// A failure ends the process. A missing dir is not a failure of a removal.
 void treat_tree(char const* dir, TreeSteps const& steps, TreeTexts const& texts, int force_self)
 {
     ErrnoKeeper const keeper;

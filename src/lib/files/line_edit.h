@@ -1,7 +1,7 @@
-// line_edit - the edit itself of file_strings, without the lock and the owner
+// line_edit - the edit of file_strings, without its lock and without setting the owner
 //
-// old is what stat says of the file, null when it is missing. The new content lies in
-// <filename>.tmp, made new, with no wider a mode than the file had, until it is renamed over the
+// old is the file's stat, or null when the file is missing. The new content is in <filename>.tmp,
+// which is always made new, with a mode no wider than the file's, until that is renamed over the
 // file. Result and failures are those of file_strings.
 
 #ifndef MAILVEK_LIB_FILES_LINE_EDIT_H

@@ -1,8 +1,8 @@
-// saved_directory - the working directory, to come back to
+// saved_directory - remembers the working directory and returns to it
 //
-// save keeps the working directory itself, not its path: it may have any length, and be gone.
-// False, with errno set, when it cannot be kept. restore goes back there and keeps errno; should
-// that fail, the process stays where it is.
+// save remembers the directory itself, not its path: the path may have any length, or be gone.
+// It returns false with errno set when that fails. restore returns to the directory and keeps
+// errno. If that fails, the process stays where it is.
 
 #ifndef MAILVEK_LIB_FILES_SAVED_DIRECTORY_H
 #define MAILVEK_LIB_FILES_SAVED_DIRECTORY_H

@@ -1,6 +1,6 @@
-// umask_guard - another umask for the length of a scope
+// umask_guard - sets another umask for the length of a scope
 //
-// The umask is the process's: keep the scope short and run no program in it.
+// The umask belongs to the whole process: keep the scope short and run no program in it.
 
 #ifndef MAILVEK_LIB_FILES_UMASK_GUARD_H
 #define MAILVEK_LIB_FILES_UMASK_GUARD_H

@@ -1,9 +1,9 @@
-// owned - owners for what plain functions return
+// owned - owners for the resources that plain functions return
 //
-// CString frees a string from malloc, OpenDir closes a directory stream, OpenFile a stdio
-// stream, OpenCommand the stream of a popen, OpenDescriptor a descriptor. A failure to close is
-// not seen: close by name where it matters. All of them keep errno, which belongs to the call
-// that failed before they let go.
+// CString frees a string from malloc, OpenDir closes a directory stream, OpenFile a stdio stream,
+// OpenCommand the stream of a popen, OpenDescriptor a descriptor. The destructors ignore a failure
+// to close: close explicitly where it matters. They keep errno, which belongs to the call that
+// failed before.
 
 #ifndef MAILVEK_LIB_REPORT_OWNED_H
 #define MAILVEK_LIB_REPORT_OWNED_H
@@ -65,10 +65,10 @@ struct CloseCommand
 using CString = std::unique_ptr<char, FreeMemory>;
 using OpenDir = std::unique_ptr<DIR, CloseDir>;
 using OpenFile = std::unique_ptr<FILE, CloseFile>;
-// Waits for the command's end, too.
+// Also waits for the command's end.
 using OpenCommand = std::unique_ptr<FILE, CloseCommand>;
 
-// Owns the result of open, socket and their kind; a negative one owns nothing.
+// Owns the result of open, socket and the like. Owns nothing when it is negative.
 class OpenDescriptor
 {
 public:
@@ -87,7 +87,7 @@ public:
     // Gives up ownership.
     int release() { return std::exchange(descriptor, -1); }
 
-    // Closes now, so that a failure is seen: the result of close, or 0 when nothing is owned.
+    // Closes now and returns the result of close, or 0 when nothing is owned.
     int close_now() { return descriptor < 0 ? 0 : close(release()); }
 
 private:

@@ -9,12 +9,12 @@
 // also removes everything in the domain from the two address maps. The bounce pipe of the domain
 // stays in the aliases map, here and after removeCatchall.
 //
-// Failures: PostfixDatabaseError for a domain of the server itself (see own_domains.h) as a new
-// domain, alias domain or name of either, before the first step. What the maps and the directories
-// raise. Deliberate: alias domains that cannot be read
-// are reported by the query and count as none, so that the domain itself is served. When the
-// mailnames for a new alias domain cannot be read, the query reports it and PostfixDatabaseError is
-// raised. Steps done before a failure stay done, except those of renameDomain: see
+// Failures: PostfixDatabaseError, before the first step, for a new domain, a new alias domain or a
+// new name of either that is the server's own (see own_domains.h). What the maps and the
+// directories raise. Deliberate: alias domains that cannot be read are reported by the query and
+// count as none, so that the domain itself is served. When the mailnames for a new alias domain
+// cannot be read, the query reports it and PostfixDatabaseError is raised.
+// Steps done before a failure stay done, except those of renameDomain: see
 // reversible_rename.h.
 //
 // No command calls these; they are for callers to come: DomainManager::renameDomain.

@@ -3,7 +3,7 @@
 // DatabaseHelper keeps no state. Each operation takes the map's full name (see map_names.h) and is
 // complete when it returns. addRecords and removeRecords have postmap change a copy of the indexed
 // file, which is renamed over the one in use, or a large file in place. Adding a key that exists
-// gives it the new value, removing a missing one is no failure, and an empty range starts no
+// gives it the new value, removing a missing one is not a failure, and an empty range starts no
 // program. replaceRecords and filterRecords rewrite the whole map: postmap makes a new indexed file
 // of a text source. All work is done in a room of root's own, see map_room.h. filterRecords passes
 // each record, as postmap -s prints it, through a filter that may rewrite the line and says whether
@@ -14,10 +14,10 @@
 // different maps do not.
 //
 // Failures: PostfixDatabaseError for a key or value that record_text.h does not allow, before
-// postmap is started; for what a filter makes, before the map is rebuilt. PostfixConfigurationError
-// with postmap's diagnostics, or "unknown error" without any, from adding, replacing and filtering;
-// PostfixDatabaseError with the diagnostics, if any, from removing; the stream's exception when the
-// text source cannot be written; system errors when postmap cannot be started, and from the lock
+// postmap starts; for one that a filter makes, before the map is rebuilt. PostfixConfigurationError
+// with postmap's diagnostics, or "unknown error" without any, from adding, replacing and filtering.
+// PostfixDatabaseError with the diagnostics, if any, from removing. The stream's exception when the
+// text source cannot be written. System errors when postmap cannot be started, and from the lock
 // and the room.
 //
 // No command calls these, they are for callers to come: DatabaseHelper::addRecord.

@@ -2,8 +2,8 @@
 //
 // The directory of the maps belongs to the user postfix, who may put a link or a FIFO under any
 // name in it at any time. postmap opens what it finds there, as root. A MapRoom is a new directory
-// with mode 0700 within the maps' directory, and run() shows postmap this room in the place of the
-// maps' directory. So the arguments stay, and postmap meets only what the tool has put there.
+// with mode 0700 in the maps' directory. run() shows postmap this room in the place of the maps'
+// directory. So the arguments stay the same, and postmap finds only what the tool has put there.
 //
 // borrow() puts the map's indexed file into the room: a regular file with one name, or no file at
 // all. It is a copy where the file system lets two files share their blocks, or where the file is

@@ -38,7 +38,7 @@ struct MasterCfModuleAppender
     }
 };
 
-// Adds a text that is no service. It may be empty.
+// Adds a text that is not a service. It may be empty.
 struct MasterCfRawAppender
 {
     MasterCfContent& content;

@@ -45,7 +45,7 @@ struct ModuleInfo
     boost::tribool unprivileged = boost::indeterminate;
     boost::tribool chroot = false;
     std::int32_t wakeupTime = -1;   // in seconds, -1 for "-"
-    bool wakeupIfUsed = false;      // the "?" behind the wake-up time
+    bool wakeupIfUsed = false;      // the "?" after the wake-up time
     std::int32_t maxProcesses = -1; // -1 for "-"
     CommandWords command;
 };

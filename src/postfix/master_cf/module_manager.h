@@ -42,9 +42,9 @@ public:
     ModuleManager& operator=(ModuleManager const&) = delete;
 
     // Reads both files. Does nothing when they are loaded, unless force is set. A missing parking
-    // file is no failure. When the parking file cannot be read, the new master.cf stays loaded. A
-    // parking file that is not root's, that others may write, or that is no regular file does not
-    // count: a note on std::clog says so, and the next store replaces it.
+    // file is not a failure. When the parking file cannot be read, the new master.cf stays loaded.
+    // A parking file that is not root's, that others may write, or that is not a regular file does
+    // not count: a note on std::clog says so, and the next store replaces it.
     void loadModules(bool force);
 
     // Writes what has been changed, or with force what is loaded. Returns whether master.cf itself
@@ -61,7 +61,7 @@ public:
     // service from the other file.
     void addModule(ModuleInfo const& info, bool enabled);
 
-    // From both files; an unknown service is no failure.
+    // From both files; an unknown service is not a failure.
     void removeModule(std::string const& name, ModuleType type);
 
     // Deliberate: disabling a service that does not run does nothing, even if it is unknown.

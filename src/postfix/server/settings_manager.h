@@ -48,7 +48,7 @@ public:
     static void addBlackDomain(std::string const& domain);
     static void addBlackDomain(BatchDatabaseHelper& batch, std::string const& domain);
 
-    // A missing domain is no failure. A record that says anything but REJECT is not ours and
+    // A missing domain is not a failure. A record that says anything but REJECT is not ours and
     // stays.
     static void removeBlackDomain(std::string const& domain);
 };

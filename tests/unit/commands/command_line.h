@@ -1,4 +1,4 @@
-// command_line - the argument vector of a main, from a list of words
+// command_line - makes the argument vector of a main from a list of words
 
 #ifndef MAILVEK_TESTS_UNIT_COMMANDS_COMMAND_LINE_H
 #define MAILVEK_TESTS_UNIT_COMMANDS_COMMAND_LINE_H

@@ -11,7 +11,7 @@ using namespace orvek::mail::postfix::mailvek_commands;
 
 namespace {
 
-// The whitelist's options with this mask; 2 is for what the standard catch lets pass.
+// Parses the whitelist's options with this mask. Status 2: an exception that the parser lets pass.
 ChildRun whitelist(std::string const& mask)
 {
     return inChild([&] {

@@ -34,7 +34,7 @@ ProgramOptionsHelper emailGiven(std::string const& address)
     return given({"--set-catchall", "--domain-name=example.com", "--email", address});
 }
 
-// The text of the refusal; empty when the name was taken.
+// The text of the refusal, or empty when the name was accepted.
 template<class Error, class Reader>
 std::string refusal(Reader const& read)
 {

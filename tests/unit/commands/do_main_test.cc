@@ -12,7 +12,7 @@ using namespace orvek::mail::postfix::mailvek_commands;
 
 namespace {
 
-// What the handler of --features is in this program while it is set.
+// While set, this is the handler of --features in this program.
 CommandHandler handler = nullptr;
 
 ChildRun tool(std::initializer_list<std::string> words)
@@ -48,7 +48,7 @@ ChildRun features(CommandHandler stands_in)
 
 } // namespace
 
-// The linker puts __wrap_f in the place of f, which is __real_f then.
+// The linker replaces f by __wrap_f; the original is __real_f.
 extern "C" {
 
 int __real__ZN5orvek4mail7postfix16mailvek_commands13printFeaturesEiPPc(int argc, char** argv);

@@ -20,7 +20,7 @@ using ::testing::StartsWith;
 
 namespace {
 
-// The six with their handlers; the first two describe a handler whole.
+// The six commands with their handlers. The first two take a handler's full description.
 std::pair<char const*, CommandHandler> const commands[] = {
     {"--add-handler", addHandler},       {"--update-handler", updateHandler},
     {"--remove-handler", removeHandler}, {"--disable-handler", disableHandler},
@@ -44,7 +44,7 @@ using HandlerCommandsOnHost = HandlerStoreTest;
 
 } // namespace
 
-TEST(HandlerCommands, StandBehindTheirNamesInTheCommandMap)
+TEST(HandlerCommands, AreInTheCommandMapUnderTheirNames)
 {
     auto const map = commandMap();
     for (auto const& [name, handler] : commands)

@@ -19,7 +19,7 @@ namespace po = boost::program_options;
 
 namespace {
 
-// What a command is given by these words. Without an alias it declares no option for its name.
+// The options that a command gets from these words. withAlias: it has an option for the alias.
 ProgramOptionsHelper parsed(std::initializer_list<std::string> words, bool withAlias = true)
 {
     ProgramOptionsHelper helper("add a domain alias", "--add-domain-alias");

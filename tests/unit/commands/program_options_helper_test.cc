@@ -32,7 +32,7 @@ char const domain_usage[] = "add a domain\n"
                             "  -h [ --help ]         displays this help message\n"
                             "\n";
 
-// A command with these options that prints what it was given.
+// Runs a command with these options that prints the values it got.
 ChildRun command(ProgramOptionsHelper helper, std::initializer_list<std::string> words)
 {
     return inChild([&] {
@@ -52,7 +52,7 @@ ChildRun addDomain(std::initializer_list<std::string> words)
     return command(domainHelper(), words);
 }
 
-// The message on both streams, the usage on standard output, status 1.
+// Expects the message on both streams, the usage on standard output, and status 1.
 void expectRefused(ChildRun const& run, std::string const& message)
 {
     EXPECT_EQ(run.status, 1);

@@ -62,7 +62,7 @@ ChildRun run(CommandHandler handler, std::initializer_list<std::string> words)
 
 } // namespace
 
-TEST(ServiceCommands, StandBehindTheirNamesInTheCommandMap)
+TEST(ServiceCommands, AreInTheCommandMapUnderTheirNames)
 {
     auto const map = commandMap();
     for (ComponentCommand const& command : with_components)

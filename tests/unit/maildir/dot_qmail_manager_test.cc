@@ -13,7 +13,7 @@ namespace {
 class DotQMailManagerOnHost : public DeliveryFileTest
 {
 protected:
-    // What is raised when the operation fails as it must.
+    // The error of an operation that must fail.
     static std::string errorOf(std::function<void()> const& operation)
     {
         auto const run = inChild([&] {

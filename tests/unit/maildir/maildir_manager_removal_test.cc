@@ -1,4 +1,4 @@
-// Directories that are renamed, backed up and removed.
+// Renaming, backing up and removing directories.
 
 #include "maildir/maildir_manager.h"
 

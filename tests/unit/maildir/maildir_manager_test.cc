@@ -192,7 +192,7 @@ TEST_F(MaildirManagerOnHost, LeavesADomainRootThatCannotBeGivenAway)
 
 TEST_F(MaildirManagerOnHost, LeavesADomainRootWhoseModeCannotBeSet)
 {
-    chmod_fault = {2, 2, EROFS}; // a new directory gets a mode of its own first
+    chmod_fault = {2, 2, EROFS}; // the first chmod gives a new directory root's mode
     EXPECT_EQ(fsErrorOf([] { manager().createDomainRoot("example.com"); }),
               "chmod: Read-only file system: \"" + domain + "\"");
     EXPECT_EQ(rightsOf(domain), popusers("drwx------"));
@@ -267,7 +267,7 @@ TEST_F(MaildirManagerOnHost, RemovesOnlyItsOwnDirectoriesFromAnExistingHome)
 
 TEST_F(MaildirManagerOnHost, LeavesWhatOthersPutIntoANewHomeThatFails)
 {
-    // The mail user is faster than the step that fails.
+    // The mail user adds a letter before the step fails.
     chown_fault = {10, 10, EPERM};
     chown_fault.before = [this] { writeFile(home + "/Maildir/new/letter", "text"); };
     EXPECT_NE(fsErrorOf([] { manager().createMailnameHome("example.com", "info"); }), "");
@@ -277,7 +277,7 @@ TEST_F(MaildirManagerOnHost, LeavesWhatOthersPutIntoANewHomeThatFails)
 
 TEST_F(MaildirManagerOnHost, LeavesNoHomeWhenADirectorysOwnerFails)
 {
-    chown_fault = {6, 6, EPERM}; // the home's own is the first
+    chown_fault = {6, 6, EPERM}; // the first one is for the home itself
     EXPECT_EQ(fsErrorOf([] { manager().createMailnameHome("example.com", "info"); }),
               "chown: Operation not permitted: \"" + home + "/Maildir/.Spam\"");
     EXPECT_THAT(namesIn(domain), IsEmpty());
@@ -285,7 +285,7 @@ TEST_F(MaildirManagerOnHost, LeavesNoHomeWhenADirectorysOwnerFails)
 
 TEST_F(MaildirManagerOnHost, LeavesNoHomeWhenTheLastModeFails)
 {
-    chmod_fault = {21, 21, EROFS}; // of the domain, twice of the home, and twice of each directory
+    chmod_fault = {21, 21, EROFS}; // once for the domain, twice for the home and each directory
     EXPECT_EQ(fsErrorOf([] { manager().createMailnameHome("example.com", "info"); }),
               "chmod: Read-only file system: \"" + home + "/@attachments\"");
     EXPECT_EQ(errno, EROFS);

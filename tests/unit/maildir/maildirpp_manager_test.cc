@@ -58,7 +58,7 @@ protected:
         MaildirPPManager::getInstance().setMailboxQuota("info", "example.com", size);
     }
 
-    // What setting a quota prints on the standard error; nothing goes elsewhere.
+    // The standard error of setting a quota. Standard output must be empty.
     static std::string printedBySetting(long long size)
     {
         auto const run = inChild([&] {
@@ -98,7 +98,7 @@ protected:
         return readFile(dir / "raised");
     }
 
-    long long empty = 0; // what an empty @attachments takes
+    long long empty = 0; // the size of an empty @attachments
 };
 
 } // namespace

@@ -60,7 +60,7 @@ protected:
         PanelDatabaseTest::TearDown();
     }
 
-    // What the statement under construction has become.
+    // The statement as it was built.
     std::string statement()
     {
         spy.statements.clear();

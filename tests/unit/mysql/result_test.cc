@@ -181,7 +181,7 @@ TEST_F(ResultOnHost, StandsBesideOthersOfItsConnection)
     EXPECT_THAT(seen, ElementsAre("a1", "a2", "b1", "b2"));
 }
 
-TEST_F(ResultOnHost, IsFreedWithItsLifeWhoeverHasIt)
+TEST_F(ResultOnHost, IsFreedWhoeverHasIt)
 {
     {
         std::optional<Result> kept;

@@ -23,7 +23,7 @@ namespace {
 class ChildReportTest : public LaunchTest
 {
 protected:
-    // The report that a child makes which writes these bytes and ends.
+    // The report of a child that writes these bytes and ends.
     static ChildReport reportOf(std::string const& bytes)
     {
         PipeOwner ends = orvek::openPipe("pipe");
@@ -63,7 +63,7 @@ TEST_F(ChildReportTest, HasTheErrorNumberInDecimal)
 TEST_F(ChildReportTest, IsWrittenWithOneCallPerTagAndText)
 {
     int ends[2];
-    ASSERT_EQ(pipe2(ends, O_DIRECT), 0); // each read gives what one write has written
+    ASSERT_EQ(pipe2(ends, O_DIRECT), 0); // each read returns the bytes of one write
     writeException(ends[1], "std::exception", "");
     writeErrorCode(ends[1], 5);
     close(ends[1]);

@@ -45,7 +45,7 @@ FdOwner openForWriting(std::string const& path)
 class ChildStreamsTest : public LaunchTest
 {
 protected:
-    // Runs say with these modes and waits for it.
+    // Runs "say" with these modes and waits for it.
     static void say(int out, int err)
     {
         EXPECT_EQ(start({"say", "O", "E"}, DevNull, out, err).waitExit(), 0);

@@ -27,7 +27,7 @@ bool isOpen(int fd)
     return fcntl(fd, F_GETFD) != -1;
 }
 
-// A descriptor number that nothing has open.
+// The number of a closed descriptor.
 int closedDescriptor()
 {
     int const fd = dup(0);
@@ -74,7 +74,7 @@ TEST_F(FdOwnerTest, HandsItsDescriptorOverWhenMoved)
     FdOwner one(dup(0));
     int const fd = one.fd;
     FdOwner two(std::move(one));
-    EXPECT_EQ(one.owned, -1); // NOLINT(bugprone-use-after-move): what is tested
+    EXPECT_EQ(one.owned, -1); // NOLINT(bugprone-use-after-move): the test is about this
     EXPECT_EQ(one.fd, -1);
     FdOwner three(dup(0));
     int const replaced = three.fd;
@@ -172,7 +172,7 @@ TEST_F(PipeOwnerTest, RaisesTheFirstErrorNumberOfTwo)
               "pipe read-end close: Input/output error");
     EXPECT_EQ(textOf<SystemError>([&] {
                   PipeOwner const made = orvek::openPipe("pipe");
-                  close(made.writeEnd.fd); // which is to be closed before the call that fails
+                  close(made.writeEnd.fd); // closed before the call that fails
                   CallFailure::set("close", EIO, 2);
               }),
               "pipe read-end close: Bad file descriptor");

@@ -48,8 +48,8 @@ TEST_F(NonblockWriteTest, WritesWhatFits)
     EXPECT_LT(written, data.size());
 }
 
-// A pipe takes up to a page whole or not at all, so that a page with some room left refuses
-// what is larger than the room.
+// A pipe takes up to a page as a whole or not at all. So it refuses a piece that is larger than
+// the room left in a page.
 TEST_F(NonblockWriteTest, TriesEverSmallerPiecesAndKeepsErrno)
 {
     PipeOwner const ends = openNonBlocking();

@@ -177,7 +177,7 @@ TEST_F(PipePumpTest, ReadsInPiecesOfAtMost1024Bytes)
 TEST_F(PipePumpTest, DeliversWhatAStageHasWrittenJustBeforeItsEnd)
 {
     pipe.append(stage("say", std::string(30000, 'O'), std::string(30000, 'E')));
-    // The end is noted before anything has been read: the receivers' work is slower.
+    // The end is noted before anything has been read, because the exit handler is slow.
     pipe.exitHandler = [](unsigned long, int) { usleep(50000); };
     EXPECT_EQ(pipe.run(), 0);
     EXPECT_EQ(out, std::string(30000, 'O'));

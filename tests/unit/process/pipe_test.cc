@@ -289,7 +289,7 @@ TEST_F(PipeTest, RaisesAMissingLaterProgramAndLeavesTheFirst)
     EXPECT_EQ(textOf<SystemError>([&] { pipe.run(); }), "execv: No such file or directory");
     EXPECT_THAT(pipe.statuses, ElementsAre(ProcessStatus(0, -1)));
     EXPECT_EQ(__global_handler, nullptr);
-    // Unless the catcher has collected it already, for it ends with its input.
+    // The child ends with its input, and the catcher may have collected it already.
     int status = 0;
     EXPECT_TRUE(waitpid(-1, &status, 0) > 0 || errno == ECHILD);
     EXPECT_EQ(textOf<std::logic_error>([&] { pipe.run(); }), "the pipe has been launched already");

@@ -23,7 +23,7 @@ using ::testing::HasSubstr, ::testing::Not, ::testing::StartsWith;
 
 namespace {
 
-// The arguments of a launch, with the values that most tests want.
+// The arguments of a launch, with the values that most tests use.
 struct Launch
 {
     std::vector<char const*> argv = {CHILD_MAIN};
@@ -51,7 +51,7 @@ struct Launch
     }
 };
 
-// What a launch that succeeds writes on its standard output.
+// The standard output of a launch that must succeed.
 std::string outputOf(Launch launch)
 {
     launch.out = Capture;
@@ -62,7 +62,7 @@ std::string outputOf(Launch launch)
     return text;
 }
 
-// Starts a child that must fail before exec, and gives its wait status with the exception's text.
+// Starts a child that must fail before exec with this status. Returns the exception's text.
 template<class E>
 std::string failureOf(Launch const& launch, int expected_status)
 {
@@ -122,7 +122,7 @@ TEST_F(ProcessLaunchTest, NamesTheCallThatCouldNotExec)
     EXPECT_EQ(failureOf<SystemError>(launch, 67), "execve: Permission denied");
 }
 
-TEST_F(ProcessLaunchTest, SearchesThePathOnlyWhenToldTo)
+TEST_F(ProcessLaunchTest, SearchesThePathOnlyWhenAskedTo)
 {
     Launch launch({});
     launch.path = "true";
@@ -171,7 +171,7 @@ TEST_F(ProcessLaunchTest, RaisesAMissingDirectory)
     EXPECT_EQ(failureOf<SystemError>(launch, 67), "cwd chdir: No such file or directory");
 }
 
-TEST_F(ProcessLaunchTest, StartsASessionOnlyWhenToldTo)
+TEST_F(ProcessLaunchTest, StartsASessionOnlyWhenAskedTo)
 {
     EXPECT_THAT(outputOf(Launch({"report"})), HasSubstr("session: inherited\n"));
     Launch launch({"report"});
@@ -340,8 +340,8 @@ TEST_F(ProcessLaunchTest, RaisesAPipeEndThatCannotBeClosed)
     }
 }
 
-// What is left open is the read end of the report pipe and the tool's ends of three captures.
-// A close that fails makes the ones after it quiet, so that the first of two failures is told.
+// Open at this point: the read end of the report pipe and the tool's ends of three captures.
+// After a failing close the next ones are quiet, so the first of two failures is reported.
 TEST_F(ProcessLaunchTest, ClosesItsPipesFromReportToStandardInput)
 {
     auto const failureOfClose = [](int call, FdOwner ProcessLaunch::*closed_before) {

@@ -22,7 +22,7 @@ namespace {
 class ProcessSetCatcherTest : public LaunchTest
 {
 protected:
-    // Starts a child and enters it in the table, as a launch does.
+    // Starts a child and enters it into the table, as a launch does.
     static pid_t startEntered(ProcessSetCatcher& catcher, std::function<void()> const& code)
     {
         SigBlocker blocker;
@@ -45,8 +45,8 @@ protected:
         return pid;
     }
 
-    // A number below 1 would name all processes of the machine, or of the group: a test that has
-    // not got as far as its child must not send anything.
+    // A number below 1 would name all processes of the machine or of the group. A test without its
+    // child must not send anything.
     static void sendTo(pid_t child, int signal)
     {
         ASSERT_GT(child, 0);

@@ -16,7 +16,7 @@ namespace {
 class WalkerSettingsOnHost : public WalkerTest
 {
 protected:
-    // What relaying is set to by the mode, which is expected to give the warnings.
+    // The relay setting that results from the mode. Expects these warnings.
     std::string relay(std::string const& mode, std::string const& warnings = "")
     {
         setParam("relay", mode);
@@ -174,7 +174,7 @@ TEST_F(WalkerSettingsOnHost, AllowsShortNamesWhenTheyAreEnabled)
 TEST_F(WalkerSettingsOnHost, WarnsOfEachSettingThatCannotBeRead)
 {
     WithoutTable const without(panel, "misc");
-    // The connection's own set-up reads that table as well.
+    // Only these statements, because setting up the connection reads that table too.
     for (char const* const name :
          {"rbl", "message_submission", "ml_size", "relay", "allow_short_pop3_names"})
         spy.replace(paramQuery(name), "SELECT val FROM nowhere");

@@ -23,7 +23,7 @@ constexpr char blacklist[] = "SELECT domain from badmailfrom";
 class EntityWalkerOnHost : public WalkerTest
 {
 protected:
-    // One entity for each callback.
+    // Adds one entity for each callback.
     void fill()
     {
         addDomain(1, "d.test");

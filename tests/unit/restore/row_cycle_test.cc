@@ -15,7 +15,7 @@ namespace {
 class RowCycleOnHost : public WalkerTest
 {
 protected:
-    // Takes down column a of each row, and fails on "bad".
+    // Notes column a of each row, and fails on "bad".
     bool cycle(std::string const& query)
     {
         CapturedStreams const streams;

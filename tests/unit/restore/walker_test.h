@@ -1,8 +1,8 @@
 // walker_test - base of the suites of the entity walker: a panel with entities, and callbacks
-// that take down how they are called
+// that note their calls
 //
-// recording() has all sixteen callbacks set. A call is one text, "addDomain d.test 1"; a call
-// whose text is in raising ends with an exception after it was taken down.
+// recording() has all sixteen callbacks set. A call is one text, "addDomain d.test 1". A call
+// whose text is in raising is noted and then ends with an exception.
 
 #ifndef MAILVEK_TESTS_UNIT_RESTORE_WALKER_TEST_H
 #define MAILVEK_TESTS_UNIT_RESTORE_WALKER_TEST_H
@@ -23,7 +23,7 @@ inline std::string paramQuery(std::string const& name)
     return "SELECT    val  FROM misc    WHERE param='" + name + "'";
 }
 
-// An error of the server, as an exception tells it.
+// The text of an exception for a missing table.
 inline std::string tableMissing(std::string const& table)
 {
     return "Mysql error 1146: Table 'orv." + table + "' doesn't exist\n executing query";
@@ -62,7 +62,7 @@ protected:
 
     orvek::mysql::Connection& conn() { return *own_conn; }
 
-    // A domain with its mail service; its parameters and limits have the domain's own number.
+    // Adds a domain with its mail service. Its parameters and limits have the domain's number.
     void addDomain(int id, std::string const& name, std::string const& nonexist_mail = "reject",
                    int status = 0, int service_status = 0)
     {
@@ -151,7 +151,7 @@ protected:
         return all;
     }
 
-    // Walks with the callbacks; standard error of the walk.
+    // Walks with the callbacks and returns standard error.
     std::string walked(Callbacks callbacks)
     {
         CapturedStreams const streams;
@@ -161,7 +161,7 @@ protected:
         return streams.err();
     }
 
-    // The calls of one callback over the panel as it stands, and the warnings.
+    // Walks with only this callback. Returns its calls and the warnings.
     template<class Member>
     std::string walkedWith(Member member)
     {

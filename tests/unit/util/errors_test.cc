@@ -33,7 +33,7 @@ TEST(SystemError, SaysTheCodesTextForAnEmptyMessage)
     EXPECT_STREQ(SystemError("", ENOENT).what(), "No such file or directory");
 }
 
-TEST(SystemError, SaysTheSameTextAgainWhateverErrnoIsMeanwhile)
+TEST(SystemError, SaysTheSameTextAgainWhateverErrnoBecomes)
 {
     errno = EACCES;
     SystemError const error("open", 0);

@@ -76,7 +76,7 @@ TEST(EmailToAscii, GivesATextWithoutAtBack)
     EXPECT_EQ(emailToAscii(""), "");
 }
 
-TEST(EmailToAscii, ConvertsAnEmptyDomainBehindAnAtAtTheEnd)
+TEST(EmailToAscii, ConvertsAnEmptyDomainAfterALastAt)
 {
     EXPECT_EQ(emailToAscii("local@"), "local@" + toAscii(""));
 }
@@ -92,7 +92,7 @@ TEST(Idn, RaisesBadAllocForASuccessWithoutAResult)
 
 TEST(Idn, RaisesAnyFailureAndFreesWhatIsLeft)
 {
-    // Far more than what the allocator keeps for itself.
+    // Far more than the allocator keeps for itself.
     std::string const rest(100000, 'r');
     ForcedAnswer const answer(201, rest.c_str());
     size_t const before = mallinfo2().uordblks;

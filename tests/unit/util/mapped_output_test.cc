@@ -35,7 +35,7 @@ int __wrap_posix_fallocate(int fd, off_t offset, off_t length)
 
 namespace {
 
-// posix_fallocate gives its error as its result.
+// posix_fallocate returns its error number.
 struct ReservingFailure : CallFailure
 {
     explicit ReservingFailure(int error) : CallFailure("posix_fallocate", 0, 1, error) {}
@@ -54,7 +54,7 @@ protected:
         return text;
     }
 
-    // What the file holds after a writing without end under a limit of its size.
+    // The file's content after writing without end under this limit of its size.
     std::string writtenUpTo(rlim_t limit)
     {
         auto const run = inChild([&] {
@@ -88,7 +88,7 @@ TEST_F(MappedOutputTest, PutsWhatIsWrittenIntoTheFileAtOnce)
     EXPECT_EQ(readFile(path).substr(0, 13), std::string("one line\ntwo\0", 13));
 }
 
-TEST_F(MappedOutputTest, CutsTheFileBehindTheLastByteAtItsEnd)
+TEST_F(MappedOutputTest, CutsTheFileAfterTheLastByteAtItsEnd)
 {
     MappedOutput buffer(path);
     std::ostream(&buffer) << "one line\n";
@@ -103,7 +103,7 @@ TEST_F(MappedOutputTest, LeavesAnEmptyFileWhenNothingIsWritten)
     EXPECT_EQ(readFile(path), "");
 }
 
-TEST_F(MappedOutputTest, GoesOnBehindEachWindow)
+TEST_F(MappedOutputTest, GoesOnAfterEachWindow)
 {
     std::string const text = longText();
     MappedOutput whole(path);

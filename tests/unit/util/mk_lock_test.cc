@@ -20,7 +20,7 @@ using orvek::MKLock;
 
 namespace {
 
-// Whether another process finds the plain lock of the path taken.
+// Whether another process cannot take the plain lock of the path.
 bool isHeld(std::string const& path)
 {
     return inChild([&] {
@@ -92,7 +92,7 @@ TEST(MKLock, WaitsForALockThatAnotherProcessHolds)
     int begin[2];
     int done[2];
     ASSERT_EQ(pipe(begin) | pipe(done), 0);
-    // The child is started first: a child that inherits a held lock's descriptor holds it too.
+    // Starts the child before taking the lock: a child that inherits the descriptor holds it too.
     pid_t const child = fork();
     if (child == 0) {
         char byte = 0;

@@ -50,7 +50,7 @@ TEST(ReportException, NeverTakesTheTextAsAFormat)
               "Fatal error: std::runtime_error(100%s\\n%n)\n");
 }
 
-TEST(ReportException, PrintsTheStackBehindTheReportOfATracedException)
+TEST(ReportException, PrintsTheStackAfterTheReportOfATracedException)
 {
     auto const run = reportOf(Traced());
     EXPECT_EQ(run.err.find("Fatal error: "), 0U);

@@ -11,7 +11,7 @@ using orvek::sh_quote;
 
 namespace {
 
-// What a real shell makes of the text as one word of a command line.
+// The text after a real shell has read it as one word of a command line.
 std::string throughShell(std::string const& quoted)
 {
     std::string const command = "printf %s " + quoted;

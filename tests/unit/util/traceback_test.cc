@@ -13,7 +13,7 @@
 
 namespace {
 
-// What backtrace and backtrace_symbols below answer instead of the C library's own.
+// The answers of backtrace and backtrace_symbols below.
 struct Answers
 {
     int frames = 0;
@@ -50,7 +50,7 @@ protected:
     }
 };
 
-// Keeps what it is given, and how much of it was flushed.
+// Keeps its input, and how much of it was flushed.
 class FlushedBuffer : public std::stringbuf
 {
 public:
@@ -82,7 +82,7 @@ char** symbolBlock(std::vector<std::string> const& symbols)
 
 } // namespace
 
-// These take the place of the C library's functions in this program.
+// These replace the C library's functions in this program.
 extern "C" int backtrace(void** buffer, int size)
 {
     if (answers.scripted_frames) {

@@ -33,7 +33,7 @@ TEST(Uerr, ReachesStandardOutputAtEachFlush)
 TEST(Uerr, FlushesStandardErrorToo)
 {
     auto const run = inChild([]() -> int {
-        // A standard error that holds back what it is given.
+        // A standard error that holds its input back.
         std::ofstream held("/dev/stderr");
         std::cerr.rdbuf(held.rdbuf());
         std::cerr << std::nounitbuf;

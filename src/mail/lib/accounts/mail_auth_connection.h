@@ -12,8 +12,8 @@
 // nothing is closed twice.
 //
 // Others can write the database, so what it contains is not trusted: SQLite touches no other file
-// (see account_files.h), runs no view or function with side effects, and gives up a statement that
-// takes very long.
+// (see account_files.h), runs no view or function with side effects, and gives up on a statement
+// that takes very long.
 //
 // Failures are reported by orvek_log at priority 3, here or through failure(), which also
 // closes. errno stays as the failing call left it.

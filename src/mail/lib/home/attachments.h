@@ -3,11 +3,11 @@
 // Attachments are the plain files in @attachments in the mailname's home, <root>/<domain>/
 // <mailname> with the domain in its ASCII form. Their size counts against the mailbox's quota.
 //
-// The lists print one line a file on standard output, in the order of the directory: the name,
-// or with fullname the whole path; a tab; the size in bytes, or with in_blocks the size of the
-// blocks that the file takes. in_blocks and fullname are numbers read as booleans. Names are
-// printed with their control bytes shown, tabs and line breaks too, so that a file is one line
-// whatever its name is. Directories are passed over.
+// The lists print one line per file on standard output, in the directory's order: the name, or with
+// fullname the whole path; a tab; the size in bytes, or with in_blocks the size of the blocks that
+// the file takes. in_blocks and fullname are numbers used as booleans. Control bytes of names are
+// made visible, even tabs and line breaks, so that a file is one line whatever its name.
+// Directories are skipped.
 //
 // Result: 0, or -1 after a report through messlog2. A domain without an ASCII form ends the
 // process with status 1. Paths are cut at 4095 characters, without a report. A mailname or an
@@ -16,8 +16,8 @@
 #ifndef MAILVEK_MAIL_LIB_HOME_ATTACHMENTS_H
 #define MAILVEK_MAIL_LIB_HOME_ATTACHMENTS_H
 
-// A null or empty MailName ends the process with status 1. The list ends at a file that cannot
-// be looked at.
+// A null or empty MailName ends the process with status 1. The list stops at a file whose stat
+// fails.
 [[nodiscard]] int list_attachments(char const* MailName, char const* DomainName, short in_blocks,
                                    short fullname);
 

@@ -1,13 +1,13 @@
 // dot_qmail_lines - a mailname's delivery file, open for changes
 //
-// mailname_delivery tells the file's form. Lines are given here without a newline. The file lies
-// in a directory of the mail user's: it counts only when it is a regular file with one name and
-// at most largest_delivery_file bytes, and no link on the way to it is followed. A file that is
-// rewritten gets its new content beside it, as .qmail.tmp with its owner and mode, which is then
-// renamed over it. Each change is made under the lock of the file's path, see op_locks.
+// mailname_delivery.h describes the file's lines, which are passed here without a newline. The mail
+// user owns the file's directory: the file must be regular, with one name and at most
+// largest_delivery_file bytes, and no link in its path is followed. A rewrite writes the new
+// content to .qmail.tmp, with the file's owner and mode, and renames it over the file. Each change
+// holds the lock of the file's path, see op_locks.h.
 //
-// Failures are reported through messlog2, which does not end the process. A temporary file that
-// could not be completed is left where it is.
+// Failures are reported through messlog2, which does not end the process. An incomplete temporary
+// file stays.
 
 #ifndef MAILVEK_MAIL_LIB_HOME_DOT_QMAIL_LINES_H
 #define MAILVEK_MAIL_LIB_HOME_DOT_QMAIL_LINES_H
@@ -17,7 +17,7 @@
 class DotQmail
 {
 public:
-    // file is the whole path and has to live as long as the object.
+    // file is the whole path. It must outlive the object.
     explicit DotQmail(char const* file);
 
     // Removes a line if it is there. Failures, such as a missing file, do not count; errno is kept.
@@ -27,17 +27,17 @@ public:
     // make the file too large is not added. 0 or -1.
     [[nodiscard]] int put_line(char const* line) const;
 
-    // Removes all lines that equal this one. 0 or 1; a missing file gives 1 without a report.
+    // Removes all lines equal to this one. 0 or 1; a missing file gives 1 without a report.
     [[nodiscard]] int remove_line(char const* line) const;
 
-    // Makes the file anew with one line, and removes it when that fails. 0 or -1.
+    // Replaces the whole file by one line, and removes the file when that fails. 0 or -1.
     [[nodiscard]] int reset_to(char const* line) const;
 
     // Gives the file to popuser, with mode 0600. 0 or -1.
     [[nodiscard]] int set_rights_of_mail_user() const;
 
 private:
-    // Where the file lies; below 0, with the reason in error, when that cannot be opened.
+    // The file's directory. Below 0, with the reason in error, when it cannot be opened.
     struct Home
     {
         explicit Home(char const* file);

@@ -18,11 +18,11 @@ constexpr off_t largest_delivery_file = off_t{1} << 20;
 
 [[nodiscard]] OpenDescriptor open_mail_root();
 
-// Opens a directory beneath the mail root by its whole path. The way to a directory elsewhere is
-// the caller's own, and links on it are followed; the directory itself may not be one.
+// Opens a directory by its whole path. Beneath the mail root no link is followed. Elsewhere links
+// in the path are followed, but the directory itself must not be one.
 [[nodiscard]] OpenDescriptor open_mail_directory(char const* path);
 
-// Opens in the same way the directory that holds a file, and points *name at the file's own name.
+// Opens the directory of a file in the same way, and points *name at the file's own name.
 [[nodiscard]] OpenDescriptor open_directory_of(char const* file, char const** name);
 
 #endif

@@ -1,6 +1,6 @@
 // mailname_delivery - delivery to the mailbox, in a mailname's delivery file
 //
-// The delivery file is .qmail in the mailname's home: a text file, one instruction a line.
+// The delivery file is .qmail in the mailname's home: a text file with one instruction per line.
 //
 //   | true                              neither mailbox nor forward; dotqmail_reset leaves it
 //   | /usr/bin/deliverquota ./Maildir   delivers to the mailbox, within its quota
@@ -23,7 +23,7 @@
 [[nodiscard]] int dotqmail_add_delivery(char const* file);
 // A missing file is a failure; a missing line is not.
 [[nodiscard]] int dotqmail_remove_delivery(char const* file);
-// Writes the file anew, and removes it when that fails.
+// Replaces the whole file, and removes it when that fails.
 [[nodiscard]] int dotqmail_reset(char const* file);
 
 // The same for a mailname's delivery file.

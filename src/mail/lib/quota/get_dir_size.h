@@ -1,13 +1,13 @@
 // get_dir_size - the size of a tree of files
 //
-// The sum over everything in the tree, directories included: the bytes that files hold, or with
-// in_blocks not zero the blocks that they take on the disk. No link is followed. Entries that
-// vanish, or cannot be looked at or opened, are passed over. A
-// directory that is moved meanwhile may end the sum early. A tree may have 4,000,000 entries.
+// The sum over everything in the tree, directories included: the sizes in bytes, or with in_blocks
+// not zero the blocks on disk. No link is followed. Entries that vanish, or whose stat or open
+// fails, are passed over. A directory that somebody moves during the walk may end the sum early.
+// A tree may have 4,000,000 entries.
 //
-// Result: -1 with errno set, not reported, when the tree cannot be looked at or read to its end,
-// or with EFBIG when it has more entries. Paths in the tree may have any length; lib/beneath/tree.h
-// tells what a walk costs.
+// Result: -1 with errno set, not reported, when the tree cannot be read to its end; EFBIG when it
+// has more entries. Paths in the tree may have any length; lib/beneath/tree.h says what a walk
+// costs.
 //
 // No command calls these, they are for callers to come: count_cur_dir.
 

@@ -1,9 +1,9 @@
 // mailbox_size - the size of a mailbox
 //
-// get_mbox_size adds the size of a mailname's Maildir, taken from its maildirsize when that is
-// sound, and the size of its @attachments, which is 0 when they are missing. DomainName is in
-// UTF-8. With in_blocks not zero, attachments count as the blocks that they take; the Maildir
-// always counts as the bytes that its messages hold.
+// get_mbox_size adds the size of a mailname's Maildir, from its maildirsize when that is valid, and
+// the size of its @attachments, which is 0 when the directory is missing. DomainName is in UTF-8.
+// With in_blocks not zero, attachments count by the blocks that they take; the Maildir always
+// counts by the bytes of its messages.
 //
 // Failures are reported through messlog2 and end the process with status 1.
 

@@ -1,4 +1,4 @@
-// maildirpp_folders - which entries of a Maildir are folders, and when folders last changed
+// maildirpp_folders - the folders of a Maildir, and when they last changed
 //
 // Result: 1, or 0 with errno set after a report through messlog2, which does not end the
 // process. Paths have at most 4095 characters.
@@ -11,8 +11,8 @@
 // Whether an entry of this name is a folder that counts against the quota. .Trash does not.
 [[nodiscard]] bool is_maildirpp_subfolder(char const* name);
 
-// Raises *mtime to the later of the times of <dir>/cur and <dir>/new. Fails with ENAMETOOLONG,
-// or with EIO when one of them cannot be looked at for any reason.
+// Raises *mtime to the times of <dir>/cur and <dir>/new if they are later. Fails with ENAMETOOLONG,
+// or with EIO when one of the two is not a directory or its stat fails.
 [[nodiscard]] int get_maildirpp_folder_mtime(char const* dir, time_t* mtime);
 
 // The same for the Maildir that is the working directory, with all its folders that count.

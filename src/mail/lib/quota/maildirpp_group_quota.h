@@ -21,7 +21,7 @@
 [[nodiscard]] int rm_mbox_quota(char const* MailDomain, char const* MailName);
 
 // Gives a quota to all mailboxes of a domain that have no quota of their own. A domain that the
-// database does not know has no mailboxes, which is no failure.
+// database does not know has no mailboxes, which is not a failure.
 [[nodiscard]] int store_default_mbox_quota(char const* DomainName, sizequota_t quota);
 [[nodiscard]] int rm_default_mbox_quota(char const* DomainName);
 

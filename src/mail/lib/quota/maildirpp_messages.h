@@ -1,12 +1,12 @@
 // maildirpp_messages - counts the bytes and messages in a Maildir
 //
-// A message's size comes from its name where the name tells it, as in ",S=1234", so that its file
-// is not looked at. Messages may come and go and folders may be renamed meanwhile; none of that
+// The size comes from the message's name where the name has it, as in ",S=1234"; then the file is
+// not touched. Messages may come and go and folders may be renamed during the count; none of that
 // is a failure. Memory does not grow with the number of messages.
 //
-// Result: 1; or 0 with errno set, without a report, and with size and count of a part. *mtime is
-// raised to the latest time of a directory that was read. All functions work in the working
-// directory, below which paths have at most 4095 characters.
+// Result: 1; or 0 with errno set and without a report, when size and count cover only a part.
+// *mtime is raised to the latest time of a directory that was read. All functions work in the
+// working directory; paths below it have at most 4095 characters.
 
 #ifndef MAILVEK_MAIL_LIB_QUOTA_MAILDIRPP_MESSAGES_H
 #define MAILVEK_MAIL_LIB_QUOTA_MAILDIRPP_MESSAGES_H

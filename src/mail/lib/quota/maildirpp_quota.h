@@ -1,7 +1,7 @@
 // maildirpp_quota - the quota of one mailbox
 //
-// Mail servers know nothing of @attachments, which lies beside the Maildir. A quota that is set
-// is therefore reduced by the size of the files in it.
+// Mail servers know nothing of @attachments, which is beside the Maildir. So the quota in the file
+// is reduced by the size of @attachments.
 //
 // Result: 1, or 0 with errno set. Failures are reported through messlog2, which does not end the
 // process, except those that write_maildirpp_maildirsize leaves to its callers.

@@ -11,7 +11,7 @@
 using sizequota_t = long long;
 using fcount_t = unsigned long long;
 
-// For sizes that somebody else has written: a sum out of range stays at the end of the range.
+// Adds without overflow, for sizes that somebody else has written: the sum stays in range.
 inline void add_size(sizequota_t* sum, sizequota_t size)
 {
     if (__builtin_add_overflow(*sum, size, sum))

@@ -1,9 +1,9 @@
 // maildirpp_usage - bytes and messages in a Maildir, from its maildirsize or by counting
 //
-// A maildirsize has a first line, which is passed over, and lines of a size and a count, whose
-// sums are the usage; sizes may be negative. The messages are counted instead, see
-// maildirpp_messages, when the file is missing, cannot be read, is longer than 5120 bytes or has
-// any other line.
+// The first line of a maildirsize is skipped. Each other line has a size and a count, whose sums
+// are the usage; sizes may be negative. The messages are counted instead when the file is missing,
+// cannot be read, is longer than 5120 bytes or has any other line: see
+// maildirpp_messages.h.
 //
 // Result: 1, or 0 with errno set and without a report.
 

@@ -22,9 +22,9 @@
 // 1 or 0. A symbolic link is followed. errno is kept unless the path cannot be formed.
 int domainkeys_enabled(char const* Object);
 
-// Installs FileName as the key of each domain of the list. It has to be a regular file with one
-// name, no link, of at most 1 MiB, and the caller's own unless the caller is root; else it counts
-// as missing.
+// Installs FileName as the key of each domain of the list. The file must be regular, not a link,
+// with one name and at most 1 MiB, and must belong to the caller unless the caller is root.
+// Otherwise it counts as missing.
 int set_domain_key(char const* DomainNameListAmixed, char const* FileName);
 
 // The same, and removes FileName when the result is 0: only the installed copies remain. Whatever

@@ -43,7 +43,7 @@ void makeSocket(std::string const& path)
     ASSERT_EQ(bind(socket.get(), reinterpret_cast<sockaddr*>(&address), sizeof address), 0);
 }
 
-// A process that waits for a reader of the FIFO.
+// Opens the FIFO for writing, which waits for a reader.
 bool writesTo(std::string const& fifo)
 {
     return open(fifo.c_str(), O_WRONLY) >= 0;

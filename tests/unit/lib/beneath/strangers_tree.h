@@ -1,8 +1,8 @@
-// strangers_tree - a tree that somebody else owns, and what lies outside of it
+// strangers_tree - a tree that somebody else owns, and files outside it
 //
 // root is open on <dir>/root, which has "sub" with "file" ("text") and "sub/deep". outside is a
-// directory beside it with "file" and "sub/file" ("theirs"). Tests of EachWay run twice and once
-// more: by openat2, and without it on an old kernel and under a filter.
+// directory beside it with "file" and "sub/file" ("theirs"). Tests of EachWay run three times: with
+// openat2, without it as on an old kernel, and with a filter that refuses it.
 
 #ifndef MAILVEK_TESTS_UNIT_LIB_BENEATH_STRANGERS_TREE_H
 #define MAILVEK_TESTS_UNIT_LIB_BENEATH_STRANGERS_TREE_H
@@ -32,7 +32,7 @@ protected:
 
     std::string path(std::string const& name) const { return dir / ("root/" + name); }
 
-    // Puts a link to outside in the place of a directory.
+    // Replaces a directory by a link to outside.
     void swapForLink(std::string const& name) const
     {
         std::filesystem::rename(path(name), path(name + ".away"));
@@ -64,7 +64,7 @@ class EachWay : public StrangersTree, public ::testing::WithParamInterface<int>
 #define INSTANTIATE_EACH_WAY(suite)                                                                \
     INSTANTIATE_TEST_SUITE_P(Walk, suite, ::testing::Values(0, ENOSYS, EPERM))
 
-// The result is a failure with this error.
+// Expects a failure with this error.
 #define EXPECT_BARRED(call, error)                                                                 \
     do {                                                                                           \
         errno = 0;                                                                                 \

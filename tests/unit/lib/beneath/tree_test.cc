@@ -20,7 +20,7 @@ namespace {
 
 constexpr int depth = 20'000;
 
-// A tree of so many levels, each "d", with a file at the deepest.
+// Makes a tree of that many levels, each called "d", with a file in the deepest.
 void makeDeep(int root, char const* name, int levels)
 {
     int here = dup(root);
@@ -45,7 +45,7 @@ int setModes(int root, char const* path, TreeTop top = TreeTop::with)
     return set_tree_rights_beneath(root, path, mode_only(0604), mode_only(0705), top);
 }
 
-// Few descriptors, for as long as it lives.
+// Limits the process to few descriptors while it lives.
 class FewDescriptors
 {
 public:
@@ -104,7 +104,7 @@ TEST_P(TreeEachWay, IsNotReachedThroughLinksOrLeavingNames)
 
 TEST_F(TreeBeneath, IsRemovedThoughItIsTwentyThousandLevelsDeep)
 {
-    // In memory where that can be had: a disk takes its time for each level.
+    // In memory if possible, because each level takes time on a disk.
     char const* const memory = "/dev/shm";
     OpenDescriptor const quick = open_root(fs::is_directory(memory) ? memory : dir.path().c_str());
     std::string const name = "mailvek-test-" + std::to_string(getpid());
@@ -146,7 +146,7 @@ TEST_F(TreeBeneath, IsNotLeftThroughADirectoryMovedMeanwhile)
     std::string deepest = path("top");
     for (int i = 1; i < 35; ++i)
         deepest += "/d";
-    // The first way back of ".." starts where the walk has come to the end.
+    // The walk first goes back through ".." after it has reached the deepest level.
     BeforeCall const move("unlinkat", 1, [&] { fs::rename(deepest, outside + "/moved"); });
     EXPECT_BARRED(remove(root.get(), "top"), ESTALE);
     fs::remove_all(outside + "/moved");

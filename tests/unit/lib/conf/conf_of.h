@@ -1,4 +1,4 @@
-// conf_of - configurations for tests, owned
+// conf_of - configurations for tests, with owners
 
 #ifndef MAILVEK_TESTS_UNIT_LIB_CONF_CONF_OF_H
 #define MAILVEK_TESTS_UNIT_LIB_CONF_CONF_OF_H
@@ -30,7 +30,7 @@ inline std::optional<std::string> lookup(Conf const& conf, char const* name)
     return value ? std::optional<std::string>(value) : std::nullopt;
 }
 
-// A configuration that was read from a file with this text.
+// The configuration read from a file with this text.
 inline Conf confOf(std::string const& text)
 {
     TempDir const dir;

@@ -6,7 +6,7 @@
 
 namespace {
 
-// The status of a call whose output goes nowhere and is not buffered.
+// The status of a call whose unbuffered output cannot be written.
 int withoutOutput(std::function<int()> const& call)
 {
     return inChild([&] {

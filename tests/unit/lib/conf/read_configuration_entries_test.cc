@@ -179,7 +179,7 @@ TEST(ConfFree, AllowsNull)
 
 TEST(ConfFree, FreesEverySlotWhetherItIsUsedOrNot)
 {
-    // Far more than what the allocator keeps for itself.
+    // Far more than the allocator keeps for itself.
     std::string const text(100000, 'v');
     size_t const before = mallinfo2().uordblks;
     Conf conf = newConf();

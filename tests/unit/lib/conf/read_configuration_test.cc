@@ -22,7 +22,7 @@ std::optional<std::string> valueIn(std::string const& text)
     return lookup(confOf(text), "NAME");
 }
 
-// What reading a file with this text reports, with a logger that keeps nothing back.
+// The reports from reading a file with this text, with a logger that prints every level.
 ChildRun reportsOn(std::string const& text)
 {
     return printedBy([&] {
@@ -31,7 +31,7 @@ ChildRun reportsOn(std::string const& text)
     });
 }
 
-// What is read, piece by piece, from the file of this name; an empty piece is a read that fails.
+// The pieces read from the file of this name. An empty piece is a failing read.
 constexpr char read_in_pieces[] = "/read/in/pieces";
 std::deque<std::string> pieces;
 

@@ -26,7 +26,7 @@ class CopyFileAtomic : public ::testing::Test, protected Files
 protected:
     void copy() { copy_file_atomic(src.c_str(), dst.c_str(), getuid(), getgid(), 0440); }
 
-    // Expects that copying ends the process with this report and leaves nothing behind.
+    // Expects that copying ends the process with this report and leaves no file.
     void expectFailure(char const* word, int error)
     {
         int const files = filesIn(dir.path());
@@ -47,7 +47,7 @@ protected:
             withErrno("copy_file_atomic(" + src + " -> " + dst + "): " + word + " failed", error));
     }
 
-    // The path of what lies beside source and target.
+    // The path of the file beside source and target.
     std::string temporary() const
     {
         for (auto const& entry : std::filesystem::directory_iterator(dir.path()))
@@ -164,7 +164,7 @@ TEST_F(CopyFileAtomic, NamesTheReasonWhateverBecomesOfTheTemporaryFile)
     writeFile(src, content);
     writeFile(dst, "old");
     auto const run = inChild([&] {
-        // A directory can neither take the target's place nor be unlinked.
+        // A directory can neither replace the target nor be unlinked.
         BeforeCall const swap("renameat", 1, [&] {
             std::string const name = temporary();
             std::filesystem::remove(name);

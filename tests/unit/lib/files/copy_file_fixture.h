@@ -1,4 +1,4 @@
-// copy_file_fixture - a source, a target beside it, and what the source may hold
+// copy_file_fixture - a source, a target beside it, and content for the source
 
 #ifndef MAILVEK_TESTS_UNIT_LIB_FILES_COPY_FILE_FIXTURE_H
 #define MAILVEK_TESTS_UNIT_LIB_FILES_COPY_FILE_FIXTURE_H
@@ -21,7 +21,7 @@ protected:
     TempDir dir;
     std::string const src = dir / "src";
     std::string const dst = dir / "dst";
-    // More than two blocks, and not a whole number of them.
+    // Two blocks and a part of a third.
     std::string const content = std::string(4096, 'a') + std::string(4096, 'b') + "end";
 };
 

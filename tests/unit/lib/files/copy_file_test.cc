@@ -118,7 +118,7 @@ TEST_F(CopyFileOnHost, WaitsForTheLockOfTheTarget)
     writeFile(src, content);
     lock_struct_t* const held = mk_lock(dst.c_str(), 1);
     OtherProcess copying([&] {
-        close(held->fd); // the child's own hold on the lock
+        close(held->fd); // the child's copy of the lock's descriptor
         return copy() == 0;
     });
     EXPECT_FALSE(copying.hasEndedWithin(100));
@@ -143,7 +143,7 @@ TEST_F(CopyFileOnHost, ReportsASourceThatTellsNothing)
     writeFile(src, content);
     auto const run = inChild([&] {
         CallFailure const failing("fstat", EIO, 4); // after three that open lock and source
-        LogLevel = LOG_ERR;                         // the report's own, so that it is just printed
+        LogLevel = LOG_ERR;                         // the report's level, so it is just printed
         return copy();
     });
     EXPECT_EQ(run.status, 1);
@@ -205,7 +205,7 @@ TEST_F(CopyFileOnHost, RepeatsAWriteOfZero)
 TEST_F(CopyFileOnHost, ReportsATargetAndASourceThatCannotBeClosed)
 {
     writeFile(src, content);
-    // The ones before them open lock, source and target, which exist the second time.
+    // The calls before them open lock, source and target. The second time these exist.
     for (auto const& [number, name] : {std::pair{7, dst}, {10, src}}) {
         auto const run = inChild([&, number = number] {
             CallFailure const failing("close", EIO, number);

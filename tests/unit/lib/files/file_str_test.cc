@@ -100,7 +100,7 @@ TEST_F(FileStrOnHost, SetsOwnerAndModeWhenItOnlyAddsLines)
     writeFile(path, "a\n");
     ASSERT_EQ(chown(path.c_str(), some_uid, some_gid), 0);
     ASSERT_EQ(chmod(path.c_str(), 0640), 0);
-    // Someone takes the file over while it is written.
+    // Somebody takes over the file while it is being written.
     bool taken = false;
     BeforeCall const taking("fclose", 1, [&] {
         taken = chown(path.c_str(), 0, 0) == 0 && chmod(path.c_str(), 0666) == 0;
@@ -229,7 +229,7 @@ TEST_F(FileStrOnHost, WaitsForAnotherProcessThatEditsTheFile)
 {
     lock_struct_t* const held = mk_lock(path.c_str(), 1);
     OtherProcess editing([&] {
-        close(held->fd); // the child's own hold on the lock
+        close(held->fd); // the child's copy of the lock's descriptor
         return edit("a", FILE_ADD) == 0;
     });
     EXPECT_FALSE(editing.hasEndedWithin(100));
@@ -244,7 +244,7 @@ TEST_F(FileStrOnHost, LosesNoLineOfProcessesThatEditOneFile)
 {
     constexpr int rounds = 200;
     writeFile(path, "");
-    // By rewrites, where a writer without the lock would undo the other's work.
+    // Rewrites: a writer without the lock would undo the other's work.
     auto const addLines = [&](char name) {
         int failed = 0;
         for (int number = 0; number < rounds; ++number)

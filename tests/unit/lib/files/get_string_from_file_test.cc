@@ -19,7 +19,7 @@ class GetStringFromFile : public ::testing::Test
 protected:
     static constexpr size_t size = 311;
 
-    // What the file's text gives in a buffer of size bytes.
+    // The line that a buffer of size bytes gets from a file with this text.
     std::string got(std::string const& text)
     {
         writeFile(path, text);

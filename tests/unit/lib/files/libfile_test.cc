@@ -215,7 +215,7 @@ TEST_F(Libfile, FollowsTheAdministratorsLinksAboveAFile)
 TEST_F(Libfile, ReportsAnOwnerOrAModeThatCannotBeSet)
 {
     writeFile(path, "");
-    // A descriptor that is not open for reading has its mode changed by way of /proc.
+    // The mode of an O_PATH descriptor is changed through /proc.
     std::pair<char const*, char const*> const failures[] = {{"fchownat", "chown"},
                                                             {"chmod", "chmod"}};
     for (auto const& [call, word] : failures) {

@@ -1,4 +1,4 @@
-// libtree_fixture - the tree on which the tests of libtree work
+// libtree_fixture - the tree for the tests of libtree
 
 #ifndef MAILVEK_TESTS_UNIT_LIB_FILES_LIBTREE_FIXTURE_H
 #define MAILVEK_TESTS_UNIT_LIB_FILES_LIBTREE_FIXTURE_H
@@ -53,7 +53,7 @@ protected:
         chmod_tree(path.c_str(), file_mode, dir_mode, force_self);
     }
 
-    // What code reports when it ends the process.
+    // The report with which code ends the process.
     static std::string lastWords(std::function<void()> const& code)
     {
         auto const run = inChild([&] {

@@ -29,7 +29,7 @@ class LibtreeOnHost : public HostTest
 {
 };
 
-// So many directories, one in the other, with a file in the last.
+// Makes that many nested directories, with a file in the last.
 void makeDeepTree(std::string const& top, int levels)
 {
     auto const before = fs::current_path();
@@ -185,7 +185,7 @@ TEST_F(ChmodTree, TakesPathsOfAnyLength)
 
 TEST_F(ChownTree, LeavesLinksAndOtherKindsAlone)
 {
-    // Of what the tree holds only two files and two directories call for a change.
+    // Only two files and two directories of the tree need a change.
     auto const run = inChild([&] {
         CallFailure const fifth("fchownat", EPERM, 5);
         changeOwner(tree);

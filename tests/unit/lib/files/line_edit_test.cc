@@ -36,7 +36,7 @@ protected:
         return edit_lines(name.c_str(), exists ? &info : nullptr, strs.data(), cmd, set);
     }
 
-    // What is left of text.
+    // The rest of text after the removal.
     std::string removed(std::string const& text, char const* str, file_action_t cmd,
                         file_pos_t set = FILE_BEGIN)
     {
@@ -51,7 +51,7 @@ protected:
     std::string const temporary = path + ".tmp";
 };
 
-// From here on, no file of this process grows beyond size.
+// From now on no file of this process can grow beyond size.
 void limitFiles(rlim_t size)
 {
     signal(SIGXFSZ, SIG_IGN);
@@ -59,8 +59,8 @@ void limitFiles(rlim_t size)
     setrlimit(RLIMIT_FSIZE, &limit);
 }
 
-// What code, which fails with 1, prints on standard error where no file grows beyond 100 bytes.
-// Of its output only the pipe takes something: the limit holds for all files.
+// The standard error of code, which must fail with 1 because no file can grow beyond 100 bytes.
+// Captured through a pipe, because the limit holds for all files.
 std::string errorsUnderLimit(std::function<int()> const& code)
 {
     int ends[2];

@@ -186,7 +186,7 @@ TEST_F(OpLocks, WaitForAnotherProcessToReleaseTheLock)
 {
     lock_struct_t* const held = mk_lock(path.c_str(), plain);
     OtherProcess waiting([&] {
-        close(held->fd); // the child's own hold on it
+        close(held->fd); // the child's copy of the lock's descriptor
         lock_struct_t* const lock = mk_lock(path.c_str(), plain);
         return is_locked(lock) && rm_lock(lock) == 0;
     });

@@ -20,7 +20,7 @@
 
 namespace {
 
-// With the product's root directory in the cache of the configuration, in a child of its own.
+// Puts the product's root directory into the cached configuration. Each test runs in a child.
 class Semaphores : public ::testing::Test
 {
 protected:
@@ -38,7 +38,7 @@ protected:
     std::string const file = root + "/var/utilities.sem";
 };
 
-// What another process gets for the semaphore.
+// The result that another process gets for the semaphore.
 int otherProcessGets(long semnum)
 {
     pid_t const child = fork();

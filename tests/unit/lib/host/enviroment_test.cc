@@ -30,7 +30,7 @@ char* __wrap_crypt(char const* phrase, char const* setting)
 
 namespace {
 
-// Runs code in a child with these two variables, of which null is none.
+// Runs code in a child with these two variables; null means unset.
 ChildRun withPasswords(char const* plain, char const* crypted, std::function<int()> const& code)
 {
     return inChild([&] {
@@ -172,7 +172,7 @@ TEST(GetEnvCryptedPassword, DrawsTheSaltFromTheTime)
         std::string const crypted = get_env_crypted_password();
         for (time_t seed = begin; seed <= time(nullptr); ++seed) {
             char salt[9] = {};
-            // NOLINTNEXTLINE(cert-msc32-c,cert-msc51-cpp): that it is the time is what is tested
+            // NOLINTNEXTLINE(cert-msc32-c,cert-msc51-cpp): the test is that the seed is the time
             srand(static_cast<unsigned int>(seed));
             to64(salt, 8);
             if (crypted.compare(3, 8, salt) == 0)

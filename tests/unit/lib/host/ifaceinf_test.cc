@@ -24,11 +24,11 @@ struct Interface
 {
     char const* name;
     char const* address;
-    char const* mask; // null: the system does not tell
-    char const* mac;  // six characters; null: the system does not tell
+    char const* mask; // null: unknown to the system
+    char const* mac;  // six characters; null: unknown to the system
 };
 
-// The kernel of these tests: it answers for the interfaces, or fails with an error.
+// The tests' kernel. It answers for the interfaces, or fails with an error.
 struct Kernel
 {
     std::vector<Interface> interfaces;

@@ -14,7 +14,7 @@ namespace {
 constexpr char unknown[] = "no-such-name";
 constexpr unsigned int unknown_id = 4294967293U;
 
-// The second line of a report that is made with this errno.
+// The second line of a report made with this errno.
 std::string secondLine(int error)
 {
     return error == 0 ? ""
@@ -35,7 +35,7 @@ int userError()
     return errorOf([] { return getpwnam(unknown); });
 }
 
-// A user of every system whose uid is not his gid.
+// A user of every system whose uid and gid differ.
 passwd syncUser()
 {
     passwd const* const user = getpwnam("sync");

@@ -38,7 +38,7 @@ int note(OrvekProcessInfo const* ppi, void* data)
 std::string const no_ids = "0 0 0 0 0 0 ";
 std::string const status_text = "Name:\tx\nUid:\t1\t2\t3\t4\nGid:\t5\t6\t7\t8\n";
 
-// A made-up process table in the place of /proc.
+// Puts a made-up process table in the place of /proc.
 class ProcessStatusOnHost : public HostTest
 {
 protected:
@@ -223,7 +223,7 @@ TEST_F(ProcessStatusOnHost, FindsByProgramAndByNumber)
     EXPECT_EQ(findProcessByPath("/sbin/two"), 2);
     EXPECT_EQ(findProcessByPath("/sbin/tw"), -1);
     EXPECT_EQ(findProcessByPid(2), 0);
-    EXPECT_EQ(findProcessByPid(3), 1); // a thread of the kernel: it runs no program
+    EXPECT_EQ(findProcessByPid(3), 1); // a kernel thread, which has no program
     CString const program(getProcessByPid(2));
     ASSERT_TRUE(program);
     EXPECT_STREQ(program.get(), "/sbin/two");

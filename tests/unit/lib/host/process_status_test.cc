@@ -24,7 +24,7 @@
 
 namespace {
 
-// What a visitor saw of one process.
+// A visitor's view of one process.
 struct Sight
 {
     pid_t pid = -1;
@@ -90,7 +90,7 @@ int countAndFail(OrvekProcessInfo const*, void* data)
     return -5;
 }
 
-// A child that has ended and has not been waited for: it runs no program any more.
+// A child that has ended and has not been waited for, so it has no program any more.
 struct Zombie
 {
     Zombie()
@@ -280,7 +280,7 @@ TEST(ProcessStatus, PassesOverAProcessThatCannotBeRead)
 
 TEST(ProcessStatus, FindsAProcessByTheProgramThatItRuns)
 {
-    // A program that nobody else runs: other tests of this one may be at work.
+    // A program of its own, because other runs of this test may be at work.
     TempDir const dir;
     std::string const program = dir / "program";
     std::filesystem::copy_file("/bin/cat", program);

@@ -23,9 +23,9 @@ TEST(To64, WritesTheGivenCountOfCharactersWithoutNul)
     EXPECT_EQ(text.front(), '#');
 }
 
-// NOLINTBEGIN(cert-msc30-c,cert-msc32-c,cert-msc50-cpp,cert-msc51-cpp): the known sequence is what
-// is tested
-TEST(To64, TakesTheCharacterBehindTheOneDrawn)
+// NOLINTBEGIN(cert-msc30-c,cert-msc32-c,cert-msc50-cpp,cert-msc51-cpp): the test needs the known
+// sequence
+TEST(To64, TakesTheCharacterAfterTheOneDrawn)
 {
     srand(7);
     std::string expected;

@@ -1,4 +1,4 @@
-// dbconnect_test - base of the suites of connections: makes them in each way, with what they report
+// dbconnect_test - base of the suites of connections: connects in each way and checks the reports
 
 #ifndef MAILVEK_TESTS_UNIT_LIB_PANEL_DBCONNECT_TEST_H
 #define MAILVEK_TESTS_UNIT_LIB_PANEL_DBCONNECT_TEST_H
@@ -18,14 +18,14 @@ class DbConnectTest : public PanelDatabaseTest
 protected:
     using Way = MYSQL* (*)(char*, size_t);
 
-    // Connects, and closes what came of it; whether there was a handle.
+    // Connects and closes the handle. Returns whether there was one.
     bool connects(Way way = orvek_db_connect)
     {
         OpenMysql const my(way(message, sizeof message));
         return my != nullptr;
     }
 
-    // The connection is given up, whoever makes it, with the text.
+    // Expects that each way of connecting fails with the text.
     void expectRefusal(std::string const& text)
     {
         for (Way const way : {orvek_db_connect_raw_ex, orvek_db_connect_raw, orvek_db_connect_ex,
@@ -35,7 +35,7 @@ protected:
         }
     }
 
-    // A connection with one statement replaced: the handle that stays open gives a true result.
+    // Connects with one statement replaced. True when the handle stays open.
     bool connectsWith(std::string const& statement, std::string const& other,
                       Way way = orvek_db_connect)
     {

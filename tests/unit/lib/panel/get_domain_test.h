@@ -1,5 +1,5 @@
-// get_domain_test - base of the suites of what is known of a domain: two domains, and what readers
-// give and report
+// get_domain_test - base of the suites of readers of a domain: two domains, and checks of the
+// readers' results and reports
 
 #ifndef MAILVEK_TESTS_UNIT_LIB_PANEL_GET_DOMAIN_TEST_H
 #define MAILVEK_TESTS_UNIT_LIB_PANEL_GET_DOMAIN_TEST_H
@@ -20,7 +20,7 @@ inline constexpr char no_server[] =
     "Unable to connect to Orvek Database: Can't connect to local server "
     "through socket '/run/mysqld/mysqld.sock' (2)";
 
-// For a report that begins with an error of the server's.
+// The server's error at the beginning of a report.
 inline constexpr char no_domains[] = "Table 'orv.domains' doesn't exist";
 
 class GetDomainTest : public PanelDatabaseTest
@@ -33,7 +33,7 @@ protected:
                   "(7, 'd.test', 66, 21, 31), (8, 'Other.Test', 0, 22, 32)");
     }
 
-    // Runs a call that is expected to return with this result; what it prints on both streams.
+    // Runs a call that must return this result. Returns its output on both streams.
     static std::string printed(bool expected, std::function<bool()> const& call)
     {
         auto const run = inChild([&] { return call() == expected ? 42 : 43; });
@@ -57,8 +57,8 @@ protected:
         return withErrno(no_server, ENOENT) + withErrno(text, ENOENT);
     }
 
-    // The reader gives text, by this statement, and reads on the caller's connection as well as
-    // on one of its own.
+    // Expects that the reader returns text, runs this statement, and works on the caller's
+    // connection as well as on its own.
     using Reader = std::function<char const*(MYSQL*)>;
     void expectText(Reader const& reader, std::string const& text, std::string const& statement)
     {
@@ -71,13 +71,13 @@ protected:
         EXPECT_THAT(spy.connects, ::testing::SizeIs(2));
     }
 
-    // The reader has no text for such a row, and says nothing of it.
+    // Expects that the reader returns null for such a row, without a report.
     void expectNothing(Reader const& reader)
     {
         EXPECT_EQ(reportOf([&] { return reader(nullptr) != nullptr; }), "");
     }
 
-    // What the reader reports without its table, and without a server.
+    // Expects these reports from the reader without its table, and without a server.
     void expectReports(Reader const& reader, std::string const& table, std::string const& failed,
                        std::string const& not_connected)
     {

@@ -22,7 +22,7 @@ constexpr char no_server[] = "Unable to connect to Orvek Database: Can't connect
 class GetParamOnHost : public PanelDatabaseTest
 {
 protected:
-    // What a call that is expected to give null prints on both streams.
+    // The output on both streams of a call that must return null.
     static std::string reportOf(std::function<char const*()> const& call)
     {
         auto const run = inChild([&] { return call() ? 1 : 0; });
@@ -31,7 +31,7 @@ protected:
         return run.err;
     }
 
-    // Empty where a text was expected.
+    // The value, or "(null)".
     static std::string textOf(char const* value) { return value ? value : "(null)"; }
 };
 

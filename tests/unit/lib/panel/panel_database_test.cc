@@ -20,7 +20,7 @@ namespace {
 class PanelDatabaseOnHost : public PanelDatabaseTest
 {
 protected:
-    // Ends a test like this one, after it, in a child: the tests that follow it find what it left.
+    // Runs and tears down a test like this one in a child. The next tests find what it has left.
     ChildRun ended(std::function<void()> const& test)
     {
         return inChild([&] {
@@ -30,7 +30,7 @@ protected:
         });
     }
 
-    // Whether everything is as the next test expects it.
+    // Expects that everything is as the next test needs it.
     void expectFresh()
     {
         EXPECT_THAT(panel.sql("SELECT * FROM domains"), IsEmpty());
@@ -62,7 +62,7 @@ TEST_F(PanelDatabaseOnHost, IsRestoredAfterAnAssertionThatFailed)
 TEST_F(PanelDatabaseOnHost, ForgetsWhatATestHasLostOnceItSaidSo)
 {
     ChildRun const run = ended([] {
-        static MYSQL* my; // lost for the test, not for the leak sanitizer
+        static MYSQL* my; // lost to the test, but still known to the leak sanitizer
         static MYSQL_RES* result;
         my = db_connect();
         ASSERT_EQ(mysql_query(my, "SELECT 1"), 0);

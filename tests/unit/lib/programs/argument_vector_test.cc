@@ -38,7 +38,7 @@ Strings allocated(char const* program, ...)
     return vector ? strings(vector.get()) : Strings{"no memory"};
 }
 
-// For tests without a program: the variable arguments have to follow something.
+// For tests without a program, because variable arguments must follow a parameter.
 char const* const no_program = nullptr;
 
 } // namespace

@@ -32,7 +32,7 @@ void setDescriptorLimit(rlim_t limit)
     setrlimit(RLIMIT_NOFILE, &now);
 }
 
-// Those of all that are open which are to be left by a call with this limit.
+// The open descriptors that a call with this limit must leave open.
 std::set<int> streamsAndThoseFrom(int limit)
 {
     std::set<int> expected = openDescriptors();
@@ -40,8 +40,8 @@ std::set<int> streamsAndThoseFrom(int limit)
     return expected;
 }
 
-// The status of a child that runs the code: once as it is, and once where the kernel refuses to
-// close a range.
+// Expects success from code in a child: once as it is, and once where the kernel refuses
+// close_range.
 void expectSuccessBothWays(std::function<bool()> const& code)
 {
     for (bool const range : {true, false}) {
@@ -65,7 +65,7 @@ TEST(CloseDescriptors, LeavesTheStandardStreamsAlone)
     });
 }
 
-TEST(CloseDescriptors, LeavesTheExceptedOneWhereverItLies)
+TEST(CloseDescriptors, LeavesTheExceptedOneWhereverItIs)
 {
     for (int const kept : {3, 42, 199, 200})
         expectSuccessBothWays([=] {

@@ -22,7 +22,7 @@ using ::testing::MatchesRegex;
 
 namespace {
 
-// A program on two files, told apart from the test's own streams.
+// Runs a program on two files, apart from the test's own streams.
 struct Files
 {
     TempDir dir;

@@ -159,7 +159,7 @@ TEST(ForkExecvGetouterr, NoticesTheChildsEndWithinSecondsWhileStreamsAreHeld)
         endProcessOf(dir / "holder");
         printf("%s", seconds > 0.9 && seconds < 300 ? "in time" : "late");
     });
-    // Nothing was seen to happen on the standard error, so that it gives no text.
+    // Standard error had no event, so its text is null.
     EXPECT_EQ(run.out, "3|early\n|null|in time");
     EXPECT_EQ(run.status, 0);
 }
@@ -224,8 +224,8 @@ TEST(ForkExecvGetouterr, GoesOnAfterSignals)
     EXPECT_EQ(run.out, "8|late\n||0");
 }
 
-// The look at the pipes that has a time limit always fails here, so that the child's end is
-// what is noticed first.
+// The poll with a time limit always fails here, so the child's end is noticed
+// first.
 TEST(ForkExecvGetouterr, ReadsWhatAnEndedChildLeftInItsPipes)
 {
     auto const run = tidyRun([] {
@@ -258,7 +258,7 @@ TEST(ForkExecvGetouterr, WorksWithDescriptorsAboveAThousand)
 TEST(ForkExecvGetouterr, PrintsAFailedReadClearsErrnoAndStillWaits)
 {
     auto const run = tidyRun([] {
-        // No program reads 4096 bytes to start.
+        // Starting a program never reads 4096 bytes.
         failSystemCallWith(SYS_read, 2, 4096, EIO);
         print(getouterr("exit 5"));
         printf("%d", errno);

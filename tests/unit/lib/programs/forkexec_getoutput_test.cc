@@ -151,8 +151,8 @@ TEST(ForkExecvvGetoutput, WaitsForChildrenThatAreSlowOrCloseStreams)
               "[0|late\n]");
 }
 
-// The look at the pipe that has a time limit always fails here, so that the child's end is
-// what is noticed first.
+// The poll with a time limit always fails here, so the child's end is noticed
+// first.
 TEST(ForkExecvvGetoutput, ReadsWhatAnEndedChildLeftInItsPipe)
 {
     auto const run = tidyRun([] {
@@ -166,7 +166,7 @@ TEST(ForkExecvvGetoutput, ReadsWhatAnEndedChildLeftInItsPipe)
 TEST(ForkExecvvGetoutput, ReportsAFailedReadAndStillWaits)
 {
     auto const run = tidyRun([] {
-        // No program reads 4096 bytes to start.
+        // Starting a program never reads 4096 bytes.
         failSystemCallWith(SYS_read, 2, 4096, EIO);
         errno = 0;
         printOutput("exit 0");

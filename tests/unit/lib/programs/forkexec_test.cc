@@ -32,7 +32,7 @@ int exitStatus(pid_t child)
     return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
 }
 
-// Starts a script on the standard streams and waits for it; its exit status.
+// Starts a script on the standard streams, waits for it, and returns its exit status.
 int runOnStandardStreams(std::string const& text)
 {
     return exitStatus(fork_execv_pipes(0, 1, 2, shell, Script(text).args()));
@@ -276,7 +276,7 @@ TEST(ForkExecv, TakesWhicheverChildEndsFirst)
         waitid(P_PID, static_cast<id_t>(other), &info, WEXITED | WNOWAIT);
         printResult(fork_execv(shell, "sh", "-c", "sleep 0.2; exit 6", nullptr));
         int status = 0;
-        waitpid(-1, &status, 0); // the child of that call, which is still to be waited for
+        waitpid(-1, &status, 0); // the child of that call, which has not been waited for
         printResult(WEXITSTATUS(status));
     });
     EXPECT_EQ(run.out, "[1][6]");

@@ -83,7 +83,7 @@ TEST(PopenExecGetoutput, PrintsThatThereIsNoMemory)
 {
     auto const run = tidyRun([] {
         AllocationFailure const failure(1);
-        // Nobody reads what it prints, which it may notice or not.
+        // Nobody reads its output, and it may or may not notice.
         printOutput("echo started 2>/dev/null");
     });
     EXPECT_EQ(run.err, "popen_exec: failed to allocate memory\n");

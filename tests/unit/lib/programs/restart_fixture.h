@@ -21,7 +21,7 @@ constexpr char apache[] = "/etc/init.d/apache2";
 class RestartDaemonOnHost : public HostTest
 {
 protected:
-    // The result of a call, what it has printed on both streams, and its pauses.
+    // The result of a call, its output on both streams, and its pauses.
     static std::string outcomeOf(
         std::function<int()> const& call, std::function<void()> const& prepare = [] {})
     {
@@ -47,7 +47,7 @@ protected:
         return outcomeOf([=] { return restart_daemon(daemon, action); }, prepare);
     }
 
-    // The web server's script fails for these actions, an extended pattern of bash.
+    // Makes the web server's script fail for these actions, an extended pattern of bash.
     void apacheFailsFor(std::string const& actions)
     {
         scripts.add(apache, "case $1 in " + actions + ") exit 1;; esac");

@@ -13,7 +13,7 @@ namespace {
 
 constexpr char apache[] = "/etc/init.d/apache2";
 
-// Application servers, which the panel's database knows of; the web server runs.
+// The application servers of the panel's database. The web server runs.
 class ApplicationServerOnHost : public PanelDatabaseTest
 {
 protected:
@@ -32,7 +32,7 @@ protected:
         panel.sql("REPLACE INTO misc VALUES ('cf_instance_path', '" + path + "')");
     }
 
-    // The result of a call and what it has printed on both streams.
+    // The result of a call and its output on both streams.
     std::string restarted(char const* daemon, char const* action)
     {
         scripts.forget();
@@ -113,7 +113,7 @@ TEST_F(ApplicationServerOnHost, EndsTheProcessWithoutThePanelsDatabase)
     EXPECT_EQ(scripts.journal(), "");
 }
 
-// The connection is closed by then.
+// The connection is closed before the script starts.
 TEST_F(ApplicationServerOnHost, HoldsNoConnectionWhileTheScriptRuns)
 {
     setInstance(instance);

@@ -34,8 +34,8 @@ protected:
         chmod(path.c_str(), 0755);
     }
 
-    // What a call prints on its standard error, with the result in front; the standard output
-    // must say the same.
+    // The result of a call and its standard error. Standard output must be the
+    // same.
     std::string called(
         char const* action, int report_failure = 1,
         std::function<void()> const& prepare = [] {}) const
@@ -51,7 +51,7 @@ protected:
         return (run.status == 11 ? "-1|" : "status " + std::to_string(run.status) + "|") + run.err;
     }
 
-    // What the script has written to this file.
+    // The text that the script has written to its file.
     std::string told() const { return readFile(dir / "told"); }
 
     TempDir const dir;
@@ -98,7 +98,7 @@ TEST_F(RcScript, LeavesTheScriptNoDescriptorButTheStandardOnes)
         EXPECT_EQ(dup2(open("/", O_RDONLY), 200), 200);
     };
     EXPECT_EQ(called("start", 1, prepare), "0|");
-    // The one above is that of ls, on the directory.
+    // Descriptor 3 is that of ls, on the directory.
     EXPECT_EQ(told(), "/dev/null /dev/null 0 1 2 3\n");
 }
 

@@ -21,7 +21,7 @@
 
 namespace {
 
-// Lets a variable count as read from the product configuration, for the rest of the process.
+// Sets a variable of the product configuration for the rest of the process.
 void configure(char const* name, char const* value)
 {
     autoprepend();
@@ -122,7 +122,7 @@ TEST_F(RestartDaemonOnHost, GivesMinusOneSilentlyForAStoppedServicesStatus)
 TEST_F(RestartDaemonOnHost, DrivesTheTrueCourier)
 {
     EXPECT_EQ(restarted("courier-imap", "status"), "-1|");
-    // Courier's own programs print on the standard error, which is not looked at here.
+    // Courier's own programs print on standard error, which does not matter here.
     EXPECT_EQ(inChild([] { return restart_daemon("courier-imap", "start"); }).status, 0);
     EXPECT_EQ(restarted("courier-imap", "status"), "0|");
     EXPECT_EQ(inChild([] { return restart_daemon("courier-imap", "restart"); }).status, 0);

@@ -46,8 +46,8 @@ TEST_F(RestartTomcatOnHost, RestartsTheWebServerBehindAStop)
 
 namespace {
 
-// A Tomcat whose script cannot stop it: a process with its class name that ignores SIGTERM if it
-// is told to.
+// A Tomcat that its script cannot stop: a process with its class name that ignores SIGTERM if
+// asked to.
 class StuckTomcatOnHost : public RestartDaemonOnHost
 {
 protected:
@@ -78,7 +78,7 @@ protected:
     TempDir const dir;
     std::string const pid = dir / "pid";
 
-    // Waits until the process is gone, as a true pause would.
+    // Waits until the process has gone, as a real pause would.
     std::string const wait =
         "for i in {1..500}; do kill -0 $(cat " + pid + ") 2>/dev/null || break; sleep 0.01; done";
 

@@ -26,7 +26,7 @@ using ::testing::MatchesRegex;
 
 namespace {
 
-// A sleeping process of its own name and arguments, which is gone at the end.
+// A sleeping process with its own name and arguments. The destructor ends it.
 class Sleeper
 {
 public:
@@ -52,7 +52,7 @@ public:
     Sleeper(Sleeper const&) = delete;
     Sleeper& operator=(Sleeper const&) = delete;
 
-    // The signal that ended it.
+    // The signal that ended the process.
     int ended()
     {
         int status = 0;
@@ -73,13 +73,13 @@ using SendSigOnHost = HostTest;
 using IsRunningOnHost = HostTest;
 using IsRunningPidFileOnHost = HostTest;
 
-// ps is the host's or a stand-in for it.
+// ps is the host's own or a stand-in.
 class KillByFieldOnHost : public HostTest
 {
 protected:
     void TearDown() override { ps.remove(); }
 
-    // The result of a call, and what it has printed on both streams.
+    // The result of a call and its output on both streams.
     static std::string outcomeOf(std::function<int()> const& call)
     {
         ChildRun const run = inChild([&] { return call() + 10; });
@@ -127,13 +127,13 @@ TEST_F(SendSigOnHost, DoesNothingInSilenceWhenThereIsNoSuchProcess)
 TEST_F(SendSigOnHost, GivesMinusOneWhenTheShellsEndIsLost)
 {
     ChildRun const run = inChild([] {
-        signal(SIGCHLD, SIG_IGN); // so that there is nothing to wait for
+        signal(SIGCHLD, SIG_IGN); // so that children cannot be waited for
         return send_sig("mvk-sleeper", SIGTERM) == -1 && is_running("mvk-sleeper") == -1 ? 0 : 1;
     });
     EXPECT_EQ(run.status, 0);
 }
 
-// The end of the quotation is beyond the end of the command, which the shell refuses.
+// The cut removes the closing quote, so the shell refuses the command.
 TEST_F(SendSigOnHost, CutsALongCommand)
 {
     std::string const name(5000, 'x');
@@ -165,7 +165,7 @@ TEST_F(IsRunningOnHost, FindsAProcessWithoutAPath)
     EXPECT_EQ(is_running("mvk-sleeper"), 1);
 }
 
-// As ps shows the processes whose arguments it cannot read, and some programs themselves.
+// ps shows processes like this when it cannot read their arguments. Some programs do it themselves.
 TEST_F(IsRunningOnHost, FindsANameInBrackets)
 {
     for (char const* const title : {"[bracketed]", "(bracketed)", "<bracketed>", "x[bracketed)"}) {

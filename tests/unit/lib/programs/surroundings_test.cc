@@ -27,7 +27,7 @@ std::string targetOf(int descriptor)
     return readlink(link.c_str(), target, sizeof target - 1) < 0 ? "" : target;
 }
 
-// The environment that is left of this one, sorted.
+// The part of this environment that is kept, sorted.
 std::vector<std::string> leftOf(std::vector<char const*> entries)
 {
     entries.push_back(nullptr);

@@ -24,7 +24,7 @@ void print(int result)
     printf("[%d]", result);
 }
 
-// A script that tells how it was called.
+// A script that writes down how it was called.
 std::string echoScript(std::string const& out)
 {
     return "#!/bin/sh\necho \"$0|$*|$#\" > " + out + "\nexit 4\n";

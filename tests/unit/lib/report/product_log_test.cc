@@ -12,7 +12,7 @@
 
 namespace {
 
-// How the system's log was closed and opened.
+// The calls that closed and opened the system's log.
 std::vector<std::string> log_calls;
 
 } // namespace

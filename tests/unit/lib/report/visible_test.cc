@@ -8,7 +8,7 @@
 
 namespace {
 
-// What is printed of the format and its arguments.
+// The printed form of the format and its arguments.
 [[gnu::format(printf, 1, 2)]] std::string shownOf(char const* fmt, ...)
 {
     char text[256];

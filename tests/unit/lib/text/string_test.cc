@@ -91,7 +91,7 @@ TEST(StringArrayBuilder, LeavesTheArrayAsItWasWhenItFails)
                 if (!builder.append(name))
                     return 1;
             {
-                AllocationFailure const failure(number); // of the copy, of the longer array
+                AllocationFailure const failure(number); // the copy, or the longer array
                 if (builder.append("h"))
                     return 2;
             }

@@ -42,7 +42,7 @@ protected:
 
 } // namespace
 
-TEST_F(DomainManagerOnHost, CreatesADisabledDomainWithItsAddressesAlone)
+TEST_F(DomainManagerOnHost, CreatesADisabledDomainWithOnlyItsAddresses)
 {
     DomainManager::createDomain("d.test", true);
     EXPECT_TRUE(exists("d.test"));
@@ -292,7 +292,7 @@ protected:
         EXPECT_TRUE(exists("old.test"));
     }
 
-    // Renames while the run of postmap with this number fails. What is raised.
+    // Renames while the nth run of postmap fails. Returns the error.
     static std::string renamedWithoutRun(int number)
     {
         StandIn postmap("/usr/sbin/postmap");
@@ -344,7 +344,7 @@ TEST_F(RenamedDomainOnHost, IsTheOldOneWhenItsDirectoryCannotBeRenamed)
     expectOld();
 }
 
-// Each map takes two runs, one that lists it and one that builds it anew.
+// Each map takes two runs: one lists it and one rebuilds it.
 TEST_F(RenamedDomainOnHost, StaysTheOldOneWhenAMapCannotBeRewritten)
 {
     for (int const number : {1, 2, 3, 4, 5, 6}) {
@@ -358,7 +358,7 @@ TEST_F(RenamedDomainOnHost, StaysTheOldOneWhenAMapCannotBeRewritten)
 TEST_F(RenamedDomainOnHost, ReportsEachMapNotRestoredAndRaisesTheFirstError)
 {
     occupyTarget();
-    // Two runs for each of the three maps; all runs behind them fail.
+    // Two runs for each of the three maps succeed. All later runs fail.
     run("install -m 755 /dev/stdin /tmp/postmap.stand-in <<'END'\n"
         "#!/bin/bash\n"
         "echo >>/tmp/postmap.runs\n"

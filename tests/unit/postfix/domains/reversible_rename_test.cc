@@ -17,7 +17,7 @@ constexpr char restored_badly[] =
     "Mail system may be not usable at the moment and it cannot be repaired automatically.\n"
     "Constact Tessarine support to resolve this issue.\n";
 
-// Notes what is renamed, and raises where it is told to.
+// Notes each rename, and raises where it should.
 struct Steps
 {
     std::vector<std::string> done;

@@ -92,7 +92,7 @@ TEST_F(MainCfListsOnHost, ComparesAClauseWithoutTheBlanksAroundIt)
     EXPECT_FALSE(wrote());
 }
 
-TEST_F(MainCfListsOnHost, WritesAClauseWithTheBlankBehindItsKey)
+TEST_F(MainCfListsOnHost, WritesAClauseWithTheBlankAfterItsKey)
 {
     pretend("a");
     EXPECT_EQ(appendClause(parameter, "x", ""), "");
@@ -109,7 +109,7 @@ TEST_F(MainCfListsOnHost, RemovesEveryOccurrenceOfAWord)
     EXPECT_EQ(pretended(), "a, bc\n");
 }
 
-TEST_F(MainCfListsOnHost, KeepsTheEmptyWordBehindALastSeparator)
+TEST_F(MainCfListsOnHost, KeepsTheEmptyWordAfterALastSeparator)
 {
     pretend("a, b,");
     EXPECT_EQ(removeElement(parameter, "a"), "");

@@ -34,7 +34,7 @@ TEST_F(MainCfNetworksOnHost, BendsTheDefaultOfMynetworksTooWhenAskedForIt)
     EXPECT_EQ(postconf.journal(), "-h config_directory\n-h -d mynetworks\n-h -d mynetworks\n");
 }
 
-TEST_F(MainCfNetworksOnHost, BendsThatOneParameterAlone)
+TEST_F(MainCfNetworksOnHost, BendsOnlyThatParameter)
 {
     pretend("10.0.0.0/8", "10.0.0.0/8");
     EXPECT_EQ(read("mynetworks_style"), "10.0.0.0/8");

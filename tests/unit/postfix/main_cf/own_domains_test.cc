@@ -14,7 +14,7 @@ namespace {
 class OwnDomainsOnHost : public MainCfTest
 {
 protected:
-    // What postconf answers for the two parameters.
+    // Sets postconf's answers for the two parameters.
     void answer(std::string const& destination, std::string const& name)
     {
         postconf.run("printf '%s\\n%s\\n' '" + destination + "' '" + name + "'");

@@ -27,7 +27,7 @@ struct stat look(std::string const& path)
     return info;
 }
 
-// A file that stands in the place of another one, which settle is to judge.
+// A file that has replaced another one, for settle to judge.
 class ReplacedFileTest : public ::testing::Test
 {
 protected:
@@ -37,8 +37,8 @@ protected:
         redate(-60);
     }
 
-    // Whether settle has dated the file back, by two seconds then and nothing else, after the
-    // code has done something to the path.
+    // Runs code, which changes the path, then settle. Returns whether settle has dated the file
+    // back; if so, by exactly two seconds.
     bool settlesAfter(std::function<void()> const& code)
     {
         errno = EDOM;
@@ -202,7 +202,7 @@ TEST_F(ReplacedFileTest, LetsWritersInAgain)
     close(fd);
 }
 
-// Whoever opens the file while it is judged must neither end this process nor be refused.
+// A writer that opens the file while it is judged must not kill this process and must succeed.
 TEST_F(ReplacedFileTest, OutlivesWritersThatComeAtTheSameMoment)
 {
     auto const end = std::chrono::steady_clock::now() + std::chrono::milliseconds(500);

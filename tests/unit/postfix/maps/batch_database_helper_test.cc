@@ -191,7 +191,7 @@ TEST_F(BatchDatabaseHelperOnHost, StopsAtTheFirstFailureAndKeepsTheAdditions)
     EXPECT_EQ(contentOf(third), "a\t3\n");
 }
 
-TEST_F(BatchDatabaseHelperOnHost, KeepsTheRemovalsAloneWhenOneOfThemFails)
+TEST_F(BatchDatabaseHelperOnHost, KeepsOnlyTheRemovalsWhenOneOfThemFails)
 {
     standIn("[ $1 = -d -a ! -e $dir/mended ] && kill -9 $$; exec $real \"$@\"");
     BatchDatabaseHelper batch(BatchContent::added, BatchTiming::at_commit);

@@ -38,7 +38,7 @@ std::vector<char> bytesOf(std::string const& text)
     return {text.begin(), text.end()};
 }
 
-// What the filter makes of a dump that arrives in chunks of the given size.
+// The filter's output for a dump that arrives in chunks of the given size.
 template<class Filter>
 std::string filtered(Filter const& filter, std::string const& dump, std::size_t chunkSize)
 {
@@ -96,7 +96,7 @@ TEST(DataStreamFilter, PassesALastLineWithoutNewlineWhenItIsFinished)
     EXPECT_EQ(file.str(), "a 1\n");
 }
 
-TEST(DataStreamFilter, HasNothingToFinishBehindANewline)
+TEST(DataStreamFilter, HasNothingToFinishAfterANewline)
 {
     ChildRun const run = printedBy([] {
         DataStreamFilter<RecordFilter> lines(refusingB, std::cout);

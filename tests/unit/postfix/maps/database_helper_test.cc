@@ -30,7 +30,7 @@ protected:
         return "nothing was raised";
     }
 
-    // Each run of postmap tells its first word, and by 1 that somebody holds the lock.
+    // Makes each run of postmap note its first word, and 1 when somebody holds the lock.
     void noteLockOfTheMap()
     {
         standIn("flock -n " + lockFileOf(path) +
@@ -233,7 +233,7 @@ TEST_F(DatabaseHelperOnHost, TakesASignalForAFailureOfRemoving)
     }
 }
 
-TEST_F(DatabaseHelperOnHost, LearnsOfAnAbsentKeyByExitStatusAlone)
+TEST_F(DatabaseHelperOnHost, LearnsOfAnAbsentKeyOnlyByTheExitStatus)
 {
     for (std::string const command : {" -d absent ", " -d - "})
         run("said=$(echo absent | " + real + command + map +

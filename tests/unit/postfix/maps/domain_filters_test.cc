@@ -91,7 +91,7 @@ TEST(ReplaceDomainPart, ReplacesAWholeElement)
     EXPECT_EQ(withDomainReplaced("d.test", "d.test", "longer.example", false), "longer.example");
 }
 
-TEST(ReplaceDomainPart, ReplacesTheTailBehindAnAt)
+TEST(ReplaceDomainPart, ReplacesTheTailAfterAnAt)
 {
     EXPECT_EQ(withDomainReplaced("a@d.test", "d.test", "longer.example", false),
               "a@longer.example");
@@ -99,7 +99,7 @@ TEST(ReplaceDomainPart, ReplacesTheTailBehindAnAt)
     EXPECT_EQ(withDomainReplaced("d.test@d.test", "d.test", "e", false), "d.test@e");
 }
 
-TEST(ReplaceDomainPart, ReplacesTheTailBehindADotOnlyWithSubdomains)
+TEST(ReplaceDomainPart, ReplacesTheTailAfterADotOnlyWithSubdomains)
 {
     EXPECT_EQ(withDomainReplaced("a@sub.d.test", "d.test", "e", false), "a@sub.d.test");
     EXPECT_EQ(withDomainReplaced("a@sub.d.test", "d.test", "e", true), "a@sub.e");
@@ -119,7 +119,7 @@ TEST(ReplaceDomainPath, ReplacesTheBeginningOfTheValueOnly)
     EXPECT_EQ(withPathReplaced("d.test", "d.test", "e"), "e");
 }
 
-TEST(ReplaceDomainPath, LooksForNoPathBoundaryBehindTheBeginning)
+TEST(ReplaceDomainPath, LooksForNoPathBoundaryAfterTheBeginning)
 {
     EXPECT_EQ(withPathReplaced("domain/x/", "dom", "e"), "eain/x/");
 }

@@ -37,7 +37,7 @@ TEST_F(MapRewriteFrameOnHost, WaitsForTheLockBeforeItTouchesTheTextSource)
         std::optional<orvek::MKLock> lock(path);
         OtherProcess other([&] {
             alarm(300);
-            lock.reset(); // the copy of the descriptor, which would keep the lock
+            lock.reset(); // the child's copy of the descriptor, which would keep the lock
             rewrite();
             return true;
         });

@@ -37,7 +37,7 @@ protected:
     }
     void filter(std::string const& name) { DatabaseHelper::filterRecords(name, keepAll); }
 
-    // A rebuild that breaks the indexed file half way, says so, and ends like this.
+    // Makes the rebuild damage the indexed file half way, say so, and end like this.
     void standInBreaking(std::string const& rest)
     {
         standIn("case $1 in -s) exec $real \"$@\";; esac; echo cut > " + path +
@@ -58,7 +58,7 @@ protected:
         }
     }
 
-    // The content of the map behind it.
+    // Returns the content of the map.
     std::string fillWithALot()
     {
         std::string text;
@@ -192,7 +192,7 @@ TEST_F(MapRewriteOnHost, FiltersByADumpAndARebuildUnderTheLock)
     EXPECT_EQ(readFile(tools / "input"), "1:3\n"); // the null device
 }
 
-TEST_F(MapRewriteOnHost, FiltersAMapNamedByItsPathAlone)
+TEST_F(MapRewriteOnHost, FiltersAMapNamedByItsPathOnly)
 {
     fill("a 1\nb 2\n");
     DatabaseHelper::filterRecords(path, [](std::string& line) { return line[0] == 'b'; });
@@ -354,7 +354,7 @@ TEST_F(MapRewriteOnHost, LetsTheDumpEndWhenTheFilterRaises)
     EXPECT_EQ(content(), old);
 }
 
-// The address sanitizer keeps freed memory back for a while.
+// The address sanitizer holds freed memory back for a while.
 #ifdef __SANITIZE_ADDRESS__
 constexpr long lean_kib = 512L * 1024;
 #else

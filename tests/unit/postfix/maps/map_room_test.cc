@@ -49,7 +49,7 @@ protected:
         return 0;
     }
 
-    // Puts something else under the name of the indexed file, and takes it away at the end.
+    // Puts something else under the name of the indexed file.
     void plant(std::string const& command) { run("rm -f " + path + ".db && " + command); }
 
     void makeVictim()
@@ -272,7 +272,7 @@ TEST_F(MapRoomOnHost, LeavesTheOldOrNewMapWheneverAllAreKilled)
         killpg(child, SIGKILL);
         int status = 0;
         waitpid(child, &status, 0);
-        ChangeLock const ended(map); // which postmap inherits
+        ChangeLock const ended(map); // waits for postmap, which has inherited the lock
         std::string const now = content();
         ASSERT_TRUE(now == old || now == changed) << i;
         unchanged += now == old ? 1 : 0;

@@ -34,7 +34,7 @@ protected:
         return text;
     }
 
-    // The text source, in the one room that there is.
+    // The path of the text source in the only room.
     std::string source() const
     {
         for (auto const& entry : std::filesystem::directory_iterator(dir.path()))
@@ -66,7 +66,7 @@ TEST_F(MapTextSourceOnHost, HoldsARecordBeforeTheNextIsFiltered)
     EXPECT_EQ(seen.size(), 3U);
 }
 
-TEST_F(MapTextSourceOnHost, GoesToTheRebuildWithNothingBehindItsLastRecord)
+TEST_F(MapTextSourceOnHost, GoesToTheRebuildWithNothingAfterItsLastRecord)
 {
     standIn("[ $1 = -s ] || cp " + path + " $dir/text; exec $real \"$@\"");
     rewrites[0]();

@@ -77,7 +77,7 @@ TEST(RecordText, RefusesAKeyThatReachesIntoTheValue)
     EXPECT_EQ(ofKey("a\\b\\\"@d.test"), "allowed");
 }
 
-TEST(RecordText, RefusesANewlineInAValueAlone)
+TEST(RecordText, RefusesOnlyANewlineInAValue)
 {
     EXPECT_EQ(ofValue("a@d.test, \"|/bin/x 'a b'\"\t"), "allowed");
     EXPECT_EQ(ofValue("x\nceo@v.test y"),

@@ -21,7 +21,7 @@ using namespace orvek::mail::postfix;
 
 namespace {
 
-// Files as hosts have them, each for one form, and those of two distributions.
+// Files like those of real hosts, each for one form, and the files of two distributions.
 std::set<std::filesystem::path> forms()
 {
     std::set<std::filesystem::path> paths;
@@ -37,8 +37,8 @@ bool parse(MasterCfContent& content, std::string const& text)
 
 using Services = std::map<std::string, std::string>;
 
-// By "name type", the five other columns and the command. That has no blanks and no braces, which
-// postconf sets in its own way.
+// The five other columns and the command. The command is without blanks and braces, which postconf
+// prints in its own way.
 std::string columnsOf(std::vector<std::string> const& words)
 {
     std::vector<std::string> const columns(words.begin() + 2, words.begin() + 7);
@@ -58,7 +58,7 @@ std::string number(std::int32_t value)
     return value == -1 ? "-" : std::to_string(value);
 }
 
-// The services of a file with one entry each, so that no record has anything of another.
+// The services of a file, each parsed alone, so that no record inherits from another.
 Services parsed(std::string const& text)
 {
     MasterCfContent whole;
@@ -81,7 +81,7 @@ Services parsed(std::string const& text)
     return services;
 }
 
-// The same, as postconf reads the file.
+// The same services as postconf reads them.
 Services asPostfixReads(std::string const& text)
 {
     TempDir const dir;

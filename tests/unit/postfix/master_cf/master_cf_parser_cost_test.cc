@@ -12,7 +12,7 @@ namespace {
 
 constexpr char smtp[] = "smtp inet n - n - - smtpd";
 
-// Of the processor: what else the machine does is of no account.
+// Processor time, so that other load on the machine does not count.
 double secondsToParse(std::string_view text, bool accepted)
 {
     std::clock_t const begin = std::clock();
@@ -30,10 +30,10 @@ std::string repeated(std::string_view part, size_t size)
 }
 
 constexpr size_t huge = 10'000'000;
-constexpr size_t many = 1'000'000; // where each few bytes become an element
+constexpr size_t many = 1'000'000; // for texts where every few bytes are an element
 
-// Far from what these take, the sanitizers included, and far below what they took if a byte were
-// looked at once for each line in front of it.
+// Far more than these take, even with sanitizers, and far less than they would take if a byte were
+// read once for each line before it.
 constexpr double bound = 10;
 
 } // namespace

@@ -14,7 +14,7 @@ using Lines = MasterCfContent::Lines;
 
 constexpr char smtp[] = "smtp inet n - n - - smtpd";
 
-// The text has a block of memory of its own, so that a look beyond its end is seen.
+// The text has its own block of memory, so that a read past its end is noticed.
 bool parse(MasterCfContent& content, std::string_view text)
 {
     std::vector<char> const block(text.begin(), text.end());
@@ -34,7 +34,7 @@ Lines linesOf(std::string_view text)
     return content.lines;
 }
 
-// What is written back: each element with a line feed.
+// The text that is written back: each element with a line feed.
 std::string stored(MasterCfContent const& content)
 {
     std::string text;
@@ -172,7 +172,7 @@ TEST(MasterCfParser, TakesTheMarkOfAWakeupOnly)
 {
     EXPECT_TRUE(smtpOf("smtp inet - - - 60? - smtpd").wakeupIfUsed);
     EXPECT_FALSE(smtpOf("smtp inet - - - 60 - smtpd").wakeupIfUsed);
-    // behind the limit it is a word of the command
+    // after the process limit "?" is a word of the command
     EXPECT_EQ(smtpOf("smtp inet - - - - 5? smtpd").command, (CommandWords{"?", "smtpd"}));
 }
 
@@ -249,7 +249,7 @@ TEST(MasterCfParser, LeavesCommentsAndEmptyLinesBeforeAnythingAlone)
     EXPECT_EQ(linesOf(s + "\n  # e"), (Lines{s, "  # e"}));
 }
 
-TEST(MasterCfParser, RejectsACommentBehindTheLastWord)
+TEST(MasterCfParser, RejectsACommentAfterTheLastWord)
 {
     std::string const s = smtp;
     EXPECT_FALSE(accepts(s + " # c"));
@@ -261,7 +261,7 @@ TEST(MasterCfParser, RejectsACommentBehindTheLastWord)
     EXPECT_TRUE(accepts(s + "#c\n -v"));
 }
 
-TEST(MasterCfParser, RejectsAnIndentedLineBehindNoService)
+TEST(MasterCfParser, RejectsAnIndentedLineWithoutAServiceBefore)
 {
     EXPECT_FALSE(accepts(" -o a=b"));
     EXPECT_FALSE(accepts("# c\n smtp inet n - n - - smtpd"));

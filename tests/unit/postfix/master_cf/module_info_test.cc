@@ -39,7 +39,7 @@ TEST(ModuleInfo, PrintsAClearedRecordWithNInTheChrootColumn)
     EXPECT_EQ(entryText(ModuleInfo()), " inet - - n - -");
 }
 
-TEST(ModuleInfo, PrintsEachColumnAndElementBehindOneSpace)
+TEST(ModuleInfo, PrintsOneSpaceBeforeEachColumnAndElement)
 {
     ModuleInfo info;
     info.name = "smtp";

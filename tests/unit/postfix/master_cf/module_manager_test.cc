@@ -24,7 +24,7 @@ TEST_F(ModuleManagerOnHost, ReadsNothingButThePathAtFirstUse)
 
 TEST_F(ModuleManagerOnHost, RaisesWithoutAConfigurationDirectoryAndTriesAgain)
 {
-    // The first answer is for the manager of main.cf.
+    // The first answer is for MainCfManager. The second one is empty.
     postconf.run("[ $(wc -l < $dir/journal) = 2 ] || echo /etc/postfix");
     EXPECT_EQ(outcomeOf([] {
                   try {
@@ -220,7 +220,7 @@ TEST_F(ModuleManagerOnHost, EnablesNothingThatRuns)
     EXPECT_EQ(inode(master_cf), before);
 }
 
-TEST_F(ModuleManagerOnHost, RaisesWhenItIsToEnableWhatNobodyKnowsOf)
+TEST_F(ModuleManagerOnHost, RaisesWhenAnUnknownServiceIsEnabled)
 {
     auto const enable = [](ModuleManager& m) { m.enableModule("nobody", ModuleType::inet); };
     EXPECT_EQ(loaded(enable), "!out_of_range: no such module nobody");

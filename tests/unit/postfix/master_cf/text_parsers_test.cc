@@ -9,7 +9,7 @@ using namespace orvek::parser;
 
 namespace {
 
-// How much of the text the parser takes; -1 for no match.
+// The length of the parser's match, or -1 for no match.
 template<class Parser>
 long taken(Parser const& parser, std::string_view text)
 {
@@ -17,7 +17,7 @@ long taken(Parser const& parser, std::string_view text)
     return end ? end - text.data() : -1;
 }
 
-// The same, without a byte behind the text to look at.
+// The same on a copy without any byte after the text.
 long separated(std::string const& text)
 {
     std::string const copy(text.data(), text.size());

@@ -21,7 +21,7 @@ namespace {
 constexpr char map[] = "hash:/var/spool/postfix/orvek/blacklists";
 constexpr char indexed[] = "/var/spool/postfix/orvek/blacklists.db";
 
-// The senders whose letters are refused, in the true map.
+// The senders whose letters are refused, in the real map.
 class BlackDomainsOnHost : public HostTest
 {
 protected:
@@ -59,7 +59,7 @@ protected:
         return text;
     }
 
-    // What the removal of the domain raises.
+    // The error that removing the domain raises.
     static std::string refusal(std::string const& domain)
     {
         try {

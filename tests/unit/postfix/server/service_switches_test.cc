@@ -43,7 +43,7 @@ protected:
             postconf.run("exec $real \"$@\"");
     }
 
-    // master.cf without its empty lines, of which a file that ends in a line end gets one more.
+    // master.cf without its empty lines, because each store adds one at the end.
     std::string entries() const
     {
         std::istringstream text(readFile(master_cf));

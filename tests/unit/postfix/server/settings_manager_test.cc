@@ -35,7 +35,7 @@ protected:
                       "smtpd_recipient_restrictions=reject_unknown_client,permit");
     }
 
-    // Changes main.cf by hand. It is dated back, since postconf waits for one that is new.
+    // Changes main.cf by hand and dates it back, since postconf waits when it is new.
     void configure(std::string const& arguments) const
     {
         shellRun(postconf.real + " " + arguments + " && touch -d '-5 seconds' " + main_cf);
@@ -52,7 +52,7 @@ protected:
         return outcomeOf([] { std::cout << SettingsManager::getMailboxSizeLimit(); });
     }
 
-    // Lets this many writes pass and then fails all that follow.
+    // Makes all writes after this many fail.
     void failBehind(int writes)
     {
         postconf.run("[ $1 = -e ] && echo x >> $dir/writes && [ $(wc -l < $dir/writes) -gt " +

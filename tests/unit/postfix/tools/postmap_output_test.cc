@@ -40,7 +40,7 @@ TEST(CheckOutput, CountsAnyOtherWordInStrictModeOnly)
     expectBoth("postmap: warnings: x", true, false);
 }
 
-TEST(CheckOutput, LooksAtTheWordBehindTheFirstColonAlone)
+TEST(CheckOutput, LooksOnlyAtTheWordAfterTheFirstColon)
 {
     expectBoth("fatal: bad", true, true);
     expectBoth("fatal: bad: worse", true, false);
@@ -48,7 +48,7 @@ TEST(CheckOutput, LooksAtTheWordBehindTheFirstColonAlone)
     expectBoth("postmap: warning: fatal: bad", true, true);
 }
 
-TEST(CheckOutput, NeedsAFurtherColonBehindTheWord)
+TEST(CheckOutput, NeedsASecondColonAfterTheWord)
 {
     expectBoth("postmap: fatal", true, true);
     expectBoth("no colon at all", true, true);

@@ -25,7 +25,7 @@ std::string raisedFor(int status, std::string const& diagnostics)
 
 } // namespace
 
-TEST(ToolResult, TakesAnExitWithZeroAloneForSuccess)
+TEST(ToolResult, TakesOnlyAnExitWithZeroForSuccess)
 {
     EXPECT_FALSE(hasFailed(exit_0));
     EXPECT_TRUE(hasFailed(exit_1));

@@ -28,8 +28,8 @@ std::string bigEndian(std::uint32_t number)
     return bytes;
 }
 
-// A journal that a writer left, which has the first page put back and then deletes the file that it
-// names.
+// The journal of a killed writer. Rolling it back restores the first page and deletes the file that
+// it names.
 std::string hotJournal(std::string const& database, std::string const& named)
 {
     constexpr char magic[] = "\xd9\xd5\x05\xf9\x20\xa1\x63\xd7";
@@ -56,7 +56,7 @@ std::string hotJournal(std::string const& database, std::string const& named)
 class AccountFilesTest : public AuthDatabaseTest
 {
 protected:
-    // What stands in the way of the change, by the last report.
+    // The last report of a change that must fail.
     std::string refusal()
     {
         EXPECT_EQ(mailAuthSet("joe", "d.test", "secret", 0), -1);
@@ -229,7 +229,7 @@ TEST_F(AccountFilesTest, LetTemporaryFilesBeCreated)
     sqlite3_close(db);
 }
 
-TEST_F(AccountFilesTest, CreateADatabaseForItsOwnerAlone)
+TEST_F(AccountFilesTest, CreateADatabaseOnlyForItsOwner)
 {
     unlink(path.c_str());
     mode_t const before = umask(0);

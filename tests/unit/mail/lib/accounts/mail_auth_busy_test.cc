@@ -20,7 +20,7 @@ class MailAuthBusy : public AuthDatabaseTest
 constexpr char count_domains[] = "SELECT count(*) FROM domains";
 constexpr char add_domain[] = "INSERT INTO domains (name) VALUES ('example.com')";
 
-// A connection of another process that keeps the database to itself for a while.
+// A connection of another process that locks the database for a while.
 class Locked
 {
 public:

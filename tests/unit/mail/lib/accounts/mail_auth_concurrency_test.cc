@@ -18,7 +18,7 @@ class MailAuthConcurrency : public AuthDatabaseTest
 {
 };
 
-// One account's life: set, and then cloned, renamed or removed by its number.
+// The name of an account that is set and then, by its number, cloned, renamed or removed.
 std::string nameOf(int writer, int number, char const* suffix = "")
 {
     return "w" + std::to_string(writer) + "-" + std::to_string(number) + suffix;
@@ -54,7 +54,7 @@ int count(char const*, char const*, MailAuthFlagsT, void* data)
     return ++*static_cast<int*>(data);
 }
 
-// Every account that is set before the start stays in sight, whoever writes.
+// Expects to see every account that was set before the start, whoever writes.
 int readAll()
 {
     int seen = 0;

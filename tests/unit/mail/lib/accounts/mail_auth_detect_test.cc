@@ -46,7 +46,7 @@ private:
     LogRecorder const recorder;
 };
 
-// mailAuthDBDetectStyle in a child whose product lies below root.
+// Runs mailAuthDBDetectStyle in a child with root as the product's directory.
 ChildRun detectBelow(
     std::string const& root, std::function<void()> const& prepare = [] {})
 {

@@ -22,7 +22,7 @@ using ::testing::Pair;
 namespace {
 
 int dirname_error = 0;
-int getpwnam_error = -1; // none is made; with 0 errno stays as it is, as for an unknown user
+int getpwnam_error = -1; // -1: no failure; 0: an unknown user, which leaves errno as it is
 
 } // namespace
 
@@ -61,7 +61,7 @@ protected:
         AuthDatabaseTest::TearDown();
     }
 
-    // Points the database somewhere else, for the rest of the test.
+    // Uses another path for the database for the rest of the test.
     void setPath(std::string const& name)
     {
         other = name;

@@ -17,7 +17,7 @@ using ::testing::StartsWith;
 
 namespace {
 
-// What a visitor saw, and what it answers.
+// The users that a visitor saw, and its answers.
 struct Visits
 {
     std::vector<std::string> seen; // address, password and flags

@@ -14,8 +14,8 @@ using ::testing::ElementsAre;
 
 namespace {
 
-// Has the temporary files in memory where there is a place for them: what a killed process leaves
-// does not depend on the disk, and hundreds of rounds do.
+// Keeps the temporary files in memory if possible: what a killed process leaves does not depend on
+// the disk, but the time for hundreds of rounds does.
 class FilesInMemory
 {
 protected:
@@ -41,7 +41,7 @@ class MailAuthKilledWriter : private FilesInMemory, public AuthDatabaseTest
 {
 };
 
-// What the database holds: its domains, and the passwords by domain and name.
+// The content of the database: its domains, and the passwords by domain and name.
 struct Contents
 {
     std::set<std::string> domains;
@@ -50,7 +50,7 @@ struct Contents
     bool operator==(Contents const&) const = default;
 };
 
-// One acknowledged call of a writer that is going to be killed.
+// One acknowledged call of a writer that will be killed.
 struct Change
 {
     enum class Kind
@@ -82,8 +82,8 @@ struct Change
         return -1;
     }
 
-    // What may be found when this change was cut short: as before, in between, or as after, which
-    // is last. Only a set has something in between, the domain that it registers.
+    // The possible contents when this change was cut short: before, in between, and last after.
+    // Only a set has a content in between: the domain that it registers.
     std::vector<Contents> stages(Contents const& before) const
     {
         Contents after = before;
@@ -111,8 +111,8 @@ struct Change
     }
 };
 
-// The change with this number of a round, whose domain is its own: first an account, then away
-// with an old domain, then accounts that are set and, in turn, stay, are renamed or are removed.
+// The nth change of a round, in the round's own domain: first set an account, then remove an old
+// domain, then set accounts that in turn stay, are renamed or are removed.
 Change changeOf(int round, int number)
 {
     auto const domain_of = [](int of) { return "d" + std::to_string(of) + ".com"; };
@@ -166,7 +166,7 @@ Contents contentsOf(std::string const& path)
 TEST_F(MailAuthKilledWriter, LeavesASoundDatabaseWithEveryAcknowledgedChange)
 {
     constexpr int rounds = 220;
-    constexpr int longest_life = 4000; // microseconds after its first change
+    constexpr int longest_life = 4000; // microseconds after the writer's first change
     unsigned const seed = std::random_device()();
     SCOPED_TRACE("seed " + std::to_string(seed));
     std::mt19937 random(seed);

@@ -33,7 +33,7 @@ using List = std::vector<std::string>;
 class MailDatabaseNamesOnHost : public PanelMailTest
 {
 protected:
-    // A query's names; "failed" and what was reported, if it failed.
+    // A query's names, or "failed" and the reports.
     List read(std::string const& query, MYSQL* my = nullptr)
     {
         LogRecorder::reports().clear();
@@ -52,7 +52,7 @@ protected:
         std::string report;
     };
 
-    // Each of them, for the names given, with its own report.
+    // Each getter for the given names, with its own report.
     std::vector<Getter> getters()
     {
         return {

@@ -21,7 +21,7 @@ namespace {
 class MailDatabasePanelOnHost : public MailDatabaseTest
 {
 protected:
-    // The operation, whatever becomes of it, asks the panel by this statement first.
+    // Expects that the operation's first statement to the panel is this one.
     void expectFirstQuery(std::function<int()> const& operation, std::string const& expected)
     {
         panel.spy.forget();
@@ -100,7 +100,7 @@ TEST_F(MailDatabasePanelOnHost, TakesStatementsInNamesAsNames)
 
 TEST_F(MailDatabasePanelOnHost, PutsAllNamesIntoTheStatementsEscaped)
 {
-    OpenMysql const my(mysql_init(nullptr)); // escapes without a server
+    OpenMysql const my(mysql_init(nullptr)); // can escape without a server
     for (std::string const& odd : oddNames()) {
         char const* const name = odd.c_str();
         SCOPED_TRACE(odd.substr(0, 40));

@@ -19,7 +19,7 @@ constexpr int many = 2000; // eight times as many
 class MailDatabaseScaleOnHost : public PanelMailTest
 {
 protected:
-    // The panel's table as it is found with so many rows, for as long as this lives.
+    // While this lives, the panel's table has the index that a table of this size needs.
     class Indexed
     {
     public:
@@ -35,8 +35,8 @@ protected:
         PanelDatabase& panel;
     };
 
-    // A domain with two domain aliases and so many mailnames, each with one mail alias and a user
-    // in the authentication database; one more mailname, "all", has as many mail aliases.
+    // Makes a domain with two domain aliases and count mailnames, each with one mail alias and a
+    // user in the authentication database. One more mailname, "all", has count mail aliases.
     void fill(int count)
     {
         panel.sql("DELETE FROM mail_aliases");
@@ -84,8 +84,8 @@ protected:
         return {panel.connections() - before - 1, double(end - start) / CLOCKS_PER_SEC};
     }
 
-    // One connection and as many queries whatever the number of names; quadratic work would take 64
-    // times as long for eight times the names.
+    // Expects one connection and as many queries for any number of names. Quadratic work would take
+    // 64 times as long for eight times the names.
     void expectToScale(int expected, std::function<int()> const& operation)
     {
         Indexed const indexed(panel);

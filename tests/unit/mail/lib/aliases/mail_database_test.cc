@@ -37,7 +37,7 @@ int refuseAll(char const*)
     return -1;
 }
 
-// What a fan-out of other functions would give.
+// Returns 1, as a function that visits further names does.
 int walkedOn(char const*)
 {
     return 1;
@@ -64,7 +64,7 @@ TEST_F(MailDatabaseOnHost, SetsThePasswordOnEachDomainAlias)
     EXPECT_THAT(reports(), IsEmpty());
 }
 
-TEST_F(MailDatabaseOnHost, SetsNoMailAliasWhenAskedForDomainsAlone)
+TEST_F(MailDatabaseOnHost, SetsNoMailAliasWhenAskedOnlyForDomains)
 {
     addJoeEverywhere();
     EXPECT_EQ(set_passwd_for_domains("joe", "d.test", "new", 0), 1);

@@ -1,7 +1,7 @@
-// mail_database_test - base of the suites of the changes that are carried over aliases
+// mail_database_test - base of the suites of changes for all aliases
 //
-// A panel with domains and mailnames, and an authentication database that can be made to refuse a
-// user or a domain.
+// Has a panel with domains and mailnames, and an authentication database that can refuse a user or
+// a domain.
 
 #ifndef MAILVEK_TESTS_UNIT_MAIL_LIB_ALIASES_MAIL_DATABASE_TEST_H
 #define MAILVEK_TESTS_UNIT_MAIL_LIB_ALIASES_MAIL_DATABASE_TEST_H
@@ -22,7 +22,7 @@ inline constexpr char not_connected[] = "Unable to connect to mysql database";
 inline constexpr char not_read[] = "Unable to get data from mysql database";
 inline constexpr char aliases_not_read[] = "Unable to get domain aliases from database for: d.test";
 
-// What a change to the authentication database says of a statement that a trigger refuses.
+// The reports of changes to the authentication database that a trigger refuses.
 inline constexpr char not_set[] =
     "Unable to execute the mail authorization registration query: refused";
 inline constexpr char not_removed[] =
@@ -48,7 +48,7 @@ protected:
             EXPECT_EQ(mailAuthSet(name, domain, "secret", 0), 0);
     }
 
-    // A domain with a domain alias, in it a mailname with a mail alias, and all their users.
+    // Makes a domain with a domain alias, a mailname with a mail alias, and all their users.
     void addJoeEverywhere()
     {
         addDomain("d.test", {"a.test"});
@@ -56,7 +56,7 @@ protected:
         addUsers({{"joe", "d.test"}, {"j", "d.test"}, {"joe", "a.test"}, {"j", "a.test"}});
     }
 
-    // From now on the database refuses to insert or delete this user.
+    // Makes the database refuse to insert or delete this user from now on.
     void refuse(std::string const& what, std::string const& name, std::string const& domain)
     {
         std::string const row = what == "DELETE" ? "OLD" : "NEW";
@@ -74,8 +74,8 @@ protected:
                     ::testing::IsEmpty());
     }
 
-    // The operation fails with these reports when its nth query of the panel, counted from 1,
-    // does; the one connection is there all the time.
+    // Expects that the operation fails with these reports when its nth query of the panel, counted
+    // from 1, fails. The connection stays open.
     void expectQueryFailure(std::function<int()> const& operation, int nth, List const& expected)
     {
         SCOPED_TRACE("query " + std::to_string(nth));

@@ -163,7 +163,7 @@ TEST_F(HookCloneOnHost, AcceptsAnEmptyContext)
 TEST_F(HookCloneOnHost, ReportsALinkWhoseNameIsTooLong)
 {
     descriptor("10-spam-a1B2c3");
-    // behind the place of five, and the look for a copy, which takes three of the one there is
+    // after five paths for the place, and three for the existing handler in the search for a copy
     PathOverflow const overflow(9);
     EXPECT_EQ(control("10-spam-a1B2c3", HOOK_CLONE, other), -1);
     EXPECT_THAT(reports(), ElementsAre(error("HandlerName '10-spam-a1B2c3' is too long to form a "
@@ -173,7 +173,7 @@ TEST_F(HookCloneOnHost, ReportsALinkWhoseNameIsTooLong)
 TEST_F(HookCloneOnHost, ReportsThatThereIsNoMemoryForTheLinksTarget)
 {
     descriptor("10-spam-a1B2c3");
-    AllocationFailure const failure(4); // behind the copies of three parameters
+    AllocationFailure const failure(4); // after the copies of three parameters
     EXPECT_EQ(control("10-spam-a1B2c3", HOOK_CLONE, other), -1);
     EXPECT_THAT(reports(), ElementsAre(error("Insufficient memory")));
 }

@@ -1,4 +1,4 @@
-// handler_control_fixture - what the tests of actions on one handler share
+// handler_control_fixture - shared by the tests of actions on one handler
 
 #ifndef MAILVEK_TESTS_UNIT_MAIL_LIB_HANDLERS_HANDLER_CONTROL_FIXTURE_H
 #define MAILVEK_TESTS_UNIT_MAIL_LIB_HANDLERS_HANDLER_CONTROL_FIXTURE_H
@@ -9,7 +9,7 @@
 
 #include <sys/types.h>
 
-// What make_dir_rec returns without doing anything, while it is not 0.
+// While not 0, make_dir_rec does nothing and returns this.
 inline int make_dir_rec_result = 0;
 
 extern "C" {
@@ -34,7 +34,7 @@ protected:
         return control_handler_queue(name.c_str(), newTypeName, action);
     }
 
-    // Of the handlers for someone@example.com at before-local.
+    // The directory of the handlers for someone@example.com at before-local.
     static std::string hookDirectory() { return at("before-local/recipient/someone@example.com"); }
     static std::string marker(std::string const& name) { return hookDirectory() + "/" + name; }
 };

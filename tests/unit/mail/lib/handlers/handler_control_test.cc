@@ -166,7 +166,7 @@ TEST_F(HookDisableOnHost, FailsAtOnceWithAMarkerThatCannotBeRemoved)
 TEST_F(HookDisableOnHost, RemovesAMarkerThatCannotBeLookedAt)
 {
     auto const name = add("spam");
-    CallFailure const failing("stat", EIO, 4); // behind three parameters
+    CallFailure const failing("stat", EIO, 4); // after three parameters
     EXPECT_EQ(control(name, HOOK_DISABLE), 0);
     EXPECT_FALSE(std::filesystem::exists(marker(name)));
 }
@@ -254,7 +254,7 @@ TEST_F(HookDeleteOnHost, KeepsTheDescriptorWhenTheMarkerStays)
 TEST_F(HookDeleteOnHost, ReportsANameThatIsTooLongForTheDescriptor)
 {
     auto const name = add("spam");
-    // behind three parameters, a directory and a marker for each of two calls
+    // after three parameters, a directory and a marker for each of two calls
     PathOverflow const overflow(11);
     EXPECT_EQ(control(name, HOOK_DELETE), -1);
     EXPECT_THAT(reports(), ElementsAre(error("handler name is too long to form a valid filesystem "

@@ -76,7 +76,7 @@ TEST_F(RefreshHandlersOnHost, ReportsAProgramThatDiesBySignal)
     });
 }
 
-TEST_F(RemoveHandlerDescriptorOnHost, RemovesTheDirectoryAndRefreshesBehindIt)
+TEST_F(RemoveHandlerDescriptorOnHost, RemovesTheDirectoryAndThenRefreshes)
 {
     descriptor("10-spam-a1B2c3");
     descriptor("10-spam-other0");

@@ -149,7 +149,7 @@ TEST_F(GetHandlerNameOnHost, EndsAtADescriptorThatMightMatchAndIsDamaged)
     }
 }
 
-TEST_F(GetHandlerNameOnHost, LooksAtNothingBehindADamagedDescriptor)
+TEST_F(GetHandlerNameOnHost, LooksAtNothingAfterADamagedDescriptor)
 {
     for (int i = 0; i < 10; ++i)
         descriptor("10-spam-a1B2c" + std::to_string(i));
@@ -245,7 +245,7 @@ TEST_F(CheckAllOnHost, DoesNotMindHandlersOfOtherAddressesAndHooks)
     EXPECT_EQ(mail_handler_check_all("other@example.com", "before-local"), 1);
 }
 
-TEST_F(CheckAllOnHost, TakesTheDomainBehindTheFirstAt)
+TEST_F(CheckAllOnHost, TakesTheDomainAfterTheFirstAt)
 {
     mark("sender-domain/b@c");
     EXPECT_EQ(check("a@b@c"), 1);

@@ -225,7 +225,7 @@ TEST_F(ByMailnameOnHost, ClonesOnlyTheHandlersPresentAtTheStart)
 {
     for (int i = 0; i < 5; ++i)
         descriptor("10-spam" + std::to_string(i) + "-a1B2c3");
-    // A lookup ends here, so that no copy is ever found.
+    // A lookup ends at this descriptor, so no copy is ever found.
     descriptor("10-spam0spam1spam2spam3spam4-broken", {}, {"hook"});
     auto const before = names().size();
     auto const run = printed([] { act(address, address, HOOK_CLONE); });

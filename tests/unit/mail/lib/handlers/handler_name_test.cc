@@ -68,7 +68,7 @@ TEST(SplitHandlerName, RefusesANameWithoutAHyphen)
     expectInvalid("", "missing priority section");
 }
 
-TEST(SplitHandlerName, RefusesANameWithOneHyphenAlone)
+TEST(SplitHandlerName, RefusesANameWithOnlyOneHyphen)
 {
     expectInvalid("10-spam", "missing random part");
     expectInvalid("-", "missing random part");

@@ -17,7 +17,7 @@ using ::testing::Pair;
 
 namespace {
 
-// What stays of a handler that could not be added whole.
+// Tests what is left of a handler that could not be added whole.
 class MailHandlerAddFailsOnHost : public HandlerStoreTest
 {
 protected:
@@ -37,8 +37,8 @@ protected:
         return files;
     }
 
-    // Refuses the system call in a child, where the handler cannot be added then; the reports
-    // are checked there as well.
+    // Makes the system call fail in a child, where the handler cannot be added then. Also checks
+    // the reports there.
     template<typename Matcher>
     static ChildRun failingCall(int number, int error, Matcher const& wanted)
     {
@@ -133,9 +133,9 @@ TEST_F(MailHandlerAddFailsOnHost, WithOneReportMoreForTheDirectoryOfTheParameter
     });
 }
 
-TEST_F(MailHandlerAddFailsOnHost, AnywhereBehindHookContextAndTypeInThisOrder)
+TEST_F(MailHandlerAddFailsOnHost, AnywhereAfterHookContextAndTypeInThisOrder)
 {
-    // Whichever allocation is refused, what is there then was made before.
+    // Whichever allocation fails, only what was made before it exists.
     std::set<std::vector<std::string>> found;
     int added = -1;
     for (int number = 1; added != 0 && number < 100; ++number) {
@@ -165,7 +165,7 @@ TEST_F(MailHandlerAddFailsOnHost, WhenLoweringFailsAndTheOtherParametersStay)
 {
     auto const run = printed([] {
         int number = 0;
-        // The lock of each of three files costs more than one allocation.
+        // The lock of each of the three files takes more than one allocation.
         do {
             std::filesystem::remove_all(handlers_info);
             std::filesystem::create_directory(handlers_info);

@@ -100,7 +100,7 @@ TEST_F(MailHandlerAddOnHost, LinksToTheExecutableAsItIsSpelled)
     EXPECT_EQ(std::filesystem::read_symlink(info(first() + "/executable")), "bin/../bin/true");
 }
 
-TEST_F(MailHandlerAddOnHost, LeavesAHandlerInactiveWhenToldTo)
+TEST_F(MailHandlerAddOnHost, LeavesAHandlerInactiveWhenAskedTo)
 {
     auto const name = add("spam", "recipient", address, "before-local", HOOK_DISABLE);
     EXPECT_FALSE(active(name));
@@ -307,7 +307,7 @@ TEST_F(MailHandlerUpdateOnHost, KeepsTheHandlerWhenItCannotBeDisabled)
 TEST_F(MailHandlerUpdateOnHost, ReportsALinkWhoseNameIsTooLong)
 {
     auto const name = add("spam");
-    PathOverflow const overflow(4); // behind the look for the handler
+    PathOverflow const overflow(4); // after the search for the handler
     EXPECT_EQ(update("", "", ""), -1);
     EXPECT_THAT(reports(),
                 ElementsAre(error("handler name '" + name +
@@ -365,7 +365,7 @@ TEST_F(MailHandlerRemoveOnHost, FailsForAHandlerThatIsNotThere)
 TEST_F(MailHandlerRemoveOnHost, ReportsANameThatIsTooLongForTheDescriptor)
 {
     auto const name = add("spam");
-    PathOverflow const overflow(6); // behind the disabling
+    PathOverflow const overflow(6); // after disabling
     EXPECT_EQ(mail_handler_remove(name.c_str()), -1);
     EXPECT_THAT(names(), ElementsAre(name));
     EXPECT_THAT(reports(), ElementsAre(error("handler name is too long to form a valid filesystem "

@@ -1,4 +1,4 @@
-// Attachments that are added and removed.
+// Adding and removing attachments.
 
 #include "mail/lib/home/attachments.h"
 

@@ -1,4 +1,4 @@
-// attachments_fixture - what the tests of a mailname's attachments share
+// attachments_fixture - shared by the tests of a mailname's attachments
 
 #ifndef MAILVEK_TESTS_UNIT_MAIL_LIB_HOME_ATTACHMENTS_FIXTURE_H
 #define MAILVEK_TESTS_UNIT_MAIL_LIB_HOME_ATTACHMENTS_FIXTURE_H
@@ -19,7 +19,7 @@
 
 #include <sys/syscall.h>
 
-// What a call prints on the streams of a child. It must have this result.
+// The output of a call in a child. The call must return this result.
 inline ChildRun callOf(int result, std::function<int()> const& call)
 {
     auto run = inChild([&] { return call() == result ? 0 : 99; });
@@ -37,7 +37,7 @@ protected:
             std::filesystem::create_directory(store);
     }
 
-    // What a list that succeeds prints, and nothing on standard error.
+    // The output of a list, which must succeed with nothing on standard error.
     static std::string listed(short in_blocks = 0, short fullname = 0)
     {
         auto const run =

@@ -15,7 +15,7 @@ using ::testing::StartsWith;
 
 namespace {
 
-// What a call that must end the process with status 1 prints on each stream.
+// The output on each stream of a call that must end the process with status 1.
 std::string endOf(std::function<int()> const& call)
 {
     auto const run = inChild([&] {
@@ -82,7 +82,7 @@ TEST_F(AttachmentsOnHost, ListsAFileLargerThanFourGigabytes)
     EXPECT_EQ(listed(), "a\t5000000000\n");
 }
 
-TEST_F(AttachmentsOnHost, PassesDirectoriesOverAndListsLinksAsTheyLie)
+TEST_F(AttachmentsOnHost, PassesDirectoriesOverAndListsLinksThemselves)
 {
     std::filesystem::create_directories(store + "/directory/below");
     writeFile(store + "/directory/file", "x");

@@ -30,7 +30,7 @@ std::string pathBy(PathFunction function, std::string const& mailname, std::stri
     return path;
 }
 
-// What is printed on each stream by a call that must fail.
+// The output on each stream of a call that must fail.
 std::string failureOf(PathFunction function, std::string const& mailname, std::string const& domain,
                       std::size_t size = 4096)
 {

@@ -25,7 +25,7 @@ protected:
     int remove() const { return dotqmail_remove_delivery(file.c_str()); }
     int reset() const { return dotqmail_reset(file.c_str()); }
 
-    // All changes there are.
+    // All kinds of changes.
     std::vector<std::function<int()>> changes() const
     {
         return {[this] { return add(); }, [this] { return remove(); }, [this] { return reset(); }};
@@ -278,7 +278,7 @@ TEST_F(MailnameDeliveryOnHost, WritesThroughNothingInTheTemporaryFilesPlace)
               std::string::npos);
 }
 
-TEST_F(MailnameDeliveryOnHost, GivesAwayNothingThatTakesTheFilesPlaceMeanwhile)
+TEST_F(MailnameDeliveryOnHost, GivesAwayNothingThatReplacesTheFile)
 {
     TempDir const elsewhere;
     writeFile(elsewhere / "precious", "precious\n");
@@ -304,7 +304,7 @@ TEST_F(MailnameDeliveryOnHost, TakesNoSetIdBitOver)
 {
     writeFile(file, "./Maildir/\n");
     ASSERT_EQ(chmod(file.c_str(), 06755), 0);
-    // The one that is renamed over it, before it gets its rights.
+    // The mode of the temporary file right before it is renamed over the delivery file.
     mode_t mode = 07777;
     {
         BeforeCall const look("renameat", 1, [&] { mode = modeOf(file + ".tmp"); });

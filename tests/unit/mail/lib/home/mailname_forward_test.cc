@@ -91,7 +91,7 @@ TEST_F(MailnameForwardOnHost, SaysThatALineCannotBeAdded)
 TEST_F(MailnameForwardOnHost, RefusesWhatIsNoAddress)
 {
     writeFile(file, "&a\n");
-    idn_errno = 0; // what is no address fails without a code of its own
+    idn_errno = 0; // a text without "@" fails without a code of its own
     std::string const reason = std::string(" failed: ") + idn_strerror(0) + "\n";
     for (std::string const address : {"", "a", "%s"}) {
         EXPECT_EQ(failureOf([&] { return add(address); }),
@@ -119,7 +119,7 @@ TEST_F(MailnameForwardOnHost, SaysThatThereIsNoMemoryForTheLine)
 {
     auto const withoutMemory = [&](int (*change)(char const*, char const*)) {
         return failureOf([&] {
-            AllocationFailure const failure(2); // the first makes the address
+            AllocationFailure const failure(2); // the first one is for the address
             return change(file.c_str(), "a@example.net");
         });
     };

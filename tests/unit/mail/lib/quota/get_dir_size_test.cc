@@ -17,7 +17,7 @@ namespace fs = std::filesystem;
 
 namespace {
 
-// What lstat says of one file.
+// The size of one file by lstat.
 sizequota_t sizeOf(std::string const& path, bool blocks)
 {
     struct stat info = {};
@@ -66,7 +66,7 @@ TEST_F(GetDirSize, TakesBlocksOnRequest)
     EXPECT_LT(get_dir_size(tree.c_str(), 1), get_dir_size(tree.c_str(), 0));
 }
 
-TEST_F(GetDirSize, TakesASingleFileOrLinkAsItLies)
+TEST_F(GetDirSize, MeasuresASingleFileOrTheLinkItself)
 {
     EXPECT_EQ(get_dir_size((tree + "/file").c_str(), 0), 10000);
     EXPECT_EQ(get_dir_size((tree + "/file").c_str(), 1), sizeOf(tree + "/file", true));
@@ -170,7 +170,7 @@ TEST_F(GetDirSize, CountsPathsOfAnyLength)
         fs::create_directory(name);
         fs::current_path(name);
     }
-    // On some file systems a directory grows with what is in it.
+    // On some file systems a directory grows with its content.
     for (int depth = 0; depth < 25; ++depth) {
         fs::current_path("..");
         expected += sizeOf(name, false);

@@ -10,7 +10,7 @@ namespace {
 
 using MailboxSizeOnHost = MailboxTest;
 
-// What a call prints that ends the process with status 1.
+// The output of a call that must end the process with status 1.
 std::string lastWords(std::function<sizequota_t()> const& call)
 {
     auto const run = inChild([&] {
@@ -33,7 +33,7 @@ TEST_F(MailboxSizeOnHost, IsThatOfTheMailAndTheAttachments)
               500 + get_dir_size((home + "/@attachments").c_str(), 0));
 }
 
-TEST_F(MailboxSizeOnHost, TakesBlocksForTheAttachmentsAlone)
+TEST_F(MailboxSizeOnHost, TakesBlocksOnlyForTheAttachments)
 {
     put("Maildir/cur/1,S=7", 3);
     put("@attachments/file", 5000);

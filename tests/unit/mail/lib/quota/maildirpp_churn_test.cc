@@ -23,7 +23,7 @@ void deliver(int number)
     rename(name.c_str(), (number % 2 == 0 ? target + ",S=6" : target).c_str());
 }
 
-// Deliveries, letters that are read and expunged, a folder that is renamed, until it is killed.
+// Delivers, reads and expunges letters and renames a folder, until it is killed.
 int churn()
 {
     prctl(PR_SET_PDEATHSIG, SIGKILL);
@@ -51,7 +51,7 @@ TEST_F(MaildirppChurn, NeverFailsAWriteAndDatesTheFileCorrectly)
     time_t const patience = time(nullptr) + 45;
     for (int i = 0; i < 150 || (dated_back == 0 && time(nullptr) < patience); ++i) {
         time_t const start = time(nullptr);
-        // For the reports of folders that are gone when they are looked at again.
+        // In a child, to capture the reports of folders that vanish during the count.
         auto const run = inChild([] {
             return write_maildirpp_maildirsize("Maildir", getuid(), getgid(), 5000, 0) == 1 ? 0 : 1;
         });
@@ -61,7 +61,7 @@ TEST_F(MaildirppChurn, NeverFailsAWriteAndDatesTheFileCorrectly)
         bool const back = dated < start - 500;
         dated_back += back ? 1 : 0;
         if (back) {
-            // By the time of the last change that the count has seen.
+            // Dated by the last change that the count has seen.
             EXPECT_GE(dated, start - 960 - 5);
             EXPECT_LE(dated, end - 960);
         } else {

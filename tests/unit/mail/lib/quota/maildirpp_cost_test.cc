@@ -1,4 +1,4 @@
-// What a count costs in system calls.
+// The cost of a count in system calls.
 
 #include "mail/lib/quota/maildirpp_usage.h"
 #include "support/host_test.h"

@@ -29,7 +29,7 @@ protected:
         }
     }
 
-    // What is printed on each stream by a look that gives this result.
+    // The output on each stream of a look that must return this result.
     static std::string report(int result, int (*look)(time_t*))
     {
         auto const run = inChild([&] {
@@ -181,7 +181,7 @@ TEST_F(MaildirppFolders, EndsInAMaildirThatDoesNot)
               "");
 }
 
-TEST_F(MaildirppFolders, FailsForAFolderThatIsRenamedMeanwhile)
+TEST_F(MaildirppFolders, FailsForAFolderThatIsRenamedDuringTheWalk)
 {
     EXPECT_EQ(report(0,
                      [](time_t* mtime) {

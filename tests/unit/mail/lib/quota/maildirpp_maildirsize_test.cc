@@ -40,7 +40,7 @@ protected:
         return write_maildirpp_maildirsize("Maildir", getuid(), getgid(), sq, cq);
     }
 
-    // What the file holds after a write that succeeds.
+    // The file's content after a write, which must succeed.
     std::string written(sizequota_t sq, fcount_t cq)
     {
         EXPECT_EQ(write(sq, cq), 1);
@@ -50,8 +50,8 @@ protected:
         return readFile("Maildir/maildirsize");
     }
 
-    // What a write prints that fails with an error while prepared runs, as an object. It must
-    // leave everything as it was.
+    // The output of a write that must fail with this error while an object of type Prepared lives.
+    // It must leave everything as it was.
     template<class Prepared, class... Arguments>
     std::string failureWith(int error, Arguments... arguments)
     {
@@ -128,7 +128,7 @@ TEST_F(MaildirppMaildirsize, LeavesTheFileOfAQuietMailboxAsItIs)
     EXPECT_GE(timeOf("Maildir/maildirsize"), start - 1);
 }
 
-TEST_F(MaildirppMaildirsize, DatesTheFileBackWhenMailComesMeanwhile)
+TEST_F(MaildirppMaildirsize, DatesTheFileBackWhenMailComesDuringTheCount)
 {
     time_t const start = time(nullptr) - 5000;
     folder(".Sent");
@@ -140,7 +140,7 @@ TEST_F(MaildirppMaildirsize, DatesTheFileBackWhenMailComesMeanwhile)
     }
 }
 
-TEST_F(MaildirppMaildirsize, DoesNotMindAFolderThatGoesMeanwhile)
+TEST_F(MaildirppMaildirsize, DoesNotMindAFolderThatGoesDuringTheCount)
 {
     time_t const start = time(nullptr);
     folder(".Sent");
@@ -228,7 +228,7 @@ TEST_F(MaildirppMaildirsize, TriesAgainAfterAPause)
         int error;
         int number;
     };
-    // The second call by number opens tmp.
+    // The second call of syscall() opens tmp.
     for (Attempt const& attempt :
          {Attempt{"syscall", EMFILE, 2}, {"openat", EMFILE, 1}, {"fchmod", EIO, 1}}) {
         pauses_detail::pauses.clear();
@@ -311,7 +311,7 @@ TEST_F(MaildirppMaildirsize, DatesNoOtherFileBackThatTakesItsPlace)
     };
     for (auto const& swap : swaps) {
         {
-            // Of the second look; the count itself looks at no file.
+            // During the second look; the count itself calls no fstatat.
             BeforeCall const delivery("fstatat", 1, [&] {
                 setTime("new", time(nullptr) + 100);
                 fs::remove("maildirsize");
@@ -345,7 +345,7 @@ TEST_F(MaildirppMaildirsize, RemovesTheNewFileAfterEachFailure)
               withErrno("unable to write data to file", ENOSPC));
     EXPECT_EQ((failureWith<CallFailure>(EIO, "fsync", EIO)),
               withErrno("unable to commit written data to file", EIO));
-    // Two directories are closed before it.
+    // Two directories are closed before the file.
     EXPECT_EQ((failureWith<CallFailure>(EDQUOT, "close", EDQUOT, 3)),
               withErrno("unable to commit written data to file", EDQUOT));
     EXPECT_EQ((failureWith<CallFailure>(EXDEV, "renameat", EXDEV)), "");
@@ -353,7 +353,7 @@ TEST_F(MaildirppMaildirsize, RemovesTheNewFileAfterEachFailure)
 
 TEST_F(MaildirppMaildirsize, KeepsTheErrorAfterTheNewFilesRemoval)
 {
-    // Then neither closing nor removing it works, and they fail differently.
+    // After that both closing and removing fail, with different errors.
     std::function<void()> const takeAway = [] {
         for (auto const& entry : fs::directory_iterator("tmp"))
             fs::remove(entry.path());
@@ -380,7 +380,7 @@ TEST_F(MaildirppMaildirsize, WritesOnWhenAWriteIsInterrupted)
 
 TEST_F(MaildirppMaildirsize, WritesTheRestAfterAShortWrite)
 {
-    // Of the first write five bytes pass for written.
+    // The first write returns 5 without writing.
     CallFailure const part("write", 0, 1, 5);
     EXPECT_EQ(written(1, 0), "\n           0           0\n");
 }

@@ -30,7 +30,7 @@ protected:
         result = get_maildirpp_messages_usage(&usage.first, &usage.second, &mtime);
         return usage;
     }
-    // What a message with such a name and two bytes in it adds.
+    // The usage that a message with this name and two bytes adds.
     static Usage added(std::string const& name)
     {
         writeFile("cur/" + name, "xx");
@@ -45,7 +45,7 @@ protected:
     time_t mtime = 0;
 };
 
-// A line of the process's memory, in kilobytes.
+// One figure of the process's memory, in kilobytes.
 long memory(std::string const& line)
 {
     std::ifstream status("/proc/self/status");
@@ -58,7 +58,7 @@ long memory(std::string const& line)
     return 0;
 }
 
-// How far the memory grows above where it is while code runs.
+// How much the process's memory grows while code runs.
 template<class Code>
 long growthDuring(Code code)
 {
@@ -80,7 +80,7 @@ TEST_F(MaildirppMessages, TakesTheSizeFromTheName)
     EXPECT_EQ(added("1,S=9223372036854775807"), Usage(LLONG_MAX, 1));
 }
 
-TEST_F(MaildirppMessages, LooksBehindABadSizeForAnother)
+TEST_F(MaildirppMessages, LooksAfterABadSizeForAnother)
 {
     EXPECT_EQ(added("1,S=,S=40:2,"), Usage(40, 1));
     EXPECT_EQ(added("1,S=10,S=40"), Usage(40, 1));
@@ -107,7 +107,7 @@ TEST_F(MaildirppMessages, LooksAtNoFileWhoseNameHasASize)
     EXPECT_EQ(result, 1);
 }
 
-TEST_F(MaildirppMessages, AddsLinksAndDirectoriesAsTheyLie)
+TEST_F(MaildirppMessages, AddsLinksAndDirectoriesThemselves)
 {
     fs::create_symlink("nowhere", "cur/link");
     EXPECT_EQ(counted(), Usage(7, 1));
@@ -217,7 +217,7 @@ TEST_F(MaildirppMessages, FindsNothingThroughALinkAndHoldsAtNoFifo)
     ASSERT_EQ(mkfifo("cur", 0666), 0);
     EXPECT_EQ(counted(), Usage(0, 0));
     EXPECT_EQ(result, 1);
-    // Named as a folder, but a link when it is opened.
+    // A folder when it is listed, but a link when it is opened.
     makeMaildir(".Sent");
     BeforeCall const swap("syscall", 3, [] {
         fs::remove_all(".Sent");

@@ -1,5 +1,5 @@
-// The mail server's own programs beside this code: what one side writes the other enforces and
-// counts.
+// The mail server's own programs and this code: each side enforces and counts what the other
+// writes.
 
 #include "mail/lib/quota/maildirpp_quota.h"
 #include "mail/lib/quota/maildirpp_usage.h"
@@ -40,7 +40,7 @@ protected:
         writeFile("/tmp/letter", "Subject: x\n\n" + std::string(size - 12, 'x'));
         return asUser("/usr/bin/deliverquota ./Maildir </tmp/letter");
     }
-    // What the IMAP server says of the quota of the inbox.
+    // The IMAP server's answer about the quota of the inbox.
     std::string imapQuota() const
     {
         writeFile("/tmp/commands", "a GETQUOTAROOT INBOX\r\nb LOGOUT\r\n");

@@ -96,7 +96,7 @@ TEST_F(MaildirppQuotaOnHost, StaysInTheMailboxWhenTheAttachmentsCannotBeCounted)
 {
     put("@attachments/file", 1000);
     auto const run = inChild([&] {
-        // The first look is whether they are there.
+        // The first call checks whether there are attachments.
         CallFailure const failing("fstatat", EIO, 2);
         return store(5000) == 0 && errno == EIO && fs::current_path() == home ? 0 : 1;
     });

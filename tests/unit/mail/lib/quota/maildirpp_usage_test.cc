@@ -12,7 +12,7 @@ namespace {
 class MaildirppUsage : public MaildirTest
 {
 protected:
-    // Counting finds 1000 bytes in one message.
+    // Makes one message of 1000 bytes for the count.
     void SetUp() override
     {
         MaildirTest::SetUp();
@@ -37,7 +37,7 @@ protected:
 
 } // namespace
 
-TEST_F(MaildirppUsage, SumsTheLinesBehindTheFirst)
+TEST_F(MaildirppUsage, SumsTheLinesAfterTheFirst)
 {
     EXPECT_EQ(usageBy("5000S,0C\n         100           2\n"), Usage(100, 2));
     EXPECT_EQ(usageBy("5000S\n100 2\n20 1\n-40 0\n"), Usage(80, 3));
@@ -46,7 +46,7 @@ TEST_F(MaildirppUsage, SumsTheLinesBehindTheFirst)
     EXPECT_EQ(result, 1);
 }
 
-TEST_F(MaildirppUsage, NothingBehindTheFirstLineIsNoUsage)
+TEST_F(MaildirppUsage, NothingAfterTheFirstLineIsNoUsage)
 {
     EXPECT_EQ(usageBy("5000S,0C\n"), Usage(0, 0));
     EXPECT_EQ(usageBy("\n"), Usage(0, 0));

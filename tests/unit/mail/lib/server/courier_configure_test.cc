@@ -40,7 +40,7 @@ constexpr int making = O_RDWR | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC;
 
 constexpr EnvChange one_change[] = {{"A", ENV_ADD, "2"}, {nullptr, ENV_ADD, nullptr}};
 
-// Courier's files below a directory of the test, where no daemon is touched.
+// Courier's files in a directory of the test. No daemon is touched.
 class CourierConfigure : public ::testing::Test
 {
 protected:
@@ -55,7 +55,7 @@ protected:
 
     static void configure(std::string const& courier_root)
     {
-        static auto& kept = *new std::vector<conf_data*>; // a call may end the process with them
+        static auto& kept = *new std::vector<conf_data*>; // a call may end the process
         auto* const conf = static_cast<conf_data*>(calloc(1, sizeof(conf_data)));
         kept.push_back(conf);
         conf_set_r("COURIER_IMAP_ROOT_D", courier_root.c_str(), conf);
@@ -63,7 +63,7 @@ protected:
         theOrvConfHash = conf;
     }
 
-    // The result of a call and what it has printed on both streams.
+    // The result of a call and its output on both streams.
     std::string outcomeOf(
         std::function<int()> const& call, std::function<void()> const& prepare = [] {}) const
     {
@@ -82,7 +82,7 @@ protected:
         return outcomeOf([] { return set_courier_params_list(one_change); }, prepare);
     }
 
-    // The files' texts, and everything else that is beside them, by name.
+    // The files' texts, and the names of all other files beside them.
     std::string left() const
     {
         std::string texts;
@@ -95,7 +95,7 @@ protected:
         return texts;
     }
 
-    // The files as a call leaves them that begins with this text in each.
+    // The files after a call that finds this text in each of them.
     std::string leftBy(std::string const& before, std::function<int()> const& call)
     {
         for (std::string const& name : names)
@@ -160,7 +160,7 @@ TEST_F(CourierConfigure, SetsOrRemovesItsFourVariables)
               "X=1\nRELAYCLIENT=\nSHORTNAMES=1\nPOPLOCK_TIME=4\n");
 }
 
-TEST_F(CourierConfigure, SetsOrRemovesShortNamesAlone)
+TEST_F(CourierConfigure, SetsOrRemovesOnlyShortNames)
 {
     std::string const all = "RELAYCLIENT=1\nSHORTNAMES=3\n";
     EXPECT_EQ(leftBy(all, [] { return set_courier_shortnames_params(1); }),
@@ -174,7 +174,7 @@ TEST_F(CourierConfigure, RefusesAPathThatIsTooLong)
     std::string const path = overlong + "/etc/courier-imap/imapd";
     EXPECT_EQ(changed([&] { configure(overlong); }),
               "-1|File path too long " + path.substr(0, 4095) + "\n");
-    // One that fits itself, but not with a suffix.
+    // A path that fits, but not with a suffix.
     std::string const tail = "/etc/courier-imap/imapd";
     std::string const slashes(4090 - root.path().size() - tail.size(), '/');
     std::string const deep = root.path() + slashes;
@@ -211,7 +211,7 @@ TEST_F(CourierConfigure, EndsAtAFileThatCannotBeRead)
     EXPECT_EQ(left(), "A=2\n|A=2\n|directory|A=1\n|");
 }
 
-// The failure is one of a write long before the end.
+// The write fails long before the end.
 TEST_F(CourierConfigure, EndsAtAFileThatCannotBeWritten)
 {
     std::string const large = std::string(100000, 'x') + "\n" + std::string(3000, 'y') + "\n";
@@ -227,7 +227,7 @@ TEST_F(CourierConfigure, EndsAtAFileThatCannotBeWritten)
     EXPECT_EQ(left(), "A=2\n|" + large + "|A=1\n|A=1\n|");
 }
 
-// By the end nothing of it is left for the close to write.
+// Nothing is left for the close to write.
 TEST_F(CourierConfigure, FailsWhenTheFilesBeginningIsNotWritten)
 {
     std::string const blocks = std::string(8191, 'x') + "\n";
@@ -272,7 +272,7 @@ TEST_F(CourierConfigure, EndsAtAFileThatCannotBeRenamed)
 
 namespace {
 
-// Courier itself, whose files are put back at the end.
+// Courier's real files, which are put back at the end.
 class CourierConfigureOnHost : public HostTest
 {
 protected:
@@ -305,7 +305,7 @@ protected:
 
 TEST_F(CourierConfigureOnHost, ChangesTheTrueFilesAndRestartsTheTrueService)
 {
-    // What Courier's own programs print on the standard error is not looked at.
+    // Courier's own programs print on standard error, which does not matter here.
     EXPECT_EQ(inChild([] { return set_courier_params(1, 1, 30, 0); }).status, 0);
     for (std::string const& name : names) {
         ASSERT_NE(before(name), "");

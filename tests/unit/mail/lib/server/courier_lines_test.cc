@@ -14,7 +14,7 @@ namespace {
 
 constexpr EnvChange end_of_list = {nullptr, ENV_ADD, nullptr};
 
-// What becomes of a text.
+// The text after the changes.
 std::string changed(std::string const& text, std::vector<EnvChange> env)
 {
     env.push_back(end_of_list);
@@ -115,7 +115,7 @@ TEST(CopyChangedLines, TakesThirtyOneChanges)
     });
     EXPECT_EQ(run.err + run.out, "");
 
-    // The one that is too many is ignored, and each line that reaches it says so.
+    // The 32nd change is ignored, and each line that reaches it reports that.
     env.push_back({names[31].c_str(), ENV_ADD, "x"});
     ChildRun const reported = printedBy([&] {
         EXPECT_EQ(changed("V31=1\nV0=2\nA=1\n", env),

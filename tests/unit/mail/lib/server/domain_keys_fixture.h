@@ -1,7 +1,7 @@
-// domain_keys_fixture - what the tests of the keys of domains share
+// domain_keys_fixture - shared by the tests of domain keys
 //
-// Domains of the longest paths that are taken, the reports about longer ones, and a host whose
-// store of keys is set aside: it is missing at first, and back as it was after the test.
+// Has domains with the longest possible paths, the reports for longer ones, and a host whose store
+// of keys is set aside: it is missing at first and restored after the test.
 
 #ifndef MAILVEK_TESTS_UNIT_MAIL_LIB_SERVER_DOMAIN_KEYS_FIXTURE_H
 #define MAILVEK_TESTS_UNIT_MAIL_LIB_SERVER_DOMAIN_KEYS_FIXTURE_H
@@ -27,7 +27,7 @@
 inline constexpr char keys[] = "/etc/domainkeys";
 inline constexpr char no_memory[] = "\nSystem error 12: Cannot allocate memory\n";
 
-// The longest domain of x whose path, with what is behind it, is no longer than 4095.
+// The longest domain of x whose path, with the text behind after it, has at most 4095 characters.
 inline std::string longestDomain(std::string const& behind)
 {
     return std::string(4095 - std::string(keys).size() - 1 - behind.size(), 'x');
@@ -43,7 +43,7 @@ inline std::string domainTooLong(std::string const& domain)
     return "Domain name '" + domain + "' is too long to be stored in /etc/domainkeys\n";
 }
 
-// On a host whose store is missing at first.
+// Runs on a host whose store is missing at first.
 class DomainKeysOnHost : public HostTest
 {
 protected:
@@ -66,7 +66,7 @@ protected:
         writeFile(keyOf(domain), key);
     }
 
-    // What lies in a directory, sorted.
+    // The names in a directory, sorted.
     static std::vector<std::string> namesIn(std::string const& directory)
     {
         std::vector<std::string> names;
@@ -76,7 +76,7 @@ protected:
         return names;
     }
 
-    // In a child, that ends with 0 when the result is this one.
+    // Runs the call in a child and expects this result and output.
     void expect(int result, std::function<int()> const& call, std::string const& printed)
     {
         ChildRun const run = inChild([&] { return call() == result ? 0 : 99; });

@@ -1,4 +1,4 @@
-// Keys that are installed for a domain: their rights, what they replace, and what ends the process.
+// Installing keys for a domain: their rights, what they replace, and what ends the process.
 
 #include "mail/lib/server/domain_keys.h"
 
@@ -98,7 +98,7 @@ TEST_F(DomainKeysOnHost, LeaveAFileThatHasTakenTheSourcesName)
 
 TEST_F(DomainKeysOnHost, AreInstalledForEachListedDomainWithTheirRights)
 {
-    mode_t const before = umask(077); // which must not keep the filter out
+    mode_t const before = umask(077); // it must not keep the filter out
     expect(
         0, [&] { return install("a.com,B.Com,c.com"); }, "");
     EXPECT_EQ(umask(before), 077U);

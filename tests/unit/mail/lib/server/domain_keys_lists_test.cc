@@ -1,5 +1,5 @@
 // Lists of domains whose keys are installed or removed: what counts as a domain of the list, and
-// that one which fails does not keep the others from it.
+// that a failing domain does not stop the others.
 
 #include "mail/lib/server/domain_keys.h"
 
@@ -100,7 +100,7 @@ TEST_F(DomainKeysOnHost, AreNotInstalledWithoutMemoryForTheList)
     EXPECT_FALSE(std::filesystem::exists(keys));
 }
 
-// A removal would take the keys of everybody, or /etc.
+// A removal would delete everybody's keys, or /etc.
 TEST_F(DomainKeysOnHost, AreNotSoughtOutsideTheirStore)
 {
     for (std::string const domain : {".", "..", "/", "//", "../x", "x/../..", "x/.", "./x"}) {

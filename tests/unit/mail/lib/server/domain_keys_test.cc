@@ -1,4 +1,4 @@
-// Where a domain's keys lie, whether they are enabled, and how they are cloned and removed.
+// The path of a domain's key, whether keys are enabled, and how they are cloned and removed.
 
 #include "mail/lib/server/domain_keys.h"
 
@@ -78,7 +78,7 @@ TEST(DomainKeys, AreNotEnabledWithoutAPath)
     EXPECT_EQ(run.out, fileTooLong(longer));
 }
 
-TEST_F(DomainKeysOnHost, AreEnabledByARegularFileAlone)
+TEST_F(DomainKeysOnHost, AreEnabledOnlyByARegularFile)
 {
     auto const enabled = [](char const* domain) {
         errno = E2BIG;

@@ -27,7 +27,7 @@ std::string pathOf(std::string const& file)
     return directory + ("/" + file);
 }
 
-// On a host whose parameters are all "old" at first.
+// Runs on a host whose parameters are all "old" at first.
 class SpfControlOnHost : public HostTest
 {
 protected:
@@ -57,7 +57,7 @@ protected:
         return found;
     }
 
-    // The reports of an update that fails, errno's lines included.
+    // Expects an update to fail with these reports, including errno's lines.
     static void expectFailure(std::string const& value, std::string const& what,
                               std::string const& name, std::string const& error)
     {
@@ -169,7 +169,7 @@ TEST_F(SpfControlOnHost, EndsAtTheFirstFileThatCannotBeWritten)
     }
 }
 
-// By its end nothing of it is left for the close to write.
+// Nothing is left for the close to write.
 TEST_F(SpfControlOnHost, FailsWhenALongValuesBeginningIsNotWritten)
 {
     std::filesystem::remove(pathOf("spfrules"));
