@@ -1,7 +1,7 @@
 option(MAILVEK_SANITIZE "build with address and undefined-behaviour sanitizers" OFF)
 
-# Without vptr: that check looks at memory through a pipe of its own, and takes an object for a
-# broken one where no descriptor is left, which tests arrange.
+# Without vptr: that check reads memory through a pipe of its own, and reports a broken object when no
+# descriptor is left, which some tests arrange.
 if(MAILVEK_SANITIZE)
   add_compile_options(-fsanitize=address,undefined -fno-sanitize=vptr -fno-sanitize-recover=all
     -fno-omit-frame-pointer)

@@ -1,8 +1,8 @@
 # Third-party libraries, each linked by the room that uses it. Boost, SQLite and the panel
-# database's client are linked statically: the tool is started once per change, thousands of times
-# a day, and every shared library costs at each start. libidn and OpenSSL follow in the release
-# preset (MAILVEK_ALL_STATIC): to load OpenSSL took as long as all the rest of a start. The tests
-# have them shared, so that a library's own allocations are not counted as the tool's.
+# database's client are linked statically: the tool starts thousands of times a day, once per change,
+# and every shared library costs time at each start. The release preset (MAILVEK_ALL_STATIC) links
+# libidn and OpenSSL statically too: loading OpenSSL took as long as the rest of a start. The tests
+# link them shared, so that the libraries' own allocations are not counted as the tool's.
 
 option(MAILVEK_ALL_STATIC "Link libidn and OpenSSL statically too" OFF)
 set(OPENSSL_USE_STATIC_LIBS ${MAILVEK_ALL_STATIC})

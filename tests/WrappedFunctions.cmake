@@ -1,6 +1,6 @@
-# What tests of a room answer for the system: the linker turns the program's calls of f into
-# calls of the tests' __wrap_f, from where the true one is __real_f. A function of the tool
-# stands here by the name that it has for the linker. One word a line, so that branches meet.
+# The functions that a room's tests answer themselves: the linker redirects the program's calls of f
+# to the tests' __wrap_f, where the original is __real_f. A function of the tool is listed by its
+# linker name. One word per line, so that branches merge.
 
 set(mysql_spy
   mysql_init
