@@ -52,7 +52,7 @@ path directoryName(std::string const& name)
     return name;
 }
 
-// Keeps errno, since paths are formed where a failure is told.
+// Keeps errno, since reports of a failure form their paths with it.
 path mailRoot()
 {
     ErrnoKeeper const keeper;
@@ -88,7 +88,7 @@ OpenDescriptor makeDirectory(int above, char const* name, Making& making)
     return make_directory_beneath(above, name, mode_only(home_mode), &making);
 }
 
-// The library takes a "/" at the end of a path for a last component ".".
+// To the library a "/" at the end of a path is a last component ".".
 path withoutLastDots(path directory)
 {
     while (directory.filename() == "." && directory.has_parent_path())

@@ -25,7 +25,7 @@
 
 namespace orvek::process {
 
-// What is started, and how. Name the fields, in this order.
+// The program to start, and how. Name the fields, in this order.
 struct LaunchOptions
 {
     char const* const* argv;          // ends with a null
@@ -47,9 +47,9 @@ public:
     // No child: a slot to move one into.
     ProcessLaunch() = default;
     explicit ProcessLaunch(LaunchOptions const& options);
-    // The same with each option in its place. argv ends with a null; cwd null keeps the directory,
-    // env null the environment, and searchPath counts only without env. The modes are those of
-    // flags.h.
+    // The same with the options as arguments. argv ends with a null. A null cwd keeps the
+    // directory, a null env the environment. searchPath counts only without env. The modes are
+    // those of flags.h.
     ProcessLaunch(char const* const* argv, char const* path, char const* cwd,
                   char const* const* env, bool closeDescriptors, bool searchPath, bool newSession,
                   boost::function<void()> const& childSetup, int stdinMode, int stdoutMode,

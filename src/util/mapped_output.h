@@ -3,7 +3,7 @@
 // A stream buffer over a mapped file. What is written is in the file at once for every reader,
 // without a system call. The file grows by whole windows, so zeros follow the last byte until
 // finish() cuts them off. Room is reserved before it is mapped: a full disk is a failed write, not
-// a signal. No one else may shorten the file meanwhile.
+// a signal. No one else may shorten the file while it is written.
 //
 // The constructor takes over a file that is there, to be written from its beginning. A file that
 // cannot be mapped, or that has no room, is not open: the buffer refuses everything, the file may

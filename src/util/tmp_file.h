@@ -47,7 +47,7 @@ struct OwnedTmpFile
 {
     explicit OwnedTmpFile(std::string const& prefix);
 
-    // Its path, and its descriptor, which is given away; the file stays owned.
+    // Its path, and its descriptor, which the caller owns from now on. The file stays owned.
     std::pair<std::string, int> opened();
 
     std::string const prefix;

@@ -4,9 +4,9 @@
 // reaches standard output in one piece at each flush: std::endl, std::flush, or the end of the
 // program. The doubling is meant: the panel reads standard output, its operator standard error.
 //
-// A std::string is a name and may be a stranger's, and what a char const* leads to may hold one, as
-// the text of an exception does: control bytes are shown, see visible(). A literal stays as it is,
-// and so does a text that was printed by way of std::ostream.
+// A std::string may be a stranger's name, and the text of a char const* may contain one, as that of
+// an exception does: their control bytes are made visible, see visible(). A literal stays as it is,
+// and so does a text that is printed through std::ostream.
 
 #ifndef MAILVEK_UTIL_UERR_H
 #define MAILVEK_UTIL_UERR_H

@@ -26,8 +26,8 @@ int copy_file(char const* src_fname, char const* dst_fname);
 void copy_file_atomic(char const* src_filename, char const* dest_filename, uid_t uid, gid_t gid,
                       mode_t mode);
 
-// The same with a source that take_file_beneath has taken: whatever has its name meanwhile, this
-// file is copied. src_filename stands for it in reports.
+// The same with a source that take_file_beneath has taken: this very file is copied, even if its
+// name leads to another one by now. src_filename names it in reports.
 void copy_taken_file_atomic(int taken, char const* src_filename, char const* dest_filename,
                             uid_t uid, gid_t gid, mode_t mode);
 

@@ -52,7 +52,7 @@ struct FreeLock
     void operator()(lock_struct_t* lock) const { free_lock(lock); }
 };
 
-// Owns what the functions above return. Give it to rm_lock by release() where its result counts.
+// Owns the result of the functions above. Call rm_lock(lock.release()) where its result counts.
 using OwnedLock = std::unique_ptr<lock_struct_t, FreeLock>;
 
 #endif

@@ -1,7 +1,7 @@
 // process_status - walking through the processes of the host
 //
 // iterateProcesses reads what infoFlags asks for of each process in /proc and passes it to the
-// visitor. A result above 0 continues the walk. A process that ends meanwhile is passed over, and
+// visitor. A result above 0 continues the walk. A process that ends by then is passed over, and
 // so is one of which something asked for cannot be read. The record and all that it points to
 // last as long as the visitor's call. What was not asked for is null or 0.
 //

@@ -35,7 +35,7 @@ public:
     char const* error() const;
 
     // The first row's value, which lives as long as its result; null for no row, for NULL and for
-    // a column that there is not.
+    // a missing column.
     char const* first_value(unsigned int column = 0);
     // The same, copied and cut to the buffer, or null.
     char const* copy_first(char (&value)[panel_value_size], unsigned int column = 0);

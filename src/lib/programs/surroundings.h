@@ -5,7 +5,7 @@
 // outlives exec. reset_surroundings() is the first call of main and puts it in order:
 //
 //   descriptors   0, 1 and 2 are open, on /dev/null where they were closed; no other is
-//   streams       nobody who does not read them holds the process up, see caller_streams
+//   streams       a reader who does not read cannot block the process, see caller_streams
 //   environment   PATH is fixed; LANG, LC_*, TERM and TZ stay when their values name no file;
 //                 ORVEK_INSTALLER_DEBUG stays; nothing else does. The passwords are taken out,
 //                 see take_env_passwords.

@@ -23,7 +23,7 @@ using CppBuffer = __gnu_cxx::stdio_sync_filebuf<char>;
 
 // ------------------------------------------------------------------------------- one stream
 
-// Opened anew this device is another one: the other end of a new terminal.
+// Opening this device again would give another device: the other end of a new terminal.
 constexpr unsigned multiplexer_major = 5;
 constexpr unsigned multiplexer_minor = 2;
 // The devices of memory: /dev/null and its kind.
@@ -42,14 +42,14 @@ bool is_terminal(int descriptor, struct stat const& found)
            found.st_rdev != makedev(multiplexer_major, multiplexer_minor) && isatty(descriptor);
 }
 
-// A pipe is opened only for what the caller's descriptor may do already.
+// A pipe is opened again only for writing that the caller's descriptor already allows.
 bool may_write(int descriptor)
 {
     int const flags = fcntl(descriptor, F_GETFL);
     return flags >= 0 && (flags & O_ACCMODE) != O_RDONLY;
 }
 
-// A description of our own, which does not wait, of what the descriptor is open on.
+// Opens the descriptor's file again, so that this descriptor alone is non-blocking.
 int opened_again(int descriptor)
 {
     char path[32];
@@ -57,8 +57,8 @@ int opened_again(int descriptor)
     return open(path, O_WRONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC);
 }
 
-// Without a description of our own no more is written than there is room for just now. Somebody
-// who fills the room first holds this up, which is why it is the last resort.
+// The last resort, when the file cannot be opened again: writes no more than there is room for now.
+// Somebody who fills the room first can still block it.
 ssize_t write_what_fits(int descriptor, std::string_view text, struct stat const& found)
 {
     pollfd room = {descriptor, POLLOUT, 0};
@@ -79,13 +79,13 @@ ssize_t write_at_once(int descriptor, std::string_view text)
         return send(descriptor, text.data(), text.size(), MSG_DONTWAIT);
     if (!S_ISFIFO(found.st_mode) && !is_terminal(descriptor, found))
         return write_what_fits(descriptor, text, found);
-    // Not kept open: in a child the descriptor's number soon leads elsewhere.
+    // Not kept open, because in a child its number may soon belong to another file.
     OpenDescriptor const ours(opened_again(descriptor));
     if (ours.get() >= 0)
         return write(ours.get(), text.data(), text.size());
     if (errno != ENXIO)
         return write_what_fits(descriptor, text, found);
-    // A pipe with a name that nobody has open for reading.
+    // A named pipe that nobody has open for reading.
     raise(SIGPIPE);
     errno = EPIPE;
     return -1;
@@ -141,10 +141,10 @@ ssize_t write_stream(void* cookie, char const* text, size_t size)
     return all;
 }
 
-// The stream in the place of a standard one, buffered as that one is; null when it may stay.
+// The replacement for a standard stream, with the same buffering. Null when none is needed.
 FILE* replacement(CallerStream& stream)
 {
-    static char buffer[4096]; // what stdio takes for a pipe
+    static char buffer[4096]; // the size that stdio uses for a pipe
     struct stat found = {};
     if (fstat(stream.descriptor, &found) != 0 || never_waits(found))
         return nullptr;
@@ -181,7 +181,7 @@ void use_caller_streams(int patience)
     ErrnoKeeper const keeper;
     for (CallerStream& stream : streams)
         stream.patience = patience;
-    // Neither buffer is ever destroyed: destructors of static objects print.
+    // The buffers are never destroyed, because destructors of static objects print.
     if (FILE* const out = replacement(streams[0])) {
         stdout = out;
         std::cout.rdbuf(new CppBuffer(out));

@@ -18,7 +18,7 @@
 std::string visible(std::string_view text);
 // The same for a text of several lines, whose newlines stay.
 std::string visible_lines(std::string_view text);
-// The same of one field of a line whose fields tabs part: its tabs are shown as \t.
+// The same for one field of a line with tabs between the fields: tabs are shown as \t.
 std::string visible_field(std::string_view text);
 
 // printed is what vsnprintf made of fmt and args; it may be cut. Makes those control bytes visible

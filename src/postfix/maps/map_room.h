@@ -23,7 +23,7 @@
 // that exists. For any other map isMade() is false, and run() simply runs postmap.
 //
 // postmap sees the room through a mount namespace of its own. Where the kernel refuses one, the
-// room is named in the last argument instead, by way of /proc.
+// room is named in the last argument instead, through /proc.
 //
 // Failures: SystemError with the path; EMLINK, EINVAL, ELOOP for an indexed file that is not a
 // regular file with one name, EWOULDBLOCK for one that stays locked. What runPostmap raises.

@@ -57,7 +57,7 @@ bool parkingCounts()
     OpenDescriptor const directory(open_parent(parking_file, name));
     struct stat info = {};
     if (directory.get() < 0 || look_beneath(directory.get(), name, info) != 0) {
-        // Taken for missing, it would be written over by the next one that is stored.
+        // If it counted as missing, the next store would overwrite it.
         if (errno != ENOENT && errno != ENOTDIR)
             throw SystemError(parking_file, errno);
         return false;

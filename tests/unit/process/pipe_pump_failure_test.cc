@@ -89,7 +89,7 @@ TEST_F(PipePumpFailureTest, NamesTheCallThatFailed)
     feed(1, 5);
     pipe.append(stage("echo"));
     Pipe const prototype = pipe;
-    // The source runs when everything is launched; the call that fails is the next of its kind.
+    // The source runs after everything is launched. The next call of that name fails.
     auto const failing = [&](char const* call, int code) {
         pipe = prototype;
         pipe.stdinSource = [&, call, code](Chunk& chunk) {

@@ -18,8 +18,8 @@
 // Failures are reported by orvek_log at priority 3, here or through failure(), which also
 // closes. errno stays as the failing call left it.
 //
-// While a MailAuthTransaction is open, openForWriting and openForReading give its connection
-// (SharedAccounts) instead of a new one, and what closes leaves it open.
+// While a MailAuthTransaction is open, openForWriting and openForReading use its connection
+// (SharedAccounts) instead of a new one, and closing leaves it open.
 //
 // No command calls these; they are for callers to come: MailAuthConnection::execute,
 // MailAuthConnection::release.
@@ -52,7 +52,7 @@ public:
     // names cannot be opened.
     [[nodiscard]] int openForWriting();
     [[nodiscard]] int openForReading();
-    // As openForReading, never shared: a connection that release may hand out.
+    // As openForReading, but never shared, so that release may hand the connection out.
     [[nodiscard]] int openAloneForReading();
 
     // 0, or -1 reported and closed.
@@ -101,11 +101,11 @@ private:
     void report(char const* fmt, va_list args) const __attribute__((format(printf, 2, 0)));
 
     std::optional<AccountFiles> files;
-    SharedAccounts* shared = nullptr; // whose connection this is, if it is not its own
+    SharedAccounts* shared = nullptr; // the lender of the connection, or null for an own one
     sqlite3* db = nullptr;
     sqlite3_stmt* statement = nullptr;
-    // Of steps_in_batch steps of SQLite's virtual machine, by all statements of a connection of its
-    // own, or by one statement on a shared one.
+    // Batches of steps_in_batch steps of SQLite's virtual machine: of all statements on an own
+    // connection, or of one statement on a shared one.
     long batches = 0;
     bool abandoned = false;
 };

@@ -25,8 +25,8 @@ SharedAccounts* SharedAccounts::current()
 
 bool SharedAccounts::lend(MailAuthConnection& to, int flags)
 {
-    // A read may come first, and must not create a missing file. The changes go on the same
-    // connection.
+    // Opens for writing even if a read comes first, because changes will use the same connection. A
+    // read must not create a missing file.
     int const wanted = flags & SQLITE_OPEN_READONLY ? SQLITE_OPEN_READWRITE : flags;
     if (!connection.isOpen() && !connection.open(wanted)) {
         to.db = std::exchange(connection.db, nullptr);
@@ -39,12 +39,12 @@ bool SharedAccounts::lend(MailAuthConnection& to, int flags)
 
 bool SharedAccounts::begin()
 {
-    // SQLite may have rolled it back. commit() tells that; none is begun a second time.
+    // SQLite may have rolled the transaction back. commit() notices that; no second one is begun.
     if (begun)
         return true;
     sqlite3* const db = connection.db;
     char* error = nullptr;
-    // Deliberate: not deferred. Of two processes that have read and go on to write, one would wait
+    // Deliberate: not deferred. If two processes read first and then wrote, one of them would wait
     // in vain.
     int const result = connection.execute("BEGIN IMMEDIATE", &error);
     sqlite3_free(error);
@@ -85,7 +85,7 @@ int SharedAccounts::commit()
     return result;
 }
 
-// What is not committed by now is rolled back.
+// Rolls back what has not been committed.
 void SharedAccounts::close()
 {
     begun = false;

@@ -1,7 +1,7 @@
 // shared_accounts - the connection of an open transaction
 //
-// MailAuthConnection takes the connection and its statements from here while a MailAuthTransaction
-// is open. It is opened at the first use. A statement is compiled once and kept to the end.
+// While a MailAuthTransaction is open, MailAuthConnection gets its connection and statements here.
+// The connection is opened at the first use. A statement is compiled once and kept to the end.
 
 #ifndef MAILVEK_MAIL_LIB_ACCOUNTS_SHARED_ACCOUNTS_H
 #define MAILVEK_MAIL_LIB_ACCOUNTS_SHARED_ACCOUNTS_H
@@ -19,20 +19,20 @@ public:
     SharedAccounts(SharedAccounts const&) = delete;
     SharedAccounts& operator=(SharedAccounts const&) = delete;
 
-    // That of the open transaction, or null.
+    // The connection of the open transaction, or null.
     static SharedAccounts* current();
 
-    // Gives to the connection. False, unreported, when the database cannot be opened; what to has
-    // then is its own.
+    // Lends the connection to "to". False, unreported, when the database cannot be opened; "to"
+    // then has its own connection.
     [[nodiscard]] bool lend(MailAuthConnection& to, int flags);
-    // Begins the transaction unless it has begun. False only after a failed wait: a failure of
-    // another kind is left to the statement that follows.
+    // Begins the transaction unless it has begun. False only after a failed wait: the next
+    // statement reports any other failure.
     [[nodiscard]] bool begin();
     // The compiled statement, or null for the caller to compile and keep().
     sqlite3_stmt* find(char const* query);
     void keep(char const* query, sqlite3_stmt* statement);
 
-    // Commits what has been begun and closes. 0, or -1 reported.
+    // Commits the transaction, if one was begun, and closes. 0, or -1 reported.
     [[nodiscard]] int commit();
 
 private:

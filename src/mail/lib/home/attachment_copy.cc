@@ -110,7 +110,7 @@ int copy_under_lock(char const* source, char const* copy)
         return failure(1, "Unable to get info for file '%s': %s", source, strerror(errno));
     if (!is_callers(info))
         return open_failure(source);
-    // While it is copied, no more open than its source and than it will be.
+    // During the copy its mode is no wider than the source's and than its final mode.
     OpenDescriptor to = open_copy(copy, info.st_mode & attachment_mode);
     if (to.get() < 0)
         return open_failure(copy);

@@ -17,9 +17,9 @@
 namespace {
 
 constexpr char maildir[] = ".";
-// Somebody else fills the Maildir, and must not keep the tool looking. No honest one has more.
+// No honest Maildir has more. Its owner fills it, and must not keep the tool searching.
 constexpr int most_entries = 100'000;
-// Nor fill the log with it.
+// And he must not fill the log.
 constexpr int most_reports = 100;
 
 int raise_mtime(char const* dir, char const* subdir, time_t* mtime)

@@ -87,7 +87,7 @@ void make_key_directory(char const* directory)
     make_dir_p(directory, 0, 0, directory_mode);
 }
 
-// The file that a key comes from, by the descriptors of it and of its directory.
+// The source of a key, held by the descriptors of the file and of its directory.
 class KeySource
 {
 public:
@@ -98,8 +98,8 @@ public:
     {
     }
 
-    // False with errno set when it cannot be used. A caller who is not root may install only his
-    // own files, even if the tool runs as root.
+    // False with errno set when the file cannot be used. A caller who is not root may install only
+    // his own files, even if the tool runs as root.
     [[nodiscard]] bool is_callers()
     {
         if (taken.get() < 0 || fstat(taken.get(), &info) != 0)
@@ -132,7 +132,7 @@ private:
     struct stat info = {};
 };
 
-// Calls copy with the path of each key and the group that it gets.
+// Calls copy with the path of each new key and its group.
 template<class Copy>
 int install_key(char const* DomainNameListAmixed, Copy copy)
 {

@@ -27,9 +27,9 @@ int domainkeys_enabled(char const* Object);
 // Otherwise it counts as missing.
 int set_domain_key(char const* DomainNameListAmixed, char const* FileName);
 
-// The same, and removes FileName when the result is 0: only the installed copies remain. Whatever
-// has that name meanwhile, in whatever directory, no other file is removed. A failure to remove it
-// is not seen.
+// The same, and removes FileName when the result is 0, so that only the installed copies remain. No
+// other file is removed, even if the path leads to another one by now. A failure to remove it is
+// ignored.
 int take_over_domain_key(char const* DomainNameListAmixed, char const* FileName);
 
 // Copies the key of one domain to another, or to a list. Does nothing when there is no key.

@@ -54,7 +54,7 @@ Ends terminalEnds()
 
 constexpr Ends (*kinds_of_ends[])() = {pipeEnds, socketEnds, terminalEnds};
 
-// Leaves no room for another byte, and the description as it was.
+// Fills the pipe until there is no room for another byte, and restores the flags.
 void fill(int descriptor)
 {
     int const flags = fcntl(descriptor, F_GETFL);
@@ -77,7 +77,7 @@ std::string contents(int reading)
     return text;
 }
 
-// What arrives of a child that has both streams on the ends' writing one.
+// The output of a child that has both streams on the write end.
 std::string readFrom(Ends ends, std::function<void()> const& code)
 {
     pid_t const child = fork();
@@ -99,7 +99,7 @@ std::string readFrom(Ends ends, std::function<void()> const& code)
     return text;
 }
 
-// Whether a child comes to its end that prints to nobody. One that waits is ended by a signal.
+// Whether a child ends that prints to nobody. A child that waits is killed by a signal.
 bool endsUnread(int out, int err, std::function<void()> const& code)
 {
     auto const run = inChild([&] {

@@ -21,7 +21,7 @@ protected:
         return std::count(spy.calls.begin(), spy.calls.end(), call);
     }
 
-    // What a reader of another process sees.
+    // The names that a reader in another process sees.
     std::vector<std::string> names() const { return sql("SELECT name FROM users ORDER BY name"); }
 
     std::string const not_committed = "Unable to commit the changes of database " + path + ": ";

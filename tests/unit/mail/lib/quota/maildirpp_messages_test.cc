@@ -62,7 +62,7 @@ long memory(std::string const& line)
 template<class Code>
 long growthDuring(Code code)
 {
-    writeFile("/proc/self/clear_refs", "5"); // the peak begins anew
+    writeFile("/proc/self/clear_refs", "5"); // resets the peak
     long const before = memory("VmRSS:");
     code();
     return memory("VmHWM:") - before;
