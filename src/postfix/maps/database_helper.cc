@@ -4,6 +4,7 @@
 #include "postfix/maps/data_stream_filter.h"
 #include "postfix/maps/map_dump.h"
 #include "postfix/maps/map_room.h"
+#include "postfix/maps/saved_map.h"
 #include "postfix/tools/postmap_output.h"
 #include "postfix/tools/tool_result.h"
 #include "util/autoclean_ofstream.h"
@@ -17,6 +18,15 @@
 namespace orvek::mail::postfix {
 
 namespace {
+
+// The frame of every change: the lock of the map, a room, and no leftovers of a crash.
+struct Change
+{
+    explicit Change(std::string const& map) : lock(map), room(map) { settleSaved(room); }
+
+    ChangeLock const lock;
+    MapRoom room;
+};
 
 // postmap exits non-zero and prints nothing for a missing key, which is not a failure.
 void requireRemoval(ToolResult const& result)
@@ -101,8 +111,8 @@ void DatabaseHelper::addRecord(std::string const& map, std::string const& key,
 void DatabaseHelper::removeRecord(std::string const& map, std::string const& key)
 {
     requireKey(key);
-    ChangeLock const changes(map);
-    MapRoom room(map);
+    Change change(map);
+    MapRoom& room = change.room;
     room.borrow(MapUse::change);
     removeKey(room, key);
     room.install();
@@ -114,8 +124,8 @@ void DatabaseHelper::removeRecord(std::string const& map,
                                   std::pair<std::string, std::string> const& record)
 {
     requireKey(record.first);
-    ChangeLock const changes(map);
-    MapRoom room(map);
+    Change change(map);
+    MapRoom& room = change.room;
     room.borrow(MapUse::change);
     if (hasOther(room, record))
         return;
@@ -130,8 +140,8 @@ void DatabaseHelper::appendText(std::vector<char>& text, std::string const& part
 
 void DatabaseHelper::feedAdditions(std::string const& map, TextSource const& records)
 {
-    ChangeLock const changes(map);
-    MapRoom room(map);
+    Change change(map);
+    MapRoom& room = change.room;
     room.borrow(MapUse::change);
     ToolResult const result = room.run({"-r", "-i", map}, ToolStreams::fedBy(records));
     requireSuccess(result.status, result.diagnostics);
@@ -140,8 +150,8 @@ void DatabaseHelper::feedAdditions(std::string const& map, TextSource const& rec
 
 void DatabaseHelper::feedRemovals(std::string const& map, TextSource const& keys)
 {
-    ChangeLock const changes(map);
-    MapRoom room(map);
+    Change change(map);
+    MapRoom& room = change.room;
     room.borrow(MapUse::change);
     requireRemoval(room.run({"-d", "-", map}, ToolStreams::fedBy(keys)));
     room.install();
@@ -149,8 +159,8 @@ void DatabaseHelper::feedRemovals(std::string const& map, TextSource const& keys
 
 void DatabaseHelper::rewrite(std::string const& map, TextSource const& records)
 {
-    ChangeLock const changes(map);
-    MapRoom room(map);
+    Change change(map);
+    MapRoom& room = change.room;
     TextFile out(room.textSource());
     std::vector<char> line;
     for (bool more = !records.empty(); more; line.clear()) {
@@ -163,8 +173,8 @@ void DatabaseHelper::rewrite(std::string const& map, TextSource const& records)
 
 void DatabaseHelper::rewriteFiltered(std::string const& map, RecordFilter const& filter)
 {
-    ChangeLock const changes(map);
-    MapRoom room(map);
+    Change change(map);
+    MapRoom& room = change.room;
     TextFile out(room.textSource());
     room.borrow(MapUse::read);
     filterInto(out, room, filter);

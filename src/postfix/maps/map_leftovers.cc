@@ -28,7 +28,12 @@ std::string roomBeginning(std::string const& name)
     return "." + name + ".room-";
 }
 
-void clearLeftovers(int dir, std::string const& name)
+std::string savedNameOf(std::string const& name)
+{
+    return name + ".db.saved";
+}
+
+bool clearLeftovers(int dir, std::string const& name)
 {
     ErrnoKeeper const keeper;
     std::vector<std::string> rooms;
@@ -40,8 +45,10 @@ void clearLeftovers(int dir, std::string const& name)
     for (std::string const& room : rooms)
         if (isOurs(dir, room, S_IFDIR))
             (void)remove_tree_beneath(dir, room.c_str(), TreeTop::with);
-    if (isOurs(dir, name, S_IFREG))
-        (void)remove_file_beneath(dir, name.c_str());
+    for (std::string const& file : {name, savedNameOf(name) + ".tmp"})
+        if (isOurs(dir, file, S_IFREG))
+            (void)remove_file_beneath(dir, file.c_str());
+    return isOurs(dir, savedNameOf(name), S_IFREG);
 }
 
 } // namespace orvek::mail::postfix

@@ -122,7 +122,7 @@ MapRoom::MapRoom(std::string const& map_)
 {
     if (indexed.empty() || directory.get() < 0)
         return;
-    clearLeftovers(directory.get(), name);
+    saved = clearLeftovers(directory.get(), name);
     make();
 }
 
@@ -164,14 +164,23 @@ void MapRoom::raiseUnopened(bool is_new) const
 
 void MapRoom::borrow(MapUse use)
 {
-    if (!isMade())
-        return;
+    if (isMade())
+        lend(indexed, use);
+}
+
+void MapRoom::borrowSaved()
+{
+    lend(savedNameOf(name), MapUse::read);
+}
+
+void MapRoom::lend(std::string const& entry, MapUse use)
+{
     OpenDescriptor const file =
-        open_file_beneath(directory.get(), indexed.c_str(), O_RDONLY, any_size);
+        open_file_beneath(directory.get(), entry.c_str(), O_RDONLY, any_size);
     if (file.get() < 0 && errno == ENOENT)
         return;
     if (file.get() < 0 || fstat(file.get(), &in_use) != 0 || !waitForLock(file.get()))
-        raise(indexed);
+        raise(entry);
     if (copyIn(file.get(), in_use.st_size))
         return;
     // A disk that has no place for a copy may have one for the new map.
@@ -261,6 +270,22 @@ void MapRoom::replace()
     if (borrowed == Borrowed::nothing)
         (void)remove_file_beneath(directory.get(), name.c_str());
     borrowed = Borrowed::nothing;
+}
+
+void MapRoom::putBackSaved()
+{
+    if (rename_beneath(directory.get(), savedNameOf(name).c_str(), directory.get(),
+                       indexed.c_str()) != 0 ||
+        !syncDirectory(directory.get()))
+        raise(savedNameOf(name));
+    saved = false;
+}
+
+void MapRoom::dropSaved()
+{
+    ErrnoKeeper const keeper;
+    (void)remove_file_beneath(directory.get(), savedNameOf(name).c_str());
+    saved = false;
 }
 
 // Runs in the child just before it becomes postmap.

@@ -22,6 +22,11 @@
 // A room is made only for the types whose indexed file is known, hash and btree, in a directory
 // that exists. For any other map isMade() is false, and run() simply runs postmap.
 //
+// An earlier version kept a copy of the indexed file, with ".saved" after its name, while it
+// changed the file. hasSaved() tells that there is one of root's own. borrowSaved() puts it into
+// the room, for reading. putBackSaved() renames it over the file in use, dropSaved() removes it.
+// saved_map.h decides.
+//
 // postmap sees the room through a mount namespace of its own. Where the kernel refuses one, the
 // room is named in the last argument instead, through /proc.
 //
@@ -64,6 +69,11 @@ public:
     std::string textSource() const;
     void install();
 
+    bool hasSaved() const { return saved; }
+    void borrowSaved();
+    void putBackSaved();
+    void dropSaved();
+
     // The last argument must be the map.
     ToolResult run(std::vector<std::string> arguments, ToolStreams streams = {}) const;
 
@@ -80,6 +90,7 @@ private:
 
     void make();
     [[noreturn]] void raiseUnopened(bool is_new) const;
+    void lend(std::string const& entry, MapUse use);
     bool copyIn(int from, off_t size);
     void linkIn(int from);
     void replace();
@@ -97,6 +108,7 @@ private:
     struct stat identity = {}; // the room's
     struct stat in_use = {};   // what the indexed file in use was when it was borrowed
     Borrowed borrowed = Borrowed::nothing;
+    bool saved = false;
     mutable bool namespaces_refused = false;
 };
 
