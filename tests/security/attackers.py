@@ -1,4 +1,4 @@
-"""Who attacks: code that runs as another user, once or over and over beside the tool."""
+"""The attackers: code that runs as another user, once or over and over, at the same time as the tool."""
 import contextlib
 import grp
 import os
@@ -10,7 +10,7 @@ import traceback
 
 
 def become(user):
-    """Drops all rights but the user's; in a child of its own only."""
+    """Drops all rights except the user's. Call this only in a child."""
     entry = pwd.getpwnam(user)
     groups = [entry.pw_gid, *(group.gr_gid for group in grp.getgrall() if user in group.gr_mem)]
     os.setgroups(groups)
@@ -39,14 +39,14 @@ def _forked(user, work):
 
 
 def by(user, work):
-    """Runs work() as the user, who must be able to do it."""
+    """Runs work() as the user. It must succeed."""
     _, status = os.waitpid(_forked(user, work), 0)
     assert status == 0, f"{user} could not prepare the attack"
 
 
 @contextlib.contextmanager
 def beside(user, work):
-    """work() runs as the user for as long as the block does, and is killed at its end."""
+    """Runs work() as the user while the block runs, and kills it at the block's end."""
     child = _forked(user, work)
     try:
         yield child
@@ -57,7 +57,7 @@ def beside(user, work):
 
 
 def over_and_over(step):
-    """step() without end; what fails because the tool was quicker is tried again."""
+    """Repeats step() without end. A step that fails because the tool was quicker is tried again."""
     def work():
         while True:
             with contextlib.suppress(OSError):
@@ -66,8 +66,8 @@ def over_and_over(step):
 
 
 def held(action):
-    """Does something, then keeps what it holds until it is killed. The result is awaited: the
-    file at ready appears once the action is done."""
+    """Does action() and keeps what it holds until it is killed. The caller waits for the file at ready,
+    which appears once the action is done."""
     def work():
         kept = action()  # noqa: F841
         while True:

@@ -1,7 +1,7 @@
-"""The attacks run where the command tests run, and each test finds the host reset.
+"""The attacks run in the host of the command tests, and each test starts in a reset host.
 
-Most tests try many attacks. Each is an entry of the ledger: what was tried, and what it reached.
-open_attacks.txt names those that get through as yet: they are told, and fail no test.
+Most tests try many attacks. Each is an entry in the ledger: what was tried and what it reached.
+open_attacks.txt names those that still get through: they are reported and fail no test.
 """
 import os
 import pathlib
@@ -32,7 +32,7 @@ def pytest_collection_modifyitems(items):
 
 
 def clean():
-    # rm walks trees that are deeper than Python's own remover can go.
+    # rm can remove trees that are too deep for Python's rmtree.
     subprocess.run(["rm", "-rf", "--one-file-system", *ground.littered()], check=False)
     mailhost.reset()
 
@@ -52,7 +52,7 @@ class Ledger:
         self.through = []
 
     def tried(self, name, found, how=None):
-        """Enters an attack and what it reached, and makes the ground whole for the next one."""
+        """Enters an attack and what it reached, and restores the ground for the next one."""
         self.record("attack", (name, list(found)))
         if found and ascii(name)[1:-1] not in OPEN:
             self.through.append(f"{name}: {'; '.join(found[:4])}\n{how or ''}")
@@ -72,7 +72,7 @@ def ledger(record_property):
 
 
 def pytest_terminal_summary(terminalreporter):
-    """Each attack that got through, and how many were tried. A test without a ledger is one attack."""
+    """Prints each attack that got through, and how many were tried. A test without a ledger is one attack."""
     tried, through, known = 0, [], []
     for kind in ("passed", "failed", "xfailed", "xpassed"):
         for report in terminalreporter.stats.get(kind, []):

@@ -1,11 +1,11 @@
-"""What the tests of customers share: who is attacked, and the command of an honest customer."""
+"""Shared by the tests of customers: the victim, and the command of an honest customer."""
 import ground
 from ground import ALIAS, DOMAIN, MAILNAMES, NEW, ROOT, STORE, VICTIM
 
 CEO = f"ceo@{VICTIM}"
 EVIL_ENV = {"ORV_PASSWORD": "taken-over"}
 
-# What an honest run of a command about example.com may change beside the maps.
+# The paths that an honest command about example.com may change besides the maps.
 OWN = (ROOT, f"{STORE}/info/", f"{STORE}/before-local", f"{MAILNAMES}/{NEW}", f"{STORE}/info", f"/etc/domainkeys/{NEW}")
 
 

@@ -1,9 +1,9 @@
-"""The host that attackers find, what is not theirs in it, and whether an attack got through.
+"""The host for attackers, what does not belong to them, and whether an attack got through.
 
-A domain of the attacker's, example.com, and one of somebody else's, victim.test, both with
-mailboxes, aliases, keys and handlers. Canaries of root's lie about. breaches() compares all that is
-not the attacker's before and after, looks for secrets that have come to light, for locks
-that are still held and for programs that were left.
+The attacker has the domain example.com, somebody else has victim.test, both with mailboxes, aliases, keys
+and handlers. Root has canaries. breaches() compares everything that is not the attacker's before and
+after, and searches for leaked secrets, for locks that are still held and for programs that are still
+running.
 """
 import contextlib
 import dataclasses
@@ -35,8 +35,8 @@ PLAIN = {"ORV_PASSWORD": "secret"}
 
 SECRET = "the-word-that-only-root-knows"
 PASSWORD_OF_BOB = "what-only-bob-knows"
-CANARY = "/srv/root/canary"  # a file of root's that nobody else may read
-KEPT = "/srv/root/kept"  # a directory of root's, laid out as a home and as a Maildir
+CANARY = "/srv/root/canary"  # root's file, which nobody else may read
+KEPT = "/srv/root/kept"  # root's directory, laid out like a home and like a Maildir
 KEPT_FILES = ("a.txt", ".qmail", "maildirsize", "hook", "default", "cur/1.letter", "new/2.letter",
               "Maildir/maildirsize", "@attachments/a.txt", "anna/.qmail", "anna/Maildir/cur/3.letter")
 CRON = "/etc/cron.d"
@@ -48,7 +48,7 @@ TREES = (MAILNAMES, MAPS, STORE, "/etc/domainkeys", "/etc/orv-spf", "/etc/postfi
          "/srv/root", "/srv/uploads")
 _panel_statements = []
 
-# A directory is bounded by the number of its names, a file by its size: what is compared in full.
+# A file up to this size is compared in full.
 MOST_HASHED = 8 << 20
 
 
@@ -56,7 +56,7 @@ MOST_HASHED = 8 << 20
 
 
 def lay():
-    """Makes the ground, the first time by the tool itself and then from a copy."""
+    """Makes the ground: the first time with the tool itself, later from a copy."""
     mailhost.start("mariadb")
     if not SAVED.exists():
         make()
@@ -69,7 +69,7 @@ def lay():
 
 
 def lay_again():
-    """The trees as they were at first, while the panel's tables and services stay."""
+    """Restores the trees to their first state. The panel's tables and the services stay."""
     for tree in TREES:
         if tree != "/etc/init.d":
             run("rm", "-rf", tree)
@@ -112,14 +112,14 @@ def make():
     for domain in (DOMAIN, VICTIM):
         write("/srv/uploads/key", f"the key of {domain}\n")
         done("--set-domain-key", f"--domain-name={domain}", "--file-name=/srv/uploads/key")
-    write("/srv/uploads/key", "a key\n")  # each that was set has been removed
+    write("/srv/uploads/key", "a key\n")  # the tool removes an installed key
     for address in (f"anna@{DOMAIN}", f"bob@{VICTIM}"):
         panel.add_hook(address)
     write(f"{HOME}/Maildir/cur/1.letter", "a letter\n")
 
 
 def without_postlog():
-    """Takes the one service out of master.cf whose type the tool does not know."""
+    """Removes the one service from master.cf whose type the tool does not know."""
     lines = mailhost.read("/etc/postfix/master.cf").splitlines(True)
     write("/etc/postfix/master.cf", "".join(line for line in lines if not line.startswith("postlog")))
 
@@ -135,7 +135,7 @@ def canaries():
     os.makedirs("/srv/uploads", mode=0o755, exist_ok=True)
     write("/srv/uploads/letter", "a letter's attachment\n" * 100)
     write("/srv/uploads/key", "a key\n")
-    os.chmod("/srv/root", 0o711)  # so that what popuser may not do is refused at the canaries themselves
+    os.chmod("/srv/root", 0o711)  # so that popuser is refused only at the canaries themselves
 
 
 # ----------------------------------------------------------------------------- what is there
@@ -148,14 +148,14 @@ def fingerprint(path, status):
             content = hashlib.sha256(pathlib.Path(path).read_bytes()).hexdigest()
     elif stat.S_ISLNK(status.st_mode):
         content = os.readlink(path)
-    # A directory's time tells of what was made there and removed again, as honest commands do.
+    # A directory's time also changes when an honest command makes and removes a file in it.
     timed = not stat.S_ISDIR(status.st_mode) or path.startswith(("/srv/root", CRON))
     return (stat.filemode(status.st_mode), status.st_uid, status.st_gid, status.st_size if content else 0,
             status.st_mtime_ns if timed else 0, content)
 
 
 def everything(but):
-    """All that differs from the untouched system, and /run, /tmp, /dev/shm; without paths that
+    """Everything that differs from the untouched system, and /run, /tmp, /dev/shm. Leaves out paths that
     begin with one of but."""
     found = {}
     for top, prefix in (("/run/mailvek/changes", ""), ("/run", "/run"), ("/tmp", "/tmp"), ("/dev/shm", "/dev/shm")):
@@ -172,7 +172,7 @@ def everything(but):
 
 
 def is_file(path):
-    """Neither a link nor what would never be read to its end."""
+    """Whether it is a regular file of less than 1 GiB; not a link."""
     with contextlib.suppress(FileNotFoundError):
         status = os.lstat(path)
         return stat.S_ISREG(status.st_mode) and status.st_size < 1 << 30
@@ -180,7 +180,7 @@ def is_file(path):
 
 
 def records_of_others(mine):
-    """Records of the maps and accounts that are none of the attacker's domains'."""
+    """The records and accounts that belong to none of the attacker's domains."""
     found = {}
     for name in ("virtual", "virtual_domains", "vmailbox", "aliases", "blacklists", "poplock"):
         if not is_file(f"{MAPS}/{name}.db"):
@@ -209,7 +209,7 @@ def records_of_others(mine):
     return found
 
 
-# What any command may change, whoever attacks: its own data, which is compared by its meaning.
+# Any command may change these: the tool's own data, which is compared by its meaning.
 OURS = (LOCKS, f"{MAPS}/virtual.db", f"{MAPS}/virtual_domains.db", f"{MAPS}/vmailbox.db", f"{MAPS}/aliases.db",
         f"{MAPS}/blacklists.db", f"{MAPS}/poplock.db", ACCOUNTS)
 NEVER = ("/run/mount", "/run/mailvek", "/var/lib/mysql", "/var/log/", "/run/mysqld", "/run/syslog", "/proc")
@@ -217,7 +217,7 @@ NEVER = ("/run/mount", "/run/mailvek", "/var/lib/mysql", "/var/log/", "/run/mysq
 
 @dataclasses.dataclass
 class Ended:
-    status: int | None  # None: it did not end in its time
+    status: int | None  # None: it did not end in time
     out: str
     err: str
     seconds: float
@@ -227,7 +227,7 @@ class Ended:
 
 
 def spare_the_machine():
-    """The tool may not eat the memory of the machine that the host is on."""
+    """Limits the tool's memory, for the sake of the machine."""
     resource.setrlimit(resource.RLIMIT_AS, (4 << 30, 4 << 30))
 
 
@@ -244,7 +244,7 @@ def start(*arguments, env=None, before=None, program=None, **more):
 
 
 def ended(process, seconds):
-    """Waits for a started tool, and kills it and its children when the time is over."""
+    """Waits for a started tool. Kills it and its children when the time is over."""
     began = time.monotonic()
     try:
         out, err = process.communicate(timeout=seconds)
@@ -257,7 +257,7 @@ def ended(process, seconds):
     return Ended(status, text(out or b""), text(err or b""), time.monotonic() - began)
 
 
-# Who is held up is held up for ever; who is not may be slow on a busy machine.
+# A blocked tool is blocked for ever. One that is not may still be slow on a busy machine.
 SECONDS = int(os.environ.get("MAILVEK_ATTACK_SECONDS", "60"))
 
 
@@ -299,7 +299,7 @@ def held_locks():
 
 
 def came_to_light(places, words):
-    """The words of others that can be read at the places of the attacker's."""
+    """The secrets of others that can be read at the attacker's places."""
     found = []
     for place in places:
         listed = subprocess.run(["find", place, "-type", "f", "-size", "-65536k", "-exec", "grep", "-laF", "--devices=skip",
@@ -319,15 +319,15 @@ class Before:
 
 
 def look(his=(MAILNAMES,), domains=(DOMAIN, ALIAS, NEW)):
-    """Everything that is not the attacker's, as it is now."""
+    """The present state of everything that is not the attacker's."""
     but = OURS + NEVER + tuple(his)
     return Before(everything(but), records_of_others(tuple(domains)), tuple(his), tuple(domains),
                   set(came_to_light(his, (SECRET,))))
 
 
 def breaches(before, how, allowed=(), secrets=(SECRET,)):
-    """What an attack has reached; empty when it was withstood. allowed are beginnings of paths that
-    the honest command changes too."""
+    """What an attack has reached, or nothing if it failed. allowed are beginnings of paths that the honest
+    command changes too."""
     found = []
     if how.status is None:
         found.append("held up")
@@ -349,6 +349,6 @@ def breaches(before, how, allowed=(), secrets=(SECRET,)):
 
 
 def littered():
-    """Where attackers leave what the reset cannot remove by itself."""
+    """The places where attackers leave files that the reset cannot remove itself."""
     places = [os.path.join(MAILNAMES, name) for name in os.listdir(MAILNAMES)]
     return places + [f"/srv/{name}" for name in os.listdir("/srv")] if os.path.isdir("/srv") else places

@@ -1,8 +1,8 @@
-"""What attackers put in the place of a file or directory that the tool expects there.
+"""Things that attackers put in the place of a file or directory that the tool expects.
 
-Each kind is a function of the path; it runs as the attacker, or as root where it says so: what
-only root can make may have come with a restored backup, or from a system that protects no hard
-links. What stood there before is moved aside.
+Each kind is a function of the path. It runs as the attacker, or as root where it says so: a thing that
+only root can make may have come with a restored backup, or from a system that does not protect hard
+links. The old file is moved aside.
 """
 import contextlib
 import os
@@ -16,7 +16,7 @@ NAMES = 30_000
 
 
 def aside(path):
-    """Takes away what stands there, as a user may who owns the directory."""
+    """Moves the file away, as the owner of the directory may."""
     with contextlib.suppress(FileNotFoundError):
         os.rename(path, f"{path}.aside")
 
@@ -46,7 +46,7 @@ def listening_socket(path):
 
 
 def endless_device(path):
-    """/dev/zero, which is never read to its end."""
+    """/dev/zero, which has no end."""
     aside(path)
     open(path, "x").close()
     subprocess.run(["mount", "--bind", "/dev/zero", path], check=True)
@@ -59,7 +59,7 @@ def sparse(path):
 
 
 def long_line(path):
-    """A file of one line that is longer than any honest one."""
+    """A file of one line, longer than any honest one."""
     aside(path)
     with open(path, "x") as file:
         for _ in range(64):
@@ -78,7 +78,7 @@ def plain_file(path):
 
 
 def deep(path):
-    """A tree deeper than descriptors or a stack would last."""
+    """A tree deeper than descriptors or a stack last."""
     if not os.path.isdir(path):
         aside(path)
         os.mkdir(path, 0o700)
@@ -103,7 +103,7 @@ def crowd(path):
 
 
 def copied_tree(path):
-    """A link to root's tree that is laid out as what the tool expects."""
+    """A link to root's tree, which looks like what the tool expects."""
     aside(path)
     os.symlink(KEPT, path)
 

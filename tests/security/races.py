@@ -1,8 +1,8 @@
-"""A real race, won every time: the tool is stopped right after a system call of its own, the
-attacker does his part, the tool goes on.
+"""A real race, won every time: strace stops the tool right after one of its system calls, the attacker
+does his part, and the tool goes on.
 
-strace stops it. An attack that is tried after each step() of a command in turn has met every
-gap between a look and an act.
+An attack that is tried after each of a command's steps() in turn has met every gap between a check and
+an act.
 """
 import collections
 import contextlib
@@ -28,7 +28,7 @@ def _tracer(stop=None):
 
 @dataclasses.dataclass(frozen=True)
 class Step:
-    """A call of the tool's: which of its name it is, counted from 1, and how strace shows it."""
+    """A call of the tool: its number among the calls of its name, from 1, and how strace shows it."""
 
     call: str
     number: int
@@ -36,7 +36,7 @@ class Step:
 
 
 def steps(*arguments, where, env=None):
-    """The calls of one good run that name this place, and the one before each, in their order."""
+    """The calls of a good run that name this place, and the call before each, in order."""
     ground.mailvek(*arguments, env=env, program=_tracer(), seconds=60)
     seen, found, last = collections.Counter(), [], None
     for line in LOG.read_text(errors="replace").splitlines():
@@ -51,7 +51,7 @@ def steps(*arguments, where, env=None):
 
 
 def stopped_tool(tracer, deadline):
-    """The process under the tracer once it has stopped; None when it has ended before."""
+    """Waits until the process under the tracer has stopped. None when it has ended before."""
     while time.monotonic() < deadline:
         if tracer.poll() is not None:
             return None
@@ -68,8 +68,8 @@ def tool_of(tracer):
 
 
 def stopped_after(step, *arguments, attack, env=None, seconds=10):
-    """Runs the tool, which stops after that call of its own; the attack comes then. How it ended,
-    and whether it was stopped at all."""
+    """Runs the tool, stops it after that call and runs the attack. Returns how the tool ended, and
+    whether it was stopped at all."""
     tracer = ground.start(*arguments, env=env, program=_tracer(step))
     tool = stopped_tool(tracer, time.monotonic() + seconds)
     if tool is not None:

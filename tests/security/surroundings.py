@@ -1,4 +1,4 @@
-"""What a command leaves in good surroundings, to compare with what it leaves in bad ones."""
+"""The result of a command in good surroundings, to compare with its result in bad ones."""
 import pathlib
 
 import ground
@@ -30,7 +30,7 @@ MAP_FILES = (".db",)
 
 
 def state():
-    """What counts of the disk: kinds, modes, owners, contents; maps and accounts by their records."""
+    """The state of the disk: kinds, modes, owners, contents; maps and accounts by their records."""
     found = {}
     for tree in TREES:
         for path, said in mailhost.tree(tree).items():
@@ -54,7 +54,7 @@ _honest = {}
 
 
 def honest(command):
-    """What the command leaves in good surroundings; on ground that is laid again afterwards."""
+    """The state after the command in good surroundings. Restores the ground afterwards."""
     if command not in _honest:
         how, left = done(command)
         assert how.status == 0, how
@@ -64,7 +64,7 @@ def honest(command):
 
 
 def unlike(command, how, left):
-    """How the result differs from that in good surroundings."""
+    """How the result differs from the one in good surroundings."""
     found = []
     if how.status != 0:
         found.append("held up" if how.status is None else f"status {how.status}")

@@ -1,4 +1,4 @@
-"""What a customer writes, his addresses and texts, is one value, one line and one report."""
+"""A customer's address or text stays one value, one line and one report."""
 import os
 
 import pytest

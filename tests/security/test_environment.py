@@ -1,4 +1,4 @@
-"""The environment that a careless wrapper hands on reaches no child, loads no code, leads nowhere."""
+"""The environment from a careless wrapper reaches no child, loads no code and leads to no file."""
 import os
 import pathlib
 import subprocess
@@ -23,7 +23,7 @@ CHILDREN = ("/usr/sbin/postmap", "/usr/sbin/postconf", "/etc/init.d/postfix")
 
 
 def watched():
-    """Puts scripts in the places of the tool's children, which note what they are given."""
+    """Replaces the programs that the tool starts by scripts that note what they get."""
     seen = pathlib.Path("/run/mailvek/pytest/seen")
     seen.write_text("")
     for number, program in enumerate(CHILDREN):

@@ -1,4 +1,4 @@
-"""Any local user may be in /tmp and /run/lock, may hold what he can read, and names his processes."""
+"""Any local user may write to /tmp and /run/lock, lock what he can read, and name his processes."""
 import ctypes
 import fcntl
 import os
@@ -22,13 +22,13 @@ SIZE = ("--set-max-letter-size", "--size=123456")
 COMMANDS = {"add-redirect": (REDIRECT, f"{HOME}/.qmail"), "rename-mailname": (RENAME, f"{MAPS}/virtual"),
             "add-attachment": (ATTACH, f"{HOME}/@attachments/b.txt"),
             "start-service": (SUBMIT, "/etc/postfix/master.cf")}
-# A hard link leads to no other file system.
+# A hard link cannot lead to another file system.
 LOCK_KINDS = {name: kind for name, kind in plants.FILE_KINDS.items() if "hard link" not in name}
 OWN = (ground.MAILNAMES, MAPS, "/etc/postfix/master.cf", ground.STORE)
 
 
 def names_of_locks(command):
-    """The names that a run takes locks under, which anybody can work out."""
+    """The names of the lock files of a run, which anybody can compute."""
     before = set(os.listdir(LOCKS))
     ground.mailvek(*command, env=PLAIN)
     names = set(os.listdir(LOCKS)) | before
@@ -41,7 +41,7 @@ def names_of_locks(command):
 
 @pytest.mark.parametrize("command", COMMANDS)
 def test_a_lock_directory_of_somebody_elses_is_none(ledger, command):
-    """/run/lock is anybody's to write in, and empty at each start of the machine."""
+    """Everybody may write to /run/lock, and it is empty at boot."""
     words, _ = COMMANDS[command]
     names = names_of_locks(words)
     assert names, "the command takes no lock"
@@ -183,7 +183,7 @@ def test_an_upload_that_is_no_file_gives_nothing_away(command, kind):
 @pytest.mark.quick
 @pytest.mark.parametrize("mode", [0o600, 0o640])
 def test_no_attachment_prints_what_others_may_not_read(mode):
-    """A caller who hands over a path of root's gets no copy that everybody can read by a link."""
+    """A caller who passes one of root's paths gets no copy that everybody can read."""
     os.chown("/srv/uploads", 33, 33)
     attackers.by("www-data", lambda: os.symlink(CANARY, "/srv/uploads/upload"))
     os.chmod(CANARY, mode)

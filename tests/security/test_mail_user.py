@@ -1,4 +1,4 @@
-"""popuser owns every mailbox: what he puts in a file's or directory's place there leads nowhere."""
+"""popuser owns every mailbox: what he puts in the place of a file or directory there leads nowhere."""
 import fcntl
 import os
 import pathlib
@@ -32,7 +32,7 @@ LIST_ALL = ("--list-attachments", "--mail-all", "--fullname", AT)
 ADD_DOMAIN = ("--add-domain", AT)
 REMOVE_DOMAIN = ("--remove-domain", AT)
 
-# A place of popuser's, and the commands that go there.
+# A place that belongs to popuser, and the commands that use it.
 FILES = {
     ".qmail": (f"{HOME}/.qmail", (REDIRECT, UNREDIRECT, MAILBOX, UNMAILBOX, MAILNAME)),
     ".qmail.tmp": (f"{HOME}/.qmail.tmp", (REDIRECT, UNREDIRECT, UNMAILBOX)),
@@ -64,8 +64,8 @@ QUICK = {
 }
 
 
-# Kinds that take long to make, or that say little twice: one command a place meets them, the first
-# or the one that reads most there.
+# Kinds that take long to make, or that one test is enough for: only one command per place meets them,
+# the first one or the one that reads most there.
 READERS = {"maildirsize": SIZE, "the domain's root": REMOVE_DOMAIN, "the home": UNMAILNAME, "Maildir": UNMAILNAME,
            "@attachments": BLOCKS, "Maildir/cur": QUOTA, "a folder": QUOTA, "a folder's cur": QUOTA,
            "Maildir/tmp": QUOTA, "Maildir/new": SIZE}
@@ -116,7 +116,7 @@ def test_the_worst_of_them_lead_nowhere(ledger):
 def leased(path):
     def take():
         descriptor = os.open(path, os.O_RDONLY)
-        signal.signal(signal.SIGIO, signal.SIG_IGN)  # he is asked to let go, and does not
+        signal.signal(signal.SIGIO, signal.SIG_IGN)  # the kernel asks him to release the lease; he does not
         fcntl.fcntl(descriptor, fcntl.F_SETLEASE, fcntl.F_RDLCK)
         pathlib.Path("/tmp/held").touch()
         return descriptor

@@ -47,12 +47,12 @@ QUICK = {("virtual.db", "a link to where cron looks", "--rename-mailname"), ("pa
          ("the parking file", "a link to root's file", "--start-service"),
          ("the text of virtual", "a link to root's file", "--rename-mailname")}
 
-# What a command may change beside the maps: main.cf and master.cf are the services' own.
+# The paths that a command may change besides the maps.
 OWN = (MAPS, "/etc/postfix/master.cf", "/usr/local/orv/handlers", ground.MAILNAMES)
 
 
 def others_only(found):
-    """What postfix does to its own files is no breach; what of it root carried out elsewhere is."""
+    """Leaves out postfix's own files, which it may change itself. Changes by root elsewhere are breaches."""
     return [line for line in found if not line.startswith("record: ")]
 
 
@@ -109,7 +109,7 @@ def test_a_parked_service_of_postfix_never_starts(how_given):
 
 
 def other_database(path):
-    """A database of root's with the accounts' own tables."""
+    """Makes root's database with the tables of the accounts."""
     mailhost.run("cp", ACCOUNTS, path)
     os.chown(path, 0, 0)
     os.chmod(path, 0o600)
@@ -133,7 +133,7 @@ def test_a_database_of_roots_is_no_account_database(kind, command):
 
 
 def journal(super_journal=None, pages=(), page_size=4096, initial=None):
-    """A journal as a writer that was killed leaves it, which the next one plays back."""
+    """Makes the journal of a killed writer, which the next writer rolls back."""
     magic = bytes.fromhex("d9d505f920a163d7")
     count = os.stat(ACCOUNTS).st_size // page_size if initial is None else initial
     made = magic + struct.pack(">IIIII", len(pages), 0, count, 512, page_size)
@@ -207,7 +207,7 @@ def test_an_endless_trigger_does_not_hold_the_tool_up():
 
 # ------------------------------------------------------------------------------- holding up
 
-PATIENCE = max(3 * ground.SECONDS, 20)  # a lock of another program's may be waited for, but not for ever
+PATIENCE = max(3 * ground.SECONDS, 20)  # the tool may wait for another program's lock, but not for ever
 
 
 def flocked(path):
@@ -245,7 +245,7 @@ def test_a_lock_of_postfix_does_not_hold_the_tool_up(held):
         mailhost.wait_until(lambda: os.path.exists(f"{MAPS}/held"))
         how = ground.mailvek(*command, env=PLAIN, seconds=PATIENCE)
     assert how.status is not None, how
-    if "directory" in held:  # which nothing of the tool's locks
+    if "directory" in held:  # the tool does not lock the directory
         assert how.status == 0, how
     else:
         assert how.status != 0 and how.err, how

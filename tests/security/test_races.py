@@ -1,4 +1,4 @@
-"""popuser swaps what the tool has just looked at, in every gap that a command leaves him."""
+"""popuser swaps what the tool has just checked, in every gap that a command leaves him."""
 import os
 import stat
 
@@ -15,7 +15,7 @@ CARL = (AT, "--mailname=carl")
 
 
 def swapped(path, target):
-    """Puts a link in the place of what stands there, by the owner of the directory."""
+    """Replaces the file by a link, as the directory's owner."""
     def attack():
         def work():
             if os.path.lexists(os.path.dirname(path)):
@@ -86,11 +86,11 @@ def test_a_swap_in_any_gap_leads_nowhere(command, swap):
         assert not found, f"{command}\nswapped after {step.shown}\n{how}\n" + "\n".join(found)
 
 
-SHARED = "/srv/shared"  # anybody's to put things in, on the same file system
+SHARED = "/srv/shared"  # everybody may write here, on the same file system
 
 
 def moved_out():
-    """A directory that the tool is deep in lies elsewhere now, so that ".." of it is no more home."""
+    """Moves a directory that the tool is deep in, so that its ".." leads elsewhere."""
     def work():
         os.rename(f"{HOME}/Maildir" + "/d" * 50, f"{SHARED}/moved")
     attackers.by("popuser", work)
@@ -126,7 +126,7 @@ def test_a_directory_that_is_moved_away_takes_nothing_with_it(command):
 
 
 def quietly(attack):
-    """What has gone already cannot be moved."""
+    """The attack, without a failure for files that have gone already."""
     def attempt():
         try:
             attack()
@@ -136,7 +136,7 @@ def quietly(attack):
 
 
 def bits_of_others(*places):
-    """Files of root's there that carry set-id bits, or that anybody may write."""
+    """Root's files there that have set-id bits or that everybody may write."""
     found = []
     for place in places:
         for directory, directories, files in os.walk(place):

@@ -1,4 +1,4 @@
-"""Whoever starts the tool through a careless wrapper chooses its surroundings, and nothing else."""
+"""Whoever starts the tool through a careless wrapper chooses its surroundings and nothing else."""
 import os
 import pathlib
 import resource
@@ -24,7 +24,7 @@ def closing(*descriptors):
 
 
 def limited(which, value):
-    # The hard limit stays: who may not raise it in this host could not on any.
+    # The hard limit stays, because this host's root may not raise it again.
     return lambda: resource.setrlimit(which, (value, resource.getrlimit(which)[1]))
 
 
@@ -89,7 +89,7 @@ def attack(ledger, surroundings, command):
     honest(command)
     before = state()
     how, left = done(command, before=prepare, close_fds=prepare is not with_many_descriptors)
-    # An alarm may ring before the tool has begun, which is no harm.
+    # The alarm may ring before the tool has begun, which is harmless.
     rang = how.status == -signal.SIGALRM and left == before
     ledger.tried(f"{surroundings}: {command}", [] if rang else unlike(command, how, left), how)
 
@@ -111,7 +111,7 @@ def test_the_worst_surroundings_change_no_result(ledger):
 @pytest.mark.parametrize("command", ["add-redirect", "rename-mailname", "set-password"])
 @pytest.mark.parametrize("missing", [(1,), (2,), (1, 2), (0, 1, 2)], ids=str)
 def test_a_report_is_written_into_no_file(command, missing):
-    """Of a command that fails: its words must not land in the file that has the stream's number."""
+    """A failing command's report must not go to a file that has got the stream's descriptor number."""
     words = list(COMMANDS[command])
     words[1] = "--domain-name=no-such.test" if command != "add-redirect" else words[1]
     if command == "add-redirect":
@@ -126,7 +126,7 @@ def test_a_report_is_written_into_no_file(command, missing):
 
 
 def full_pipe():
-    """A pipe that takes nothing more, and that nobody reads."""
+    """A full pipe that nobody reads."""
     reading, writing = os.pipe()
     os.set_blocking(writing, False)
     try:
