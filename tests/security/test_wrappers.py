@@ -1,4 +1,5 @@
 """Whoever starts the tool through a careless wrapper chooses its surroundings and nothing else."""
+import ctypes
 import os
 import pathlib
 import resource
@@ -54,6 +55,50 @@ def with_many_descriptors():
         os.set_inheritable(os.open("/dev/null", os.O_RDONLY), True)
 
 
+def no_extras():
+    for which in (resource.RLIMIT_MEMLOCK, resource.RLIMIT_SIGPENDING, resource.RLIMIT_MSGQUEUE, resource.RLIMIT_RTTIME):
+        resource.setrlimit(which, (0, resource.getrlimit(which)[1]))
+
+
+def late_timers():
+    PR_SET_TIMERSLACK = 29
+    assert ctypes.CDLL(None).prctl(PR_SET_TIMERSLACK, ctypes.c_ulong(3600 * 10 ** 9), 0, 0, 0) == 0
+
+
+def old_personality():
+    """The kernel calls itself 2.6, memory is executable, at fixed addresses, and times have whole seconds."""
+    assert ctypes.CDLL(None).personality(ctypes.c_ulong(0x0020000 | 0x0400000 | 0x0040000 | 0x2000000 | 0x4000000)) != -1
+
+
+def lowest_priority():
+    os.nice(19)
+    os.sched_setscheduler(0, os.SCHED_IDLE, os.sched_param(0))
+
+
+def with_children():
+    """exec keeps children: these end while the tool runs, and are none of its own."""
+    for number in range(8):
+        if os.fork() == 0:
+            time.sleep(0.01 * number)
+            os._exit(number)
+
+
+def only_names():
+    """Descriptors of O_PATH, which can be neither read nor written."""
+    named = os.open("/", os.O_PATH)
+    for descriptor in (0, 1, 2):
+        os.dup2(named, descriptor)
+
+
+def in_a_directory_of_settings():
+    os.makedirs("/tmp/settings", exist_ok=True)
+    os.chdir("/tmp/settings")
+    pathlib.Path("DB_CONFIG").write_text("set_data_dir /tmp/elsewhere\nset_lg_dir /tmp/elsewhere\nset_cachesize 8 0 1\n")
+    for name in ("my.cnf", ".my.cnf", "main.cf", "openssl.cnf", "postmap", "postconf", "sh"):
+        pathlib.Path(name).write_text("[client]\nsocket=/tmp/settings/none\n")
+        os.chmod(name, 0o755)
+
+
 PREPARED = {
     "no standard input": (closing(0), ("add-redirect", "rename-mailname", "add-attachment")),
     "no standard output": (closing(1), ("add-redirect", "rename-mailname", "add-attachment", "add-mailname")),
@@ -79,6 +124,16 @@ PREPARED = {
                                                                        "domain-quota", "set-mail-params")),
     "an alarm": (with_an_alarm, ("rename-mailname", "add-domain-alias", "start-submission")),
     "two hundred descriptors": (with_many_descriptors, ("rename-mailname", "add-handler")),
+    "a small stack": (limited(resource.RLIMIT_STACK, 24 << 10), ("rename-mailname", "add-domain-alias", "set-mail-params",
+                                                                 "stop-submission")),
+    "no processes": (limited(resource.RLIMIT_NPROC, 0), ("rename-mailname", "add-alias")),
+    "no locked memory and no pending signals": (no_extras, ("rename-mailname", "set-password")),
+    "timers that may be an hour late": (late_timers, ("rename-mailname", "set-password", "stop-submission")),
+    "an old personality": (old_personality, ("rename-mailname", "set-password", "add-attachment")),
+    "the lowest priority": (lowest_priority, ("rename-mailname",)),
+    "children that end meanwhile": (with_children, ("rename-mailname", "add-alias", "stop-submission", "add-handler")),
+    "descriptors that only name": (only_names, ("rename-mailname", "add-redirect")),
+    "a directory of evil settings": (in_a_directory_of_settings, ("rename-mailname", "set-password", "set-mail-params")),
 }
 QUICK = {("no standard descriptors", "add-redirect"), ("files of no size", "rename-mailname"),
          ("SIGCHLD ignored", "add-alias"), ("umask 0", "update-spf"), ("all signals blocked", "add-alias")}
@@ -89,8 +144,8 @@ def attack(ledger, surroundings, command):
     honest(command)
     before = state()
     how, left = done(command, before=prepare, close_fds=prepare is not with_many_descriptors)
-    # The alarm may ring before the tool has begun, which is harmless.
-    rang = how.status == -signal.SIGALRM and left == before
+    # A timer may run out before the tool has begun, which is harmless.
+    rang = how.status in (-signal.SIGALRM, -signal.SIGXCPU) and left == before
     ledger.tried(f"{surroundings}: {command}", [] if rang else unlike(command, how, left), how)
 
 

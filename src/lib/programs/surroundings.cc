@@ -1,6 +1,7 @@
 #include "lib/programs/surroundings.h"
 
 #include "lib/host/enviroment.h"
+#include "lib/host/starter.h"
 #include "lib/programs/close_descriptors.h"
 #include "lib/report/caller_streams.h"
 #include "lib/report/failure.h"
@@ -27,6 +28,7 @@ char path_entry[] = "PATH=/usr/local/sbin:/usr/local/bin:/usr/sbin:/usr/bin:/sbi
 
 constexpr std::size_t longest_value = 255;
 constexpr rlim_t enough_descriptors = 1024;
+constexpr rlim_t enough_stack = 8 << 20;
 constexpr mode_t own_umask = 022;
 // The higher ones are real-time signals, which no shell or panel ignores.
 constexpr int last_signal = 31;
@@ -144,8 +146,9 @@ struct Limit
 };
 
 constexpr Limit raised_limits[] = {
-    {RLIMIT_FSIZE, RLIM_INFINITY}, {RLIMIT_CPU, RLIM_INFINITY},         {RLIMIT_AS, RLIM_INFINITY},
-    {RLIMIT_DATA, RLIM_INFINITY},  {RLIMIT_NOFILE, enough_descriptors},
+    {RLIMIT_FSIZE, RLIM_INFINITY},       {RLIMIT_CPU, RLIM_INFINITY},
+    {RLIMIT_AS, RLIM_INFINITY},          {RLIMIT_DATA, RLIM_INFINITY},
+    {RLIMIT_NOFILE, enough_descriptors}, {RLIMIT_STACK, enough_stack},
 };
 
 void raise_limit(Limit const& limit)
@@ -176,6 +179,7 @@ void reset_limits()
 void reset_surroundings()
 {
     ErrnoKeeper const keeper;
+    become_root();
     reset_signals();
     reset_limits();
     reset_descriptors();

@@ -4,6 +4,7 @@
 #include "lib/beneath/place.h"
 #include "lib/beneath/rights.h"
 #include "lib/files/op_locks.h"
+#include "lib/host/starter.h"
 #include "lib/report/failure.h"
 #include "lib/report/liblog.h"
 #include "lib/report/owned.h"
@@ -39,7 +40,7 @@ OpenDescriptor open_source(char const* source)
 // sets errno.
 bool is_callers(struct stat const& info)
 {
-    if (getuid() == 0 || info.st_uid == getuid())
+    if (starters_uid() == 0 || info.st_uid == starters_uid())
         return true;
     errno = EPERM;
     return false;

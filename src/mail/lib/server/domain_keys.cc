@@ -9,6 +9,7 @@
 #include "lib/files/libtree.h"
 #include "lib/files/umask_guard.h"
 #include "lib/host/orvek_ugid.h"
+#include "lib/host/starter.h"
 #include "lib/report/failure.h"
 #include "lib/report/form_path.h"
 #include "lib/report/liblog.h"
@@ -104,7 +105,7 @@ public:
     {
         if (taken.get() < 0 || fstat(taken.get(), &info) != 0)
             return false;
-        bool const own = getuid() == 0 || info.st_uid == getuid();
+        bool const own = starters_uid() == 0 || info.st_uid == starters_uid();
         if (!own)
             errno = EPERM;
         return own;

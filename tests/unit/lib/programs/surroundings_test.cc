@@ -212,6 +212,18 @@ TEST(Surroundings, UnblocksAllSignalsAndStopsTimers)
               0);
 }
 
+TEST(Surroundings, MakesTheProcessRootsAlone)
+{
+    if (geteuid() != 0)
+        GTEST_SKIP() << "only root can become another user";
+    EXPECT_EQ(statusOf([] {
+                  bool const prepared = setresuid(4711, 0, 0) == 0;
+                  reset_surroundings();
+                  return prepared && getuid() == 0;
+              }),
+              0);
+}
+
 TEST(Surroundings, RaisesTheLimits)
 {
     EXPECT_EQ(statusOf([] {
@@ -221,11 +233,12 @@ TEST(Surroundings, RaisesTheLimits)
                       setLimit(resource, std::min<rlim_t>(hard.rlim_max, rlim_t{1} << 40));
                   }
                   setLimit(RLIMIT_NOFILE, 20);
+                  setLimit(RLIMIT_STACK, 1 << 20);
                   reset_surroundings();
                   for (auto const resource : {RLIMIT_FSIZE, RLIMIT_CPU, RLIMIT_AS, RLIMIT_DATA})
                       if (!hasLimit(resource, RLIM_INFINITY))
                           return false;
-                  return hasLimit(RLIMIT_NOFILE, 1024);
+                  return hasLimit(RLIMIT_NOFILE, 1024) && hasLimit(RLIMIT_STACK, 8 << 20);
               }),
               0);
 }
