@@ -2,6 +2,7 @@
 
 #include "postfix/tools/tool_result.h"
 #include "postfix/tools/tool_run.h"
+#include "util/errors.h"
 
 #include <exception>
 
@@ -36,15 +37,31 @@ private:
     std::exception_ptr raised;
 };
 
+// Much more than a dump of the file takes; one of a file without an end is over soon.
+unsigned long processorSeconds(off_t text)
+{
+    constexpr unsigned long start = 2;
+    constexpr off_t text_a_second = 1 << 20;
+    return start + static_cast<unsigned long>(text / text_a_second);
+}
+
 } // namespace
 
 void readMap(MapRoom const& room, process::ReceiverFunction const& receiver)
 {
     Postponed failure;
-    ToolResult const result =
-        room.run({"-s", room.map}, ToolStreams::withoutInput().receivedBy([&](auto const& piece) {
-            failure.attempt([&] { receiver(piece); });
-        }));
+    off_t left = room.mostText();
+    ToolStreams streams = ToolStreams::withoutInput();
+    streams.processorSeconds = processorSeconds(left);
+    streams.receivedBy([&](auto const& piece) {
+        failure.attempt([&] {
+            left -= static_cast<off_t>(piece.size());
+            if (left < 0)
+                throw PostfixDatabaseError("the indexed file of " + room.map + " is damaged");
+            receiver(piece);
+        });
+    });
+    ToolResult const result = room.run({"-s", room.map}, streams);
     failure.raise();
     requireSuccess(result.status, result.diagnostics);
 }

@@ -4,8 +4,10 @@
 // receiver as it arrives, in pieces of any size. A record is the key, blanks or tabs, the value and
 // a newline. A dump beside a change misses records: the room's ChangeLock prevents that.
 //
-// Failures: PostfixConfigurationError with postmap's diagnostics, or "unknown error" without any.
-// The receiver's exception, once postmap has ended; it receives nothing more by then.
+// Failures: PostfixDatabaseError when there are more records than the indexed file can hold, see
+// MapRoom::mostText; postmap has a few seconds then. PostfixConfigurationError with postmap's
+// diagnostics, or "unknown error" without any. The receiver's exception, once postmap has ended; it
+// receives nothing more by then.
 
 #ifndef MAILVEK_POSTFIX_MAPS_MAP_DUMP_H
 #define MAILVEK_POSTFIX_MAPS_MAP_DUMP_H

@@ -13,6 +13,7 @@
 
 #include <boost/algorithm/string/replace.hpp>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdlib>
 
@@ -46,6 +47,7 @@ constexpr timespec lock_pause = {0, 10 * 1000 * 1000};
 // The seconds after which a postmap ends that works on the file in use: somebody took the lock just
 // before it did and keeps it.
 constexpr unsigned int longest_wait = 600;
+constexpr off_t largest_text = off_t{1} << 30;
 
 std::string directoryOf(std::string const& path)
 {
@@ -225,6 +227,15 @@ void MapRoom::giveBack()
 std::string MapRoom::textSource() const
 {
     return isMade() ? "/proc/self/fd/" + std::to_string(room->get()) + "/" + name : mapPath(map);
+}
+
+// The file holds two bytes or more beside each key and each value.
+off_t MapRoom::mostText() const
+{
+    struct stat info = {};
+    if (!isMade() || look_beneath(room->get(), indexed.c_str(), info) != 0)
+        return largest_text;
+    return std::min(info.st_size, largest_text);
 }
 
 void MapRoom::install()

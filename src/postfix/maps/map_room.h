@@ -10,7 +10,8 @@
 // so small that copying costs less than starting postmap; postmap changes the copy. A larger file
 // gets a second name in the room, and changes of it are changes of the map. A file that another
 // program has locked is waited for, but not for ever. giveBack() removes what was borrowed.
-// textSource() names the text source in the room.
+// textSource() names the text source in the room. mostText() is how many bytes the records of the
+// borrowed file can have as text, 1 GiB at most: a file whose pages lead in a circle has no end.
 //
 // install() renames what postmap has made or changed in the room over the file in use, with that
 // one's owner and mode, and syncs it. Postfix reads the old file until then. Whichever way the map
@@ -67,6 +68,7 @@ public:
     void borrow(MapUse use);
     void giveBack();
     std::string textSource() const;
+    off_t mostText() const;
     void install();
 
     bool hasSaved() const { return saved; }

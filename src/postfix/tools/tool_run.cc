@@ -2,7 +2,12 @@
 
 #include "process/pipe.h"
 
+#include <algorithm>
+#include <csignal>
 #include <utility>
+
+#include <sys/resource.h>
+#include <sys/wait.h>
 
 namespace orvek::mail::postfix {
 
@@ -28,6 +33,15 @@ ToolResult run(char const* program, std::vector<std::string> const& arguments,
     pipe.stderrReceiver = process::makeStringReceiver(result.diagnostics);
     result.status = pipe.run();
     return result;
+}
+
+// In the child. An indexed file whose pages lead in a circle would keep postmap busy for ever.
+void limitProcessorTime(rlim_t seconds)
+{
+    rlimit limit = {};
+    getrlimit(RLIMIT_CPU, &limit);
+    limit.rlim_cur = std::min(limit.rlim_max, seconds);
+    setrlimit(RLIMIT_CPU, &limit);
 }
 
 } // namespace
@@ -61,7 +75,16 @@ ToolStreams& ToolStreams::collected()
 
 ToolResult runPostmap(std::vector<std::string> const& arguments, ToolStreams const& streams)
 {
-    return run("/usr/sbin/postmap", arguments, streams);
+    ToolStreams limited = streams;
+    limited.childSetup = [&] {
+        limitProcessorTime(streams.processorSeconds);
+        if (!streams.childSetup.empty())
+            streams.childSetup();
+    };
+    ToolResult result = run("/usr/sbin/postmap", arguments, limited);
+    if (WIFSIGNALED(result.status) && WTERMSIG(result.status) == SIGXCPU)
+        result.diagnostics += "postmap has used up its processor time\n";
+    return result;
 }
 
 ToolResult runPostconf(std::vector<std::string> const& arguments)

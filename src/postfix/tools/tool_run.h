@@ -4,6 +4,9 @@
 // collected in any case. postmap's other streams are the caller's choice; a default one leaves
 // the tool's own. postconf reads nothing, and what it prints is collected.
 //
+// postmap ends with SIGXCPU, and a line in the diagnostics that says so, once it has used
+// its processor time. A map of a million records takes a few seconds.
+//
 // The result holds the raw wait status: see tool_result.h for its judges.
 //
 // Failures: what Pipe::run raises when the program cannot be started or a stream breaks, and what
@@ -43,7 +46,8 @@ struct ToolStreams
     TextSource source;
     process::ReceiverFunction receiver;
     bool collects = false;
-    boost::function<void()> childSetup; // runs in the child just before it becomes the program
+    unsigned long processorSeconds = 120; // postmap's alone
+    boost::function<void()> childSetup;   // runs in the child just before it becomes the program
 };
 
 ToolResult runPostmap(std::vector<std::string> const& arguments, ToolStreams const& streams = {});

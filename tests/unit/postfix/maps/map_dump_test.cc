@@ -57,3 +57,11 @@ TEST_F(MapDumpOnHost, RaisesTheReceiversExceptionWhenPostmapHasEnded)
     EXPECT_EQ(calls, 1);
     EXPECT_EQ(readFile(tools / "ended"), "\n");
 }
+
+TEST_F(MapDumpOnHost, RaisesForMoreRecordsThanTheFileHolds)
+{
+    fill("a b\n");
+    standIn("yes a b | head -n 4000");
+
+    EXPECT_THROW(dump(), PostfixDatabaseError);
+}

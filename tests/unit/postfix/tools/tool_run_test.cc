@@ -88,3 +88,16 @@ TEST_F(ToolRunOnHost, CollectsBothStreamsOfPostconf)
     EXPECT_EQ(result.diagnostics, "note\n");
     EXPECT_EQ(postconf.journal(), "-h name\n");
 }
+
+TEST_F(ToolRunOnHost, EndsAPostmapThatIsBusyForTooLong)
+{
+    postmap.run("ulimit -t; kill -XCPU $$");
+    ToolStreams streams = ToolStreams::withoutInput().collected();
+    streams.processorSeconds = 17;
+
+    ToolResult const result = runPostmap({"-s"}, streams);
+
+    EXPECT_EQ(result.output, "17\n");
+    EXPECT_TRUE(hasFailed(result.status));
+    EXPECT_EQ(result.diagnostics, "postmap has used up its processor time\n");
+}

@@ -1,0 +1,183 @@
+"""The user postfix owns the maps and the accounts: what their pages and schema say does not hold root up."""
+import contextlib
+import os
+import pathlib
+import sqlite3
+import struct
+import time
+
+import pytest
+
+import attackers
+import ground
+import mailhost
+from ground import ACCOUNTS, ANNA, AT, MAPS, PLAIN
+
+ALIAS = ("--add-alias", *ANNA, "--alias=annie")
+RENAME = ("--rename-mailname", AT, "--old-mailname=anna", "--new-mailname=anita")
+PASSWORD = ("--set-password", *ANNA)
+OFF = ("--turn-off-domain", AT)
+
+# postmap may use 120 s of a processor, which is much more by the clock on a busy machine.
+POSTMAP_SECONDS = 1800
+
+
+# ------------------------------------------------------------------------------ pages of a map
+
+PAGE = 4096
+HASH_PAGE = 13
+
+
+def damaged(change):
+    """postfix replaces the map of the aliases by a copy in which each bucket page is changed."""
+    def work():
+        path = pathlib.Path(f"{MAPS}/virtual.db")
+        data = bytearray(path.read_bytes())
+        for start in range(PAGE, len(data), PAGE):
+            if data[start + 25] == HASH_PAGE:
+                change(data, start)
+        path.unlink()
+        path.write_bytes(data)
+    attackers.by("postfix", work)
+
+
+def in_a_circle(data, start):
+    struct.pack_into("<I", data, start + 16, start // PAGE)  # the next page is the page itself
+
+
+def beyond_the_end(data, start):
+    struct.pack_into("<I", data, start + 16, 0x7fffffff)
+
+
+def of_many_entries(data, start):
+    struct.pack_into("<H", data, start + 20, 0xffff)
+
+
+def elsewhere_in_the_page(data, start):
+    for entry in range(8):
+        struct.pack_into("<H", data, start + 26 + 2 * entry, 0xfff0)
+
+
+PAGES = {"a circle": in_a_circle, "a page beyond the end": beyond_the_end, "65,535 entries": of_many_entries,
+         "entries beyond the page": elsewhere_in_the_page}
+
+
+def changed_by(command, change, seconds):
+    whole = pathlib.Path(f"{MAPS}/virtual.db").read_bytes()
+    before = ground.look(his=(MAPS,))
+    damaged(change)
+    how = ground.mailvek(*command, env=PLAIN, seconds=seconds)
+    # Put back, for the records are looked at by a postmap without a limit.
+    pathlib.Path(f"{MAPS}/virtual.db").write_bytes(whole)
+    found = [line for line in ground.breaches(before, how, allowed=(MAPS, ground.MAILNAMES, ground.STORE))
+             if not line.startswith("record: ")]
+    used = sum(path.lstat().st_blocks for path in pathlib.Path(MAPS).rglob("*")) * 512
+    if used > 64 << 20:
+        found.append(f"{used >> 20} MiB were written")
+    return how, found
+
+
+@pytest.mark.quick
+def test_a_map_without_an_end_is_not_read_for_ever():
+    how, found = changed_by(RENAME, in_a_circle, 3 * ground.SECONDS)
+    assert not found and how.status != 0 and how.err, f"{how}\n{found}"
+
+
+@pytest.mark.parametrize("pages", PAGES)
+@pytest.mark.parametrize("command", [RENAME, ALIAS], ids=lambda command: command[0][2:])
+def test_a_maps_pages_hold_nobody_up(pages, command):
+    _, found = changed_by(command, PAGES[pages], POSTMAP_SECONDS)
+    assert not found, found
+
+
+# --------------------------------------------------------------------- what a database can do
+
+TRIGGER = "CREATE TRIGGER evil BEFORE INSERT ON users BEGIN SELECT {}; END"
+COUNTING = "SELECT 1 FROM (WITH RECURSIVE n(i) AS (SELECT 1 UNION ALL SELECT i + 1 FROM n) SELECT i FROM n WHERE {})"
+LONG = "'" + "a" * 100_000 + "'"
+STATEMENTS = {
+    "dear steps": (TRIGGER.format(f"({COUNTING.format('hex(zeroblob(400000)) || i = 1')})"),),
+    "long concatenations": (TRIGGER.format(f"({COUNTING.format(f'{LONG} || i || {LONG} = 1')})"),),
+    "a pattern of many stars": (TRIGGER.format(f"{LONG} LIKE '{'%a_' * 500}%b'"),),
+    "a joined table": (TRIGGER.format("(SELECT count(*) FROM users a, users b, users c, users d, users e, users f, "
+                                      "sqlite_master g, sqlite_master h, sqlite_master i, sqlite_master j)"),),
+    "a trigger that starts itself": ("PRAGMA recursive_triggers=ON",
+                                     "CREATE TRIGGER evil AFTER INSERT ON users BEGIN INSERT INTO users (name, dom_id) "
+                                     "VALUES (NEW.name || 'x', NEW.dom_id); END"),
+    "a column that is computed": ("ALTER TABLE users ADD COLUMN evil AS (hex(zeroblob(1000000000)))",),
+    "an index of an expression": ("CREATE INDEX evil ON users(length(replace(hex(zeroblob(1000)), '0', name)))",),
+}
+
+
+def with_statements(*statements):
+    def work():
+        with contextlib.closing(sqlite3.connect(ACCOUNTS)) as connection, connection:
+            for statement in statements:
+                connection.execute(statement)
+    return work
+
+
+@pytest.mark.parametrize("command", [PASSWORD, OFF], ids=lambda command: command[0][2:])
+def test_a_statement_of_postfix_holds_nobody_up(ledger, command):
+    for name, statements in STATEMENTS.items():
+        attackers.by("postfix", with_statements(*statements))
+        before = ground.look(his=(MAPS,))
+        how = ground.mailvek(*command, env=PLAIN, seconds=3 * ground.SECONDS)
+        found = [line for line in ground.breaches(before, how, allowed=(MAPS,)) if not line.startswith(("record: ", "account"))]
+        ledger.tried(f"{name}: {command[0]}", found, how)
+    ledger.close()
+
+
+# ------------------------------------------------------------------ what lies about in the maps
+
+
+def test_a_db_config_of_postfix_is_not_read():
+    """Berkeley DB reads settings from a file of that name in the directory it works in."""
+    lines = "set_data_dir /etc/planted\nset_lg_dir /etc\nset_tmp_dir /etc\nset_cachesize 4 0 1\n"
+    attackers.by("postfix", lambda: pathlib.Path(f"{MAPS}/DB_CONFIG").write_text(lines))
+    for command in (ALIAS, RENAME):
+        ended = mailhost.run("strace", "-f", "-qq", "-e", "trace=open,openat,access", "-o", "/run/mailvek/strace",
+                             ground.TOOL, *command, cwd=MAPS)
+        assert ended.status == 0, ended
+        assert "DB_CONFIG" not in pathlib.Path("/run/mailvek/strace").read_text(errors="replace")
+
+
+@pytest.mark.parametrize("name", [".virtual.room-1", ".virtual.room-", ".virtual.room-\n"])
+def test_a_room_of_postfix_is_left_to_him(name):
+    def work():
+        os.makedirs(f"{MAPS}/{name}/below")
+        os.symlink(ground.KEPT, f"{MAPS}/{name}/link")
+    attackers.by("postfix", work)
+    before = ground.look(his=(MAPS,))
+    how = ground.mailvek(*RENAME)
+    assert not ground.breaches(before, how, allowed=(ground.MAILNAMES, ground.STORE)) and how.status == 0, how
+    assert os.path.isdir(f"{MAPS}/{name}/below")
+
+
+def test_a_hundred_thousand_rooms_hold_nobody_up():
+    def work():
+        for number in range(100_000):
+            os.mkdir(f"{MAPS}/.virtual.room-{number}")
+    attackers.by("postfix", work)
+    how = ground.mailvek(*ALIAS)
+    assert how.status is not None, how
+
+
+def renaming_rooms():
+    """Takes a room away under its name, and puts a link to root's directory in its place."""
+    for name in os.listdir(MAPS):
+        if name.startswith(".virtual.room-"):
+            os.rename(f"{MAPS}/{name}", f"{MAPS}/taken-{time.monotonic_ns()}")
+            os.symlink(ground.KEPT, f"{MAPS}/{name}")
+
+
+def test_a_loop_of_renamed_rooms_leads_nowhere():
+    before = ground.look(his=(MAPS,))
+    with attackers.beside("postfix", attackers.over_and_over(renaming_rooms)):
+        for _ in range(20):
+            for command in (ALIAS, RENAME, (*RENAME[:2], "--old-mailname=anita", "--new-mailname=anna")):
+                how = ground.mailvek(*command)
+                assert how.status is not None, how
+    found = [line for line in ground.breaches(before, how, allowed=(ground.MAILNAMES, ground.STORE))
+             if not line.startswith(("record: ", "virtual: damaged"))]
+    assert not found, "\n".join(found)
