@@ -90,8 +90,9 @@ def save():
 def make():
     for script in ("/etc/init.d/postfix", "/etc/init.d/courier-imap"):
         pathlib.Path(os.path.realpath(script)).write_text("#!/bin/sh\nexit 0\n")
-    without_postlog()
+    services()
     canaries()
+    mailhost.panel_sql("INSERT INTO misc (param, val) VALUES ('message_submission', 'true')")
     panel.panel_domain(NEW)
     panel.panel_domain(DOMAIN, aliases=[ALIAS])
     panel.panel_mailname(f"anna@{DOMAIN}", aliases=["ann"])
@@ -118,10 +119,13 @@ def make():
     write(f"{HOME}/Maildir/cur/1.letter", "a letter\n")
 
 
-def without_postlog():
-    """Removes the one service from master.cf whose type the tool does not know."""
+SUBMISSION = "submission inet n - y - - smtpd\n"
+
+
+def services():
+    """master.cf with a service that the tool parks, and without the one whose type it does not know."""
     lines = mailhost.read("/etc/postfix/master.cf").splitlines(True)
-    write("/etc/postfix/master.cf", "".join(line for line in lines if not line.startswith("postlog")))
+    write("/etc/postfix/master.cf", SUBMISSION + "".join(line for line in lines if not line.startswith("postlog")))
 
 
 def canaries():

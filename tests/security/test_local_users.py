@@ -10,6 +10,7 @@ import pytest
 
 import attackers
 import ground
+import host_faults
 import mailhost
 import plants
 from ground import ANNA, AT, CANARY, CRON, DOMAIN, HOME, KEPT, LOCKS, MAPS, PLAIN
@@ -17,11 +18,11 @@ from ground import ANNA, AT, CANARY, CRON, DOMAIN, HOME, KEPT, LOCKS, MAPS, PLAI
 REDIRECT = ("--add-redirect", *ANNA, "--redirect-email=b@example.org")
 RENAME = ("--rename-mailname", AT, "--old-mailname=anna", "--new-mailname=anita")
 ATTACH = ("--add-attachment", *ANNA, "--file-name=/srv/uploads/letter", "--attachment-file-name=b.txt")
-SUBMIT = ("--start-service", "--mail-component=submission")
+UNSUBMIT = ("--stop-service", "--mail-component=submission")
 SIZE = ("--set-max-letter-size", "--size=123456")
 COMMANDS = {"add-redirect": (REDIRECT, f"{HOME}/.qmail"), "rename-mailname": (RENAME, f"{MAPS}/virtual"),
             "add-attachment": (ATTACH, f"{HOME}/@attachments/b.txt"),
-            "start-service": (SUBMIT, "/etc/postfix/master.cf")}
+            "stop-service": (UNSUBMIT, "/etc/postfix/master.cf")}
 # A hard link cannot lead to another file system.
 LOCK_KINDS = {name: kind for name, kind in plants.FILE_KINDS.items() if "hard link" not in name}
 OWN = (ground.MAILNAMES, MAPS, "/etc/postfix/master.cf", ground.STORE)
@@ -77,6 +78,7 @@ def test_a_link_is_no_lock_directory(target):
 def test_a_lock_that_a_local_user_holds_holds_nobody_up(command):
     words, _ = COMMANDS[command]
     names = names_of_locks(words)
+    assert names, "the command takes no lock"
 
     def take():
         kept = []
@@ -113,7 +115,7 @@ def test_a_file_held_by_a_local_user_delays_nobody(path):
         return descriptor
     with attackers.beside("www-data", attackers.held(take)):
         mailhost.wait_until(lambda: os.path.exists("/tmp/held"))
-        for command in (SIZE, SUBMIT, REDIRECT):
+        for command in (SIZE, UNSUBMIT, REDIRECT):
             how = ground.mailvek(*command)
             assert how.status == 0, how
 
@@ -168,14 +170,14 @@ def test_an_upload_that_is_no_file_gives_nothing_away(command, kind):
     plants.plant(SOURCES[kind], source, attackers.by, "www-data")
     words = {"add-attachment": ("--add-attachment", *ANNA, f"--file-name={source}", "--attachment-file-name=got"),
              "set-domain-key": ("--set-domain-key", AT, f"--file-name={source}")}[command]
-    mailhost.cover(ground.MAILNAMES, "size=128m")
+    host_faults.cover(ground.MAILNAMES, "size=128m")
     before = ground.look(his=(ground.MAILNAMES, uploads))
     how = ground.mailvek(*words)
     plants.unmount(source)
     found = ground.breaches(before, how, allowed=(f"/etc/domainkeys/{DOMAIN}",))
     if ground.came_to_light(["/etc/domainkeys"], (ground.SECRET,)):
         found.append("the secret is a key now")
-    mailhost.undo(ground.MAILNAMES)
+    host_faults.undo(ground.MAILNAMES)
     assert not found, f"{how}\n" + "\n".join(found)
     assert how.status != 0 and how.err, how
 
