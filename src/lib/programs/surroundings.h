@@ -12,7 +12,8 @@
 //                 see take_env_passwords.
 //   signals       none is ignored or blocked, and no timer runs
 //   limits        file size, CPU time and memory are unlimited, 1024 descriptors can be open and a
-//                 stack has 8 MiB, as far as the process may say so. Nothing dumps core: passwords are in memory.
+//                 stack has 8 MiB, as far as the process may say so. Nothing dumps core: passwords
+//                 are in memory.
 //   umask         022
 //
 // errno is kept. A standard descriptor that cannot be opened ends the process with status 1.
