@@ -11,6 +11,8 @@
 // Result: 0 or -1 unless stated. Failures are reported through messlog2. A failure to make a
 // directory, to copy a key or to remove a directory ends the process with status 1: see make_dir_p,
 // copy_file_atomic and rm_tree.
+//
+// No command calls these; they are for callers to come: set_domain_key.
 
 #ifndef MAILVEK_MAIL_LIB_SERVER_DOMAIN_KEYS_H
 #define MAILVEK_MAIL_LIB_SERVER_DOMAIN_KEYS_H
