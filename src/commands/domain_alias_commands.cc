@@ -48,7 +48,7 @@ int renameDomainAlias(int argc, char** argv)
     std::string const newName = domainOf(options, "new-domain-alias-name");
     checkNotexistingMailOptions(options);
 
-    DomainManager::renameDomainAlias(oldName, newName);
+    DomainManager::renameDomainAlias(domain, oldName, newName);
     if (mass_control_handler_by_mailname(oldName.c_str(), newName.c_str(), HOOK_MOVE) != 0)
         uerr << "WARNING: unable to properly re-assign mail handlers from " << oldName << " to "
              << newName << std::endl;

@@ -1,14 +1,18 @@
 #include "commands/command_values.h"
 #include "commands/handlers.h"
 #include "lib/host/enviroment.h"
+#include "lib/report/owned.h"
 #include "mail/lib/accounts/mail_authenticate.h"
 #include "mail/lib/aliases/mail_database.h"
 #include "mail/lib/handlers/handler_mass_control.h"
+#include "mail/lib/handlers/handler_presence.h"
 #include "postfix/domains/address_records.h"
 #include "postfix/domains/mailname_manager.h"
 #include "postfix/domains/name_lists.h"
 #include "util/uerr.h"
 
+#include <algorithm>
+#include <string>
 #include <vector>
 
 namespace orvek::mail::postfix::mailvek_commands {
@@ -65,6 +69,25 @@ int renameAccounts(std::string const& domain, std::string const& oldName,
     return status;
 }
 
+bool hasAccount(std::string const& localPart, std::string const& domain)
+{
+    passwd_type_t user = {};
+    bool const found = get_user_data(&user, localPart.c_str(), domain.c_str()) == 1;
+    CString const name(user.name);
+    CString const password(user.passwd);
+    return found;
+}
+
+// Whether an interrupted rename has left something to do after the records and the home.
+bool hasAccountOrHooks(std::string const& localPart, std::string const& domain)
+{
+    if (hasAccount(localPart, domain) || has_handler_of(addressOf(localPart, domain).c_str()))
+        return true;
+    auto const aliases = aliasDomainsOrNone(domain);
+    return std::any_of(aliases.begin(), aliases.end(),
+                       [&](auto const& alias) { return hasAccount(localPart, alias); });
+}
+
 } // namespace
 
 int addMailname(int argc, char** argv)
@@ -114,7 +137,8 @@ int renameMailname(int argc, char** argv)
     std::string const oldName = localPartOf(options, "old-mailname");
     std::string const newName = localPartOf(options, "new-mailname");
 
-    MailnameManager::renameMailname(domain, oldName, newName);
+    MailnameManager::renameMailname(domain, oldName, newName,
+                                    [&] { return hasAccountOrHooks(oldName, domain); });
     char const* password = nullptr;
     int isEncrypted = 0;
     get_env_password(&password, &isEncrypted);

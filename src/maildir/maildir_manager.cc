@@ -128,6 +128,17 @@ void renameDirectory(path const& from, path const& to)
                                                   mailRoot() / to, systemError(errno));
 }
 
+bool isThere(path const& beneath)
+{
+    OpenDescriptor const root = open_mail_root();
+    struct stat info = {};
+    if (root.get() >= 0 && look_beneath(root.get(), beneath.c_str(), info) == 0)
+        return true;
+    if (errno != ENOENT && errno != ENOTDIR)
+        raiseOfLibrary("rename", beneath);
+    return false;
+}
+
 // What somebody else has put at the name of a backup, which he can foresee.
 bool isTaken(int code)
 {
@@ -319,6 +330,16 @@ void MaildirManager::createMailnameHome(std::string const& domain,
     fillHome(inside, home);
     inside.keep();
     itself.keep();
+}
+
+bool MaildirManager::hasDomainRoot(std::string const& domain) const
+{
+    return isThere(getDomainRelativeRoot(domain));
+}
+
+bool MaildirManager::hasMailnameHome(std::string const& domain, std::string const& mailname) const
+{
+    return isThere(getMailnameRelativeHome(domain, mailname));
 }
 
 void MaildirManager::renameDomainRoot(std::string const& oldDomain,

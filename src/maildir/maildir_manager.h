@@ -51,6 +51,10 @@ public:
     // removed again; a home that was there before stays, with everything in it.
     void createMailnameHome(std::string const& domain, std::string const& mailname) const;
 
+    // Whether there is anything of that name. Failures to look are raised as those of renaming.
+    bool hasDomainRoot(std::string const& domain) const;
+    bool hasMailnameHome(std::string const& domain, std::string const& mailname) const;
+
     // Nothing is merged: a target that is not empty is an error.
     void renameDomainRoot(std::string const& oldDomain, std::string const& newDomain) const;
     void renameMailnameHome(std::string const& domain, std::string const& oldMailname,

@@ -4,13 +4,17 @@
 #include "maildir/maildirpp_manager.h"
 #include "postfix/domains/address_records.h"
 #include "postfix/domains/name_lists.h"
+#include "postfix/domains/rename_state.h"
 #include "postfix/domains/reversible_rename.h"
 #include "postfix/main_cf/own_domains.h"
 #include "postfix/maps/domain_filters.h"
+#include "postfix/maps/map_lookup.h"
 #include "postfix/maps/map_names.h"
 #include "postfix/maps/record_filters.h"
 #include "util/errors.h"
 #include "util/sh_quote.h"
+
+#include <boost/algorithm/string/predicate.hpp>
 
 #include <algorithm>
 #include <array>
@@ -110,6 +114,53 @@ Records aliasRecords(std::string const& domain, std::string const& alias)
         records.emplace_back(addressOf(mailname, alias), mailbox);
     }
     return records;
+}
+
+// Whether newName, which is marked, is an alias domain of the domain. Where the panel does not know
+// it yet, its addresses show that; those of a domain without mailnames show nothing.
+bool isRenamedAlias(std::string const& domain, std::string const& oldName,
+                    std::string const& newName)
+{
+    auto const known = aliasDomainsOrNone(domain);
+    auto const isKnown = [&](auto const& alias) {
+        return std::find(known.begin(), known.end(), alias) != known.end();
+    };
+    if (isKnown(newName))
+        return true;
+    PanelNames panel(nullptr);
+    auto const mailnames = required(mailnamesOf(panel, domain), domain);
+    if (mailnames.empty())
+        return isKnown(oldName);
+    std::vector<std::string> addresses;
+    for (auto const& mailname : mailnames)
+        addresses.push_back(addressOf(mailname, newName));
+    FoundRecords const found = findRecords(virtual_map, addresses);
+    return std::any_of(mailnames.begin(), mailnames.end(), [&](auto const& mailname) {
+        auto const record = found.find(addressOf(mailname, newName));
+        return record != found.end() && record->second == addressOf(mailname, domain);
+    });
+}
+
+// A real domain has a record of its own, or only its directory while it is turned off.
+bool isDomain(std::string const& name)
+{
+    return !findRecords(virtual_domains_map, {name}).empty() ||
+           MaildirManager::getInstance().hasDomainRoot(name);
+}
+
+RenameState stateOfAliasRename(std::string const& domain, std::string const& oldName,
+                               std::string const& newName)
+{
+    if (isDomain(newName))
+        return RenameState::taken;
+    // Postfix has one record for both names then, which the rename leaves as it is.
+    if (oldName != newName && boost::iequals(oldName, newName))
+        return RenameState::fresh;
+    FoundRecords const marks = findRecords(virtual_map, {oldName, newName});
+    RenameState const state = renameState({{marks.contains(oldName), marks.contains(newName)}});
+    return state == RenameState::moved && !isRenamedAlias(domain, oldName, newName)
+               ? RenameState::taken
+               : state;
 }
 
 } // namespace
@@ -319,6 +370,17 @@ void DomainManager::renameDomainAlias(std::string const& oldName, std::string co
 {
     requireForeign(newName);
     renameInDomain(virtual_map, oldName, newName);
+}
+
+void DomainManager::renameDomainAlias(std::string const& domain, std::string const& oldName,
+                                      std::string const& newName)
+{
+    requireForeign(newName);
+    RenameState const state = stateOfAliasRename(domain, oldName, newName);
+    if (state == RenameState::taken)
+        throw PostfixDatabaseError(newName + " exists already, " + oldName + " is not renamed");
+    if (state == RenameState::fresh)
+        renameInDomain(virtual_map, oldName, newName);
 }
 
 void DomainManager::removeDomainReferences(std::string const& domain, bool subdomains)

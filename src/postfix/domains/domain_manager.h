@@ -77,6 +77,11 @@ public:
                                   std::string const& alias);
     static void removeDomainAlias(std::string const& alias);
     static void renameDomainAlias(std::string const& oldName, std::string const& newName);
+    // The same for an alias domain of domain, but looks first: PostfixDatabaseError for a new name
+    // that is a domain, has a directory or is marked as an alias domain, before the map is changed.
+    // A rename that was interrupted after the change is no such case: it is completed.
+    static void renameDomainAlias(std::string const& domain, std::string const& oldName,
+                                  std::string const& newName);
 
     // Removes what is in the domain, and with subdomains in those too, from both address maps.
     static void removeDomainReferences(std::string const& domain, bool subdomains);

@@ -4,9 +4,14 @@
 #include "maildir/maildirpp_manager.h"
 #include "postfix/domains/address_records.h"
 #include "postfix/domains/name_lists.h"
+#include "postfix/domains/rename_state.h"
 #include "postfix/domains/reversible_rename.h"
+#include "postfix/maps/map_lookup.h"
 #include "postfix/maps/map_names.h"
 #include "postfix/maps/record_filters.h"
+#include "util/errors.h"
+
+#include <boost/algorithm/string/predicate.hpp>
 
 #include <vector>
 
@@ -64,6 +69,46 @@ void renameMailbox(std::string const& domain, std::string const& from, std::stri
                                       {&fromAddress, &toAddress}, {&fromMaildir, &toMaildir}});
 }
 
+// What is found under the two names, before a rename.
+struct RenameView
+{
+    RenameView(std::string const& domain, std::string const& oldName, std::string const& newName);
+
+    FoundNames home;
+    FoundNames mailbox = {};
+    FoundNames address = {};
+    std::string newMailbox; // the value of the new name's mailbox record
+};
+
+RenameView::RenameView(std::string const& domain, std::string const& oldName,
+                       std::string const& newName)
+    : home{MaildirManager::getInstance().hasMailnameHome(domain, oldName),
+           MaildirManager::getInstance().hasMailnameHome(domain, newName)}
+{
+    // Postfix has one record for both names then, which the rename leaves as it is.
+    if (oldName != newName && boost::iequals(oldName, newName))
+        return;
+    std::vector<std::string> const addresses = {addressOf(oldName, domain),
+                                                addressOf(newName, domain)};
+    FoundRecords mailboxes = findRecords(vmailbox_map, addresses);
+    mailbox = {mailboxes.contains(addresses[0]), mailboxes.contains(addresses[1])};
+    newMailbox = mailboxes[addresses[1]];
+    FoundRecords const found = findRecords(virtual_map, addresses);
+    address = {found.contains(addresses[0]), found.contains(addresses[1])};
+}
+
+// What is to be done, in the order of the steps. moved stands for an interrupted rename only.
+RenameState stateOfRename(std::string const& domain, std::string const& oldName,
+                          std::string const& newName, MailnameManager::HasRest const& hasRest)
+{
+    RenameView const view(domain, oldName, newName);
+    RenameState const state = renameState({view.mailbox, view.address, view.home});
+    bool const told = view.newMailbox == relativeMaildir(domain, oldName) + '/';
+    if (state == RenameState::moved && !told && !(hasRest && hasRest()))
+        return RenameState::taken;
+    return state;
+}
+
 } // namespace
 
 void MailnameManager::createMailname(std::string const& domain, std::string const& mailname)
@@ -105,8 +150,14 @@ void MailnameManager::removeMailname(std::string const& domain, std::string cons
 }
 
 void MailnameManager::renameMailname(std::string const& domain, std::string const& oldName,
-                                     std::string const& newName)
+                                     std::string const& newName, HasRest const& hasRest)
 {
+    RenameState const state = stateOfRename(domain, oldName, newName, hasRest);
+    if (state == RenameState::taken)
+        throw PostfixDatabaseError(addressOf(newName, domain) + " exists already, " +
+                                   addressOf(oldName, domain) + " is not renamed");
+    if (state == RenameState::moved)
+        return;
     ReversibleRename rename(oldName, newName);
     rename.step("Postfix Virtual Mailboxes Database",
                 [&](auto const& from, auto const& to) { renameMailbox(domain, from, to); });

@@ -7,6 +7,10 @@
 //
 // removeMailname leaves the mail aliases of the mailname: the caller removes them.
 //
+// renameMailname looks first: a new name with a mailbox, an address or a home is refused by
+// PostfixDatabaseError before the first step, but for a rename that was interrupted. That one is
+// told by its traces (rename_state.h) and completed.
+//
 // Failures: what the maps, the directories and the delivery file raise. Deliberate: alias domains
 // that cannot be read are reported by the query and count as none. Steps done before a failure stay
 // done, except those of renameMailname: see reversible_rename.h.
@@ -17,6 +21,7 @@
 #include "postfix/domains/on_removal.h"
 #include "postfix/maps/batch_database_helper.h"
 
+#include <functional>
 #include <string>
 
 namespace orvek::mail::postfix {
@@ -33,9 +38,14 @@ public:
     static void removeMailname(std::string const& domain, std::string const& mailname,
                                OnRemoval removal);
 
+    // Whether anything else than records and the home still has the old name.
+    using HasRest = std::function<bool()>;
+
     // Renames within the domain itself. Call renameMailnameOnDomainAlias for each alias domain.
+    // When the records and the home have the new name already, this is an interrupted rename if
+    // the mailbox record still tells the old name or hasRest is true.
     static void renameMailname(std::string const& domain, std::string const& oldName,
-                               std::string const& newName);
+                               std::string const& newName, HasRest const& hasRest = {});
     static void renameMailnameOnDomainAlias(std::string const& aliasDomain,
                                             std::string const& oldName, std::string const& newName);
 

@@ -181,9 +181,45 @@ Outcome clone(char const* name, HookPlace const& place, char const* newTypeName)
     return added == 0 ? then_refresh(0) : without_refresh(added);
 }
 
-Outcome move(char const* name, char const* newTypeName)
+// The copy that a move of this handler has made, or null.
+CString find_copy(char const* name, HookPlace const& place, char const* newTypeName)
 {
+    HandlerNameParts parts;
+    if (split_handler_name(name, parts) != 0)
+        return nullptr;
+    std::string const name_template(parts.name_template);
+    return CString(
+        get_handler_name(name_template.c_str(), place.type, newTypeName, place.hook.get()));
+}
+
+// The link is the last part of a descriptor that is made.
+bool is_unfinished(char const* name)
+{
+    char link[path_size];
+    struct stat info = {};
+    ErrnoKeeper const keeper;
+    return form_path(link, "%s/%s/executable", handlers_info, name) && lstat(link, &info) != 0 &&
+           errno == ENOENT;
+}
+
+// A clone takes a copy as it is, and a killed move may have left one without its program or marker.
+int clone_whole(char const* name, HookPlace const& place, char const* newTypeName)
+{
+    CString const found = find_copy(name, place, newTypeName);
+    if (found && is_unfinished(found.get()) && remove_handler_descriptor(found.get()) != 0)
+        return -1;
     int const cloned = control_handler_queue(name, newTypeName, HOOK_CLONE);
+    if (cloned != 0 || !found || !exists(place.marker))
+        return cloned;
+    CString const copy = find_copy(name, place, newTypeName);
+    if (!copy || control_handler_queue(copy.get(), nullptr, HOOK_CHECK) != 0)
+        return 0;
+    return control_handler_queue(copy.get(), nullptr, HOOK_ENABLE);
+}
+
+Outcome move(char const* name, HookPlace const& place, char const* newTypeName)
+{
+    int const cloned = clone_whole(name, place, newTypeName);
     return cloned == 0 ? disable_and_delete(name) : then_refresh(cloned);
 }
 
@@ -201,7 +237,7 @@ Outcome act(char const* name, HookPlace& place, char const* newTypeName, handler
     case HOOK_CLONE:
         return clone(name, place, newTypeName);
     case HOOK_MOVE:
-        return move(name, newTypeName);
+        return move(name, place, newTypeName);
     case HOOK_ADD:
         break;
     }

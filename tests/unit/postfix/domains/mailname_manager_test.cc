@@ -1,6 +1,9 @@
 #include "postfix/domains/mailname_manager.h"
 
 #include "support/managers_test.h"
+#include "util/errors.h"
+
+#include <array>
 
 using namespace orvek::mail::postfix;
 using orvek::mail::OnRemoval;
@@ -87,4 +90,80 @@ TEST_F(MailnameManagerOnHost, RenamesAMailboxValueWithoutFinalSlashOnly)
     EXPECT_EQ(contentOf(vmailbox_map),
               (Content{{"b@d.test", "d.test/b/Maildir"}, {"c@d.test", "d.test/a/Maildir/"}}));
     EXPECT_TRUE(exists("d.test/b"));
+}
+
+namespace {
+
+class RenamedMailnameOnHost : public MailnameManagerOnHost
+{
+protected:
+    // The three things of a mailname.
+    static void populate(std::string const& mailbox, std::string const& address,
+                         std::string const& home)
+    {
+        fill(vmailbox_map, {{mailbox + "@d.test", "d.test/a/Maildir/"}});
+        fill(virtual_map, {{address + "@d.test", address + "@d.test"}});
+        std::filesystem::create_directories(std::string(mailnames) + "/d.test/" + home);
+    }
+
+    static void expectRenamed()
+    {
+        EXPECT_EQ(contentOf(vmailbox_map), (Content{{"b@d.test", "d.test/a/Maildir/"}}));
+        EXPECT_EQ(contentOf(virtual_map), (Content{{"b@d.test", "b@d.test"}}));
+        EXPECT_TRUE(exists("d.test/b"));
+        EXPECT_FALSE(exists("d.test/a"));
+    }
+
+    // What a refusal says.
+    static std::string refusal(std::string const& from, std::string const& to)
+    {
+        try {
+            MailnameManager::renameMailname("d.test", from, to);
+        } catch (orvek::mail::postfix::PostfixDatabaseError const& e) {
+            return e.what();
+        }
+        return "none";
+    }
+};
+
+} // namespace
+
+TEST_F(RenamedMailnameOnHost, IsCompletedFromWhereverItWasInterrupted)
+{
+    for (auto const& [mailbox, address, home] :
+         {std::array{"b", "a", "a"}, std::array{"b", "b", "a"}, std::array{"b", "b", "b"}}) {
+        SCOPED_TRACE(std::string(mailbox) + address + home);
+        std::filesystem::remove_all(std::string(mailnames) + "/d.test");
+        populate(mailbox, address, home);
+        MailnameManager::renameMailname("d.test", "a", "b");
+        expectRenamed();
+    }
+}
+
+TEST_F(RenamedMailnameOnHost, TakesNoNameThatSomebodyHas)
+{
+    populate("a", "a", "a");
+    std::filesystem::create_directory(std::string(mailnames) + "/d.test/b");
+    EXPECT_EQ(refusal("a", "b"), "b@d.test exists already, a@d.test is not renamed");
+    std::filesystem::remove(std::string(mailnames) + "/d.test/b");
+    fill(virtual_map, {{"a@d.test", "a@d.test"}, {"b@d.test", "c@d.test"}});
+    EXPECT_EQ(refusal("a", "b"), "b@d.test exists already, a@d.test is not renamed");
+    EXPECT_EQ(contentOf(vmailbox_map), (Content{{"a@d.test", "d.test/a/Maildir/"}}));
+    EXPECT_TRUE(exists("d.test/a"));
+}
+
+TEST_F(RenamedMailnameOnHost, IsAskedForWhatElseHasTheOldName)
+{
+    populate("a", "a", "a");
+    EXPECT_EQ(refusal("c", "a"), "a@d.test exists already, c@d.test is not renamed");
+    MailnameManager::renameMailname("d.test", "c", "a", [] { return true; });
+    EXPECT_TRUE(exists("d.test/a"));
+}
+
+TEST_F(RenamedMailnameOnHost, MayDifferInTheCaseOfItsLettersAlone)
+{
+    populate("a", "a", "a");
+    MailnameManager::renameMailname("d.test", "a", "A");
+    EXPECT_TRUE(exists("d.test/A"));
+    EXPECT_FALSE(exists("d.test/a"));
 }

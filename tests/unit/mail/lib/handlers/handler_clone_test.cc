@@ -208,6 +208,41 @@ TEST_F(HookMoveOnHost, DeletesTheHandlerWhenThereIsACopyAlready)
     EXPECT_THAT(names(), ElementsAre(copyOf("spam")));
 }
 
+TEST_F(HookMoveOnHost, ActivatesTheCopyThatAnInterruptedMoveHasLeft)
+{
+    auto const name = add("spam");
+    ASSERT_EQ(control(name, HOOK_CLONE, other), 0);
+    auto const copy = lookup("spam", "recipient", other);
+    ASSERT_EQ(control(copy, HOOK_DISABLE), 0);
+    EXPECT_EQ(control(name, HOOK_MOVE, other), 0);
+    EXPECT_THAT(names(), ElementsAre(copy));
+    EXPECT_TRUE(active(copy));
+}
+
+TEST_F(HookMoveOnHost, MakesACopyAnewThatHasNoProgram)
+{
+    auto const name = add("spam");
+    ASSERT_EQ(control(name, HOOK_CLONE, other), 0);
+    auto const unfinished = lookup("spam", "recipient", other);
+    std::filesystem::remove(info(unfinished + "/executable"));
+    EXPECT_EQ(control(name, HOOK_MOVE, other), 0);
+    auto const copy = copyOf("spam");
+    EXPECT_NE(copy, unfinished);
+    EXPECT_THAT(names(), ElementsAre(copy));
+    EXPECT_TRUE(std::filesystem::is_symlink(info(copy + "/executable")));
+    EXPECT_TRUE(active(copy));
+}
+
+TEST_F(HookMoveOnHost, LeavesACopyOfAnInactiveHandlerAsItIs)
+{
+    auto const name = add("spam", "recipient", address, "before-local", HOOK_DISABLE);
+    ASSERT_EQ(control(name, HOOK_CLONE, other), 0);
+    auto const copy = lookup("spam", "recipient", other);
+    ASSERT_EQ(control(copy, HOOK_DISABLE), 0);
+    EXPECT_EQ(control(name, HOOK_MOVE, other), 0);
+    EXPECT_FALSE(active(copy));
+}
+
 TEST_F(HookMoveOnHost, RefreshesForEachStepAndTwiceForItself)
 {
     auto const name = add("spam");
