@@ -21,6 +21,9 @@ constexpr std::array<std::string_view, 4> suffixes = {"", "-journal", "-wal", "-
 // Only root may read a new database until its rights are set.
 constexpr mode_t new_database = 0600;
 
+// Of opening a file that somebody makes and removes meanwhile.
+constexpr int most_attempts = 100;
+
 bool is_whole_file(int fd)
 {
     struct stat info = {};
@@ -52,8 +55,57 @@ int create_temporary_file(char const* path, int flags)
     return open(path, flags | O_NOFOLLOW, S_IRUSR | S_IWUSR);
 }
 
+// The look comes before the opening, so that no FIFO or device is ever opened.
+int open_whole_file(char const* path, int flags, mode_t mode)
+{
+    for (int attempt = 0; attempt < most_attempts; ++attempt) {
+        OpenDescriptor const place(open(path, O_PATH | O_NOFOLLOW | O_CLOEXEC));
+        if (place.get() >= 0) {
+            if (!is_whole_file(place.get()))
+                return -1;
+            std::string const held = "/proc/self/fd/" + std::to_string(place.get());
+            return open(held.c_str(), flags & ~(O_CREAT | O_NOFOLLOW));
+        }
+        if (errno != ENOENT || !(flags & O_CREAT))
+            return -1;
+        int const made = open(path, flags | O_EXCL | O_NOFOLLOW, mode);
+        if (made >= 0 || errno != EEXIST)
+            return made;
+    }
+    return -1;
+}
+
+// The write-ahead log or its index that was opened last, or -1.
+int shared_file = -1;
+
+// The database that the path is the log or the index of; empty for any other file.
+std::string database_of(std::string_view path)
+{
+    for (std::string_view const suffix : {"-wal", "-shm"})
+        if (path.ends_with(suffix))
+            return std::string(path.substr(0, path.size() - suffix.size()));
+    return "";
+}
+
+// Who reads the database must write both files too: a reader takes its locks in the index, and
+// recovers the log. Fails for nobody: the tool can go on without.
+void share(int fd, std::string const& database)
+{
+    struct stat info = {};
+    struct stat now = {};
+    if (lstat(database.c_str(), &info) != 0 || !S_ISREG(info.st_mode) || fstat(fd, &now) != 0)
+        return;
+    if (now.st_uid != info.st_uid || now.st_gid != info.st_gid)
+        static_cast<void>(fchown(fd, info.st_uid, info.st_gid) == 0);
+    mode_t const mode = account_log_mode(info.st_mode);
+    if ((now.st_mode & 07777) != mode)
+        fchmod(fd, mode);
+    shared_file = fd;
+}
+
 int open_file(char const* path, int flags, mode_t mode)
 {
+    shared_file = -1;
     if (!AccountFiles::guard())
         return open(path, flags, mode);
     if (AccountFiles::areDirectory(path))
@@ -62,8 +114,17 @@ int open_file(char const* path, int flags, mode_t mode)
         return flags & O_EXCL ? create_temporary_file(path, flags) : refused(EACCES);
     if (AccountFiles::areDatabase(path))
         mode &= new_database;
-    OpenDescriptor file(open(path, flags | O_NOFOLLOW | O_NONBLOCK, mode));
-    return file.get() >= 0 && is_whole_file(file.get()) ? file.release() : -1;
+    int const file = open_whole_file(path, flags, mode);
+    std::string const database = database_of(path);
+    if (file >= 0 && !database.empty())
+        share(file, database);
+    return file;
+}
+
+// SQLite gives a new log or index the mode of the database, which may only be read.
+int change_mode(int fd, mode_t mode)
+{
+    return AccountFiles::guard() && fd == shared_file ? 0 : fchmod(fd, mode);
 }
 
 int look_at(char const* path, struct stat* info)
@@ -106,6 +167,7 @@ void replace_system_calls()
         {"open", call(open_file)},
         {"stat", call(look_at)},
         {"unlink", call(delete_file)},
+        {"fchmod", call(change_mode)},
     };
     for (auto const& [name, function] : calls)
         vfs->xSetSystemCall(vfs, name, function);
@@ -135,6 +197,11 @@ std::string resolved(std::string const& path)
 }
 
 } // namespace
+
+mode_t account_log_mode(mode_t database)
+{
+    return (database & 0666) | (database & 0444) >> 1;
+}
 
 AccountFiles* AccountFiles::first = nullptr;
 

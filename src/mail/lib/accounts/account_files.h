@@ -4,12 +4,14 @@
 // links, FIFOs, a journal that names other files to be deleted. While an AccountFiles lives, SQLite
 // opens and deletes only the database, its journal, its write-ahead log and the index of that, and
 // temporary files that it has just created itself. Each must be a regular file with one name. Links
-// are not followed, and a FIFO is not waited for. SQLite sees no other file at all. The open
-// descriptor is checked, so nobody can exchange the file afterwards.
+// are not followed, and a FIFO or a device is not opened. SQLite sees no other file at all. What is
+// opened is what was looked at, so nobody can exchange the file in between.
 //
 // The path of the directory may contain links: only root can make those.
 //
-// A database that SQLite creates has at most mode 0600; a journal has the mode of its database.
+// A database that SQLite creates has at most mode 0600; a journal has the mode of its database. The
+// write-ahead log and its index belong to owner and group of the database, and who may read the
+// database may read and write them. That is set anew whenever they are opened.
 //
 // This replaces system calls of SQLite's "unix" VFS in the whole process. They behave as before
 // while no AccountFiles lives. Several may live at once.
@@ -19,6 +21,11 @@
 
 #include <string>
 #include <string_view>
+
+#include <sys/types.h>
+
+// The mode of the log and its index, by that of the database.
+mode_t account_log_mode(mode_t database);
 
 class AccountFiles
 {

@@ -14,6 +14,7 @@ namespace {
 
 constexpr long wait_growth = 10000; // nanoseconds
 constexpr int write_timeout = 50;   // milliseconds
+constexpr int settle_timeout = 1000;
 
 // Removing a domain with a million users takes less than half of these steps.
 constexpr int steps_in_batch = 1'000'000;
@@ -57,7 +58,7 @@ MailAuthConnection::MailAuthConnection(sqlite3* db, sqlite3_stmt* statement)
     : db(db), statement(statement)
 {
     files.emplace(sqlite3_db_filename(db, "main"));
-    distrust();
+    setUp();
 }
 
 MailAuthConnection::~MailAuthConnection()
@@ -94,12 +95,13 @@ bool MailAuthConnection::open(int flags)
     files.emplace(mailAuthDB);
     if (sqlite3_open_v2(files->path(), &db, flags | SQLITE_OPEN_NOFOLLOW, nullptr) != SQLITE_OK)
         return false;
-    distrust();
+    setUp();
     return true;
 }
 
-void MailAuthConnection::distrust()
+void MailAuthConnection::setUp()
 {
+    sqlite3_db_config(db, SQLITE_DBCONFIG_NO_CKPT_ON_CLOSE, 1, nullptr);
     sqlite3_db_config(db, SQLITE_DBCONFIG_DEFENSIVE, 1, nullptr);
     sqlite3_db_config(db, SQLITE_DBCONFIG_TRUSTED_SCHEMA, 0, nullptr);
     sqlite3_db_config(db, SQLITE_DBCONFIG_ENABLE_VIEW, 0, nullptr);
@@ -221,12 +223,25 @@ void MailAuthConnection::finalize()
     }
 }
 
+// Nothing is lost where this fails.
+void MailAuthConnection::settle()
+{
+    if (sqlite3_total_changes(db) == 0 || sqlite3_get_autocommit(db) == 0)
+        return;
+    ErrnoKeeper const keeper;
+    sqlite3_busy_timeout(db, settle_timeout);
+    sqlite3_exec(db, "PRAGMA journal_mode=WAL", nullptr, nullptr, nullptr);
+    sqlite3_wal_checkpoint_v2(db, nullptr, SQLITE_CHECKPOINT_TRUNCATE, nullptr, nullptr);
+}
+
 int MailAuthConnection::finish()
 {
     if (db) {
         finalize();
-        if (!shared)
+        if (!shared) {
+            settle();
             repeated([&] { return sqlite3_close(db); }, is_busy);
+        }
         db = nullptr;
     }
     return abandoned ? -1 : 0;

@@ -18,11 +18,17 @@
 // Failures are reported by orvek_log at priority 3, here or through failure(), which also
 // closes. errno stays as the failing call left it.
 //
+// The database is kept in WAL mode, in which readers do not wait for writers: POP3, IMAP and SASL
+// read it without waiting. A connection that has changed something sets that mode if needed and
+// empties the write-ahead log, so that the database's file alone is whole. If a reader blocks that
+// for a second, the next connection does it. The empty log and its index stay: removing them would
+// shut readers out for a moment.
+//
 // While a MailAuthTransaction is open, openForWriting and openForReading use its connection
 // (SharedAccounts) instead of a new one, and closing leaves it open.
 //
-// No command calls these; they are for callers to come: MailAuthConnection::execute,
-// MailAuthConnection::release.
+// No command calls these; they are for callers to come:
+// MailAuthConnection::openAloneForReading, MailAuthConnection::release.
 
 #ifndef MAILVEK_MAIL_LIB_ACCOUNTS_MAIL_AUTH_CONNECTION_H
 #define MAILVEK_MAIL_LIB_ACCOUNTS_MAIL_AUTH_CONNECTION_H
@@ -93,7 +99,8 @@ private:
 
     [[nodiscard]] bool open(int flags);
     [[nodiscard]] bool borrow(SharedAccounts* lender, int flags);
-    void distrust();
+    void setUp();
+    void settle();
     static int countSteps(void* connection);
 
     template<class Call, class Again>

@@ -139,7 +139,8 @@ int mailAuthDBInit()
         return -1;
     if (createNestedDirectory(directory.get()) != 1)
         return critical("recursive mkdir(%s) failed: %s", directory.get(), strerror(errno));
-    unlink(mailAuthDB);
+    for (char const* const suffix : {"", "-journal", "-wal", "-shm"})
+        unlink((std::string(mailAuthDB) + suffix).c_str());
     return create_schema();
 }
 
@@ -153,7 +154,16 @@ int mailAuthDBSetAccess(uid_t uid, gid_t gid, mode_t dirMode, mode_t dbMode)
     if (set_rights(directory.get(), S_IFDIR, {uid, gid, dirMode, dirMode}) != 0)
         return -1;
     // Deliberate: the report of a failing chmod of the file names the directory's mode.
-    return set_rights(mailAuthDB, S_IFREG, {uid, gid, dbMode, dirMode});
+    if (set_rights(mailAuthDB, S_IFREG, {uid, gid, dbMode, dirMode}) != 0)
+        return -1;
+    mode_t const log_mode = account_log_mode(dbMode);
+    for (char const* const suffix : {"-wal", "-shm"}) {
+        std::string const file = std::string(mailAuthDB) + suffix;
+        if (access(file.c_str(), F_OK) == 0 &&
+            set_rights(file.c_str(), S_IFREG, {uid, gid, log_mode, log_mode}) != 0)
+            return -1;
+    }
+    return 0;
 }
 
 int mailAuthDBInitStyle(MailAuthDBStyle style)

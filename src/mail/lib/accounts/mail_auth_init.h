@@ -18,7 +18,8 @@
 int mailAuthDBInit();
 
 // Sets owner, group and modes of the database's directory and of the file, which must be a
-// directory and a regular file with one name. Links are not followed.
+// directory and a regular file with one name, and of its write-ahead log and the index of that
+// (account_files.h), if there are any. Links are not followed.
 int mailAuthDBSetAccess(uid_t uid, gid_t gid, mode_t dirMode, mode_t dbMode);
 
 // Selects the style, creates its database and sets the style's rights. An invalid style gives -1

@@ -74,12 +74,15 @@ TEST_F(MailAuthBusy, RepeatsABusyCallWithGrowingWaits)
 
 TEST_F(MailAuthBusy, DoesNotWaitForACallThatIsNotBusy)
 {
+    sql("PRAGMA journal_mode=WAL");
     MailAuthConnection db;
     ASSERT_EQ(db.openForWriting(), 0);
     ASSERT_EQ(db.prepare(add_domain), 0);
     EXPECT_EQ(db.step(), SQLITE_DONE);
     EXPECT_EQ(db.finish(), 0);
-    EXPECT_THAT(spy.calls, ElementsAre("open_v2", "prepare_v2", "step", "finalize", "close"));
+    EXPECT_THAT(spy.calls,
+                ElementsAre("open_v2", "prepare_v2", "step", "finalize", "exec", "close"))
+        << "the mode is set before the end";
 }
 
 TEST_F(MailAuthBusy, StartsTheWaitAnewForEachCall)

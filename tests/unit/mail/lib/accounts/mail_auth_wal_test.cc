@@ -1,0 +1,169 @@
+#include "mail/lib/accounts/mail_authenticate.h"
+
+#include "support/auth_database_test.h"
+#include "support/auth_user_data.h"
+
+#include <filesystem>
+#include <optional>
+
+#include <fcntl.h>
+#include <sys/stat.h>
+
+using ::testing::ElementsAre;
+using ::testing::IsEmpty;
+
+namespace {
+
+class MailAuthWal : public AuthDatabaseTest
+{
+protected:
+    mode_t modeOf(char const* suffix) const
+    {
+        struct stat info = {};
+        EXPECT_EQ(stat((path + suffix).c_str(), &info), 0) << suffix;
+        return info.st_mode & 07777;
+    }
+
+    // By its header.
+    bool walMode() const { return readFile(path).substr(18, 2) == "\2\2"; }
+
+    std::uintmax_t logSize() const { return std::filesystem::file_size(path + "-wal"); }
+
+    // The users in a copy of the file alone.
+    std::vector<std::string> usersInCopy() const
+    {
+        std::string const copy = directory / "copy.db";
+        writeFile(copy, readFile(path));
+        return rowsOf(copy, "SELECT name FROM users ORDER BY name");
+    }
+};
+
+// A connection that reads on in the state that it has seen.
+class Reader
+{
+public:
+    explicit Reader(std::string const& path)
+    {
+        sqlite3_open_v2(path.c_str(), &db, SQLITE_OPEN_READONLY, nullptr);
+        state = sqlite3_exec(db, "BEGIN; SELECT count(*) FROM users", nullptr, nullptr, nullptr);
+    }
+    ~Reader() { sqlite3_close(db); }
+    Reader(Reader const&) = delete;
+    Reader& operator=(Reader const&) = delete;
+
+    int state = SQLITE_ERROR;
+
+private:
+    SqliteSpy::Inside const unseen{sqliteSpy()};
+    sqlite3* db = nullptr;
+};
+
+} // namespace
+
+TEST_F(MailAuthWal, SetsTheModeAtTheFirstChange)
+{
+    EXPECT_FALSE(walMode());
+    EXPECT_EQ(mailAuthRemove("joe", "a.com"), 0);
+    EXPECT_FALSE(walMode());
+    EXPECT_EQ(mailAuthSet("joe", "a.com", "pw", 0), 0);
+    EXPECT_TRUE(walMode());
+    EXPECT_EQ(dataOf("joe", "a.com"), "joe|pw|0");
+}
+
+TEST_F(MailAuthWal, LeavesEverythingInTheFileAlone)
+{
+    for (char const* const name : {"ann", "joe"}) {
+        EXPECT_EQ(mailAuthSet(name, "a.com", "pw", 0), 0);
+        EXPECT_EQ(logSize(), 0u);
+    }
+    EXPECT_THAT(usersInCopy(), ElementsAre("ann", "joe"));
+    EXPECT_TRUE(std::filesystem::exists(path + "-shm"));
+}
+
+TEST_F(MailAuthWal, EmptiesTheLogAfterATransaction)
+{
+    mailAuthSet("ann", "a.com", "pw", 0);
+    {
+        MailAuthTransaction const transaction;
+        mailAuthSet("joe", "a.com", "pw", 0);
+    }
+    EXPECT_EQ(logSize(), 0u);
+    EXPECT_THAT(usersInCopy(), ElementsAre("ann", "joe"));
+}
+
+TEST_F(MailAuthWal, LetsAReaderReadWhileATransactionIsOpen)
+{
+    mailAuthSet("ann", "a.com", "pw", 0);
+    MailAuthTransaction transaction;
+    EXPECT_EQ(mailAuthSet("joe", "a.com", "pw", 0), 0);
+    EXPECT_EQ(Reader(path).state, SQLITE_OK);
+    EXPECT_EQ(transaction.commit(), 0);
+}
+
+TEST_F(MailAuthWal, ChangesADatabaseThatIsBeingRead)
+{
+    mailAuthSet("ann", "a.com", "pw", 0);
+    std::optional<Reader> reader(path);
+    ASSERT_EQ(reader->state, SQLITE_OK);
+    EXPECT_EQ(mailAuthSet("joe", "a.com", "pw", 0), 0);
+    EXPECT_GT(logSize(), 0u) << "the reader keeps it";
+    reader.reset();
+    EXPECT_EQ(mailAuthSet("zed", "a.com", "pw", 0), 0);
+    EXPECT_EQ(logSize(), 0u);
+    EXPECT_THAT(usersInCopy(), ElementsAre("ann", "joe", "zed"));
+    EXPECT_THAT(reports(), IsEmpty());
+}
+
+TEST_F(MailAuthWal, LetsReadersOfTheDatabaseWriteLogAndIndex)
+{
+    mode_t const before = umask(077);
+    for (auto const& [database, log] :
+         {std::pair<mode_t, mode_t>{0460, 0660}, {0640, 0660}, {0600, 0600}, {0644, 0666}}) {
+        ASSERT_EQ(chmod(path.c_str(), database), 0);
+        EXPECT_EQ(mailAuthSet("joe", "a.com", "pw", 0), 0);
+        EXPECT_EQ(modeOf(""), database);
+        EXPECT_EQ(modeOf("-wal"), log);
+        EXPECT_EQ(modeOf("-shm"), log);
+    }
+    umask(before);
+}
+
+TEST_F(MailAuthWal, GivesLogAndIndexTheOwnerOfTheDatabase)
+{
+    if (geteuid() != 0)
+        GTEST_SKIP() << "only root gives files away";
+    constexpr uid_t somebody = 12345;
+    constexpr gid_t some_group = 54321;
+    ASSERT_EQ(chown(path.c_str(), somebody, some_group), 0);
+    for (int round = 0; round < 2; ++round) {
+        EXPECT_EQ(mailAuthSet("joe", "a.com", "pw", 0), 0);
+        for (char const* const suffix : {"-wal", "-shm"}) {
+            struct stat info = {};
+            ASSERT_EQ(stat((path + suffix).c_str(), &info), 0);
+            EXPECT_EQ(info.st_uid, somebody);
+            EXPECT_EQ(info.st_gid, some_group);
+            EXPECT_EQ(chown((path + suffix).c_str(), 0, 0), 0);
+        }
+    }
+}
+
+TEST_F(MailAuthWal, OpensNoFifoInPlaceOfLogOrIndex)
+{
+    for (char const* const suffix : {"-wal", "-shm"}) {
+        mailAuthSet("joe", "a.com", "pw", 0);
+        unlink((path + suffix).c_str());
+        ASSERT_EQ(mkfifo((path + suffix).c_str(), 0600), 0);
+        EXPECT_EQ(mailAuthSet("ann", "a.com", "pw", 0), -1) << suffix;
+        unlink((path + suffix).c_str());
+        EXPECT_EQ(mailAuthSet("ann", "a.com", "pw", 0), 0) << suffix;
+    }
+}
+
+TEST_F(MailAuthWal, StartsANewDatabaseWithoutAnOldLog)
+{
+    mailAuthSet("joe", "a.com", "pw", 0);
+    writeFile(path + "-wal", "old");
+    EXPECT_EQ(mailAuthDBInit(), 0);
+    EXPECT_FALSE(std::filesystem::exists(path + "-wal"));
+    EXPECT_THAT(users(), IsEmpty());
+}
