@@ -44,7 +44,7 @@ struct TreeSteps
     // For each directory after its entries; self is open on it. Returning again repeats the walk
     // through its entries, at most three times.
     std::function<int(int dir, char const* name, int self)> directory;
-    // Whether a directory in the tree that cannot be opened is passed over, or ends the walk.
+    // Passes over a directory in the tree that cannot be opened. Otherwise it ends the walk.
     bool passes_over_unopened = false;
 };
 constexpr int again = 1;

@@ -32,8 +32,8 @@ bool form_temporary(char (&temporary)[path_size], char const* filename)
     return false;
 }
 
-// The file beside filename with the new content. It is always made new, and stays when it has not
-// taken the place of filename.
+// The file beside filename with the new content. It is always made new, and stays if it was not
+// renamed over filename.
 class NewContent
 {
 public:

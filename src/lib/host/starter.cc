@@ -10,7 +10,7 @@ namespace {
 constexpr uid_t root = 0;
 constexpr gid_t roots_group = 0;
 
-// -1 where the kernel refuses it, which no caller can change.
+// Ignores a refusal by the kernel, which no caller can change.
 void drop_groups()
 {
     static_cast<void>(setgroups(0, nullptr));

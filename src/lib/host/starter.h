@@ -1,12 +1,12 @@
 // starter - who has started the program
 //
-// A program of this system may be root's through the set-uid bit of a wrapper alone: its real user
-// is the starter then, who may stop or kill it while it holds a lock, and what it makes has his
-// group. become_root() makes root and root's group all of its users and groups, with no further
-// groups, when its effective user is root and any of the others is not. Nothing is reported: what
-// the kernel refuses stays as it was.
+// A program of this system may be root's only through the set-uid bit of a wrapper. Then its real
+// user is the starter, who may stop or kill it while it holds a lock, and its files get his group.
+// become_root() sets all users and groups of the process to root and root's group, without further
+// groups, when its effective user is root and any other one is not. Nothing is reported: what the
+// kernel refuses stays as it was.
 //
-// starters_uid() is the real user from before become_root(), or the real user where that was not
+// starters_uid() is the real user before become_root(), or the real user if that was not
 // called.
 
 #ifndef MAILVEK_LIB_HOST_STARTER_H

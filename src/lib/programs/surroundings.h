@@ -4,7 +4,7 @@
 // starter chooses descriptors, environment, signals, timers, limits and umask, and all of that
 // outlives exec. reset_surroundings() is the first call of main and puts it in order:
 //
-//   users         root alone, with root's group alone, where it is root's; see starter.h
+//   users         if it is root's: only root, with only root's group; see starter.h
 //   descriptors   0, 1 and 2 are open, on /dev/null where they were closed; no other is
 //   streams       a reader who does not read cannot block the process, see caller_streams
 //   environment   PATH is fixed; LANG, LC_*, TERM and TZ stay when their values name no file;

@@ -26,10 +26,10 @@ using CppBuffer = __gnu_cxx::stdio_sync_filebuf<char>;
 // Opening this device again would give another device: the other end of a new terminal.
 constexpr unsigned multiplexer_major = 5;
 constexpr unsigned multiplexer_minor = 2;
-// The devices of memory: /dev/null and its kind.
+// The memory devices: /dev/null and the like.
 constexpr unsigned memory_major = 1;
 
-// What is written at once, whoever reads it.
+// Whether a write never waits for a reader.
 bool never_waits(struct stat const& found)
 {
     return S_ISREG(found.st_mode) ||

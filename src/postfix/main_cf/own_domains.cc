@@ -36,7 +36,7 @@ bool matches(std::string const& element, std::string const& domain)
                                                   : tableHolds(element, domain);
 }
 
-// Whether an element of one of these parameters of main.cf stands for the domain.
+// Whether one of these parameters of main.cf has an element for the domain.
 bool isIn(std::vector<std::string> const& parameters, std::string const& domain)
 {
     std::vector<std::string> const elements =

@@ -14,7 +14,7 @@ namespace orvek::mail::postfix {
 
 namespace {
 
-// Whether the failure means that the kernel or the file system does not know copy_file_range.
+// Whether the failure means that the kernel or the file system has no copy_file_range.
 bool isUnknown(int code)
 {
     return code == ENOSYS || code == EOPNOTSUPP || code == EXDEV || code == EINVAL || code == EPERM;
@@ -44,7 +44,7 @@ int copyBlocks(int from, int to, off_t size)
         if (copied < 0)
             return -1;
         if (copied == 0)
-            break; // it has become shorter
+            break; // the file has become shorter
         size -= copied;
     }
     return 0;

@@ -1,9 +1,9 @@
-// block_copy - the content of a file, given to another one
+// block_copy - copies the content of a file to another one
 //
-// Both take open files, the second one empty and open for writing. shareBlocks has both files use
-// the same blocks of the disk until one of them changes, which costs next to nothing whatever the
-// size; false where the file system cannot. copyBlocks copies so many bytes, or as many as there
-// are. 0, or -1 with errno set. Nothing is reported.
+// Both take open files, the second one empty and open for writing. shareBlocks makes both files use
+// the same disk blocks until one of them changes, which costs next to nothing for any size. It
+// returns false where the file system cannot. copyBlocks copies that many bytes, or fewer if the
+// file is shorter. 0, or -1 with errno set. Nothing is reported.
 
 #ifndef MAILVEK_POSTFIX_MAPS_BLOCK_COPY_H
 #define MAILVEK_POSTFIX_MAPS_BLOCK_COPY_H

@@ -19,7 +19,7 @@ namespace orvek::mail::postfix {
 
 namespace {
 
-// The frame of every change: the lock of the map, a room, and no leftovers of a crash.
+// The frame of every change: takes the map's lock, makes a room, clears what a crash has left.
 struct Change
 {
     explicit Change(std::string const& map) : lock(map), room(map) { settleSaved(room); }

@@ -37,7 +37,7 @@ private:
     std::exception_ptr raised;
 };
 
-// Much more than a dump of the file takes; one of a file without an end is over soon.
+// Much more than a dump of the file needs, but a dump of a file without an end is stopped soon.
 unsigned long processorSeconds(off_t text)
 {
     constexpr unsigned long start = 2;

@@ -33,10 +33,10 @@ constexpr Rights room_rights = {0, 0, 0700};
 constexpr char namespace_refused[] = "mount namespace";
 constexpr mode_t copy_mode = 0600; // until it has the mode of the file in use
 
-// A copy takes 0.4 ms of processor time a MiB, and postmap's start some 10 ms.
+// A copy takes 0.4 ms of processor time per MiB, and starting postmap some 10 ms.
 constexpr off_t largest_copy = off_t(32) * 1024 * 1024;
 
-// postmap writes with the time of the day, so a file with this time was not written to.
+// postmap's writes set the present time, so a file that still has this time was not changed.
 constexpr timespec copied_time = {0, 0};
 
 // How long others may hold the lock of the indexed file: a postmap that somebody runs by hand on a
@@ -44,8 +44,8 @@ constexpr timespec copied_time = {0, 0};
 constexpr int lock_attempts = 1500;
 constexpr timespec lock_pause = {0, 10 * 1000 * 1000};
 
-// The seconds after which a postmap ends that works on the file in use: somebody took the lock just
-// before it did and keeps it.
+// The seconds after which a postmap on the file in use is ended: somebody has taken the lock just
+// before it and keeps it.
 constexpr unsigned int longest_wait = 600;
 constexpr off_t largest_text = off_t{1} << 30;
 
@@ -75,7 +75,7 @@ std::string randomDigits()
     return std::to_string(number);
 }
 
-// postmap locks the file when it reads or writes it, so that what is copied is whole.
+// postmap locks the file when it reads or writes it, so the copy is whole.
 bool waitForLock(int file)
 {
     for (int i = 0; i < lock_attempts; ++i) {
@@ -94,7 +94,7 @@ bool isLater(timespec const& one, timespec const& other)
     return one.tv_sec != other.tv_sec ? one.tv_sec > other.tv_sec : one.tv_nsec > other.tv_nsec;
 }
 
-// Now, and a second after the other time at least.
+// The present time, but at least a second after the other time.
 timespec timeAfter(timespec other)
 {
     timespec now = {};
@@ -103,7 +103,7 @@ timespec timeAfter(timespec other)
     return isLater(now, other) ? now : other;
 }
 
-// The file systems that cannot sync a directory need not.
+// File systems that cannot sync a directory do not need it.
 bool syncDirectory(int directory)
 {
     return fsync(directory) == 0 || errno == EINVAL;
@@ -155,7 +155,7 @@ void MapRoom::make()
     room.emplace(made.release());
 }
 
-// Nothing is in the new directory yet, and nobody else removes it.
+// Also removes the new directory, which is still empty and which nobody else would remove.
 void MapRoom::raiseUnopened(bool is_new) const
 {
     int const code = errno;
@@ -185,13 +185,13 @@ void MapRoom::lend(std::string const& entry, MapUse use)
         raise(entry);
     if (copyIn(file.get(), in_use.st_size))
         return;
-    // A disk that has no place for a copy may have one for the new map.
+    // A disk without room for a copy may have room for the new map.
     if (in_use.st_size <= largest_copy && use == MapUse::change)
         raise(indexed);
     linkIn(file.get());
 }
 
-// False with errno set when there is no copy then: it failed, or would take too long.
+// False with errno set when it made no copy: it failed, or would take too long.
 bool MapRoom::copyIn(int from, off_t size)
 {
     OpenDescriptor const copy = make_file_beneath(room->get(), indexed.c_str(), copy_mode);
@@ -208,7 +208,7 @@ bool MapRoom::copyIn(int from, off_t size)
     return false;
 }
 
-// By the descriptor's path: AT_EMPTY_PATH wants a capability that a container may lack.
+// Uses the descriptor's path: AT_EMPTY_PATH needs a capability that a container may lack.
 void MapRoom::linkIn(int from)
 {
     if (linkat(AT_FDCWD, DescriptorPath(from).get(), room->get(), indexed.c_str(),
@@ -229,7 +229,7 @@ std::string MapRoom::textSource() const
     return isMade() ? "/proc/self/fd/" + std::to_string(room->get()) + "/" + name : mapPath(map);
 }
 
-// The file holds two bytes or more beside each key and each value.
+// The file has at least two more bytes for each key and each value.
 off_t MapRoom::mostText() const
 {
     struct stat info = {};
@@ -249,7 +249,7 @@ void MapRoom::install()
         replace();
 }
 
-// The file in use has been changed itself.
+// For a file in use that was changed in place.
 void MapRoom::touch(struct stat const& now) const
 {
     if (!isLater(now.st_mtim, in_use.st_mtim) && !isLater(in_use.st_mtim, now.st_mtim))
@@ -272,12 +272,12 @@ void MapRoom::replace()
             raise(indexed);
     }
     // A changed copy needs no sync: postmap has synced it, and the file system keeps the order of
-    // what came after.
+    // the later changes.
     if ((borrowed == Borrowed::nothing && fsync(made.get()) != 0) ||
         rename_beneath(room->get(), indexed.c_str(), directory.get(), indexed.c_str()) != 0 ||
         !syncDirectory(directory.get()))
         raise(indexed);
-    // Whatever stands in the place of the text source: a rewrite has always taken it.
+    // Whatever has the name of the text source: a rewrite has always removed it.
     if (borrowed == Borrowed::nothing)
         (void)remove_file_beneath(directory.get(), name.c_str());
     borrowed = Borrowed::nothing;
@@ -337,7 +337,7 @@ ToolResult MapRoom::run(std::vector<std::string> arguments, ToolStreams streams)
     return result;
 }
 
-// Runs in the child. What is in the room alone nobody else can lock.
+// Runs in the child. Nobody else can lock a file that is only in the room.
 void MapRoom::limitWait() const
 {
     if (borrowed == Borrowed::link)

@@ -10,8 +10,8 @@
 // so small that copying costs less than starting postmap; postmap changes the copy. A larger file
 // gets a second name in the room, and changes of it are changes of the map. A file that another
 // program has locked is waited for, but not for ever. giveBack() removes what was borrowed.
-// textSource() names the text source in the room. mostText() is how many bytes the records of the
-// borrowed file can have as text, 1 GiB at most: a file whose pages lead in a circle has no end.
+// textSource() names the text source in the room. mostText() is the most bytes that the borrowed
+// file's records can have as text, at most 1 GiB: a file whose pages form a circle has no end.
 //
 // install() renames what postmap has made or changed in the room over the file in use, with that
 // one's owner and mode, and syncs it. Postfix reads the old file until then. Whichever way the map
@@ -48,7 +48,7 @@
 
 namespace orvek::mail::postfix {
 
-// What postmap is going to do with the indexed file.
+// What postmap will do with the indexed file.
 enum class MapUse
 {
     read,
@@ -82,10 +82,10 @@ public:
     std::string const map;
 
 private:
-    // What the indexed file in the room is.
+    // The kind of the indexed file in the room.
     enum class Borrowed
     {
-        nothing, // none, or postmap's own
+        nothing, // missing, or made by postmap
         copy,
         link,
     };

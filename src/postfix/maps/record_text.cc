@@ -28,7 +28,7 @@ bool reachesIntoTheValue(std::string_view key)
     return quoted || hidden;
 }
 
-// The report of this error keeps newlines, so those of the text must not be any.
+// The report of this error keeps newlines, so the text must not bring any.
 [[noreturn]] void refuse(char const* what, std::string_view text, char const* why)
 {
     throw PostfixDatabaseError(std::string("the ")

@@ -4,8 +4,8 @@
 // record, a comment or nothing at all. A key must not be empty, begin with "#", or hold a blank, a
 // control byte, an open quote or a last backslash. A value must not hold a newline.
 //
-// Failures: PostfixDatabaseError with one sentence that says what is wrong, and shows the control
-// bytes of the text.
+// Failures: PostfixDatabaseError with one sentence that says what is wrong. Control bytes of the
+// text are made visible in it.
 
 #ifndef MAILVEK_POSTFIX_MAPS_RECORD_TEXT_H
 #define MAILVEK_POSTFIX_MAPS_RECORD_TEXT_H

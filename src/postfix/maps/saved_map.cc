@@ -16,7 +16,7 @@ namespace {
 
 constexpr size_t lost_share = 10;
 
-// The number of records of what has been borrowed; none when it does not open.
+// The number of records of the borrowed file. Nothing when it does not open.
 std::optional<size_t> countRecords(MapRoom const& room)
 {
     size_t lines = 0;

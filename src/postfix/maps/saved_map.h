@@ -1,12 +1,12 @@
-// saved_map - the copy of a map that an earlier version has left
+// saved_map - puts back the copy of a map that an earlier version has left
 //
 // That version kept a copy of the indexed file while postmap rebuilt the file in use, so a kill
 // could leave a map that does not open or has hardly any record, beside a whole copy. settleSaved
 // puts the copy back in that case, adds the records that the map has had since, and says so on
 // std::clog. Otherwise it removes the copy. It does nothing when there is none.
 //
-// A map has lost its records when it has less than a tenth of the copy's. A copy that does not open
-// stays when the map does not open either.
+// A map has lost its records when it has less than a tenth of the copy's records. A copy that does
+// not open stays when the map does not open either.
 //
 // Failures: those of MapRoom and of adding the records.
 

@@ -35,7 +35,7 @@ ToolResult run(char const* program, std::vector<std::string> const& arguments,
     return result;
 }
 
-// In the child. An indexed file whose pages lead in a circle would keep postmap busy for ever.
+// Runs in the child. An indexed file whose pages form a circle would keep postmap busy for ever.
 void limitProcessorTime(rlim_t seconds)
 {
     rlimit limit = {};

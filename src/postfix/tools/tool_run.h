@@ -4,8 +4,8 @@
 // collected in any case. postmap's other streams are the caller's choice; a default one leaves
 // the tool's own. postconf reads nothing, and what it prints is collected.
 //
-// postmap ends with SIGXCPU, and a line in the diagnostics that says so, once it has used
-// its processor time. A map of a million records takes a few seconds.
+// Once postmap has used up its processor time, it ends with SIGXCPU, and a line in the diagnostics
+// says so. A map of a million records takes a few seconds.
 //
 // The result holds the raw wait status: see tool_result.h for its judges.
 //
@@ -46,7 +46,7 @@ struct ToolStreams
     TextSource source;
     process::ReceiverFunction receiver;
     bool collects = false;
-    unsigned long processorSeconds = 120; // postmap's alone
+    unsigned long processorSeconds = 120; // only for postmap
     boost::function<void()> childSetup;   // runs in the child just before it becomes the program
 };
 

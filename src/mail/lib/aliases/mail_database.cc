@@ -36,13 +36,13 @@ int clone_user(char const* name, char const* domain, char const* alias)
     return 0;
 }
 
-// The alias domains of a domain, read once, at the first use.
+// The alias domains of a domain, read at the first use and kept.
 class AliasDomains
 {
 public:
     AliasDomains(PanelNames& panel, char const* domain) : panel(panel), domain(domain) {}
 
-    // As for_each_name; a list that cannot be read is reported.
+    // As for_each_name. Reports a list that cannot be read.
     template<class Step>
     int for_each(Step step)
     {
@@ -82,7 +82,7 @@ int remove_from_domains_reported(AliasDomains& aliases, char const* name, char c
     return 0;
 }
 
-// Calls step for each mail alias of the mailname until one returns -1, which is the result then.
+// Calls step for each mail alias of the mailname. Stops and returns -1 when step does.
 template<class Step>
 int for_each_alias(PanelNames::NamesByName const& aliases, char const* mailname, Step step)
 {
@@ -150,7 +150,7 @@ int clone_domain(char const* domain, char const* alias)
     if (panel.get_mailnames_by_domain(domain, &mailnames) == -1)
         return log_failure(mailnames_not_read, domain);
     PanelNames::NamesByName mail_aliases;
-    // A list for all mailnames. Its failure is told as that of the first.
+    // One list for all mailnames. Its failure is reported for the first mailname.
     if (mailnames && panel.get_aliases_by_domain(mailnames[0], domain, &mail_aliases) == -1)
         return log_failure("Unable to get mail aliases for %s@%s", mailnames[0], domain);
     auto const clone = [=](char const* name) { return clone_user(name, domain, alias); };

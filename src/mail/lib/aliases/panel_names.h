@@ -36,7 +36,7 @@ public:
     PanelSession(PanelSession const&) = delete;
     PanelSession& operator=(PanelSession const&) = delete;
 
-    // The connection of the one that lives, or null.
+    // The connection of the living session, or null.
     static KeptConnection* connection();
 
 private:
@@ -58,7 +58,7 @@ public:
     [[nodiscard]] int get_domaliases_by_domain(char const* domain, StringArray* aliases);
     [[nodiscard]] int get_aliases_by_mailname(char const* mailname, char const* domain,
                                               StringArray* aliases);
-    // Those of all mailnames of the domain, by mailname. A failure is told as that of mailname.
+    // The mail aliases of all mailnames of the domain. A failure is reported for mailname.
     [[nodiscard]] int get_aliases_by_domain(char const* mailname, char const* domain,
                                             NamesByName* aliases);
     [[nodiscard]] int get_mailnames_by_domain(char const* domain, StringArray* names);

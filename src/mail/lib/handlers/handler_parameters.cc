@@ -28,7 +28,7 @@ public:
 
     std::unordered_map<std::string, Parameters> handlers;
 
-    // Null for one that has not been read.
+    // Null for a parameter that has not been read.
     std::string const* find(char const* name, char const* param) const
     {
         auto const handler = handlers.find(name);

@@ -27,9 +27,9 @@ constexpr std::size_t handler_parameter_size = 311;
 // through orvek_log, when the file is missing, has more than 310 characters or cannot be read.
 [[nodiscard]] char* get_handler_parameter(char const* name, char const* param);
 
-// While one lives, a parameter that has been read is kept and not read again. That is right for one
-// command: the files of a descriptor do not change, and a new handler has a new name. A failure is
-// not kept. Do not nest.
+// While one lives, each parameter is read once and kept. That is right for one command: the files
+// of a descriptor do not change, and a new handler has a new name. Failures are not kept. Do not
+// nest.
 class HandlerStoreReading
 {
 public:
@@ -38,7 +38,7 @@ public:
     HandlerStoreReading(HandlerStoreReading const&) = delete;
     HandlerStoreReading& operator=(HandlerStoreReading const&) = delete;
 
-    // Forgets the parameters of a handler that is removed.
+    // Forgets the parameters of a removed handler.
     static void forget(char const* name);
 
     class Kept;

@@ -28,8 +28,8 @@ class Counter
 public:
     explicit Counter(int in_blocks) : in_blocks(in_blocks) {}
 
-    // 0, or -1 with errno set, EFBIG when there are too many entries. A directory that has lost its
-    // way up to the tree ends the count with what it has.
+    // 0, or -1 with errno set: EFBIG when there are too many entries. The count ends early, without
+    // failing, when a directory was moved out of the tree.
     int add_tree(int dir, char const* name, TreeTrouble& trouble)
     {
         TreeSteps const steps = {
