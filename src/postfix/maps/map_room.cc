@@ -241,12 +241,20 @@ off_t MapRoom::mostText() const
 void MapRoom::install()
 {
     struct stat now = {};
-    if (!isMade() || look_beneath(room->get(), indexed.c_str(), now) != 0)
+    if (!isMade() || !isThere(room->get(), now))
         return;
     if (borrowed == Borrowed::link && now.st_ino == in_use.st_ino)
         touch(now);
     else if (borrowed != Borrowed::copy || isLater(now.st_mtim, copied_time))
         replace();
+}
+
+bool MapRoom::isThere(int where, struct stat& file) const
+{
+    bool const found = look_beneath(where, indexed.c_str(), file) == 0;
+    if (!found && errno != ENOENT)
+        raise(indexed);
+    return found;
 }
 
 // For a file in use that was changed in place.
@@ -265,7 +273,7 @@ void MapRoom::replace()
     if (made.get() < 0)
         raise(indexed);
     struct stat old = {};
-    if (look_beneath(directory.get(), indexed.c_str(), old) == 0 && S_ISREG(old.st_mode)) {
+    if (isThere(directory.get(), old) && S_ISREG(old.st_mode)) {
         timespec const times[] = {{0, UTIME_OMIT}, timeAfter(old.st_mtim)};
         if (set_rights(made.get(), {old.st_uid, old.st_gid, old.st_mode & 0777}) != 0 ||
             futimens(made.get(), times) != 0)

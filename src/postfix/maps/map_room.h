@@ -96,6 +96,7 @@ private:
     bool copyIn(int from, off_t size);
     void linkIn(int from);
     void replace();
+    bool isThere(int where, struct stat& file) const; // the indexed file
     void touch(struct stat const& now) const;
     void enter() const;
     void limitWait() const;

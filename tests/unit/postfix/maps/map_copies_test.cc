@@ -255,3 +255,18 @@ TEST_F(MapCopiesOnHost, LeavesNoRoomThatCannotBeOpened)
         EXPECT_FALSE(entry.is_directory()) << entry.path();
     EXPECT_EQ(content(), "a\t1\n");
 }
+
+TEST_F(MapCopiesOnHost, SucceedsOnlyWithTheWholeChange)
+{
+    for (int number = 1; number <= 8; ++number) {
+        fill("a 1\n");
+        run("chmod 640 " + path + ".db");
+        int code = 0;
+        {
+            CallFailure const failure("fstatat", EIO, number);
+            code = codeOf(changes[1]);
+        }
+        EXPECT_EQ(content(), code == 0 ? "" : "a\t1\n") << number;
+        EXPECT_EQ(indexed().st_mode & 0777, 0640u) << number;
+    }
+}
