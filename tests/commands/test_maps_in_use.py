@@ -90,6 +90,15 @@ def test_a_maps_time_tells_every_change(larger):
     assert all(later > earlier for earlier, later in zip(seen, seen[1:])), seen
 
 
+def test_a_large_file_that_was_never_replaced_is_changed():
+    """The host's own map, which gets another number when it gets a second name."""
+    os.truncate(f"{MAPS}/aliases.db", 40 << 20)
+    before = seconds_of("aliases")
+    done("--set-bounce", AT, "--phrase=gone")
+    assert f"_orvek_bounce_{DOMAIN}" in postmap("aliases")
+    assert seconds_of("aliases") > before
+
+
 def test_a_change_of_nothing_leaves_the_map_alone():
     before = os.stat(f"{MAPS}/virtual.db")
     done("--remove-alias", *NAMES, "--alias=never")

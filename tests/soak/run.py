@@ -44,14 +44,15 @@ def calls(seconds):
 def moments(seconds):
     """Kills at random moments, of tool, child and group in turns, one command after the other."""
     all_benches = benches(LARGE)
-    until, tried, wrong = time.monotonic() + seconds, 0, []
+    until, tried, failed = time.monotonic() + seconds, 0, []
     while tried < MOMENTS and time.monotonic() < until:
         bench = all_benches[tried % len(all_benches)]
-        wrong += bench.at_a_moment(kills.VICTIMS[tried // len(all_benches) % 3], tried)
+        wrong = bench.at_a_moment(kills.VICTIMS[tried // len(all_benches) % 3], tried)
+        failed += wrong
         tried += 1
-        if tried % 20 == 0:
-            print(f"  {tried} moments, {len(wrong)} broken promises", flush=True)
-    return told(f"killed at {tried} random moments on maps of {LARGE} records", wrong)
+        if wrong or tried % 50 == 0:
+            told(f"{tried} random moments so far", wrong)
+    return told(f"killed at {tried} random moments on maps of {LARGE} records", failed)
 
 
 def refusals(seconds):

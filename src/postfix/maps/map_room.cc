@@ -243,7 +243,7 @@ void MapRoom::install()
     struct stat now = {};
     if (!isMade() || !isThere(room->get(), now))
         return;
-    if (borrowed == Borrowed::link && now.st_ino == in_use.st_ino)
+    if (borrowed == Borrowed::link)
         touch(now);
     else if (borrowed != Borrowed::copy || isLater(now.st_mtim, copied_time))
         replace();
