@@ -178,8 +178,9 @@ int DotQmail::remove_line(char const* line) const
     });
 }
 
-OpenDescriptor DotQmail::open_for_reset() const
+OpenDescriptor DotQmail::open_for_reset(bool& is_new) const
 {
+    is_new = false;
     if (home.error != 0) {
         errno = home.error;
         return OpenDescriptor(-1);
@@ -190,19 +191,21 @@ OpenDescriptor DotQmail::open_for_reset() const
     if (there.get() >= 0 || errno != ENOENT)
         return OpenDescriptor(there.release());
     errno = before;
+    is_new = true;
     // A new file is root's alone, even if its rights cannot be set later.
     return make_file_beneath(home.directory.get(), home.name, delivery_mode);
 }
 
 int DotQmail::reset_to(char const* line) const
 {
-    OpenFile stream = stream_of(open_for_reset(), "w");
+    bool is_new = false;
+    OpenFile stream = stream_of(open_for_reset(is_new), "w");
     if (!stream)
         return failure(-1, "Unable to open %s: %s", file, strerror(errno));
     if (fputs(line, stream.get()) >= 0 && fputc('\n', stream.get()) != EOF &&
         fclose(stream.release()) == 0)
         return 0;
-    {
+    if (is_new) {
         ErrnoKeeper const keeper;
         static_cast<void>(remove_file_beneath(home.directory.get(), home.name));
     }

@@ -184,6 +184,17 @@ TEST_F(MailnameDeliveryOnHost, RemovesAFileThatCannotBeWrittenTo)
     EXPECT_EQ(system(("umount " + home).c_str()), 0);
 }
 
+TEST_F(MailnameDeliveryOnHost, KeepsAFileThatWasThereWhenWritingFails)
+{
+    ASSERT_EQ(system(("mount -t tmpfs -o size=4096 tmpfs " + home).c_str()), 0);
+    writeFile(file, "");
+    writeFile(home + "/full", std::string(4096, 'x'));
+    EXPECT_EQ(failureOf([&] { return reset(); }),
+              withErrno("Unable to write to " + file + ": No space left on device", ENOSPC));
+    EXPECT_EQ(readFile(file), "");
+    EXPECT_EQ(system(("umount " + home).c_str()), 0);
+}
+
 TEST_F(MailnameDeliveryOnHost, TellsWhyWritingFailedThoughRemovalFailsToo)
 {
     ASSERT_EQ(system(("mount -t tmpfs -o size=4096 tmpfs " + home).c_str()), 0);
