@@ -37,18 +37,25 @@ bool clearLeftovers(int dir, std::string const& name)
 {
     ErrnoKeeper const keeper;
     std::vector<std::string> rooms;
-    (void)list_directory(dir, most_entries, [&](ListedEntry const& entry) {
-        if (entry.kind == S_IFDIR && std::string(entry.name).starts_with(roomBeginning(name)))
-            rooms.emplace_back(entry.name);
+    std::vector<std::string> files;
+    bool saved = false;
+    (void)list_directory(dir, most_entries, [&](ListedEntry const& listed) {
+        std::string const entry = listed.name;
+        if (listed.kind == S_IFDIR && entry.starts_with(roomBeginning(name)))
+            rooms.push_back(entry);
+        else if (entry == name || entry == savedNameOf(name) + ".tmp")
+            files.push_back(entry);
+        else if (entry == savedNameOf(name))
+            saved = isOurs(dir, entry, S_IFREG);
         return 0;
     });
     for (std::string const& room : rooms)
         if (isOurs(dir, room, S_IFDIR))
             (void)remove_tree_beneath(dir, room.c_str(), TreeTop::with);
-    for (std::string const& file : {name, savedNameOf(name) + ".tmp"})
+    for (std::string const& file : files)
         if (isOurs(dir, file, S_IFREG))
             (void)remove_file_beneath(dir, file.c_str());
-    return isOurs(dir, savedNameOf(name), S_IFREG);
+    return saved;
 }
 
 } // namespace orvek::mail::postfix
