@@ -273,7 +273,9 @@ void MapRoom::replace()
     if (made.get() < 0)
         raise(indexed);
     struct stat old = {};
-    if (isThere(directory.get(), old) && S_ISREG(old.st_mode)) {
+    if (!isThere(directory.get(), old) || !S_ISREG(old.st_mode))
+        old = in_use; // somebody has taken it away since it was borrowed
+    if (S_ISREG(old.st_mode)) {
         timespec const times[] = {{0, UTIME_OMIT}, timeAfter(old.st_mtim)};
         if (set_rights(made.get(), {old.st_uid, old.st_gid, old.st_mode & 0777}) != 0 ||
             futimens(made.get(), times) != 0)

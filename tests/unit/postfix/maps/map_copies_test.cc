@@ -20,6 +20,7 @@
 #include <sys/sendfile.h>
 #include <sys/stat.h>
 #include <time.h>
+#include <unistd.h>
 
 using namespace orvek::mail::postfix;
 
@@ -234,6 +235,17 @@ TEST_F(MapCopiesOnHost, DoesNotHeedAReadersLock)
     ASSERT_EQ(flock(reader.get(), LOCK_SH), 0);
     changes[1]();
     EXPECT_EQ(content(), "");
+}
+
+TEST_F(MapCopiesOnHost, KeepsTheRightsOfAFileThatGoesMeanwhile)
+{
+    fill("a 1\nb 2\n");
+    run("chown 7:8 " + path + ".db && chmod 640 " + path + ".db");
+    standIn("rm /proc/" + std::to_string(getpid()) + "/root" + path + ".db; exec $real \"$@\"");
+    changes[1]();
+    EXPECT_EQ(indexed().st_mode & 07777, 0640U);
+    EXPECT_EQ(indexed().st_uid, 7U);
+    EXPECT_EQ(content(), "b\t2\n");
 }
 
 TEST_F(MapCopiesOnHost, NeedsNoDirectoryThatCanBeSynced)
