@@ -19,6 +19,9 @@ TREES = (
     mailhost.MAPS, mailhost.MAILNAMES, "/etc/postfix", "/etc/courier", "/usr/local/orv/handlers",
     "/etc/domainkeys", "/etc/orv-spf", "/etc/orv", "/run/lock", "/tmp", "/dev/shm",
 )
+# What SQLite keeps beside the account database: changes to be undone, changes to be made, an index of those.
+UNFINISHED = (f"{mailhost.ACCOUNTS}-journal", f"{mailhost.ACCOUNTS}-wal")
+BESIDE_ACCOUNTS = (*UNFINISHED, f"{mailhost.ACCOUNTS}-shm")
 # The host's own services write here, and the driver keeps its stand-ins and logs in SCRATCH.
 ELSEWHERE = ("/var/lib/mysql", "/var/log", "/var/spool/postfix/dev")
 SCRATCH = pathlib.Path("/run/mailvek/faults")
@@ -138,7 +141,7 @@ def view(taken):
     records, of the account database its rows, of other files their bytes. Lock files do not count."""
     found, names = {}, Names(taken)
     for path, entry in taken.items():
-        if path.startswith("/run/lock/") or path == f"{mailhost.ACCOUNTS}-journal":
+        if path.startswith("/run/lock/") or path in BESIDE_ACCOUNTS:
             continue
         what = content(path, entry, taken)
         if stat.S_ISLNK(entry.mode):
@@ -172,7 +175,7 @@ def target(taken, handler):
 
 def content(path, entry, taken):
     if path == mailhost.ACCOUNTS:
-        return rows(entry.content, taken.get(f"{path}-journal"))
+        return rows(entry.content, {beside: taken[beside].content for beside in UNFINISHED if beside in taken})
     if stat.S_ISREG(entry.mode) and path.startswith(mailhost.MAPS) and path.endswith(".db"):
         return records(entry.content)
     return entry.content
@@ -205,21 +208,22 @@ def records(data):
     return remembered(hashlib.sha256(data).digest(), read)
 
 
-def rows(data, journal):
-    """The account database's rows, by table and key. Works on a copy, where SQLite first rolls back what
-    a program that has ended left unfinished."""
+def rows(data, unfinished):
+    """The account database's rows, by table and key. Works on a copy, where SQLite first finishes or rolls
+    back what a program that has ended left unfinished."""
     def read():
         scratch = SCRATCH / "passwd.db"
-        pathlib.Path(f"{scratch}-journal").unlink(missing_ok=True)
+        for path in BESIDE_ACCOUNTS:
+            pathlib.Path(path.replace(mailhost.ACCOUNTS, str(scratch))).unlink(missing_ok=True)
         scratch.write_bytes(data)
-        if journal:
-            pathlib.Path(f"{scratch}-journal").write_bytes(journal.content)
+        for path, content_of_it in unfinished.items():
+            pathlib.Path(path.replace(mailhost.ACCOUNTS, str(scratch))).write_bytes(content_of_it)
         try:
             with contextlib.closing(sqlite3.connect(scratch)) as connection:
                 return read_rows(connection)
         except sqlite3.Error as error:
             return Damaged(str(error))
-    return remembered((hashlib.sha256(data).digest(), journal and journal.content), read)
+    return remembered((hashlib.sha256(data).digest(), *sorted(unfinished.items())), read)
 
 
 def read_rows(connection):
