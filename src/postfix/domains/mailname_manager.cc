@@ -78,6 +78,7 @@ struct RenameView
     FoundNames mailbox = {};
     FoundNames address = {};
     std::string newMailbox; // the value of the new name's mailbox record
+    std::string newAddress; // and of its address
 };
 
 RenameView::RenameView(std::string const& domain, std::string const& oldName,
@@ -93,8 +94,9 @@ RenameView::RenameView(std::string const& domain, std::string const& oldName,
     FoundRecords mailboxes = findRecords(vmailbox_map, addresses);
     mailbox = {mailboxes.contains(addresses[0]), mailboxes.contains(addresses[1])};
     newMailbox = mailboxes[addresses[1]];
-    FoundRecords const found = findRecords(virtual_map, addresses);
+    FoundRecords found = findRecords(virtual_map, addresses);
     address = {found.contains(addresses[0]), found.contains(addresses[1])};
+    newAddress = found[addresses[1]];
 }
 
 // What is to be done, in the order of the steps. moved stands for an interrupted rename only.
@@ -102,6 +104,11 @@ RenameState stateOfRename(std::string const& domain, std::string const& oldName,
                           std::string const& newName, MailnameManager::HasRest const& hasRest)
 {
     RenameView const view(domain, oldName, newName);
+    // A step that failed after its work, or an undo that failed, has left the address alone behind:
+    // it leads to itself, as only the address of a mailname does.
+    if (view.mailbox.oldName && !view.mailbox.newName && !view.address.oldName &&
+        view.newAddress == addressOf(newName, domain) && !view.home.newName)
+        return RenameState::begun;
     RenameState const state = renameState({view.mailbox, view.address, view.home});
     bool const told = view.newMailbox == relativeMaildir(domain, oldName) + '/';
     if (state == RenameState::moved && !told && !(hasRest && hasRest()))
