@@ -17,7 +17,7 @@ LOG = "/run/mailvek/faults/strace"
 FILE = ("EIO", "EACCES")
 NEW_NAME = ("ENOSPC", "EIO", "EACCES")
 ERRORS = {
-    "openat": ("EIO", "EACCES", "EMFILE", "EINTR"),
+    "openat": ("EIO", "EACCES", "EMFILE", "EINTR"), "openat2": ("EIO", "EACCES", "EMFILE", "EINTR"),
     "read": ("EIO", "EINTR"), "pread64": ("EIO", "EINTR"), "getdents64": ("EIO",),
     "write": ("ENOSPC", "EIO", "EINTR"), "pwrite64": ("ENOSPC", "EIO", "EINTR"),
     "writev": ("ENOSPC", "EIO", "EINTR"), "sendfile": ("EIO", "EINTR"), "copy_file_range": ("ENOSPC", "EIO"),
@@ -34,7 +34,7 @@ ERRORS = {
     "pipe": ("EMFILE",), "pipe2": ("EMFILE",), "poll": ("EINTR",), "ppoll": ("EINTR",), "select": ("EINTR",),
     "pselect6": ("EINTR",), "wait4": ("EINTR",), "clone": ("EAGAIN",), "clone3": ("EAGAIN",), "vfork": ("EAGAIN",),
     "execve": ("EIO", "EACCES", "EMFILE"), "semop": ("EINTR",), "semget": ("ENOSPC", "EACCES"), "semctl": ("EACCES",),
-    "clock_nanosleep": ("EINTR",),
+    "clock_nanosleep": ("EINTR",), "unshare": ("EPERM",), "mount": ("EPERM",),
 }
 # Calls that may change what others see. A process killed after any other call leaves the same as one
 # killed after the last of these.
@@ -47,7 +47,7 @@ LIBRARIES = re.compile(r"\"(/usr)?/lib/|</usr/lib/|ld\.so\.cache|nscd/socket")
 
 
 # Calls that only the tool's children make. They fail in every child of a run.
-OF_CHILDREN = ("execve", "dup2")
+OF_CHILDREN = ("execve", "dup2", "unshare", "mount")
 
 
 @dataclasses.dataclass(frozen=True)
@@ -92,7 +92,7 @@ def place(line):
     """The object of a call: the file that its descriptor is open on, the kind of a pipe or socket, or
     the path that it is given. Random parts of names are left out."""
     found = re.match(r'\w+\(\d+<([^>]*)>', line) or re.match(r'\w+\([^"]*"([^"]*)"', line)
-    return found and re.sub(r"\[\d+\]|[-.]\w{6}(?=/|$)|\d+\.\d+\.|\.OrvekSaved\.\d+|/files/\w{32}", "", found[1])
+    return found and re.sub(r"\[\d+\]|[-.]\w{6}(?=/|$)|\d+\.\d+\.|\.OrvekSaved\.\d+|\.room-\d+|/files/\w{32}", "", found[1])
 
 
 def traced(arguments, env):
@@ -112,7 +112,7 @@ def traced(arguments, env):
 
 # A run is inspected after each of these calls, when the files on disk are whole. None of them restarts
 # after a signal, as a fork does: such a call would stop for ever.
-STEPS = "rename,renameat,unlink,rmdir,mkdir,symlink,wait4"
+STEPS = "rename,renameat,renameat2,unlink,unlinkat,rmdir,mkdir,mkdirat,symlink,symlinkat,link,linkat,wait4"
 
 
 @contextlib.contextmanager

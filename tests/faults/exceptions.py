@@ -9,38 +9,55 @@ import re
 HANDLERS = "/usr/local/orv/handlers"
 NAME = r"\d+-(check|spam|autoresponder)"
 PART = r"(context|executable|handler-type|hook|recipient)"
-DESCRIPTOR = rf"{HANDLERS}/info/{NAME}-\w{{6}}"
+STORED = rf"{NAME}-\w{{6}}"
+DESCRIPTOR = rf"{HANDLERS}/info/{STORED}"
 HALF = rf"{HANDLERS}/info/{NAME}-\*(/{PART})?"
-MARKERS = rf"{HANDLERS}/before-local/recipient/[\w.@]+"
+HOOK = rf"{HANDLERS}/before-local/recipient"
+MARKERS = rf"{HOOK}/[\w.@]+"
 MAP = r"/var/spool/postfix/orvek/(virtual|vmailbox|virtual_domains|aliases|blacklists)"
 ACCOUNTS = r"/var/spool/postfix/orvek/passwd\.db"
-LOCK = r"/(var|run)/lock/files/\w{32}"
+LOCKS = r"/(var|run)/lock/files"
+LOCK = rf"{LOCKS}/\w{{32}}"
 ROOM = r"/var/spool/postfix/orvek/\.[a-z_]+\.room-\d+"
-DELIVERY = r"/var/qmail/mailnames/example\.com/(anna|ben)/\.qmail"
-IN_DELIVERY = rf"({DELIVERY}|/var/qmail/mailnames/example\.com/(anna|ben)>, \"\.qmail)"
-UPLOADED = r"/var/qmail/mailnames/example\.com/anna/@attachments/b\.txt"
+HOME = r"/var/qmail/mailnames/example\.com/(anna|ben)"
+DELIVERY = rf"{HOME}/\.qmail"
+MOVED_ASIDE = r"/var/qmail/mailnames/example\.com\.OrvekSaved\.\d+"
+ATTACHMENTS = r"/var/qmail/mailnames/example\.com/anna/@attachments"
+UPLOADED = rf"{ATTACHMENTS}/b\.txt"
 QUOTA = r"/var/qmail/mailnames/example\.com/(anna|carl)/Maildir/maildirsize"
 KEY = r"/etc/domainkeys/example\.com/default is .*"
 
 # Faults, named after what the tool was doing.
 LOOK_AT_HANDLERS = rf"E\w+ (getdents64|newfstatat|openat|read)\(.*{HANDLERS}/info.*"
 FIND_PROGRAM = r'E\w+ (readlink|newfstatat)\(.*"/(bin|usr)\b.*'
-TAKE_LOCK = (rf"E\w+ (fchmod|fchown|fcntl|flock|newfstatat)\(\d+<{LOCK}>.*|E\w+ openat\(.* of {LOCK}|"
-             r"E\w+ openat\(.*\"/var/lock/\".*|"
-             r"E\w+ (fchmod|fchown|mkdirat|newfstatat|openat)\(\d+</(var|run)/lock(/files)?>.*")
-OF_STORE = rf"\d+<{HANDLERS}/info>, \"{NAME}-\w{{6}}\".*"
-MAKE_DESCRIPTOR = (rf"E\w+ (chmod|chown|close|fchmod|fchown|fchownat|mkdir|newfstatat|openat|write)\(.*{DESCRIPTOR}.*|"
-                   rf"E\w+ mkdirat\({OF_STORE}|E\w+ symlink\(\"[\w/]+\", \"{DESCRIPTOR}/executable\"\)|{TAKE_LOCK}")
-HANG_UP = (rf"E\w+ (fchmod|fchown|fchownat|mkdir|openat)\(.*{MARKERS}.*|"
-           rf"E\w+ (mkdirat|openat)\(.*{HANDLERS}/before-local/recipient[/>\"].*")
-DIED_MAKING = (rf"KILL \w+\((\d+<|\"|[^,]*, \"){DESCRIPTOR}.*|KILL mkdirat\({OF_STORE}|"
-               r"KILL \w+\(\d+</(var|run)/lock(/files(/\w{32})?)?>.*|"
-               rf"KILL \w+\((\d+<|\"){HANDLERS}/before-local/recipient(/[\w.@]+)?[>\"].*")
+TAKE_LOCK = (rf'E\w+ openat\([^"]*"/var/lock/", O_RDONLY.*|E\w+ (mkdirat|openat2)\(\d+</(var|run)/lock>, "files", .*|'
+             rf'E\w+ newfstatat\(\d+<{LOCKS}>, "", .*|E\w+ openat\(\d+<{LOCKS}>, "\w{{32}}", .*|E\w+ openat\(.* of {LOCK}|'
+             rf"E\w+ (fchmod|fcntl|flock|newfstatat)\(\d+<{LOCK}>, .*")
+MAKE_DESCRIPTOR = (rf'E\w+ (chmod|mkdir)\("{DESCRIPTOR}", 0\d+\)|E\w+ (chmod|chown)\("{DESCRIPTOR}/{PART}", .*|'
+                   rf'E\w+ (newfstatat|openat)\(AT_FDCWD[^"]*"{DESCRIPTOR}/({PART})?", .*|E\w+ openat\(.* of {DESCRIPTOR}/{PART}|'
+                   rf'E\w+ openat\(\d+<{DESCRIPTOR}>, "{PART}", .*|E\w+ (close|fchmod|newfstatat|write)\(\d+<{DESCRIPTOR}/{PART}>.*|'
+                   rf'E\w+ symlink\("[\w/]+", "{DESCRIPTOR}/executable"\)|{TAKE_LOCK}')
+HANG_UP = (rf'E\w+ (mkdirat|openat2)\(\d+<{HOOK}>, "[\w.@]+", .*|E\w+ openat\(AT_FDCWD[^"]*"{HOOK}/([\w.@]+/)?", .*|'
+           rf'E\w+ (fchmod|fchownat)\(\d+<{MARKERS}>, .*|E\w+ openat\(\d+<{MARKERS}>, "{STORED}", .*|'
+           rf"E\w+ fchmod\(\d+<{MARKERS}/{STORED}>, 0644\)")
+# A kill after a call leaves what that call has left.
+DIED_MAKING = (rf'KILL (chmod|mkdir)\("{DESCRIPTOR}", 0\d+\)|KILL (chmod|chown)\("{DESCRIPTOR}/{PART}", .*|'
+               rf'KILL openat\((AT_FDCWD[^"]*"{DESCRIPTOR}/{PART}"|\d+<{DESCRIPTOR}>, "{PART}"), .*|'
+               rf"KILL (close|fchmod|fcntl|write)\(\d+<{DESCRIPTOR}/{PART}>.*|KILL close\(\d+<{DESCRIPTOR}>\)|"
+               rf'KILL symlink\("[\w/]+", "{DESCRIPTOR}/executable"\)|'
+               rf'KILL mkdirat\(\d+</(var|run)/lock>, "files", .*|KILL openat\(\d+<{LOCKS}>, "\w{{32}}", .*|'
+               rf"KILL close\(\d+<({LOCKS}|/(var|run)/lock)>\)|KILL (close|fchmod|fcntl|flock)\(\d+<{LOCK}>.*|"
+               rf'KILL mkdirat\(\d+<{HOOK}>, "[\w.@]+", .*|KILL (close|fchmod|fchownat)\(\d+<{HOOK}(/[\w.@]+)?>.*')
 TAKE_DOWN = rf'E\w+ unlink\("{MARKERS}/{NAME}-\w{{6}}"\)'
-REMOVE_DESCRIPTOR = (rf"E\w+ (getdents64|newfstatat|openat|fchdir|rmdir|unlinkat)\(.*{DESCRIPTOR}.*|"
-                     rf"E\w+ (newfstatat|openat|openat2|unlinkat)\({OF_STORE}")
-CLEAR_ROOM = rf'E\w+ (unlinkat|rmdir)\((\d+<(/var/spool/postfix/orvek|{ROOM})>, )?"[^"]*".*'
-EDIT_LINES = rf"E\w+ (close|fchmod|fchown|fchownat|fcntl|openat|read|rename|renameat|write)\(.*{IN_DELIVERY}.*"
+REMOVE_DESCRIPTOR = (rf"E\w+ (getdents64|newfstatat)\(\d+<{DESCRIPTOR}>, .*|E\w+ newfstatat\(\d+<{HANDLERS}/info>, \"{STORED}\", .*|"
+                     rf'E\w+ (newfstatat|openat)\(AT_FDCWD[^"]*"{DESCRIPTOR}/({PART})?", .*|E\w+ openat\(.* of {DESCRIPTOR}/{PART}|'
+                     rf'E\w+ openat\(\d+<{DESCRIPTOR}>, "{PART}", .*|E\w+ newfstatat\(\d+<{DESCRIPTOR}/{PART}>, .*|'
+                     rf'E\w+ (openat2|unlinkat)\(\d+<{HANDLERS}/info>, "{STORED}", .*|'
+                     rf'E\w+ unlinkat\(\d+<{DESCRIPTOR}>, "({PART}|executable)", 0\)')
+CLEAR_ROOM = (rf'E\w+ unlinkat\(\d+</var/spool/postfix/orvek>, "\.[a-z_]+\.room-\d+", AT_REMOVEDIR\)|'
+              rf'E\w+ unlinkat\(\d+<{ROOM}>, "[a-z_]+\.db", 0\)')
+EDIT_LINES = (rf"E\w+ (close|fchmod|fchownat|fcntl|read|write)\(\d+<{DELIVERY}(\.tmp)?>.*|E\w+ openat\(.* of {DELIVERY}|"
+              rf'E\w+ (openat|renameat)\(\d+<{HOME}>, "\.qmail(\.tmp)?", .*')
 LOOK_AT_PANEL = r"E\w+ (openat|read)\(.*/etc/orv/\.orv\.shadow.*|E\w+ (socket|connect)\(.*|E\w+ sendto\(\d+<socket:.*"
 LOOK_AT_ACCOUNTS = rf"E\w+ (fcntl|newfstatat|pread64)\(.*{ACCOUNTS}.*"
 LOOK_AT_USERS = r"E\w+ (newfstatat|openat|read)\(.*/etc/(nsswitch\.conf|passwd).*"
@@ -54,6 +71,8 @@ LACKING_HANDLERS = rf"{LACKING}{HANDLERS}/(before-local|info)/.*; said: .*"
 OF_ALIAS_DOMAIN = rf"{MAP}\.db \S*alias\.test: [^,;]*"
 
 CLONES = "add-alias|add-domain-alias|rename-.*"
+CHANGES_OF_MAPS = ("(add|remove)-(alias|mailname)|(add|remove|turn-off)-domain|(add|rename)-domain-alias|add-badmailfrom|"
+                   "rename-mailname(-password)?|set-(bounce|catchall)")
 
 EMPTIED_ROOM = "A change's room that cannot be removed stays: the map itself is whole, and the next change removes it."
 HALF_MADE = ("A handler is a directory of several files and a marker. One that could not be finished or removed "
@@ -65,8 +84,9 @@ UNSEEN_ATTACHMENT = "An attachment that cannot be looked at does not count."
 
 # Commands, promise, fault, what was seen, reason. "What was seen" may refer to groups of the fault.
 EXCEPTIONS = (
-    (".*", "left over", CLEAR_ROOM, rf"{ROOM}(/.*)?", EMPTIED_ROOM),
-    (".*", "status", CLEAR_ROOM, rf"{LACKING}{ROOM}[^;]* is there(; {ROOM}[^;]* is there)*; said: .*", EMPTIED_ROOM),
+    (CHANGES_OF_MAPS, "left over", CLEAR_ROOM, rf"{ROOM}(/[a-z_]+\.db)?", EMPTIED_ROOM),
+    (CHANGES_OF_MAPS, "status", CLEAR_ROOM, rf"{LACKING}{ROOM} is there(; {ROOM}/[a-z_]+\.db is there)?; said: ",
+     EMPTIED_ROOM),
 
     (f"{CLONES}|add-handler|set-autoresponder", "left over", MAKE_DESCRIPTOR, HALF, HALF_MADE),
     ("remove-domain|remove-handler|remove-mailname|rename-.*", "left over", REMOVE_DESCRIPTOR, HALF, HALF_MADE),
@@ -90,14 +110,10 @@ EXCEPTIONS = (
      rf"{LACKING_HANDLERS}Handler spam for recipient anna@example\.com does not exist in queue before-local\n",
      "A handler that cannot be read counts as none, after a report."),
 
-    ("rename-mailname(-password)?", "repeat", r"(E\w+|KILL) .*",
-     rf"({ACCOUNTS}|{MAP}\.db) .* -> 1\nFatal error: boost::filesystem::filesystem_error\(boost::filesystem::rename: "
-     r'No such file or directory: "/var/qmail/mailnames/example\.com/anna", "/var/qmail/mailnames/example\.com/anita"\).*',
-     "The home goes last and only once: a rename that has moved it fails when it is repeated, and takes its records back."),
     ("remove-domain", "left over",
-     r"E\w+ (getdents64|newfstatat|openat|rmdir|unlink|unlinkat)\(.*/var/qmail/mailnames/example\.com\.OrvekSaved\.\d+.*|"
-     r'E\w+ (newfstatat|openat|unlinkat)\(\d+</var/qmail/mailnames>, "example\.com\.OrvekSaved\..*|'
-     r'E\w+ openat\(.*"/var/qmail/mailnames/?",.*',
+     rf"E\w+ (getdents64|newfstatat|openat2|unlinkat)\(\d+<{MOVED_ASIDE}.*|"
+     r'E\w+ (newfstatat|openat2|unlinkat)\(\d+</var/qmail/mailnames>, "example\.com\.OrvekSaved\.\d+", .*|'
+     r'E\w+ openat\(AT_FDCWD[^"]*"/var/qmail/mailnames", .*',
      r"/var/qmail/mailnames/example\.com\.OrvekSaved\.\*(/.*)?",
      "A domain is moved aside first; what cannot be removed then stays there."),
 
@@ -111,14 +127,14 @@ EXCEPTIONS = (
      "A domain that cannot be looked up among the accounts counts as missing, after a report."),
 
     ("add-mailbox|add-redirect|remove-mailbox", "left over", EDIT_LINES, rf"{DELIVERY}\.tmp",
-     "A line edit that fails leaves its temporary file, and the next one uses it."),
+     "A line edit that fails leaves its temporary file, and the next one replaces it."),
     ("add-mailbox|add-redirect", "status", EDIT_LINES,
      rf"{LACKING}{DELIVERY}\.tmp is there; said: (file_str: ERROR: )?Unable to \w+ file {DELIVERY}.*", LINE_IGNORED),
     ("remove-mailbox", "status",
-     rf"E\w+ (close|fchmod|fchown|fchownat|fcntl|newfstatat|openat|read|rename|renameat|write)\(.*{IN_DELIVERY}.*|{TAKE_LOCK}",
+     rf'{EDIT_LINES}|E\w+ newfstatat\(\d+<({HOME}>, "\.qmail"|{DELIVERY}(\.tmp)?>, ""), .*|{TAKE_LOCK}',
      rf"{LACKING}{DELIVERY} is [^;]*deliverquota \./Maildir[^;]* instead of [^;]*(; {DELIVERY}\.tmp is there)?; "
      rf"said: .*file {DELIVERY}.*", LINE_IGNORED),
-    ("add-mailname", "torn", r"KILL (fchmod|fchown|fcntl|newfstatat|openat)\(.*/example\.com/carl(/\.qmail\b|>, \"\.qmail).*",
+    ("add-mailname", "torn", r'KILL ((fchmod|fcntl)\(\d+<.*/carl/\.qmail>, .*|openat\(\d+<.*/carl>, "\.qmail", .*O_CREAT.*)',
      r"/var/qmail/mailnames/example\.com/carl/\.qmail: b''",
      "The delivery file of a new mailname is written in its place: nobody has mail there yet, and a repeat writes it anew."),
 
@@ -132,10 +148,11 @@ EXCEPTIONS = (
      LACKING + "/etc/courier/(?P=file) is .*; said: Unable to open //etc/courier-imap/(?P=file): .*",
      "A file of Courier's that cannot be read is passed over."),
     ("add-attachment", "torn",
-     rf'E\w+ read\(\d+</tmp/upload>.*|(E\w+|KILL) (fchmod|fchown|ftruncate|openat|write)\(.*{UPLOADED}\b.*|'
-     r'KILL (close|openat)\(\d+</var/qmail/mailnames/example\.com/anna/@attachments>.*', rf"{UPLOADED}: .*",
+     rf"E\w+ read\(\d+</tmp/upload>, .*|(E\w+|KILL) (fchmod|ftruncate|write)\(\d+<{UPLOADED}>, .*|"
+     rf'KILL (close\(\d+<{ATTACHMENTS}>\)|openat\(\d+<{ATTACHMENTS}>, "b\.txt", .*O_CREAT.*)', rf"{UPLOADED}: .*",
      "An attachment is copied to its place; a copy that fails is reported and made anew by a repeat."),
-    ("update-spf", "torn", r"(E\w+ write|(E\w+|KILL) (fchmod|fchown|ftruncate|openat))\(.*(?P<file>/etc/orv-spf/spf\w+).*", "(?P=file): b''",
+    ("update-spf", "torn",
+     r'(E\w+ write\(\d+<|(E\w+|KILL) openat\(AT_FDCWD[^"]*")(?P<file>/etc/orv-spf/spf\w+).*', "(?P=file): b''",
      "A parameter is one value, written in its place and written anew by a repeat."),
     ("add-mailname|set-mailbox-disk-quota", "torn", LOOK_AT_ATTACHMENTS,
      rf"{QUOTA}: b'\d+S,0C\\n[ 0]+\\n'", UNSEEN_ATTACHMENT),
