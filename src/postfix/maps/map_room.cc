@@ -42,7 +42,7 @@ constexpr timespec copied_time = {0, 0};
 // How long others may hold the lock of the indexed file: a postmap that somebody runs by hand on a
 // large map takes a few seconds.
 constexpr int lock_attempts = 1500;
-constexpr timespec lock_pause = {0, 10 * 1000 * 1000};
+constexpr timespec lock_pause = {0, 10'000'000};
 
 // The seconds after which a postmap on the file in use is ended: somebody has taken the lock just
 // before it and keeps it.
