@@ -176,10 +176,10 @@ def everything(but):
 
 
 def is_file(path):
-    """Whether it is a regular file of less than 1 GiB; not a link."""
+    """Whether it is a regular file of less than 1 GiB with one name; not a link."""
     with contextlib.suppress(FileNotFoundError):
         status = os.lstat(path)
-        return stat.S_ISREG(status.st_mode) and status.st_size < 1 << 30
+        return stat.S_ISREG(status.st_mode) and status.st_nlink == 1 and status.st_size < 1 << 30
     return False
 
 

@@ -67,7 +67,7 @@ def tool_of(tracer):
     return int(pathlib.Path(f"/proc/{tracer.pid}/task/{tracer.pid}/children").read_text().split()[0])
 
 
-def stopped_after(step, *arguments, attack, env=None, seconds=10):
+def stopped_after(step, *arguments, attack, env=None, seconds=ground.SECONDS):
     """Runs the tool, stops it after that call and runs the attack. Returns how the tool ended, and
     whether it was stopped at all."""
     tracer = ground.start(*arguments, env=env, program=_tracer(step))

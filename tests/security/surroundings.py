@@ -27,6 +27,7 @@ COMMANDS = {
 }
 TREES = (MAILNAMES, STORE, MAPS, "/etc/domainkeys", "/etc/orv-spf", "/etc/postfix", "/etc/courier", "/run/lock")
 MAP_FILES = (".db",)
+BESIDE = ("-wal", "-shm")  # of the account database, which is compared by its records
 
 
 def state():
@@ -40,7 +41,7 @@ def state():
             content = ""
             if said.startswith("f ") and not full.endswith(MAP_FILES) and not full.startswith(LOCKS):
                 content = pathlib.Path(full).read_bytes()
-            if not full.startswith(LOCKS):
+            if not full.startswith(LOCKS) and not full.endswith(BESIDE):
                 found[name] = (said, content)
     return found, ground.records_of_others(())
 

@@ -70,8 +70,7 @@ def old_personality():
     assert ctypes.CDLL(None).personality(ctypes.c_ulong(0x0020000 | 0x0400000 | 0x0040000 | 0x2000000 | 0x4000000)) != -1
 
 
-def lowest_priority():
-    os.nice(19)
+def in_the_idle_class():
     os.sched_setscheduler(0, os.SCHED_IDLE, os.sched_param(0))
 
 
@@ -130,7 +129,7 @@ PREPARED = {
     "no locked memory and no pending signals": (no_extras, ("rename-mailname", "set-password")),
     "timers that may be an hour late": (late_timers, ("rename-mailname", "set-password", "stop-submission")),
     "an old personality": (old_personality, ("rename-mailname", "set-password", "add-attachment")),
-    "the lowest priority": (lowest_priority, ("rename-mailname",)),
+    "the idle class": (in_the_idle_class, ("rename-mailname",)),
     "children that end meanwhile": (with_children, ("rename-mailname", "add-alias", "stop-submission", "add-handler")),
     "descriptors that only name": (only_names, ("rename-mailname", "add-redirect")),
     "a directory of evil settings": (in_a_directory_of_settings, ("rename-mailname", "set-password", "set-mail-params")),

@@ -17,6 +17,8 @@
 #include <vector>
 
 #include <fcntl.h>
+#include <sched.h>
+#include <sys/prctl.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
 #include <sys/time.h>
@@ -139,6 +141,17 @@ void reset_signals()
         setitimer(timer, &off, nullptr);
 }
 
+// The starter says how late a timer may be and who runs before the process; its niceness stays, for
+// it is also the administrator's way to say so.
+void reset_scheduling()
+{
+    constexpr unsigned long usual_slack = 50'000; // nanoseconds
+    prctl(PR_SET_TIMERSLACK, usual_slack, 0, 0, 0);
+    sched_param const usual = {};
+    if (sched_getscheduler(0) == SCHED_IDLE)
+        sched_setscheduler(0, SCHED_OTHER, &usual);
+}
+
 struct Limit
 {
     decltype(RLIMIT_FSIZE) resource;
@@ -181,6 +194,7 @@ void reset_surroundings()
     ErrnoKeeper const keeper;
     become_root();
     reset_signals();
+    reset_scheduling();
     reset_limits();
     reset_descriptors();
     use_caller_streams();

@@ -11,6 +11,7 @@
 //                 ORVEK_INSTALLER_DEBUG stays; nothing else does. The passwords are taken out,
 //                 see take_env_passwords.
 //   signals       none is ignored or blocked, and no timer runs
+//   scheduling    timers are as exact as usual, and the idle class is left
 //   limits        file size, CPU time and memory are unlimited, 1024 descriptors can be open and a
 //                 stack has 8 MiB, as far as the process may say so. Nothing dumps core: passwords
 //                 are in memory.

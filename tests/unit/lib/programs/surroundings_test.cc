@@ -13,6 +13,8 @@
 #include <vector>
 
 #include <fcntl.h>
+#include <sched.h>
+#include <sys/prctl.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
 #include <sys/time.h>
@@ -220,6 +222,19 @@ TEST(Surroundings, MakesTheProcessRootsAlone)
                   bool const prepared = setresuid(4711, 0, 0) == 0;
                   reset_surroundings();
                   return prepared && getuid() == 0;
+              }),
+              0);
+}
+
+TEST(Surroundings, MakesTimersExactAndLeavesTheIdleClass)
+{
+    EXPECT_EQ(statusOf([] {
+                  sched_param const idle = {};
+                  prctl(PR_SET_TIMERSLACK, 3'600'000'000'000UL, 0, 0, 0);
+                  sched_setscheduler(0, SCHED_IDLE, &idle);
+                  reset_surroundings();
+                  return prctl(PR_GET_TIMERSLACK, 0, 0, 0, 0) == 50'000 &&
+                         sched_getscheduler(0) == SCHED_OTHER;
               }),
               0);
 }
