@@ -197,7 +197,8 @@ def records_of_others(mine):
             if line and not key.endswith(mine):
                 found[f"{name}: {key}"] = line
     beside = [f"{ACCOUNTS}{suffix}" for suffix in ("-journal", "-wal", "-shm")]
-    if not all(is_file(path) for path in [ACCOUNTS, *filter(os.path.lexists, beside)]):
+    # SQLite itself gives what it opens beside the database to the database's owner, a second name too.
+    if not all(is_file(path) and os.lstat(path).st_nlink == 1 for path in [ACCOUNTS, *filter(os.path.lexists, beside)]):
         return found
     try:
         with contextlib.closing(sqlite3.connect(f"file:{ACCOUNTS}?mode=ro", uri=True, timeout=5)) as connection:

@@ -173,6 +173,7 @@ def into_wal_mode():
 def test_a_write_ahead_log_leads_nowhere(suffix, target):
     def work():
         into_wal_mode()
+        pathlib.Path(f"{ACCOUNTS}{suffix}").unlink(missing_ok=True)
         os.symlink(target, f"{ACCOUNTS}{suffix}")
     attackers.by("postfix", work)
     before = ground.look(his=(MAPS,))
