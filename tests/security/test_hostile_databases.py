@@ -77,9 +77,8 @@ def changed_by(command, change, seconds):
     return how, found
 
 
-@pytest.mark.quick
 def test_a_map_without_an_end_is_not_read_for_ever():
-    how, found = changed_by(RENAME, in_a_circle, 3 * ground.SECONDS)
+    how, found = changed_by(RENAME, in_a_circle, POSTMAP_SECONDS)
     assert not found and how.status != 0 and how.err, f"{how}\n{found}"
 
 

@@ -73,8 +73,8 @@ def test_a_link_is_no_lock_directory(target):
     assert not found, f"{how}\n" + "\n".join(found)
 
 
-@pytest.mark.quick
-@pytest.mark.parametrize("command", COMMANDS)
+@pytest.mark.parametrize("command", [pytest.param(name, marks=[] if name == "stop-service" else [pytest.mark.quick])
+                                     for name in COMMANDS])
 def test_a_lock_that_a_local_user_holds_holds_nobody_up(command):
     words, _ = COMMANDS[command]
     names = names_of_locks(words)
