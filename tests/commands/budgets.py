@@ -1,0 +1,102 @@
+"""What a command costs on a full host, in numbers that do not depend on the machine: 10 alias domains, 1,000
+mailnames, 5 mail aliases of the mailname that is changed, 1,000 handlers.
+"""
+import collections
+import os
+import re
+import shutil
+
+import mailhost
+from mailhost import MAPS, add_records, auth_sql, done, panel_sql
+from panel import panel_domain, panel_mailname
+
+DOMAIN = "example.com"
+ALIASES = [f"alias{number}.test" for number in range(10)]
+MAIL_ALIASES = [f"anna{number}" for number in range(5)]
+MAILNAMES_TOO = [f"user{number}" for number in range(999)]
+NEW = "new.test"
+STORE = "/usr/local/orv/handlers"
+LOG = "/run/mailvek/system-calls"
+TRACED = "execve,fsync,fdatasync,openat,openat2,open"
+
+
+def full_host():
+    """Makes the host. The tool makes what is changed; the rest is put beside it by hand."""
+    mailhost.start("mariadb")
+    panel_domain(NEW)
+    panel_domain(DOMAIN, aliases=ALIASES)
+    panel_mailname(f"anna@{DOMAIN}", aliases=MAIL_ALIASES)
+    panel_sql("INSERT INTO mail (mail_name, dom_id, mbox_quota) VALUES "
+              + ",".join(f"('{name}', (SELECT id FROM domains WHERE name = '{DOMAIN}'), -1)" for name in MAILNAMES_TOO))
+    done("--add-domain", f"--domain-name={DOMAIN}")
+    anna = (f"--domain-name={DOMAIN}", "--mailname=anna")
+    done("--add-mailname", *anna, "--disk-quota=100000")
+    done("--add-mailbox", *anna, env={"ORV_PASSWORD": "secret"})
+    for alias in MAIL_ALIASES:
+        done("--add-alias", *anna, f"--alias={alias}")
+    done("--set-password", *anna, env={"ORV_PASSWORD": "secret"})
+    more_mailnames()
+    more_handlers()
+
+
+def more_mailnames():
+    addresses = [f"{name}@{domain}" for name in MAILNAMES_TOO for domain in (DOMAIN, *ALIASES)]
+    add_records("virtual", {address: f"{address.split('@')[0]}@{DOMAIN}" for address in addresses})
+    add_records("vmailbox", {f"{name}@{DOMAIN}": f"{DOMAIN}/{name}/Maildir/" for name in MAILNAMES_TOO})
+    for domain in ALIASES:
+        auth_sql("INSERT OR IGNORE INTO domains (name) VALUES (?)", domain)
+    auth_sql("WITH RECURSIVE number(n) AS (SELECT 0 UNION ALL SELECT n + 1 FROM number WHERE n < 998) "
+             "INSERT INTO users (dom_id, name, userPassword) "
+             "SELECT domains.id, 'user' || n, 'secret' FROM number, domains")
+
+
+def more_handlers():
+    """Copies a handler that the tool has made. Each has another address of the domain."""
+    done("--add-handler", "--handler-name=model", "--handler-type=recipient", f"--handler-type-name=anna@{DOMAIN}",
+         "--executable=/bin/true", "--context=test", "--hook=before-local", "--priority=10")
+    model, = os.listdir(f"{STORE}/info")
+    active = f"{STORE}/before-local/recipient"
+    for name in MAILNAMES_TOO:
+        copy = f"10-model-{name.rjust(6, '0')[-6:]}"
+        shutil.copytree(f"{STORE}/info/{model}", f"{STORE}/info/{copy}", symlinks=True)
+        mailhost.write(f"{STORE}/info/{copy}/recipient", f"{name}@{DOMAIN}\n")
+        os.mkdir(f"{active}/{name}@{DOMAIN}")
+        shutil.copy2(f"{active}/anna@{DOMAIN}/{model}", f"{active}/{name}@{DOMAIN}/{copy}")
+
+
+def cost(*arguments, env=None):
+    """What a run of the tool cost: how often each of PATTERNS, and the queries to the panel. Nothing that is 0."""
+    panel_sql("SET GLOBAL log_output = 'TABLE'; SET GLOBAL general_log = ON; TRUNCATE mysql.general_log")
+    ended = mailhost.run(
+        "strace", "-f", "--seccomp-bpf", "-y", "-qq", "-s", "4096", "-e", f"trace={TRACED}", "-o", LOG,
+        mailhost.TOOL, *arguments, env=mailhost.tool_environment(env, leaks=False))
+    assert ended.status == 0, ended
+    panel_sql("SET GLOBAL general_log = OFF")
+    spent = panel_cost()
+    for line in mailhost.read(LOG).splitlines():
+        for what, pattern in PATTERNS.items():
+            spent[what] += bool(pattern.search(line))
+    spent["children"] -= 1  # the tool itself
+    return {what: count for what, count in sorted(spent.items()) if count}
+
+
+def panel_cost():
+    """The connections and queries since the log was emptied, without those of panel_sql()."""
+    rows = panel_sql("SELECT thread_id, command_type FROM mysql.general_log "
+                     "WHERE argument NOT LIKE '%general_log%'")
+    ours = {thread for thread, kind in panel_sql(
+        "SELECT thread_id, command_type FROM mysql.general_log WHERE argument LIKE '%general_log%'")}
+    kinds = collections.Counter(kind for thread, kind in rows if thread not in ours)
+    return collections.Counter({"panel connections": kinds["Connect"], "panel queries": kinds["Query"]})
+
+
+MAP = rf"hash:{MAPS}/\w+"
+PATTERNS = {
+    "children": re.compile(r" execve\(.* = 0$"),
+    "runs of postmap": re.compile(r' execve\("/usr/sbin/postmap".* = 0$'),
+    "rewrites": re.compile(r' execve\("/usr/sbin/postmap", \["[^"]*", "[^-"][^"]*"\].* = 0$'),
+    "fsyncs of accounts": re.compile(rf" f(data)?sync\(\d+<{MAPS}/passwd\.db[^>]*>\) += 0"),
+    "fsyncs of maps": re.compile(rf" f(data)?sync\(\d+<{MAPS}/(?!passwd\.db)[^>]*>\) += 0"),
+    "other fsyncs": re.compile(rf" f(data)?sync\(\d+<(?!{MAPS}/)[^>]*>\) += 0"),
+    "handler files read": re.compile(rf" open(at2?)?\(.* = \d+<{STORE}/info/[^/>]+/[^/>]+>$"),
+}
