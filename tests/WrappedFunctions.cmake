@@ -126,6 +126,7 @@ set(MAILVEK_WRAPPED_room_lib_programs
 set(MAILVEK_WRAPPED_room_mail_lib_accounts
   ${sqlite_spy}
   ${memory_faults}
+  clock_gettime
   dirname
   getpwnam
   nanosleep)

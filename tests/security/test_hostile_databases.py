@@ -122,7 +122,9 @@ def test_a_statement_of_postfix_holds_nobody_up(ledger, command):
         attackers.by("postfix", with_statements(*statements))
         before = ground.look(his=(MAPS,))
         how = ground.mailvek(*command, env=PLAIN, seconds=3 * ground.SECONDS)
-        found = [line for line in ground.breaches(before, how, allowed=(MAPS,)) if not line.startswith(("record: ", "account"))]
+        # A domain that is turned off has its handlers switched off.
+        found = [line for line in ground.breaches(before, how, allowed=(MAPS, "/usr/local/orv/handlers/before-local/"))
+                 if not line.startswith(("record: ", "account"))]
         ledger.tried(f"{name}: {command[0]}", found, how)
     ledger.close()
 

@@ -38,6 +38,7 @@
 #include <sqlite3.h>
 
 #include <cstdarg>
+#include <ctime>
 #include <optional>
 
 class SharedAccounts;
@@ -101,6 +102,7 @@ private:
     [[nodiscard]] bool borrow(SharedAccounts* lender, int flags);
     void setUp();
     void settle();
+    void startCounting();
     static int countSteps(void* connection);
 
     template<class Call, class Again>
@@ -114,6 +116,7 @@ private:
     // Batches of steps_in_batch steps of SQLite's virtual machine: of all statements on an own
     // connection, or of one statement on a shared one.
     long batches = 0;
+    std::time_t secondsBefore = 0; // of the processor's time, when they began
     bool abandoned = false;
 };
 

@@ -59,7 +59,7 @@ bool SharedAccounts::begin()
 
 sqlite3_stmt* SharedAccounts::find(char const* query)
 {
-    connection.batches = 0;
+    connection.startCounting();
     auto const kept = statements.find(query);
     return kept == statements.end() ? nullptr : kept->second;
 }
