@@ -82,8 +82,8 @@ def measure(name: str, tools: list, rounds: int) -> tuple:
 
 def main() -> int:
     parser = argparse.ArgumentParser()
-    parser.add_argument("tool")
-    parser.add_argument("earlier")
+    parser.add_argument("tool", type=lambda path: str(Path(path).resolve()))
+    parser.add_argument("earlier", type=lambda path: str(Path(path).resolve()))
     parser.add_argument("--rounds", type=int, default=15)
     parser.add_argument("commands", nargs="*")
     options = parser.parse_intermixed_args()
