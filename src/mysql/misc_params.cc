@@ -21,7 +21,7 @@ std::string getStringMiscParamSafe(std::string const& name, Connection& conn)
         return getStringMiscParam(name, conn);
     } catch (mError const& e) {
         // Deliberate: the text says "Mail Authentication Type" for every parameter.
-        uerr << "Warning: MySQL Error on Mail Authentication Type query: " << e.what()
+        uerr << "Warning: MySQL Error on Mail Authentication Type query: " << reportedText(e)
              << ", ignored" << std::endl;
         return {};
     }

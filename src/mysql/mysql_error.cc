@@ -1,5 +1,7 @@
 #include "mysql/mysql_error.h"
 
+#include "lib/report/visible.h"
+
 namespace orvek::mysql {
 
 namespace {
@@ -19,7 +21,7 @@ mError::mError(std::string const& text_) : text(text_)
 }
 
 mError::mError(MYSQL* handle, std::string const& context)
-    : text(pendingError(handle) + "\n" + context)
+    : text(visible(pendingError(handle)) + "\n" + context)
 {
 }
 
@@ -28,6 +30,12 @@ mError::~mError() = default;
 char const* mError::what() const noexcept
 {
     return text.c_str();
+}
+
+OwnLines reportedText(std::exception const& e)
+{
+    bool const has_lines = dynamic_cast<mError const*>(&e) != nullptr;
+    return {has_lines ? e.what() : visible(e.what())};
 }
 
 } // namespace orvek::mysql

@@ -49,7 +49,7 @@ std::optional<std::vector<std::string>> rblServers(Connection& conn)
             return std::vector<std::string>();
         return serversIn(getStringMiscParam("rbl_server", conn));
     } catch (mError const& e) {
-        uerr << "Warning: MySQL Error on RBL Servers query: " << e.what() << ", ignored"
+        uerr << "Warning: MySQL Error on RBL Servers query: " << reportedText(e) << ", ignored"
              << std::endl;
         return {};
     }

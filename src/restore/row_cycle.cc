@@ -1,5 +1,6 @@
 #include "restore/row_cycle.h"
 
+#include "mysql/mysql_error.h"
 #include "util/uerr.h"
 
 #include <exception>
@@ -17,8 +18,8 @@ std::optional<Result> reportedResult(Connection& conn, std::string const& contex
         conn << query.c_str();
         return conn << Query::fetch;
     } catch (std::exception const& e) {
-        uerr << "Warning: MySQL Query error on " << context << ": " << e.what() << ", ignored"
-             << std::endl;
+        uerr << "Warning: MySQL Query error on " << context << ": " << reportedText(e)
+             << ", ignored" << std::endl;
         return {};
     }
 }
@@ -32,7 +33,7 @@ bool reportedRow(Result& result, Result::row_t& row, std::string const& context,
             return false;
         each(row);
     } catch (std::exception const& e) {
-        uerr << "Warning: MySQL Fetch Row Error on " << context << ": " << e.what()
+        uerr << "Warning: MySQL Fetch Row Error on " << context << ": " << reportedText(e)
              << ", row ignored" << std::endl;
     }
     return true;

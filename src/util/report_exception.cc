@@ -1,7 +1,6 @@
 #include "util/report_exception.h"
 
 #include "lib/report/owned.h"
-#include "lib/report/visible.h"
 #include "util/uerr.h"
 
 #include <cxxabi.h>
@@ -14,7 +13,7 @@ namespace {
 void printText(detail::ReportedText const& reported)
 {
     if (reported.text && reported.has_lines)
-        static_cast<std::ostream&>(uerr) << visible_lines(reported.text);
+        uerr << OwnLines{reported.text};
     else
         uerr << reported.text;
 }

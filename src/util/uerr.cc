@@ -51,4 +51,10 @@ UtilityErrorStream& operator<<(UtilityErrorStream& stream, std::string const& na
     return stream;
 }
 
+UtilityErrorStream& operator<<(UtilityErrorStream& stream, OwnLines const& lines)
+{
+    static_cast<std::ostream&>(stream) << visible_lines(lines.text);
+    return stream;
+}
+
 } // namespace orvek

@@ -47,6 +47,14 @@ private:
 
 UtilityErrorStream& operator<<(UtilityErrorStream& stream, std::string const& name);
 
+// A text whose newlines are its own and stay. Its other control bytes are shown.
+struct OwnLines
+{
+    std::string text;
+};
+
+UtilityErrorStream& operator<<(UtilityErrorStream& stream, OwnLines const& lines);
+
 // A null text sets the bad bit.
 template<std::same_as<char const*> Text>
 UtilityErrorStream& operator<<(UtilityErrorStream& stream, Text const& text)

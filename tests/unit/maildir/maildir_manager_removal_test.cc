@@ -16,6 +16,7 @@
 #include <cstdlib>
 #include <filesystem>
 #include <string>
+#include <utility>
 
 #include <sys/stat.h>
 
@@ -252,8 +253,12 @@ TEST_F(MaildirManagerRemovalOnHost, TakesNoUnopenedRootForAMissingOne)
     std::filesystem::create_symlink("mailnames", root);
     // A configuration that is missing is looked for again at each question.
     auto const run = inChild([] {
-        theOrvConfHash = nullptr;
-        theOrvConfArray[_ORVEK_MAILNAMES_D_INDEX] = nullptr;
+        // Still reachable, so that they are no leaks.
+        static auto const* const readBefore = std::exchange(theOrvConfHash, nullptr);
+        static auto const* const rootBefore =
+            std::exchange(theOrvConfArray[_ORVEK_MAILNAMES_D_INDEX], nullptr);
+        static_cast<void>(readBefore);
+        static_cast<void>(rootBefore);
         std::filesystem::rename("/etc/orv/orv.conf", "/etc/orv/aside");
         std::string const error = libraryErrorOf([] { manager().removeDomainRoot("example.com"); });
         std::filesystem::rename("/etc/orv/aside", "/etc/orv/orv.conf");

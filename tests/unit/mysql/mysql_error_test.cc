@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <memory>
+#include <stdexcept>
 
 namespace {
 
@@ -36,6 +37,12 @@ TEST(MysqlError, NamesThePendingErrorOverTheContext)
     EXPECT_EQ(orvek::mysql::mError(handle.get(), " fetching result").what(),
               "Mysql error " + std::to_string(number) + ": " + mysql_error(handle.get()) +
                   "\n fetching result");
+}
+
+TEST(MysqlError, IsReportedWithItsOwnNewlineAlone)
+{
+    EXPECT_EQ(orvek::mysql::reportedText(orvek::mysql::mError("one\ntwo")).text, "one\ntwo");
+    EXPECT_EQ(orvek::mysql::reportedText(std::runtime_error("one\ntwo")).text, "one\\ntwo");
 }
 
 TEST(MysqlError, OutlivesTheConnectionItIsOf)

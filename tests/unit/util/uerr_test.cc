@@ -121,3 +121,11 @@ TEST(Uerr, ShowsTheControlBytesOfNamesAndTexts)
     EXPECT_EQ(run.err, "one\na\\nb7a\\nb: a\\nb\n");
     EXPECT_EQ(run.out, run.err);
 }
+
+TEST(Uerr, KeepsTheNewlinesOfATextWithLines)
+{
+    auto const run = printedBy(
+        [] { uerr << "one: " << orvek::OwnLines{"a\nb\r"} << std::string("\n") << std::endl; });
+    EXPECT_EQ(run.err, "one: a\nb\\r\\n\n");
+    EXPECT_EQ(run.out, run.err);
+}
