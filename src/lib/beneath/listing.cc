@@ -17,7 +17,7 @@ bool is_counted(std::string_view name)
 int tell_kind(int dir, dirent const& entry, mode_t& kind)
 {
     if (entry.d_type != DT_UNKNOWN) {
-        kind = DTTOIF(entry.d_type);
+        kind = static_cast<mode_t>(DTTOIF(entry.d_type));
         return 1;
     }
     struct stat info = {};

@@ -280,6 +280,9 @@ void MapRoom::replace()
         if (set_rights(made.get(), {old.st_uid, old.st_gid, old.st_mode & 0777}) != 0 ||
             futimens(made.get(), times) != 0)
             raise(indexed);
+        // Postfix notices a replaced file by its having no name left. On a file system in layers, a
+        // container's for example, a file of a lower layer seems to keep it; its time tells then.
+        static_cast<void>(set_times_beneath(directory.get(), indexed.c_str(), times));
     }
     // A changed copy needs no sync: postmap has synced it, and the file system keeps the order of
     // the later changes.

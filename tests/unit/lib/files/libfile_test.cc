@@ -219,7 +219,7 @@ TEST_F(Libfile, ReportsAnOwnerOrAModeThatCannotBeSet)
     std::pair<char const*, char const*> const failures[] = {{"fchownat", "chown"},
                                                             {"chmod", "chmod"}};
     for (auto const& [call, word] : failures) {
-        auto const run = inChild([&] {
+        auto const run = inChild([&, call = call] {
             CallFailure const failing(call, EROFS);
             return file_set_perms(path.c_str(), getuid(), getgid(), 0600) == -1 ? 0 : 1;
         });
