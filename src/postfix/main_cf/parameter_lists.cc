@@ -1,21 +1,22 @@
 #include "postfix/main_cf/parameter_lists.h"
 
-#include <boost/algorithm/string/classification.hpp>
 #include <boost/algorithm/string/join.hpp>
 #include <boost/algorithm/string/split.hpp>
 #include <boost/algorithm/string/trim.hpp>
+
+#include <string_view>
 
 namespace orvek::mail::postfix {
 
 namespace {
 
 // The pieces between runs of the separators.
-std::vector<std::string> split(std::string const& text, char const* separators)
+std::vector<std::string> split(std::string const& text, std::string_view separators)
 {
+    auto const separates = [&](char c) { return separators.find(c) != std::string_view::npos; };
     std::vector<std::string> pieces;
     if (!text.empty())
-        boost::algorithm::split(pieces, text, boost::algorithm::is_any_of(separators),
-                                boost::algorithm::token_compress_on);
+        boost::algorithm::split(pieces, text, separates, boost::algorithm::token_compress_on);
     return pieces;
 }
 
