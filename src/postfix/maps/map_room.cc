@@ -282,7 +282,10 @@ void MapRoom::replace()
             raise(indexed);
         // Postfix notices a replaced file by its having no name left. On a file system in layers, a
         // container's for example, a file of a lower layer seems to keep it; its time tells then.
-        static_cast<void>(set_times_beneath(directory.get(), indexed.c_str(), times));
+        OpenDescriptor const replaced =
+            open_file_beneath(directory.get(), indexed.c_str(), O_RDONLY, any_size);
+        if (replaced.get() >= 0)
+            static_cast<void>(futimens(replaced.get(), times));
     }
     // A changed copy needs no sync: postmap has synced it, and the file system keeps the order of
     // the later changes.

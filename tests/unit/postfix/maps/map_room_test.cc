@@ -145,6 +145,35 @@ TEST_F(MapRoomOnHost, GivesTheNewFileTheOldOnesOwnerAndMode)
     EXPECT_EQ(modeOf(path + ".db"), 0640U);
 }
 
+TEST_F(MapRoomOnHost, DatesTheReplacedFileLater)
+{
+    fill("a 1\n");
+    OpenDescriptor const old(open((path + ".db").c_str(), O_RDONLY));
+    struct stat before = {};
+    struct stat after = {};
+    fstat(old.get(), &before);
+    DatabaseHelper::addRecord(map, "b", "2");
+    fstat(old.get(), &after);
+    EXPECT_GT(after.st_mtim.tv_sec, before.st_mtim.tv_sec);
+}
+
+TEST_F(MapRoomOnHost, LeavesTheTimeOfAFileThatIsPlantedMeanwhile)
+{
+    fill("a 1\n");
+    makeVictim();
+    run("touch -d @1000000000 " + (tools / "victim.db"));
+    std::string const outside = "/proc/" + std::to_string(getpid()) + "/root";
+    standIn("ln -f " + outside + (tools / "victim.db") + " " + outside + path +
+            ".db; exec $real \"$@\"");
+    DatabaseHelper::addRecord(map, "b", "2");
+    struct stat info = {};
+    stat((tools / "victim.db").c_str(), &info);
+    EXPECT_EQ(info.st_mtim.tv_sec, 1000000000);
+    EXPECT_EQ(info.st_nlink, 1U); // it was planted, and replaced
+    expectVictimUntouched();
+    EXPECT_EQ(content(), "a\t1\nb\t2\n");
+}
+
 TEST_F(MapRoomOnHost, FollowsNoLinkAtTheIndexedFile)
 {
     makeVictim();
