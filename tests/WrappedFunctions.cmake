@@ -113,7 +113,7 @@ set(MAILVEK_WRAPPED_room_lib_panel
 set(MAILVEK_WRAPPED_room_lib_files
   ${call_faults}
   ${memory_faults}
-  EVP_DigestInit_ex
+  MD5_Init
   malloc)
 
 set(MAILVEK_WRAPPED_room_lib_programs
