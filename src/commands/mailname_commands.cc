@@ -9,9 +9,11 @@
 #include "postfix/domains/address_records.h"
 #include "postfix/domains/mailname_manager.h"
 #include "postfix/domains/name_lists.h"
+#include "util/errors.h"
 #include "util/uerr.h"
 
 #include <algorithm>
+#include <exception>
 #include <string>
 #include <vector>
 
@@ -52,21 +54,51 @@ void removeHooksOfAliases(std::string const& mailname, std::string const& domain
             removeHooksOfAlias(addressOf(mailAlias, domainAlias));
 }
 
-// Returns the status of the command, 0 to go on. Renames the account under the domain itself first;
-// its failure stops nothing and becomes the result at the end.
-int renameAccounts(std::string const& domain, std::string const& oldName,
-                   std::string const& newName)
+// Gives the addresses under these alias domains the old name again.
+void takeBack(std::vector<std::string> const& aliasDomains, std::string const& oldName,
+              std::string const& newName)
 {
-    int const status = mailAuthRename(oldName.c_str(), newName.c_str(), domain.c_str());
-    auto const aliases = aliasDomainsOrFailure(domain);
-    if (!aliases)
-        return reportUnreadAliasDomains(domain);
-    for (auto const& alias : *aliases) {
-        if (mailAuthRename(oldName.c_str(), newName.c_str(), alias.c_str()) == -1)
-            return 1;
-        MailnameManager::renameMailnameOnDomainAlias(alias, oldName, newName);
+    try {
+        MailnameManager::renameMailnameOnDomainAliases(aliasDomains, newName, oldName);
+    } catch (std::exception const&) {
+        uerr << doubleErrorHead << "Postfix Virtual Aliases Database" << doubleErrorTail
+             << std::endl;
     }
-    return status;
+}
+
+// Returns the status of the command, 0 to go on. Renames the account under the domain itself first;
+// its failure stops nothing and becomes the result at the end. The first failure under an alias
+// domain ends it, and the addresses keep the old name there and under the following ones.
+int renameAccounts(std::string const& domain, std::string const& oldName,
+                   std::string const& newName, NameList const& aliasDomains)
+{
+    auto const renameAt = [&](std::string const& at) {
+        return mailAuthRename(oldName.c_str(), newName.c_str(), at.c_str());
+    };
+    auto const aliases = aliasDomains.value_or(std::vector<std::string>());
+    auto failed = aliases.begin();
+    MailAuthTransaction accounts;
+    int status = renameAt(domain);
+    while (failed != aliases.end() && renameAt(*failed) != -1)
+        ++failed;
+    if (accounts.commit() == -1) {
+        status = -1;
+        failed = aliases.begin();
+    }
+    if (!aliasDomains)
+        return reportUnreadAliasDomains(domain);
+    if (failed == aliases.end())
+        return status;
+    takeBack({failed, aliases.end()}, oldName, newName);
+    return 1;
+}
+
+bool hasPassword()
+{
+    char const* password = nullptr;
+    int isEncrypted = 0;
+    get_env_password(&password, &isEncrypted);
+    return password && *password;
 }
 
 bool hasAccount(std::string const& localPart, std::string const& domain)
@@ -79,11 +111,11 @@ bool hasAccount(std::string const& localPart, std::string const& domain)
 }
 
 // Whether an interrupted rename has left something to do after the records and the home.
-bool hasAccountOrHooks(std::string const& localPart, std::string const& domain)
+bool hasAccountOrHooks(std::string const& localPart, std::string const& domain,
+                       std::vector<std::string> const& aliases)
 {
     if (hasAccount(localPart, domain) || has_handler_of(addressOf(localPart, domain).c_str()))
         return true;
-    auto const aliases = aliasDomainsOrNone(domain);
     return std::any_of(aliases.begin(), aliases.end(),
                        [&](auto const& alias) { return hasAccount(localPart, alias); });
 }
@@ -137,16 +169,19 @@ int renameMailname(int argc, char** argv)
     std::string const oldName = localPartOf(options, "old-mailname");
     std::string const newName = localPartOf(options, "new-mailname");
 
-    MailnameManager::renameMailname(domain, oldName, newName,
-                                    [&] { return hasAccountOrHooks(oldName, domain); });
-    char const* password = nullptr;
-    int isEncrypted = 0;
-    get_env_password(&password, &isEncrypted);
+    bool const withAccounts = hasPassword();
     // Deliberate: without a password the addresses under the alias domains keep the old name.
-    if (password == nullptr || *password == '\0') {
+    // The domain itself is renamed even where its alias domains cannot be read.
+    NameList const aliases = withAccounts ? aliasDomainsOrFailure(domain) : NameList();
+    auto const renamed = aliases.value_or(std::vector<std::string>());
+    MailnameManager::renameMailname(domain, oldName, newName, renamed, [&] {
+        return hasAccountOrHooks(oldName, domain,
+                                 withAccounts ? renamed : aliasDomainsOrNone(domain));
+    });
+    if (!withAccounts) {
         if (rm_mname_from_domains(oldName.c_str(), domain.c_str()) == -1)
             return 1;
-    } else if (int const status = renameAccounts(domain, oldName, newName); status != 0) {
+    } else if (int const status = renameAccounts(domain, oldName, newName, aliases); status != 0) {
         return status;
     }
 

@@ -7,7 +7,7 @@ import re
 import pytest
 
 from mailhost import (
-    ACCOUNTS, MAILNAMES, MAPS, TOOL, auth_rows, changed_since, disk, done, failed, mailvek, postmap, run,
+    ACCOUNTS, MAILNAMES, MAPS, TOOL, add_records, auth_rows, changed_since, disk, done, failed, mailvek, postmap, run,
     tool_environment, write,
 )
 from mailnames import (
@@ -57,6 +57,14 @@ def test_a_mailname_is_not_renamed_to_another():
 def test_a_mailname_is_not_renamed_to_a_mail_alias():
     mailname_with_a_mailbox()
     refused(rename("anna", "ann"), f"ann@{DOMAIN}", ANNA, env=PLAIN)
+
+
+def test_a_mailname_takes_no_address_under_an_alias_domain():
+    mailname_with_a_mailbox()
+    add_records("virtual", {f"anita@{ALIAS}": f"zoe@{DOMAIN}"})
+    refused(rename("anna", "anita"), f"anita@{ALIAS}", ANNA, env=PLAIN)
+    done(*rename("anna", "anita"))
+    assert addresses()[f"anita@{ALIAS}"] == f"zoe@{DOMAIN}"
 
 
 def test_a_mailname_is_not_renamed_to_a_home():

@@ -156,11 +156,11 @@ RenameState stateOfAliasRename(std::string const& domain, std::string const& old
     // Postfix has one record for both names then, which the rename leaves as it is.
     if (oldName != newName && boost::iequals(oldName, newName))
         return RenameState::fresh;
-    FoundRecords const marks = findRecords(virtual_map, {oldName, newName});
-    RenameState const state = renameState({{marks.contains(oldName), marks.contains(newName)}});
-    return state == RenameState::moved && !isRenamedAlias(domain, oldName, newName)
-               ? RenameState::taken
-               : state;
+    if (findRecords(virtual_map, {newName}).empty())
+        return RenameState::fresh;
+    bool const isMoved =
+        findRecords(virtual_map, {oldName}).empty() && isRenamedAlias(domain, oldName, newName);
+    return isMoved ? RenameState::moved : RenameState::taken;
 }
 
 } // namespace

@@ -13,6 +13,7 @@
 
 #include <boost/algorithm/string/predicate.hpp>
 
+#include <algorithm>
 #include <vector>
 
 namespace orvek::mail::postfix {
@@ -20,6 +21,8 @@ namespace orvek::mail::postfix {
 using database::ElementsFilter;
 using database::KeyValueFilter;
 using database::ReplaceElementFilterRef;
+using database::ReplaceElementsFilterRef;
+using database::Replacements;
 
 namespace {
 
@@ -50,10 +53,24 @@ void addAddresses(BatchDatabaseHelper& batch, std::string const& domain,
     batch.addChanges(virtual_map, records.begin(), records.end());
 }
 
-void replaceAddress(std::string const& from, std::string const& to)
+std::vector<std::string> addressesOf(std::string const& localPart,
+                                     std::vector<std::string> const& domains)
 {
+    std::vector<std::string> addresses;
+    for (auto const& domain : domains)
+        addresses.push_back(addressOf(localPart, domain));
+    return addresses;
+}
+
+// One pass over the map, for whatever number of domains.
+void replaceAddresses(std::vector<std::string> const& domains, std::string const& from,
+                      std::string const& to)
+{
+    Replacements pairs;
+    for (auto const& domain : domains)
+        pairs.emplace(addressOf(from, domain), addressOf(to, domain));
     DatabaseHelper::filterRecords(
-        virtual_map, ElementsFilter<ReplaceElementFilterRef>(ReplaceElementFilterRef{&from, &to}));
+        virtual_map, ElementsFilter<ReplaceElementsFilterRef>(ReplaceElementsFilterRef{&pairs}));
 }
 
 // Deliberate: changes only the keys. The values of the records end in "/" and these directories do
@@ -69,50 +86,85 @@ void renameMailbox(std::string const& domain, std::string const& from, std::stri
                                       {&fromAddress, &toAddress}, {&fromMaildir, &toMaildir}});
 }
 
-// What is found under the two names, before a rename.
+// What is found under the two names, before a rename. What has the old name is looked at only where
+// anything has the new one: a rename that nothing stands in the way of needs one look at each map.
 struct RenameView
 {
-    RenameView(std::string const& domain, std::string const& oldName, std::string const& newName);
+    RenameView(std::string const& domain, std::string const& oldName, std::string const& newName,
+               std::vector<std::string> const& aliasDomains);
 
     FoundNames home;
     FoundNames mailbox = {};
     FoundNames address = {};
     std::string newMailbox; // the value of the new name's mailbox record
     std::string newAddress; // and of its address
+    std::string taken;      // the new name under an alias domain, where it is somebody else's
 };
 
 RenameView::RenameView(std::string const& domain, std::string const& oldName,
-                       std::string const& newName)
+                       std::string const& newName, std::vector<std::string> const& aliasDomains)
     : home{MaildirManager::getInstance().hasMailnameHome(domain, oldName),
            MaildirManager::getInstance().hasMailnameHome(domain, newName)}
 {
     // Postfix has one record for both names then, which the rename leaves as it is.
     if (oldName != newName && boost::iequals(oldName, newName))
         return;
-    std::vector<std::string> const addresses = {addressOf(oldName, domain),
-                                                addressOf(newName, domain)};
-    FoundRecords mailboxes = findRecords(vmailbox_map, addresses);
-    mailbox = {mailboxes.contains(addresses[0]), mailboxes.contains(addresses[1])};
-    newMailbox = mailboxes[addresses[1]];
-    FoundRecords found = findRecords(virtual_map, addresses);
-    address = {found.contains(addresses[0]), found.contains(addresses[1])};
-    newAddress = found[addresses[1]];
+    std::string const from = addressOf(oldName, domain);
+    std::string const to = addressOf(newName, domain);
+    std::vector<std::string> const aliases = addressesOf(newName, aliasDomains);
+    std::vector<std::string> wanted = aliases;
+    wanted.push_back(to);
+    FoundRecords mailboxes = findRecords(vmailbox_map, {to});
+    FoundRecords addresses = findRecords(virtual_map, wanted);
+    for (auto const& alias : aliases)
+        if (addresses.contains(alias) && addresses[alias] != from && addresses[alias] != to)
+            taken = alias;
+    mailbox.newName = mailboxes.contains(to);
+    address.newName = addresses.contains(to);
+    newMailbox = mailboxes[to];
+    newAddress = addresses[to];
+    if (!home.newName && !mailbox.newName && !address.newName)
+        return;
+    mailbox.oldName = findRecords(vmailbox_map, {from}).contains(from);
+    address.oldName = findRecords(virtual_map, {from}).contains(from);
+}
+
+// Whether an address of the mailname, which has the new name, has the old one under an alias
+// domain.
+bool hasOldAliases(std::string const& domain, std::string const& oldName,
+                   std::string const& newName, std::vector<std::string> const& aliasDomains)
+{
+    auto const found = findRecords(virtual_map, addressesOf(oldName, aliasDomains));
+    return std::any_of(found.begin(), found.end(), [&](auto const& record) {
+        return record.second == addressOf(newName, domain);
+    });
 }
 
 // What is to be done, in the order of the steps. moved stands for an interrupted rename only.
+// Raises when the new name is somebody else's.
 RenameState stateOfRename(std::string const& domain, std::string const& oldName,
-                          std::string const& newName, MailnameManager::HasRest const& hasRest)
+                          std::string const& newName, std::vector<std::string> const& aliasDomains,
+                          MailnameManager::HasRest const& hasRest)
 {
-    RenameView const view(domain, oldName, newName);
+    auto const refuse = [&](std::string const& taken) {
+        throw PostfixDatabaseError(taken + " exists already, " + addressOf(oldName, domain) +
+                                   " is not renamed");
+    };
+    RenameView const view(domain, oldName, newName, aliasDomains);
+    if (!view.taken.empty())
+        refuse(view.taken);
     // A step that failed after its work, or an undo that failed, has left the address alone behind:
     // it leads to itself, as only the address of a mailname does.
     if (view.mailbox.oldName && !view.mailbox.newName && !view.address.oldName &&
         view.newAddress == addressOf(newName, domain) && !view.home.newName)
         return RenameState::begun;
     RenameState const state = renameState({view.mailbox, view.address, view.home});
-    bool const told = view.newMailbox == relativeMaildir(domain, oldName) + '/';
-    if (state == RenameState::moved && !told && !(hasRest && hasRest()))
-        return RenameState::taken;
+    auto const isInterrupted = [&] {
+        return view.newMailbox == relativeMaildir(domain, oldName) + '/' ||
+               hasOldAliases(domain, oldName, newName, aliasDomains) || (hasRest && hasRest());
+    };
+    if (state == RenameState::taken || (state == RenameState::moved && !isInterrupted()))
+        refuse(addressOf(newName, domain));
     return state;
 }
 
@@ -157,20 +209,19 @@ void MailnameManager::removeMailname(std::string const& domain, std::string cons
 }
 
 void MailnameManager::renameMailname(std::string const& domain, std::string const& oldName,
-                                     std::string const& newName, HasRest const& hasRest)
+                                     std::string const& newName,
+                                     std::vector<std::string> const& aliasDomains,
+                                     HasRest const& hasRest)
 {
-    RenameState const state = stateOfRename(domain, oldName, newName, hasRest);
-    if (state == RenameState::taken)
-        throw PostfixDatabaseError(addressOf(newName, domain) + " exists already, " +
-                                   addressOf(oldName, domain) + " is not renamed");
-    if (state == RenameState::moved)
-        return;
+    if (stateOfRename(domain, oldName, newName, aliasDomains, hasRest) == RenameState::moved)
+        return renameMailnameOnDomainAliases(aliasDomains, oldName, newName);
+    std::vector<std::string> domains = aliasDomains;
+    domains.push_back(domain);
     ReversibleRename rename(oldName, newName);
     rename.step("Postfix Virtual Mailboxes Database",
                 [&](auto const& from, auto const& to) { renameMailbox(domain, from, to); });
-    rename.step("Postfix Virtual Aliases Database", [&](auto const& from, auto const& to) {
-        replaceAddress(addressOf(from, domain), addressOf(to, domain));
-    });
+    rename.step("Postfix Virtual Aliases Database",
+                [&](auto const& from, auto const& to) { replaceAddresses(domains, from, to); });
     rename.lastStep([&](auto const& from, auto const& to) {
         MaildirManager::getInstance().renameMailnameHome(domain, from, to);
     });
@@ -180,7 +231,15 @@ void MailnameManager::renameMailnameOnDomainAlias(std::string const& aliasDomain
                                                   std::string const& oldName,
                                                   std::string const& newName)
 {
-    replaceAddress(addressOf(oldName, aliasDomain), addressOf(newName, aliasDomain));
+    renameMailnameOnDomainAliases({aliasDomain}, oldName, newName);
+}
+
+void MailnameManager::renameMailnameOnDomainAliases(std::vector<std::string> const& aliasDomains,
+                                                    std::string const& oldName,
+                                                    std::string const& newName)
+{
+    if (!aliasDomains.empty())
+        replaceAddresses(aliasDomains, oldName, newName);
 }
 
 void MailnameManager::createMailAlias(std::string const& domain, std::string const& mailname,

@@ -9,11 +9,16 @@
 //
 // renameMailname looks first: a new name with a mailbox, an address or a home is refused by
 // PostfixDatabaseError before the first step, but for a rename that was interrupted. That one is
-// told by its traces (rename_state.h) and completed.
+// told by its traces (rename_state.h) and completed. Where everything has the new name and neither
+// a trace nor hasRest tells of the old one, the new name counts as taken: a rename back, and one
+// of a mailname that had been renamed before, leave no trace once they are done.
 //
 // Failures: what the maps, the directories and the delivery file raise. Deliberate: alias domains
 // that cannot be read are reported by the query and count as none. Steps done before a failure stay
 // done, except those of renameMailname: see reversible_rename.h.
+//
+// No command calls these; they are for callers to come:
+// MailnameManager::renameMailnameOnDomainAlias.
 
 #ifndef MAILVEK_POSTFIX_DOMAINS_MAILNAME_MANAGER_H
 #define MAILVEK_POSTFIX_DOMAINS_MAILNAME_MANAGER_H
@@ -23,6 +28,7 @@
 
 #include <functional>
 #include <string>
+#include <vector>
 
 namespace orvek::mail::postfix {
 
@@ -41,13 +47,22 @@ public:
     // Whether anything else than records and the home still has the old name.
     using HasRest = std::function<bool()>;
 
-    // Renames within the domain itself. Call renameMailnameOnDomainAlias for each alias domain.
+    // Renames within the domain and within these of its alias domains, whose addresses change in
+    // the same pass over the map as the domain's.
     // When the records and the home have the new name already, this is an interrupted rename if
-    // the mailbox record still tells the old name or hasRest is true.
+    // the mailbox record still tells the old name, an address under an alias domain still has it,
+    // or hasRest is true. The addresses under the alias domains are renamed then.
     static void renameMailname(std::string const& domain, std::string const& oldName,
-                               std::string const& newName, HasRest const& hasRest = {});
+                               std::string const& newName,
+                               std::vector<std::string> const& aliasDomains = {},
+                               HasRest const& hasRest = {});
+    // The addresses under alias domains alone, without a look. The second one does nothing, and
+    // rewrites no map, without alias domains.
     static void renameMailnameOnDomainAlias(std::string const& aliasDomain,
                                             std::string const& oldName, std::string const& newName);
+    static void renameMailnameOnDomainAliases(std::vector<std::string> const& aliasDomains,
+                                              std::string const& oldName,
+                                              std::string const& newName);
 
     static void createMailAlias(std::string const& domain, std::string const& mailname,
                                 std::string const& alias);

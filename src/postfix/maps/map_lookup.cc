@@ -3,6 +3,7 @@
 #include "lib/beneath/entry.h"
 #include "lib/beneath/place.h"
 #include "postfix/maps/change_lock.h"
+#include "postfix/maps/key_bytes.h"
 #include "postfix/maps/map_names.h"
 #include "postfix/maps/map_room.h"
 #include "postfix/maps/record_text.h"
@@ -61,13 +62,16 @@ FoundRecords recordsOf(std::string const& output)
 
 } // namespace
 
-FoundRecords findRecords(std::string const& map, std::vector<std::string> const& keys)
+FoundRecords findRecords(std::string const& map, std::vector<std::string> const& wanted)
 {
-    for (std::string const& key : keys)
+    for (std::string const& key : wanted)
         requireKey(key);
-    if (keys.empty())
+    if (wanted.empty())
         return {};
     ChangeLock const changes(map);
+    std::vector<std::string> const keys = keysToAsk(map, wanted);
+    if (keys.empty())
+        return {};
     MapRoom room(map);
     room.borrow(MapUse::read);
     ToolResult const result =

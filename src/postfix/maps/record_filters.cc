@@ -42,4 +42,12 @@ bool ReplaceElementFilterRef::operator()(std::string& element) const
     return true;
 }
 
+bool ReplaceElementsFilterRef::operator()(std::string& element) const
+{
+    auto const found = replacements->find(element);
+    if (found != replacements->end())
+        element = found->second;
+    return true;
+}
+
 } // namespace orvek::mail::postfix::database

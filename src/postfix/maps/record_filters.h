@@ -32,6 +32,7 @@
 #include <cstddef>
 #include <string>
 #include <string_view>
+#include <unordered_map>
 
 namespace orvek::mail::postfix::database {
 
@@ -56,6 +57,17 @@ struct ReplaceElementFilterRef
 {
     std::string const* from;
     std::string const* to;
+
+    bool operator()(std::string& element) const;
+};
+
+// New strings by the old ones.
+using Replacements = std::unordered_map<std::string, std::string>;
+
+// Replaces an element that equals any of the old strings. A new string is not replaced again.
+struct ReplaceElementsFilterRef
+{
+    Replacements const* replacements;
 
     bool operator()(std::string& element) const;
 };

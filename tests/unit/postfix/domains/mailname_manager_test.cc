@@ -153,11 +153,48 @@ TEST_F(RenamedMailnameOnHost, TakesNoNameThatSomebodyHas)
     EXPECT_TRUE(exists("d.test/a"));
 }
 
+TEST_F(RenamedMailnameOnHost, IsRenamedUnderItsAliasDomainsToo)
+{
+    populate("a", "a", "a");
+    fill(virtual_map, {{"a@d.test", "a@d.test"},
+                       {"a@x.test", "a@d.test"},
+                       {"a@z.test", "a@d.test"},
+                       {"l@e.test", "a@y.test, b@e.test, a@x.test"}});
+    MailnameManager::renameMailname("d.test", "a", "b", {"x.test", "y.test"});
+    EXPECT_EQ(contentOf(virtual_map), (Content{{"b@d.test", "b@d.test"},
+                                               {"b@x.test", "b@d.test"},
+                                               {"a@z.test", "b@d.test"},
+                                               {"l@e.test", "b@y.test, b@e.test, b@x.test"}}));
+}
+
+TEST_F(RenamedMailnameOnHost, IsCompletedUnderItsAliasDomains)
+{
+    populate("b", "b", "b");
+    fill(vmailbox_map, {{"b@d.test", "d.test/long-ago/Maildir/"}});
+    fill(virtual_map, {{"b@d.test", "b@d.test"}, {"a@x.test", "b@d.test"}});
+    EXPECT_EQ(refusal("a", "b"), "b@d.test exists already, a@d.test is not renamed");
+    MailnameManager::renameMailname("d.test", "a", "b", {"x.test"});
+    EXPECT_EQ(contentOf(virtual_map),
+              (Content{{"b@d.test", "b@d.test"}, {"b@x.test", "b@d.test"}}));
+}
+
+TEST_F(RenamedMailnameOnHost, TakesNoAddressThatSomebodyHasUnderAnAliasDomain)
+{
+    populate("a", "a", "a");
+    Content const records = {
+        {"a@d.test", "a@d.test"}, {"a@x.test", "a@d.test"}, {"b@x.test", "c@d.test"}};
+    fill(virtual_map, records);
+    EXPECT_THROW(MailnameManager::renameMailname("d.test", "a", "b", {"w.test", "x.test"}),
+                 PostfixDatabaseError);
+    EXPECT_EQ(contentOf(virtual_map), records);
+    EXPECT_TRUE(exists("d.test/a"));
+}
+
 TEST_F(RenamedMailnameOnHost, IsAskedForWhatElseHasTheOldName)
 {
     populate("a", "a", "a");
     EXPECT_EQ(refusal("c", "a"), "a@d.test exists already, c@d.test is not renamed");
-    MailnameManager::renameMailname("d.test", "c", "a", [] { return true; });
+    MailnameManager::renameMailname("d.test", "c", "a", {}, [] { return true; });
     EXPECT_TRUE(exists("d.test/a"));
 }
 

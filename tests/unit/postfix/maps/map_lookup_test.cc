@@ -43,8 +43,19 @@ TEST_F(MapLookupOnHost, FindsNothingInAMissingMap)
     EXPECT_EQ(findRecords(map, {"a"}), FoundRecords());
 }
 
+TEST_F(MapLookupOnHost, StartsNothingForKeysThatAreNowhereInTheFile)
+{
+    fill("anna one\n");
+    standIn("exec $real \"$@\"");
+
+    EXPECT_EQ(findRecords(map, {"bertha"}), FoundRecords());
+    EXPECT_EQ(findRecords(map, {"annabel", "anna"}), (FoundRecords{{"anna", "one"}}));
+    EXPECT_EQ(journal(), "-q - " + map + "\n");
+}
+
 TEST_F(MapLookupOnHost, RaisesWhatPostmapSays)
 {
+    fill("a one\n");
     standIn("echo 'postmap: fatal: no' >&2; exit 1");
 
     EXPECT_THROW(findRecords(map, {"a"}), PostfixDatabaseError);

@@ -14,6 +14,8 @@ using orvek::mail::postfix::ReplaceDomainPath;
 using orvek::mail::postfix::database::ElementsFilter;
 using orvek::mail::postfix::database::KeyValueFilter;
 using orvek::mail::postfix::database::ReplaceElementFilterRef;
+using orvek::mail::postfix::database::ReplaceElementsFilterRef;
+using orvek::mail::postfix::database::Replacements;
 using orvek::mail::postfix::database::ValueListFilter;
 
 namespace {
@@ -268,4 +270,12 @@ TEST(ReplaceElementFilterRef, ReplacesOnlyAnEqualElementAndKeepsAll)
     EXPECT_EQ(through(filter, "a@d.test"), "longer.name@d.test");
     for (std::string const other : {"", "a@d.tes", "a@d.test/", "aa@d.test", "A@d.test"})
         EXPECT_EQ(through(filter, other), other);
+}
+
+TEST(ReplaceElementsFilterRef, ReplacesEachEqualElementOnce)
+{
+    Replacements const pairs = {{"a@d.test", "b@d.test"}, {"b@d.test", "c@d.test"}, {"d", "e"}};
+    ElementsFilter<ReplaceElementsFilterRef> const filter({&pairs});
+    EXPECT_EQ(through(filter, "a@d.test b@d.test, a@d.test, aa@d.test d"),
+              "b@d.test c@d.test, b@d.test, aa@d.test, e");
 }

@@ -1,0 +1,24 @@
+// key_bytes - tells without postmap that a map has no record of a key
+//
+// An indexed file holds every key as it is, in lower case and in one piece. So a key whose bytes
+// are nowhere in the file has no record. keysToAsk returns those of the keys that may have one, for
+// postmap to tell. The keys must begin alike: the file is read once, for what they begin with.
+//
+// It returns all keys where it cannot tell: for a map of another type, for a file that somebody has
+// locked or that reading would cost more than starting postmap, for keys with bytes above 127 or of
+// a length that might be stored in pieces, and after a failure, which postmap will report. A map
+// without an indexed file has no records. Hold the map's ChangeLock.
+
+#ifndef MAILVEK_POSTFIX_MAPS_KEY_BYTES_H
+#define MAILVEK_POSTFIX_MAPS_KEY_BYTES_H
+
+#include <string>
+#include <vector>
+
+namespace orvek::mail::postfix {
+
+std::vector<std::string> keysToAsk(std::string const& map, std::vector<std::string> const& keys);
+
+} // namespace orvek::mail::postfix
+
+#endif
