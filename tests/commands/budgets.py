@@ -1,14 +1,18 @@
 """What a command costs on a full host, in numbers that do not depend on the machine: 10 alias domains, 1,000
-mailnames, 5 mail aliases of the mailname that is changed, 1,000 handlers.
+mailnames, 5 mail aliases of the mailname that is changed, 1,000 handlers. Init scripts are stand-ins.
 """
+import ast
 import collections
+import json
 import os
 import re
 import shutil
 
+import host_faults
 import mailhost
 from mailhost import MAPS, add_records, auth_sql, done, panel_sql
 from panel import panel_domain, panel_mailname
+from spies import Rule, spy
 
 DOMAIN = "example.com"
 ALIASES = [f"alias{number}.test" for number in range(10)]
@@ -16,13 +20,21 @@ MAIL_ALIASES = [f"anna{number}" for number in range(5)]
 MAILNAMES_TOO = [f"user{number}" for number in range(999)]
 NEW = "new.test"
 STORE = "/usr/local/orv/handlers"
+UPLOAD, KEY = "/tmp/upload", "/tmp/key"
 LOG = "/run/mailvek/system-calls"
-TRACED = "execve,fsync,fdatasync,openat,openat2,open"
+TRACED = "execve,fsync,fdatasync,openat,openat2,open,pwrite64"
 
 
-def full_host():
+def full_host(handlers=True):
     """Makes the host. The tool makes what is changed; the rest is put beside it by hand."""
-    mailhost.start("mariadb")
+    mailhost.start("mariadb", "postfix")
+    host_faults.cover(STORE, "size=256m")  # a directory of an overlay is read slowly
+    for script in ("/etc/init.d/postfix", "/etc/init.d/courier-imap"):
+        spy(script, Rule(exit=0))
+    mailhost.set_postconf(mynetworks="127.0.0.0/8, 192.0.2.0/24")
+    os.makedirs("/etc/orv-spf", exist_ok=True)
+    mailhost.write(UPLOAD, "a letter's attachment\n")
+    mailhost.write(KEY, "a key\n")
     panel_domain(NEW)
     panel_domain(DOMAIN, aliases=ALIASES)
     panel_mailname(f"anna@{DOMAIN}", aliases=MAIL_ALIASES)
@@ -36,7 +48,9 @@ def full_host():
         done("--add-alias", *anna, f"--alias={alias}")
     done("--set-password", *anna, env={"ORV_PASSWORD": "secret"})
     more_mailnames()
-    more_handlers()
+    more_homes()
+    if handlers:
+        more_handlers()
 
 
 def more_mailnames():
@@ -48,6 +62,14 @@ def more_mailnames():
     auth_sql("WITH RECURSIVE number(n) AS (SELECT 0 UNION ALL SELECT n + 1 FROM number WHERE n < 998) "
              "INSERT INTO users (dom_id, name, userPassword) "
              "SELECT domains.id, 'user' || n, 'secret' FROM number, domains")
+
+
+def more_homes():
+    home = f"{mailhost.MAILNAMES}/{DOMAIN}"
+    for name in MAILNAMES_TOO:
+        shutil.copytree(f"{home}/anna", f"{home}/{name}", symlinks=True)
+    owned = mailhost.run("chown", "-R", "popuser:popuser", home)
+    assert owned.status == 0, owned
 
 
 def more_handlers():
@@ -64,20 +86,34 @@ def more_handlers():
         shutil.copy2(f"{active}/anna@{DOMAIN}/{model}", f"{active}/{name}@{DOMAIN}/{copy}")
 
 
-def cost(*arguments, env=None):
-    """What a run of the tool cost: how often each of PATTERNS, and the queries to the panel. Nothing that is 0."""
+def cost(*arguments, env=None, status=0):
+    """What a run of the tool cost: how often each of PATTERNS, commits of the account database, connections and
+    queries to the panel. Nothing that is 0."""
     panel_sql("SET GLOBAL log_output = 'TABLE'; SET GLOBAL general_log = ON; TRUNCATE mysql.general_log")
     ended = mailhost.run(
         "strace", "-f", "--seccomp-bpf", "-y", "-qq", "-s", "4096", "-e", f"trace={TRACED}", "-o", LOG,
         mailhost.TOOL, *arguments, env=mailhost.tool_environment(env, leaks=False))
-    assert ended.status == 0, ended
+    assert ended.status == status, ended
     panel_sql("SET GLOBAL general_log = OFF")
     spent = panel_cost()
     for line in mailhost.read(LOG).splitlines():
         for what, pattern in PATTERNS.items():
             spent[what] += bool(pattern.search(line))
+        spent["commits of accounts"] += ends_commit(line)
     spent["children"] -= 1  # the tool itself
     return {what: count for what, count in sorted(spent.items()) if count}
+
+
+def statements(*arguments, env=None, status=0):
+    """The calls of STATEMENTS that a run of the tool makes. Nothing that is 0."""
+    task, result = "/run/mailvek/gdb-task", "/run/mailvek/gdb-result"
+    mailhost.write(task, json.dumps({"functions": list(STATEMENTS), "result": result}))
+    ended = mailhost.run(
+        "gdb", "-nx", "-batch", "-return-child-result", "-x", mailhost.CHECKOUT / "tests/commands/gdb_counts.py",
+        "--args", mailhost.TOOL, *arguments, env=mailhost.tool_environment(env) | {"GDB_COUNTS": task})
+    assert ended.status == status, ended
+    counts = json.loads(mailhost.read(result))
+    return {what: counts[function] for function, what in STATEMENTS.items() if counts[function]}
 
 
 def panel_cost():
@@ -90,11 +126,22 @@ def panel_cost():
     return collections.Counter({"panel connections": kinds["Connect"], "panel queries": kinds["Query"]})
 
 
+def ends_commit(line):
+    """Whether a system call writes the last frame of a commit into the write-ahead log of the accounts. The
+    frame's header then holds the number of pages, where other frames hold 0."""
+    header = WAL_HEADER.search(line)
+    return header is not None and any(ast.literal_eval(f"b{header[1]}")[4:8])
+
+
+# SQLite's functions. A step starts a statement or fetches another of its rows.
+STATEMENTS = {"sqlite3_prepare_v2": "statements", "sqlite3_step": "steps"}
+WAL_HEADER = re.compile(rf' pwrite64\(\d+<{MAPS}/passwd\.db-wal>, (".*"), 24, \d+\) = 24$')
 MAP = rf"hash:{MAPS}/\w+"
 PATTERNS = {
     "children": re.compile(r" execve\(.* = 0$"),
     "runs of postmap": re.compile(r' execve\("/usr/sbin/postmap".* = 0$'),
     "rewrites": re.compile(r' execve\("/usr/sbin/postmap", \["[^"]*", "[^-"][^"]*"\].* = 0$'),
+    "connections to accounts": re.compile(rf' openat\(.*"/proc/self/fd/\d+", .* = \d+<{MAPS}/passwd\.db>$'),
     "fsyncs of accounts": re.compile(rf" f(data)?sync\(\d+<{MAPS}/passwd\.db[^>]*>\) += 0"),
     "fsyncs of maps": re.compile(rf" f(data)?sync\(\d+<{MAPS}/(?!passwd\.db)[^>]*>\) += 0"),
     "other fsyncs": re.compile(rf" f(data)?sync\(\d+<(?!{MAPS}/)[^>]*>\) += 0"),
