@@ -4,6 +4,8 @@ import re
 from mailhost import HOST, PATH, run
 from spies import Rule, spy
 
+TAKES_LONG = True
+
 LAST_LINE = re.compile(r"^(\d+) of (\d+) steps held$")
 
 

@@ -16,6 +16,8 @@ from panel import (
 )
 from spies import Rule, spy
 
+TAKES_LONG = True
+
 POSTMAP = "/usr/sbin/postmap"
 DOMAIN, ALIAS, NEW = "example.com", "alias.test", "new.test"
 ANNA = f"anna@{DOMAIN}"

@@ -11,6 +11,8 @@ import run  # noqa: E402
 import state  # noqa: E402
 from commands import COMMANDS  # noqa: E402
 
+TAKES_LONG = True
+
 # A prime, so that each command's share has calls and errors of every kind.
 EVERY = 19
 

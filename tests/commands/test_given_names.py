@@ -11,6 +11,8 @@ from mailhost import (
 )
 from panel import add_hook, hooks, panel_domain, panel_mailname
 
+TAKES_LONG = True
+
 TYPED, OLD_TYPED, NEW_TYPED = "müller.test", "älter.test", "köln.test"
 DOMAIN, OLD, NEW = "xn--mller-kva.test", "xn--lter-koa.test", "xn--kln-sna.test"
 ANNA = f"anna@{DOMAIN}"

@@ -15,6 +15,8 @@ from mailnames import (
 )
 from panel import add_hook, hooks, panel_domain_alias, panel_mailname
 
+TAKES_LONG = True
+
 AT = f"--domain-name={DOMAIN}"
 LOG = "/run/mailvek/killed-calls"
 # What makes something or gives it a name, and the end of each child.

@@ -11,6 +11,8 @@ from services import (
 )
 from spies import Rule, calls, spy
 
+TAKES_LONG = True
+
 
 @pytest.fixture(autouse=True)
 def panel():

@@ -3,6 +3,7 @@
 #include "postfix/maps/record_filters.h"
 #include "support/child_run.h"
 #include "support/map_test.h"
+#include "support/sanitized.h"
 #include "util/errors.h"
 
 #include <gtest/gtest.h>
@@ -355,11 +356,10 @@ TEST_F(MapRewriteOnHost, LetsTheDumpEndWhenTheFilterRaises)
 }
 
 // The address sanitizer holds freed memory back for a while.
-#ifdef __SANITIZE_ADDRESS__
-constexpr long lean_kib = 512L * 1024;
-#else
-constexpr long lean_kib = 4096;
-#endif
+long leanKiB()
+{
+    return sanitized() ? 512L * 1024 : 4096;
+}
 
 TEST_F(MapRewriteOnHost, HoldsAMillionRecordsInConstantMemory)
 {
@@ -377,7 +377,7 @@ TEST_F(MapRewriteOnHost, HoldsAMillionRecordsInConstantMemory)
             ++kept;
             return line[7] == '5';
         });
-        std::cout << kept << (peak() - before < lean_kib ? " lean" : " fat");
+        std::cout << kept << (peak() - before < leanKiB() ? " lean" : " fat");
         return 0;
     });
     EXPECT_EQ(child.out, "1000000 lean");
