@@ -43,6 +43,16 @@ install_packages() { # LIST_FILE...
     say "packages installed"
 }
 
+# Copies the files of the checkout into a directory anew, except for the directory's own build. Another
+# user's checkout may be copied.
+copy_tree() { # DIRECTORY
+    mkdir -p "$1"
+    find "$1" -mindepth 1 -maxdepth 1 ! -name build -exec rm -rf {} +
+    git -c safe.directory='*' ls-files -z --cached --others --exclude-standard |
+        while IFS= read -r -d '' file; do [ ! -e "$file" ] || printf '%s\0' "$file"; done |
+        tar --null --files-from - -c | tar -x --no-same-owner -C "$1"
+}
+
 # A compiler cache, where there is one, serves every checkout and the precompiled headers of the tests.
 export CCACHE_BASEDIR=$PWD CCACHE_NOHASHDIR=1 CCACHE_SLOPPINESS=pch_defines,time_macros
 
