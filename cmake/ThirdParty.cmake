@@ -13,6 +13,18 @@ find_package(PkgConfig REQUIRED)
 pkg_check_modules(LIBIDN REQUIRED IMPORTED_TARGET libidn)
 pkg_check_modules(MARIADB REQUIRED libmariadb)
 
+# What a static OpenSSL itself wants to be linked with differs between its builds: its own description
+# tells, for example libzstd.
+if(MAILVEK_ALL_STATIC)
+  pkg_check_modules(LIBCRYPTO REQUIRED libcrypto)
+  set(wanted ${LIBCRYPTO_STATIC_LIBRARIES})
+  list(REMOVE_ITEM wanted crypto ${CMAKE_DL_LIBS})
+  foreach(name ${wanted})
+    find_library(OPENSSL_WANTS_${name} lib${name}.a REQUIRED)
+    target_link_libraries(OpenSSL::Crypto INTERFACE ${OPENSSL_WANTS_${name}})
+  endforeach()
+endif()
+
 set(libidn PkgConfig::LIBIDN)
 if(MAILVEK_ALL_STATIC)
   find_library(LIBIDN_ARCHIVE libidn.a REQUIRED)
