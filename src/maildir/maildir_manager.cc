@@ -66,8 +66,7 @@ path domainRoot(std::string const& domain)
 
 [[noreturn]] void raiseOfLibrary(std::string const& step, path const& directory)
 {
-    throw boost::filesystem::filesystem_error("boost::filesystem::" + step, directory,
-                                              systemError(errno));
+    throw LibraryError("boost::filesystem::" + step, directory, systemError(errno));
 }
 
 // Raises when the directory could not be made or opened. Another kind of file in its place gives
@@ -115,8 +114,7 @@ OpenDescriptor openRootFor(path const& from, path const& to)
 {
     OpenDescriptor root = open_mail_root();
     if (root.get() < 0)
-        throw boost::filesystem::filesystem_error("boost::filesystem::rename", from, to,
-                                                  systemError(errno));
+        throw LibraryError("boost::filesystem::rename", from, to, systemError(errno));
     return OpenDescriptor(root.release());
 }
 
@@ -124,8 +122,8 @@ void renameDirectory(path const& from, path const& to)
 {
     OpenDescriptor const root = openRootFor(mailRoot() / from, mailRoot() / to);
     if (rename_beneath(root.get(), from.c_str(), root.get(), to.c_str()) != 0)
-        throw boost::filesystem::filesystem_error("boost::filesystem::rename", mailRoot() / from,
-                                                  mailRoot() / to, systemError(errno));
+        throw LibraryError("boost::filesystem::rename", mailRoot() / from, mailRoot() / to,
+                           systemError(errno));
 }
 
 bool isThere(path const& beneath)
@@ -176,8 +174,7 @@ bool backupBeneath(int dir, path const& beneath, path const& source, path& targe
     target = source.native() + suffix;
     auto const added = renameAside(dir, beneath.native(), beneath.native() + suffix);
     if (!added)
-        throw boost::filesystem::filesystem_error("boost::filesystem::rename", source, target,
-                                                  systemError(errno));
+        throw LibraryError("boost::filesystem::rename", source, target, systemError(errno));
     target += *added;
     return true;
 }

@@ -48,6 +48,33 @@ void throwSystemError(std::string const& message, int code)
 
 } // namespace orvek
 
+namespace orvek::mail {
+
+using boost::filesystem::path;
+
+LibraryError::LibraryError(std::string const& operation, path const& from, path const& to,
+                           boost::system::error_code code)
+    : filesystem_error(operation, from, to, code), full_text(operation + ": " + code.message())
+{
+    if (!from.empty())
+        full_text += ": \"" + from.string() + "\"";
+    if (!to.empty())
+        full_text += ", \"" + to.string() + "\"";
+}
+
+LibraryError::LibraryError(std::string const& operation, path const& where,
+                           boost::system::error_code code)
+    : LibraryError(operation, where, path(), code)
+{
+}
+
+char const* LibraryError::what() const noexcept
+{
+    return full_text.c_str();
+}
+
+} // namespace orvek::mail
+
 namespace orvek::mail::postfix {
 
 char const doubleErrorHead[] = "CRITICAL ERROR: Unable to properly restore ";

@@ -60,11 +60,28 @@ public:
 
 namespace orvek::mail {
 
-// A failed step on the file system; the texts and paths are those of the base class.
-class FSError : public boost::filesystem::filesystem_error
+// A failed operation of the file-system library. The text is the operation, the text of the error
+// and the paths in quotes, with every version of the library: some add the number of the error.
+class LibraryError : public boost::filesystem::filesystem_error
 {
 public:
-    using boost::filesystem::filesystem_error::filesystem_error;
+    // An empty path is left out of the text.
+    LibraryError(std::string const& operation, boost::filesystem::path const& from,
+                 boost::filesystem::path const& to, boost::system::error_code code);
+    LibraryError(std::string const& operation, boost::filesystem::path const& where,
+                 boost::system::error_code code);
+    char const* what() const noexcept override;
+
+private:
+    std::string full_text;
+};
+
+// A failed step on the file system that the tool takes itself; paths and text are those of the base
+// class.
+class FSError : public LibraryError
+{
+public:
+    using LibraryError::LibraryError;
 };
 
 } // namespace orvek::mail

@@ -117,6 +117,14 @@ TEST(FSError, IsTheFilesystemLibrarysErrorWithItsPathsAndText)
     }
 }
 
+TEST(FSError, LeavesEmptyPathsOutOfItsText)
+{
+    boost::system::error_code const code(EINVAL, boost::system::system_category());
+    EXPECT_STREQ(orvek::mail::FSError("chmod", "", code).what(), "chmod: Invalid argument");
+    EXPECT_STREQ(orvek::mail::FSError("chmod", "/at", code).what(),
+                 "chmod: Invalid argument: \"/at\"");
+}
+
 TEST(DoubleError, HasAHeadAndTailAroundTheLostName)
 {
     using namespace orvek::mail::postfix;
