@@ -231,12 +231,8 @@ int walk_tree(int dir, char const* name, TreeSteps const& steps, TreeTop top, Tr
 int remove_tree_beneath(int dir, char const* path, TreeTop top)
 {
     int const before = errno;
-    TreeSteps const steps = {
-        [](int at, char const* name, mode_t) { return remove_entry(at, name); },
-        [](int at, char const* name, int) { return remove_emptied(at, name); },
-    };
     TreeTrouble trouble = {};
-    int const result = walk_tree(dir, path, steps, top, trouble);
+    int const result = walk_tree(dir, path, removal(), top, trouble);
     bool const is_missing =
         result != 0 && trouble.where <= TreeTrouble::open && trouble.name == path && vanished();
     if (result != 0 && !is_missing)

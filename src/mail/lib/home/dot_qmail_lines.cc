@@ -178,38 +178,38 @@ int DotQmail::remove_line(char const* line) const
     });
 }
 
-OpenDescriptor DotQmail::open_for_reset(bool& is_new) const
+// Keeps errno when the file is missing, since that is not a failure.
+bool DotQmail::may_replace(Rights& rights) const
 {
-    is_new = false;
-    if (home.error != 0) {
-        errno = home.error;
-        return OpenDescriptor(-1);
-    }
     int const before = errno;
-    OpenDescriptor there = open_file_beneath(home.directory.get(), home.name, O_WRONLY | O_TRUNC,
-                                             largest_delivery_file);
-    if (there.get() >= 0 || errno != ENOENT)
-        return OpenDescriptor(there.release());
+    errno = home.error;
+    OpenDescriptor const there =
+        home.error != 0 ? OpenDescriptor(-1)
+                        : take_file_beneath(home.directory.get(), home.name, largest_delivery_file);
+    struct stat old = {};
+    if (there.get() < 0 && (home.error != 0 || errno != ENOENT))
+        return false;
+    if (there.get() >= 0 && fstat(there.get(), &old) != 0)
+        return false;
+    if (there.get() >= 0)
+        rights = {old.st_uid, old.st_gid, old.st_mode & mode_bits};
     errno = before;
-    is_new = true;
-    // A new file is root's alone, even if its rights cannot be set later.
-    return make_file_beneath(home.directory.get(), home.name, delivery_mode);
+    return true;
 }
 
 int DotQmail::reset_to(char const* line) const
 {
-    bool is_new = false;
-    OpenFile stream = stream_of(open_for_reset(is_new), "w");
-    if (!stream)
+    // A new file is root's alone, even if its rights cannot be set later.
+    Rights rights = mode_only(delivery_mode);
+    if (!may_replace(rights))
         return failure(-1, "Unable to open %s: %s", file, strerror(errno));
-    if (fputs(line, stream.get()) >= 0 && fputc('\n', stream.get()) != EOF &&
-        fclose(stream.release()) == 0)
-        return 0;
-    if (is_new) {
-        ErrnoKeeper const keeper;
-        static_cast<void>(remove_file_beneath(home.directory.get(), home.name));
-    }
-    return failure(-1, "Unable to write to %s: %s", file, strerror(errno));
+    TemporaryFile beside(home.directory.get(), home.name, delivery_mode);
+    if (beside.get() < 0)
+        return failure(-1, "Unable to open %s: %s", file, strerror(errno));
+    if (dprintf(beside.get(), "%s\n", line) < 0 || set_rights(beside.get(), rights) != 0 ||
+        beside.replace() != 0)
+        return failure(-1, "Unable to write to %s: %s", file, strerror(errno));
+    return 0;
 }
 
 int DotQmail::set_rights_of_mail_user() const

@@ -12,6 +12,7 @@
 #ifndef MAILVEK_MAIL_LIB_HOME_DOT_QMAIL_LINES_H
 #define MAILVEK_MAIL_LIB_HOME_DOT_QMAIL_LINES_H
 
+#include "lib/beneath/rights.h"
 #include "lib/report/owned.h"
 
 class DotQmail
@@ -30,8 +31,8 @@ public:
     // Removes all lines equal to this one. 0 or 1; a missing file gives 1 without a report.
     [[nodiscard]] int remove_line(char const* line) const;
 
-    // Replaces the whole file by one line. When that fails, a file that was made for it is removed,
-    // and one that was there stays, emptied. 0 or -1.
+    // Replaces the whole file by one line, which is written beside it and renamed over it. When
+    // that fails, the file stays as it was. 0 or -1.
     [[nodiscard]] int reset_to(char const* line) const;
 
     // Gives the file to popuser, with mode 0600. 0 or -1.
@@ -53,7 +54,7 @@ private:
     int look_at(struct stat& info, bool& exists) const;
     int append(char const* line) const;
     int rewrite_without(char const* line, struct stat const& old) const;
-    OpenDescriptor open_for_reset(bool& is_new) const;
+    bool may_replace(Rights& rights) const;
 
     char const* const file;
     Home const home;

@@ -23,7 +23,7 @@
 [[nodiscard]] int dotqmail_add_delivery(char const* file);
 // A missing file is a failure; a missing line is not.
 [[nodiscard]] int dotqmail_remove_delivery(char const* file);
-// Replaces the whole file. When that fails, a file that was there stays and is empty.
+// Replaces the whole file. When that fails, the file stays as it was.
 [[nodiscard]] int dotqmail_reset(char const* file);
 
 // The same for a mailname's delivery file.

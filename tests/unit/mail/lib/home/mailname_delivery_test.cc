@@ -174,25 +174,42 @@ TEST_F(MailnameDeliveryOnHost, SaysThatAFileCannotBeOpenedForAReset)
               withErrno("Unable to open " + file + ": Is a directory", EISDIR));
 }
 
-TEST_F(MailnameDeliveryOnHost, RemovesAFileThatCannotBeWrittenTo)
+TEST_F(MailnameDeliveryOnHost, LeavesNothingWhenWritingANewFileFails)
 {
     ASSERT_EQ(system(("mount -t tmpfs -o size=4096 tmpfs " + home).c_str()), 0);
     writeFile(home + "/full", std::string(4096, 'x'));
     EXPECT_EQ(failureOf([&] { return reset(); }),
               withErrno("Unable to write to " + file + ": No space left on device", ENOSPC));
-    EXPECT_EQ(rightsOf(file), "missing");
+    EXPECT_EQ(rightsBelow(home).size(), 1U);
     EXPECT_EQ(system(("umount " + home).c_str()), 0);
 }
 
 TEST_F(MailnameDeliveryOnHost, KeepsAFileThatWasThereWhenWritingFails)
 {
-    ASSERT_EQ(system(("mount -t tmpfs -o size=4096 tmpfs " + home).c_str()), 0);
-    writeFile(file, "");
+    ASSERT_EQ(system(("mount -t tmpfs -o size=8192 tmpfs " + home).c_str()), 0);
+    writeFile(file, "&a@example.net\n");
+    std::string const before = rightsOf(file);
     writeFile(home + "/full", std::string(4096, 'x'));
     EXPECT_EQ(failureOf([&] { return reset(); }),
               withErrno("Unable to write to " + file + ": No space left on device", ENOSPC));
-    EXPECT_EQ(readFile(file), "");
+    EXPECT_EQ(readFile(file), "&a@example.net\n");
+    EXPECT_EQ(rightsOf(file), before);
+    EXPECT_EQ(rightsBelow(home).size(), 2U);
     EXPECT_EQ(system(("umount " + home).c_str()), 0);
+}
+
+TEST_F(MailnameDeliveryOnHost, KeepsAFileThatWasThereWhenReplacingFails)
+{
+    writeFile(file, "&a@example.net\n");
+    for (long const call : {SYS_fchownat, SYS_renameat}) {
+        EXPECT_EQ(failureOf([&] {
+                      failSystemCall(call, EPERM);
+                      return reset();
+                  }),
+                  withErrno("Unable to write to " + file + ": Operation not permitted", EPERM));
+        EXPECT_EQ(readFile(file), "&a@example.net\n");
+        EXPECT_EQ(rightsBelow(home).size(), 1U);
+    }
 }
 
 TEST_F(MailnameDeliveryOnHost, TellsWhyWritingFailedThoughRemovalFailsToo)
@@ -204,7 +221,7 @@ TEST_F(MailnameDeliveryOnHost, TellsWhyWritingFailedThoughRemovalFailsToo)
                   return reset();
               }),
               withErrno("Unable to write to " + file + ": No space left on device", ENOSPC));
-    EXPECT_EQ(readFile(file), "");
+    EXPECT_EQ(rightsOf(file), "missing");
     EXPECT_EQ(system(("umount " + home).c_str()), 0);
 }
 
