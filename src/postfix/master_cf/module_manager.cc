@@ -12,6 +12,7 @@
 #include "util/retry_on_signal.h"
 #include "util/tmp_file.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <iostream>
 #include <stdexcept>
@@ -25,10 +26,13 @@ namespace orvek::mail::postfix {
 
 namespace {
 
-// The parking file lies in a directory of the user postfix, who may put any file there.
-bool isRootsAlone(struct stat const& info)
+constexpr mode_t stored_mode = 0644;
+
+// The parking file lies in a directory of the user postfix, who may put any file there, and rename
+// another one of root's. So it must look exactly as it was stored.
+bool isAsStored(struct stat const& info)
 {
-    return info.st_uid == 0 && (info.st_mode & (S_IWGRP | S_IWOTH)) == 0;
+    return info.st_uid == 0 && (info.st_mode & 07777) == stored_mode;
 }
 
 constexpr off_t largest_parking_file = off_t(64) << 20;
@@ -62,7 +66,7 @@ bool parkingCounts()
             throw SystemError(parking_file, errno);
         return false;
     }
-    if (S_ISREG(info.st_mode) && isRootsAlone(info))
+    if (S_ISREG(info.st_mode) && isAsStored(info))
         return true;
     std::clog << parking_file << " is not root's own and does not count" << std::endl;
     return false;
@@ -80,7 +84,7 @@ public:
             [&] { return path == parking_file ? openParked() : openMasterCf(path); }));
         struct stat info = {};
         if (file.get() < 0 || fstat(file.get(), &info) != 0 || !S_ISREG(info.st_mode) ||
-            (path == parking_file && !isRootsAlone(info)))
+            (path == parking_file && !isAsStored(info)))
             return;
         size = static_cast<size_t>(info.st_size);
         memory = mmap(nullptr, size, PROT_READ, MAP_PRIVATE, file.get(), 0);
@@ -121,7 +125,7 @@ std::string writeBeside(std::string const& path, MasterCfContent const& content)
         out << line << std::endl;
     std::string written = out.path();
     // By the descriptor: the user postfix may rename the files beside the parking file.
-    if (fchmod(out.descriptor(), 0644) != 0) {
+    if (fchmod(out.descriptor(), stored_mode) != 0) {
         int const code = errno;
         throw FSError("chmod", written, errorOf(code));
     }
@@ -268,7 +272,9 @@ void ModuleManager::loadMasterCf(std::string const& path, MasterCfContent& conte
     MappedFile const file(path);
     if (!file)
         throw PostfixConfigurationError("unable to open " + path);
-    if (!MasterCfParser(content).parse(file.begin(), file.end()))
+    // A map of root's has such bytes, and lines of others between them.
+    bool const is_text = std::find(file.begin(), file.end(), '\0') == file.end();
+    if (!is_text || !MasterCfParser(content).parse(file.begin(), file.end()))
         throw PostfixConfigurationError("unable to parse " + path);
 }
 

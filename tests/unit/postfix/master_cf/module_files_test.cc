@@ -122,9 +122,10 @@ TEST_F(ModuleFilesOnHost, CountNoParkingFileOfAnybodyElse)
     std::string const file = "P=" + parking + "; ";
     writeFile(parking, "smtps inet n - n - - smtpd\n");
     EXPECT_EQ(parked(), "1");
-    for (std::string const change : {"chown postfix $P", "chown root $P && chmod 664 $P",
-                                     "chmod 646 $P", "chmod 644 $P && mv $P $P.x && ln -s $P.x $P",
-                                     "rm $P $P.x && mkfifo $P", "rm $P && mkdir $P"}) {
+    for (std::string const change :
+         {"chown postfix $P", "chown root $P && chmod 664 $P", "chown root $P && chmod 600 $P",
+          "chmod 646 $P", "chmod 644 $P && mv $P $P.x && ln -s $P.x $P", "rm $P $P.x && mkfifo $P",
+          "rm $P && mkdir $P"}) {
         shellRun(file + change);
         EXPECT_EQ(parked(), "0") << change;
     }

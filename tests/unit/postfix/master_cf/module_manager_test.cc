@@ -83,6 +83,10 @@ TEST_F(ModuleManagerOnHost, RefusesFilesThatCannotBeRead)
     writeFile(parking, "x");
     EXPECT_EQ(loaded([](ModuleManager&) {}),
               "!PostfixConfigurationError: unable to parse " + parking);
+    writeFile(parking, std::string("#\0\n", 3) + submission_text + "\n");
+    EXPECT_EQ(loaded([](ModuleManager&) {}),
+              "!PostfixConfigurationError: unable to parse " + parking)
+        << "a map of root's";
     writeFile(master_cf, "Smtp inet n - n - - smtpd\n"); // to which postconf has no objection
     EXPECT_EQ(loaded([](ModuleManager&) {}),
               "!PostfixConfigurationError: unable to parse " + master_cf);
