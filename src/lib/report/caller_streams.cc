@@ -4,8 +4,10 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <chrono>
 #include <climits>
 #include <csignal>
+#include <cstdint>
 #include <cstdio>
 #include <iostream>
 
@@ -91,10 +93,14 @@ ssize_t write_at_once(int descriptor, std::string_view text)
     return -1;
 }
 
-[[nodiscard]] bool wait_for_room(int descriptor, int patience)
+[[nodiscard]] bool wait_for_room(int descriptor, Patience& patience)
 {
+    using Clock = std::chrono::steady_clock;
     pollfd room = {descriptor, POLLOUT, 0};
-    int const ready = poll(&room, 1, patience);
+    auto const began = Clock::now();
+    int const ready = poll(&room, 1, std::min(patience.once, patience.in_all));
+    auto const waited = std::chrono::ceil<std::chrono::milliseconds>(Clock::now() - began);
+    patience.in_all -= static_cast<int>(std::min<std::int64_t>(waited.count(), patience.in_all));
     if (ready == 0)
         errno = ETIMEDOUT;
     return ready > 0 || (ready < 0 && errno == EINTR);
@@ -105,11 +111,11 @@ ssize_t write_at_once(int descriptor, std::string_view text)
 struct CallerStream
 {
     int descriptor;
-    int patience;
     bool is_dropped;
 };
 
-CallerStream streams[] = {{STDOUT_FILENO, 0, false}, {STDERR_FILENO, 0, false}};
+CallerStream streams[] = {{STDOUT_FILENO, false}, {STDERR_FILENO, false}};
+Patience patience_with_reader = {};
 
 bool lead_to_the_same(int one, int other)
 {
@@ -133,7 +139,7 @@ ssize_t write_stream(void* cookie, char const* text, size_t size)
     if (stream.is_dropped)
         return all;
     int const saved = errno;
-    ssize_t const written = write_patiently(stream.descriptor, {text, size}, stream.patience);
+    ssize_t const written = write_patiently(stream.descriptor, {text, size}, patience_with_reader);
     if (written == all || errno != ETIMEDOUT)
         return written;
     drop_what_leads_to(stream.descriptor);
@@ -160,7 +166,7 @@ FILE* replacement(CallerStream& stream)
 
 } // namespace
 
-ssize_t write_patiently(int descriptor, std::string_view text, int patience)
+ssize_t write_patiently(int descriptor, std::string_view text, Patience& patience)
 {
     int const saved = errno;
     std::size_t written = 0;
@@ -176,11 +182,10 @@ ssize_t write_patiently(int descriptor, std::string_view text, int patience)
     return static_cast<ssize_t>(written);
 }
 
-void use_caller_streams(int patience)
+void use_caller_streams(Patience patience)
 {
     ErrnoKeeper const keeper;
-    for (CallerStream& stream : streams)
-        stream.patience = patience;
+    patience_with_reader = patience;
     // The buffers are never destroyed, because destructors of static objects print.
     if (FILE* const out = replacement(streams[0])) {
         stdout = out;

@@ -8,6 +8,7 @@
 
 #include <gtest/gtest.h>
 
+#include <climits>
 #include <csignal>
 #include <cstring>
 #include <iostream>
@@ -22,7 +23,8 @@
 
 namespace {
 
-constexpr int for_ever = -1;
+constexpr Patience for_ever = {INT_MAX, INT_MAX};
+constexpr Patience none = {0, 0};
 
 struct Ends
 {
@@ -67,6 +69,13 @@ void fill(int descriptor)
     fcntl(descriptor, F_SETFL, flags);
 }
 
+// Without patience.
+ssize_t written(int descriptor)
+{
+    Patience patience = none;
+    return write_patiently(descriptor, "text", patience);
+}
+
 std::string contents(int reading)
 {
     std::string text;
@@ -106,7 +115,7 @@ bool endsUnread(int out, int err, std::function<void()> const& code)
         alarm(60);
         dup2(out, STDOUT_FILENO);
         dup2(err, STDERR_FILENO);
-        use_caller_streams(0);
+        use_caller_streams(none);
         code();
         return 0;
     });
@@ -157,6 +166,27 @@ TEST(CallerStreams, WaitsForNobodyBeyondItsPatience)
     }
 }
 
+TEST(CallerStreams, TakesEachWaitOffThePatienceInAll)
+{
+    Ends const ends = pipeEnds();
+    fill(ends.writing);
+    Patience patience = {5, 1000};
+    EXPECT_EQ(write_patiently(ends.writing, "text", patience), 0);
+    EXPECT_LE(patience.in_all, 995);
+    patience = {INT_MAX, 5};
+    EXPECT_EQ(write_patiently(ends.writing, "text", patience), 0);
+    EXPECT_EQ(patience.in_all, 0);
+    EXPECT_EQ(write_patiently(ends.writing, "text", patience), 0);
+    EXPECT_EQ(errno, ETIMEDOUT);
+}
+
+TEST(CallerStreams, NeedsNoPatienceWithAReaderWhoKeepsUp)
+{
+    Ends const ends = pipeEnds();
+    EXPECT_EQ(written(ends.writing), 4);
+    EXPECT_EQ(written(ends.writing), 4);
+}
+
 TEST(CallerStreams, DropsNothingWithoutASign)
 {
     Ends const ends = pipeEnds();
@@ -196,10 +226,10 @@ TEST(CallerStreams, GivesUpNoStreamThatIsRead)
 TEST(CallerStreams, LeavesTheCallersDescriptorAsItWas)
 {
     Ends const ends = pipeEnds();
-    EXPECT_EQ(write_patiently(ends.writing, "text", 0), 4);
+    EXPECT_EQ(written(ends.writing), 4);
     EXPECT_EQ(fcntl(ends.writing, F_GETFL), O_WRONLY);
     fill(ends.writing);
-    EXPECT_EQ(write_patiently(ends.writing, "text", 0), 0);
+    EXPECT_EQ(written(ends.writing), 0);
     EXPECT_EQ(errno, ETIMEDOUT);
     EXPECT_EQ(fcntl(ends.writing, F_GETFL), O_WRONLY);
 }
@@ -210,7 +240,7 @@ TEST(CallerStreams, KeepsErrnoOfAWholeText)
         errno = ENOENT;
         Ends const ends = make();
         errno = ENOENT;
-        EXPECT_EQ(write_patiently(ends.writing, "text", 0), 4);
+        EXPECT_EQ(written(ends.writing), 4);
         EXPECT_EQ(errno, ENOENT);
     }
 }
@@ -218,7 +248,7 @@ TEST(CallerStreams, KeepsErrnoOfAWholeText)
 TEST(CallerStreams, WritesOnlyWhereTheCallerMayWrite)
 {
     Ends const ends = pipeEnds();
-    EXPECT_EQ(write_patiently(ends.reading, "text", 0), 0);
+    EXPECT_EQ(written(ends.reading), 0);
     EXPECT_EQ(errno, EBADF);
     close(ends.writing);
     EXPECT_EQ(contents(ends.reading), "");
@@ -235,10 +265,10 @@ TEST(CallerStreams, EndsByTheSignalOfAPipeWithoutReader)
     Ends const ends = pipeEnds();
     close(ends.reading);
     for (int const descriptor : {writing, ends.writing}) {
-        auto const run = inChild([=] { return int(write_patiently(descriptor, "text", 0)); });
+        auto const run = inChild([=] { return int(written(descriptor)); });
         EXPECT_EQ(run.signal, SIGPIPE);
         signal(SIGPIPE, SIG_IGN);
-        EXPECT_EQ(write_patiently(descriptor, "text", 0), 0);
+        EXPECT_EQ(written(descriptor), 0);
         EXPECT_EQ(errno, EPIPE);
         signal(SIGPIPE, SIG_DFL);
     }
@@ -248,7 +278,7 @@ TEST(CallerStreams, WritesIntoAFileAsBefore)
 {
     auto const run = printedBy([] {
         FILE* const before = stdout;
-        use_caller_streams(0);
+        use_caller_streams(none);
         if (stdout != before)
             abort();
         std::cout << "text";
@@ -262,13 +292,13 @@ TEST(CallerStreams, WritesIntoTheDevicesOfMemoryAsBefore)
         auto const run = inChild([=] {
             dup2(open(name, O_WRONLY), STDOUT_FILENO);
             FILE* const before = stdout;
-            use_caller_streams(0);
+            use_caller_streams(none);
             return stdout == before ? 0 : 1;
         });
         EXPECT_EQ(run.status, 0) << name;
     }
-    EXPECT_EQ(write_patiently(open("/dev/null", O_WRONLY | O_CLOEXEC), "text", 0), 4);
-    EXPECT_EQ(write_patiently(open("/dev/full", O_WRONLY | O_CLOEXEC), "text", 0), 0);
+    EXPECT_EQ(written(open("/dev/null", O_WRONLY | O_CLOEXEC)), 4);
+    EXPECT_EQ(written(open("/dev/full", O_WRONLY | O_CLOEXEC)), 0);
     EXPECT_EQ(errno, ENOSPC);
 }
 
@@ -278,7 +308,7 @@ TEST(CallerStreams, WritesIntoAFileThatTakesAPipesPlace)
     auto const run = inChild([=] {
         int const file = dup(STDOUT_FILENO);
         dup2(ends.writing, STDOUT_FILENO);
-        use_caller_streams(0);
+        use_caller_streams(none);
         dup2(file, STDOUT_FILENO);
         std::cout << "text";
         return 0;
