@@ -124,11 +124,13 @@ int DotQmail::append(char const* line) const
     return 0;
 }
 
-int DotQmail::rewrite_without(char const* line, struct stat const& old) const
+int DotQmail::rewrite_without(char const* line) const
 {
     int const dir = home.directory.get();
     OpenFile from = read_file_beneath(dir, home.name, largest_delivery_file);
-    if (!from)
+    // Owner and mode are those of the file that is copied, whatever has its name by now.
+    struct stat old = {};
+    if (!from || fstat(fileno(from.get()), &old) != 0)
         return open_failure(file);
     TemporaryFile temporary(dir, home.name, ".tmp", old.st_mode & mode_bits);
     if (temporary.get() < 0)
@@ -171,7 +173,7 @@ int DotQmail::remove_line(char const* line) const
         if (look_at(info, exists) != 0)
             return 1;
         if (exists)
-            return rewrite_without(line, info);
+            return rewrite_without(line);
         // Deliberate: no report. Callers remove a line from a file that need not exist.
         errno = ENOENT;
         return 1;

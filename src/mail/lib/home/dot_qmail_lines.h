@@ -53,7 +53,7 @@ private:
     int under_lock(Change change) const;
     int look_at(struct stat& info, bool& exists) const;
     int append(char const* line) const;
-    int rewrite_without(char const* line, struct stat const& old) const;
+    int rewrite_without(char const* line) const;
     bool may_replace(Rights& rights) const;
 
     char const* const file;
