@@ -62,26 +62,25 @@ def lay():
         make()
         save()
         return
-    for tree in TREES:
-        run("rm", "-rf", tree)
-        run("cp", "-a", "--no-target-directory", SAVED / tree.replace("/", "%"), tree)
+    restore(TREES)
     mailhost.panel_sql("".join(_panel_statements))
 
 
 def lay_again():
     """Restores the trees to their first state. The panel's tables and the services stay."""
-    for tree in TREES:
-        if tree != "/etc/init.d":
-            run("rm", "-rf", tree)
-            run("cp", "-a", "--no-target-directory", SAVED / tree.replace("/", "%"), tree)
-    run("rm", "-rf", "/etc/planted", f"{CRON}/planted")
+    restore([tree for tree in TREES if tree != "/etc/init.d"])
+
+
+def restore(trees):
+    run("rm", "-rf", *trees, "/etc/planted", f"{CRON}/planted")
+    ended = run("cp", "-a", "--parents", "-t", "/", *(tree.lstrip("/") for tree in trees), cwd=SAVED)
+    assert ended.status == 0, ended
 
 
 def save():
     SAVED.mkdir(parents=True)
-    for tree in TREES:
-        ended = run("cp", "-a", "--no-target-directory", tree, SAVED / tree.replace("/", "%"))
-        assert ended.status == 0, ended
+    ended = run("cp", "-a", "--parents", "-t", SAVED, *TREES)
+    assert ended.status == 0, ended
     ended = run("mariadb-dump", "--no-create-info", "--compact", "orv")
     assert ended.status == 0, ended
     _panel_statements[:] = ["SET FOREIGN_KEY_CHECKS=0;", ended.out]
@@ -120,12 +119,13 @@ def make():
 
 
 SUBMISSION = "submission inet n - y - - smtpd\n"
+SMTPS = "smtps inet n - y - - smtpd\n"
 
 
 def services():
-    """master.cf with a service that the tool parks, and without the one whose type it does not know."""
+    """master.cf with services that the tool starts and parks, and without the one whose type it does not know."""
     lines = mailhost.read("/etc/postfix/master.cf").splitlines(True)
-    write("/etc/postfix/master.cf", SUBMISSION + "".join(line for line in lines if not line.startswith("postlog")))
+    write("/etc/postfix/master.cf", SUBMISSION + SMTPS + "".join(line for line in lines if not line.startswith("postlog")))
 
 
 def canaries():
@@ -183,13 +183,24 @@ def is_file(path):
     return False
 
 
+_listed = {}
+
+
+def listed(name):
+    """What postmap prints for all records of a map. It runs once for each state of the map's file."""
+    digest = hashlib.sha256(pathlib.Path(f"{MAPS}/{name}.db").read_bytes()).digest()
+    if (name, digest) not in _listed:
+        _listed[name, digest] = run(REAL / "usr/sbin/postmap", "-s", f"hash:{MAPS}/{name}")
+    return _listed[name, digest]
+
+
 def records_of_others(mine):
     """The records and accounts that belong to none of the attacker's domains."""
     found = {}
     for name in ("virtual", "virtual_domains", "vmailbox", "aliases", "blacklists", "poplock"):
         if not is_file(f"{MAPS}/{name}.db"):
             continue
-        ended = run(REAL / "usr/sbin/postmap", "-s", f"hash:{MAPS}/{name}")
+        ended = listed(name)
         if ended.status != 0 or ended.err:
             found[f"{name}: damaged"] = ended.err
         for line in ended.out.split("\n"):

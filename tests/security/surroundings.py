@@ -18,7 +18,7 @@ COMMANDS = {
                     "--context=test", "--priority=20"),
     "update-spf": ("--update-spf", "--spf-behavior=2", "--spf-rules=v=spf1", "--spf-exp=why"),
     "set-mail-params": ("--set-mail-params", "--relayclient", "--smtpauth"),
-    "stop-submission": ("--stop-service", "--mail-component=submission"),
+    "stop-smtps": ("--stop-service", "--mail-component=smtps"),
     "start-submission": ("--start-service", "--mail-component=submission"),
     "add-domain-alias": ("--add-domain-alias", AT, f"--domain-alias-name={NEW}", "--set-reject"),
     "set-bounce": ("--set-bounce", AT, "--phrase=No such user"),

@@ -42,7 +42,7 @@ def attackers_user():
 
 
 WRAPPED = ("add-redirect", "add-mailname", "rename-mailname", "add-alias", "set-password", "add-handler", "update-spf",
-           "set-mail-params", "stop-submission", "add-domain-alias", "set-bounce", "domain-quota")
+           "set-mail-params", "stop-smtps", "add-domain-alias", "set-bounce", "domain-quota")
 
 
 @pytest.mark.parametrize("command", WRAPPED)
