@@ -194,6 +194,7 @@ set(MAILVEK_WRAPPED_room_postfix_maps
   mmap
   nanosleep
   sendfile
+  setns
   unshare)
 
 set(MAILVEK_WRAPPED_room_postfix_master_cf

@@ -5,6 +5,7 @@
 #include "mail/lib/accounts/mail_auth_style.h"
 #include "mail/lib/aliases/panel_names.h"
 #include "mail/lib/handlers/handler_parameters.h"
+#include "postfix/maps/room.h"
 
 namespace orvek::mail::postfix::mailvek_commands {
 
@@ -34,6 +35,7 @@ int do_main(int argc, char** argv)
         commands::wrongUsage(std::string("invalid command ") + argv[1]);
 
     mailAuthDBSelectStyle(MAIL_AUTH_DB_POSTFIX_STYLE);
+    orvek::mail::postfix::RoomKeeper const rooms;
     PanelSession const panel;
     HandlerStoreReading const handlers;
     return command->second(argc - 1, argv + 1);

@@ -2,10 +2,13 @@
 
 #include "lib/beneath/entry.h"
 #include "lib/beneath/listing.h"
+#include "lib/beneath/place.h"
 #include "lib/beneath/tree.h"
 
+#include <cerrno>
 #include <vector>
 
+#include <sys/file.h>
 #include <sys/stat.h>
 
 namespace orvek::mail::postfix {
@@ -19,6 +22,13 @@ bool isOurs(int dir, std::string const& entry, mode_t kind)
     struct stat info = {};
     return look_beneath(dir, entry.c_str(), info) == 0 && (info.st_mode & S_IFMT) == kind &&
            info.st_uid == 0 && (kind == S_IFDIR || info.st_nlink == 1);
+}
+
+// A room is locked as long as the tool that has made it lives.
+bool isInUse(int dir, std::string const& room)
+{
+    OpenDescriptor const opened = open_directory_beneath(dir, room.c_str());
+    return opened.get() >= 0 && flock(opened.get(), LOCK_EX | LOCK_NB) != 0 && errno == EWOULDBLOCK;
 }
 
 } // namespace
@@ -50,7 +60,7 @@ bool clearLeftovers(int dir, std::string const& name)
         return 0;
     });
     for (std::string const& room : rooms)
-        if (isOurs(dir, room, S_IFDIR))
+        if (isOurs(dir, room, S_IFDIR) && !isInUse(dir, room))
             (void)remove_tree_beneath(dir, room.c_str(), TreeTop::with);
     for (std::string const& file : files)
         if (isOurs(dir, file, S_IFREG))

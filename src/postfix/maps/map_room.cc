@@ -2,7 +2,6 @@
 
 #include "lib/beneath/descriptor_path.h"
 #include "lib/beneath/entry.h"
-#include "lib/beneath/made_directory.h"
 #include "lib/beneath/opened_file.h"
 #include "lib/beneath/place.h"
 #include "postfix/maps/block_copy.h"
@@ -18,10 +17,7 @@
 #include <cstdlib>
 
 #include <fcntl.h>
-#include <sched.h>
 #include <sys/file.h>
-#include <sys/mount.h>
-#include <sys/random.h>
 #include <time.h>
 #include <unistd.h>
 
@@ -29,8 +25,6 @@ namespace orvek::mail::postfix {
 
 namespace {
 
-constexpr Rights room_rights = {0, 0, 0700};
-constexpr char namespace_refused[] = "mount namespace";
 constexpr mode_t copy_mode = 0600; // until it has the mode of the file in use
 
 // A copy takes 0.4 ms of processor time per MiB, and starting postmap some 10 ms.
@@ -67,14 +61,6 @@ std::string indexedNameOf(std::string const& map)
     return type == "hash" || type == "btree" ? nameOf(mapPath(map)) + ".db" : std::string();
 }
 
-std::string randomDigits()
-{
-    unsigned long number = 0;
-    if (getrandom(&number, sizeof number, 0) != sizeof number)
-        throwSystemError("getrandom", errno);
-    return std::to_string(number);
-}
-
 // postmap locks the file when it reads or writes it, so the copy is whole.
 bool waitForLock(int file)
 {
@@ -109,13 +95,6 @@ bool syncDirectory(int directory)
     return fsync(directory) == 0 || errno == EINVAL;
 }
 
-// Whether the path leads to the room itself.
-bool isRoom(char const* path, struct stat const& room)
-{
-    struct stat info = {};
-    return stat(path, &info) == 0 && info.st_dev == room.st_dev && info.st_ino == room.st_ino;
-}
-
 } // namespace
 
 MapRoom::MapRoom(std::string const& map_)
@@ -125,7 +104,7 @@ MapRoom::MapRoom(std::string const& map_)
     if (indexed.empty() || directory.get() < 0)
         return;
     saved = clearLeftovers(directory.get(), name);
-    make();
+    room = takeRoom(directory.get(), directory_path, name);
 }
 
 MapRoom::~MapRoom()
@@ -133,35 +112,9 @@ MapRoom::~MapRoom()
     ErrnoKeeper const keeper;
     if (!isMade())
         return;
-    (void)remove_file_beneath(room->get(), name.c_str());
-    (void)remove_file_beneath(room->get(), indexed.c_str());
-    // The directory's owner may have renamed the room. The next room of the map clears it then.
-    (void)remove_directory_beneath(directory.get(), room_name.c_str());
-}
-
-void MapRoom::make()
-{
-    room_name = roomBeginning(name) + randomDigits();
-    Making making = Making::there;
-    OpenDescriptor made =
-        make_directory_beneath(directory.get(), room_name.c_str(), room_rights, &making);
-    if (made.get() < 0 || fstat(made.get(), &identity) != 0)
-        raiseUnopened(making == Making::anew);
-    // The directory's owner may have swapped the new directory before it was opened.
-    if (making != Making::anew || identity.st_uid != 0 || (identity.st_mode & 07777) != 0700) {
-        errno = EEXIST;
-        raise(room_name);
-    }
-    room.emplace(made.release());
-}
-
-// Also removes the new directory, which is still empty and which nobody else would remove.
-void MapRoom::raiseUnopened(bool is_new) const
-{
-    int const code = errno;
-    if (is_new)
-        (void)remove_directory_beneath(directory.get(), room_name.c_str());
-    throwSystemError(directory_path + room_name, code);
+    for (std::string const& file : {name, indexed})
+        if (remove_file_beneath(room->get(), file.c_str()) != 0 && errno != ENOENT)
+            room->spoil();
 }
 
 void MapRoom::borrow(MapUse use)
@@ -315,33 +268,13 @@ void MapRoom::dropSaved()
     saved = false;
 }
 
-// Runs in the child just before it becomes postmap.
-void MapRoom::enter() const
-{
-    std::string const path = directory_path + room_name;
-    if (unshare(CLONE_NEWNS) != 0 ||
-        mount(nullptr, "/", nullptr, MS_REC | MS_SLAVE, nullptr) != 0 ||
-        mount(path.c_str(), directory_path.c_str(), nullptr, MS_BIND, nullptr) != 0)
-        throw SystemError(namespace_refused, errno);
-    if (!isRoom(directory_path.c_str(), identity))
-        throw SystemError(directory_path, ESTALE);
-    limitWait();
-}
-
 ToolResult MapRoom::run(std::vector<std::string> arguments, ToolStreams streams) const
 {
     if (!isMade())
         return runPostmap(arguments, streams);
-    if (directory_path.front() == '/' && !namespaces_refused) {
-        streams.childSetup = [this] { enter(); };
-        try {
-            return runPostmap(arguments, streams);
-        } catch (SystemError const& e) {
-            if (std::string(e.what()).find(namespace_refused) != 0)
-                throw;
-            namespaces_refused = true;
-        }
-    }
+    streams.childSetup = [this] { limitWait(); };
+    if (std::optional<ToolResult> const result = room->runInPlace(arguments, streams))
+        return *result;
     // Without a mount namespace postmap works through the room's descriptor, which it inherits.
     streams.childSetup = [this] {
         fcntl(room->get(), F_SETFD, 0);

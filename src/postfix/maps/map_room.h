@@ -1,9 +1,10 @@
 // map_room - a place of root's own in which postmap works on a map
 //
 // The directory of the maps belongs to the user postfix, who may put a link or a FIFO under any
-// name in it at any time. postmap opens what it finds there, as root. A MapRoom is a new directory
-// with mode 0700 in the maps' directory. run() shows postmap this room in the place of the maps'
-// directory. So the arguments stay the same, and postmap finds only what the tool has put there.
+// name in it at any time. postmap opens what it finds there, as root. A MapRoom has a directory of
+// root's own in the maps' directory, see room.h. run() shows postmap this room in the place of the
+// maps' directory. So the arguments stay the same, and postmap finds only what the tool has put
+// there.
 //
 // borrow() puts the map's indexed file into the room: a regular file with one name, or no file at
 // all. It is a copy where the file system lets two files share their blocks, or where the file is
@@ -16,8 +17,8 @@
 // install() renames what postmap has made or changed in the room over the file in use, with that
 // one's owner and mode, and syncs it. Postfix reads the old file until then. Whichever way the map
 // was changed, its time is a second or more after the one before: Postfix compares whole seconds.
-// install() does nothing when postmap has changed nothing. The destructor removes the room, and
-// with it a change that was not installed.
+// install() does nothing when postmap has changed nothing. The destructor empties the room, so it
+// drops a change that was not installed.
 //
 // Hold a ChangeLock: the constructor clears what a crash has left of the map, see map_leftovers.h.
 // A room is made only for the types whose indexed file is known, hash and btree, in a directory
@@ -28,8 +29,8 @@
 // the room, for reading. putBackSaved() renames it over the file in use, dropSaved() removes it.
 // saved_map.h decides.
 //
-// postmap sees the room through a mount namespace of its own. Where the kernel refuses one, the
-// room is named in the last argument instead, through /proc.
+// Where the kernel refuses a mount namespace, the room is named in the last argument instead,
+// through /proc.
 //
 // Failures: SystemError with the path; EMLINK, EINVAL, ELOOP for an indexed file that is not a
 // regular file with one name, EWOULDBLOCK for one that stays locked. What runPostmap raises.
@@ -38,9 +39,10 @@
 #define MAILVEK_POSTFIX_MAPS_MAP_ROOM_H
 
 #include "lib/report/owned.h"
+#include "postfix/maps/room.h"
 #include "postfix/tools/tool_run.h"
 
-#include <optional>
+#include <memory>
 #include <string>
 #include <vector>
 
@@ -63,7 +65,7 @@ public:
     MapRoom(MapRoom const&) = delete;
     MapRoom& operator=(MapRoom const&) = delete;
 
-    bool isMade() const { return room.has_value(); }
+    bool isMade() const { return room != nullptr; }
 
     void borrow(MapUse use);
     void giveBack();
@@ -90,29 +92,23 @@ private:
         link,
     };
 
-    void make();
-    [[noreturn]] void raiseUnopened(bool is_new) const;
     void lend(std::string const& entry, MapUse use);
     bool copyIn(int from, off_t size);
     void linkIn(int from);
     void replace();
     bool isThere(int where, struct stat& file) const; // the indexed file
     void touch(struct stat const& now) const;
-    void enter() const;
     void limitWait() const;
     [[noreturn]] void raise(std::string const& entry) const;
 
     std::string const directory_path;
     std::string const name;    // of the text source
     std::string const indexed; // the name of the indexed file; empty for other types
-    std::string room_name;
     OpenDescriptor directory;
-    std::optional<OpenDescriptor> room;
-    struct stat identity = {}; // the room's
-    struct stat in_use = {};   // what the indexed file in use was when it was borrowed
+    std::shared_ptr<Room> room;
+    struct stat in_use = {}; // what the indexed file in use was when it was borrowed
     Borrowed borrowed = Borrowed::nothing;
     bool saved = false;
-    mutable bool namespaces_refused = false;
 };
 
 } // namespace orvek::mail::postfix

@@ -1,8 +1,6 @@
-#include "postfix/maps/database_helper.h"
 #include "postfix/maps/map_room.h"
 #include "support/call_faults.h"
-#include "support/map_test.h"
-#include "util/errors.h"
+#include "support/map_changes_test.h"
 
 #include <gtest/gtest.h>
 
@@ -29,24 +27,14 @@ namespace {
 bool blocks_are_shared = false;
 std::function<void()> in_a_pause;
 
-class MapCopiesOnHost : public MapTest
+class MapCopiesOnHost : public MapChangesTest
 {
 protected:
     void TearDown() override
     {
         blocks_are_shared = false;
         in_a_pause = nullptr;
-        MapTest::TearDown();
-    }
-
-    static int codeOf(std::function<void()> const& code)
-    {
-        try {
-            code();
-        } catch (orvek::SystemError const& e) {
-            return e.code();
-        }
-        return 0;
+        MapChangesTest::TearDown();
     }
 
     struct stat indexed() const
@@ -62,13 +50,6 @@ protected:
         fill("a 1\nb 2\n");
         std::filesystem::resize_file(path + ".db", 40 << 20);
     }
-
-    std::function<void()> const changes[4] = {
-        [this] { DatabaseHelper::addRecord(map, "a", "1"); },
-        [this] { DatabaseHelper::removeRecord(map, "a"); },
-        [this] { DatabaseHelper::filterRecords(map, [](std::string&) { return true; }); },
-        [this] { DatabaseHelper::removeRecord(map, std::make_pair("a", "1")); },
-    };
 };
 
 } // namespace

@@ -1,18 +1,14 @@
 #include "postfix/maps/map_room.h"
 
 #include "postfix/maps/change_lock.h"
-#include "postfix/maps/database_helper.h"
-#include "support/map_test.h"
-#include "util/errors.h"
+#include "support/map_changes_test.h"
 
 #include <gtest/gtest.h>
 
 #include <cerrno>
 #include <csignal>
 #include <exception>
-#include <functional>
 #include <string>
-#include <utility>
 
 #include <fcntl.h>
 #include <sys/stat.h>
@@ -30,23 +26,13 @@ bool keepAll(std::string&)
     return true;
 }
 
-class MapRoomOnHost : public MapTest
+class MapRoomOnHost : public MapChangesTest
 {
 protected:
     void TearDown() override
     {
         namespaces_are_refused = false;
-        MapTest::TearDown();
-    }
-
-    static int codeOf(std::function<void()> const& code)
-    {
-        try {
-            code();
-        } catch (orvek::SystemError const& e) {
-            return e.code();
-        }
-        return 0;
+        MapChangesTest::TearDown();
     }
 
     // Puts something else under the name of the indexed file.
@@ -61,21 +47,7 @@ protected:
 
     void expectVictimUntouched() const { EXPECT_EQ(readFile(tools / "victim.db"), victim); }
 
-    int rooms() const
-    {
-        int count = 0;
-        for (auto const& entry : std::filesystem::directory_iterator(dir.path()))
-            count += entry.is_directory() ? 1 : 0;
-        return count;
-    }
-
     Records const one{{"a", "1"}};
-    std::function<void()> const changes[4] = {
-        [this] { DatabaseHelper::addRecord(map, "a", "1"); },
-        [this] { DatabaseHelper::removeRecord(map, "a"); },
-        [this] { DatabaseHelper::filterRecords(map, keepAll); },
-        [this] { DatabaseHelper::removeRecord(map, std::make_pair("a", "1")); },
-    };
     std::string victim;
 };
 
