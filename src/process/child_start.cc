@@ -18,44 +18,50 @@ namespace orvek::process {
 
 namespace {
 
+// The descriptors of the child, by number. The child may share the parent's memory, so it leaves
+// the parent's owners alone and closes its own copies.
+struct Numbers
+{
+    int in;
+    int out;
+    int err;
+};
+
 struct Placing
 {
-    FdOwner& source;
+    int& source;
     int target;
     char const* failure;
 
-    bool needed() const { return source.fd >= 0 && source.fd != target; }
+    bool needed() const { return source >= 0 && source != target; }
 };
+
+void closeNumber(int descriptor)
+{
+    if (descriptor > STDERR_FILENO && retryOnSignal([=] { return close(descriptor); }) == -1)
+        throw SystemError("close", errno);
+}
 
 // A caller may use one standard stream as the source of another, as a shell does for 2>&1. Copies
 // such a source to a higher number before the first stream is overwritten.
 void saveStream(Placing& placing)
 {
-    if (!placing.needed() || placing.source.fd > STDERR_FILENO)
+    if (!placing.needed() || placing.source > STDERR_FILENO)
         return;
-    int const copy = fcntl(placing.source.fd, F_DUPFD, STDERR_FILENO + 1);
+    int const copy = fcntl(placing.source, F_DUPFD, STDERR_FILENO + 1);
     if (copy == -1)
         throw SystemError(placing.failure, errno);
-    placing.source = FdOwner(copy);
+    placing.source = copy;
 }
 
 void place(Placing const& placing)
 {
     if (placing.needed() &&
-        retryOnSignal([&] { return dup2(placing.source.fd, placing.target); }) == -1)
+        retryOnSignal([&] { return dup2(placing.source, placing.target); }) == -1)
         throw SystemError(placing.failure, errno);
 }
 
-// Call this after all streams are placed: standard error may share its source with standard
-// output. Closes borrowed descriptors too, because the child has copies of them.
-void closeSource(FdOwner& source)
-{
-    if (source.owned == -1 && source.fd > STDERR_FILENO)
-        source.owned = source.fd;
-    source.close();
-}
-
-void placeStreams(ChildStreams& streams)
+void placeStreams(Numbers streams)
 {
     Placing placings[] = {{streams.in, STDIN_FILENO, "stdin dup2"},
                           {streams.out, STDOUT_FILENO, "stdout dup2"},
@@ -64,29 +70,29 @@ void placeStreams(ChildStreams& streams)
         saveStream(placing);
     for (Placing const& placing : placings)
         place(placing);
-    if (streams.err.fd == streams.out.fd || streams.err.fd == streams.in.fd)
-        streams.err = FdOwner();
-    if (streams.out.fd == streams.in.fd)
-        streams.out = FdOwner();
-    for (Placing const& placing : placings)
-        closeSource(placing.source);
+    // Only now: streams may share their source.
+    closeNumber(streams.in);
+    if (streams.out != streams.in)
+        closeNumber(streams.out);
+    if (streams.err != streams.out && streams.err != streams.in)
+        closeNumber(streams.err);
 }
 
-void closeToolsEnds(ProcessLaunch& launch)
+void closeToolsEnds(ProcessLaunch const& launch)
 {
-    launch.stdinPipe.close();
-    launch.stdoutPipe.close();
-    launch.stderrPipe.close();
+    closeNumber(launch.stdinPipe.fd);
+    closeNumber(launch.stdoutPipe.fd);
+    closeNumber(launch.stderrPipe.fd);
 }
 
-void prepare(ProcessLaunch& launch, ChildStreams& streams, LaunchOptions const& options)
+void prepare(ProcessLaunch const& launch, ChildStreams const& streams, LaunchOptions const& options)
 {
     int const report = launch.controlPipe.writeEnd.fd;
-    launch.controlPipe.readEnd.close();
+    closeNumber(launch.controlPipe.readEnd.fd);
     if (retryOnSignal([=] { return fcntl(report, F_SETFD, FD_CLOEXEC); }) == -1)
         throw SystemError("control pipe close-on-exec fcntl", errno);
     closeToolsEnds(launch);
-    placeStreams(streams);
+    placeStreams({streams.in.fd, streams.out.fd, streams.err.fd});
     if (options.cwd && retryOnSignal([&] { return chdir(options.cwd); }) == -1)
         throw SystemError("cwd chdir", errno);
     if (options.closeDescriptors)
@@ -119,15 +125,9 @@ char* const* execVector(char const* const* strings)
     throw SystemError(failure, errno);
 }
 
-} // namespace
-
-// CHILD: only this function and what it calls run between fork and exec. The tool has one thread,
-// so no lock is held by a thread that the child lacks. Allocation, exceptions, streams and the
-// caller's childSetup are as safe here as in the parent. Never return and never let an exception
-// out: the parent's code and its destructors would run a second time. The signal mask and actions
-// stay as they were at the fork, so a stage of a pipeline starts with SIGCHLD blocked.
-// Deliberate: exit and not _exit. Pending output was written out before the fork.
-void startChild(ProcessLaunch& launch, ChildStreams& streams, LaunchOptions const& options)
+// Returns the exit status of a child that could not exec, which it has reported.
+int failToExec(ProcessLaunch const& launch, ChildStreams const& streams,
+               LaunchOptions const& options)
 {
     int const report = launch.controlPipe.writeEnd.fd;
     try {
@@ -136,17 +136,35 @@ void startChild(ProcessLaunch& launch, ChildStreams& streams, LaunchOptions cons
     } catch (SystemError const& e) {
         writeException(report, "SystemError", e.what());
         writeErrorCode(report, e.code());
-        exit(67);
+        return 67;
     } catch (std::runtime_error const& e) {
         writeException(report, "std::runtime_error", e.what());
-        exit(66);
+        return 66;
     } catch (std::exception const& e) {
         writeException(report, "std::exception", e.what());
-        exit(66);
+        return 66;
     } catch (...) {
         writeException(report, "std::runtime_error", "unknown error");
-        exit(65);
+        return 65;
     }
+}
+
+} // namespace
+
+// CHILD: only this function and what it calls run between fork and exec. The tool has one thread,
+// so no lock is held by a thread that the child lacks. Allocation, exceptions, streams and the
+// caller's childSetup are as safe here as in the parent. Never return and never let an exception
+// out: the parent's code and its destructors would run a second time. The signal mask and actions
+// stay as they were at the fork, so a stage of a pipeline starts with SIGCHLD blocked.
+// Deliberate: exit and not _exit. Pending output was written out before the fork. With the parent's
+// memory it is _exit: the parent's static objects must live on.
+void startChild(ProcessLaunch const& launch, ChildStreams const& streams,
+                LaunchOptions const& options)
+{
+    int const status = failToExec(launch, streams, options);
+    if (options.sharesMemory)
+        _exit(status);
+    exit(status);
 }
 
 } // namespace orvek::process

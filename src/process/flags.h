@@ -37,6 +37,9 @@ struct CommonFlags
     char const* const* env = nullptr;   // the environment for execve; null to inherit
     bool closeDescriptors = false;      // the child closes everything from 3 upward
     boost::function<void()> childSetup; // runs in the child just before exec
+    // Until exec the child uses the tool's memory, and the tool waits: that saves copying the page
+    // tables. childSetup must change nothing in memory then, and allocate only to raise.
+    bool sharesMemory = false;
     int stderrMode = Unspecified;
     ReceiverFunction stderrReceiver; // gets each chunk of a captured standard error
     // Gets the number of a stage and its raw wait status when the stage has ended.

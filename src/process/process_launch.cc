@@ -121,12 +121,15 @@ ProcessLaunch::ProcessLaunch(LaunchOptions const& options)
                       : prepareStream(stderr_stream, options.stderrMode, stderrPipe);
     controlPipe = openPipe("pipe");
     flushPending();
-    pid = retryOnSignal(fork);
+    // The child goes on in this frame and never leaves it.
+    // NOLINTNEXTLINE(clang-analyzer-security.insecureAPI.vfork,clang-analyzer-unix.Vfork)
+    int const started = options.sharesMemory ? vfork() : retryOnSignal(fork);
+    if (started == 0)
+        startChild(*this, streams, options);
+    pid = started;
     // Deliberate: a failed fork has no message of its own.
     if (pid == -1)
         throw SystemError("pipe", errno);
-    if (pid == 0)
-        startChild(*this, streams, options);
     controlPipe.writeEnd.close();
     streams.in.close();
     streams.out.close();
@@ -178,6 +181,7 @@ ProcessLaunch launchOne(Parameters<PipeProcessFlags> const& parameters, int stdi
                           .closeDescriptors = parameters.closeDescriptors,
                           .searchPath = search_path,
                           .childSetup = parameters.childSetup,
+                          .sharesMemory = parameters.sharesMemory,
                           .stdinMode = stdinMode,
                           .stdoutMode = stdoutMode,
                           .stderrMode = stderr_mode});

@@ -36,6 +36,7 @@ struct LaunchOptions
     bool searchPath = false;          // looks for the program in PATH; counts only without env
     bool newSession = false;          // makes the child the leader of a session
     boost::function<void()> childSetup = {}; // runs in the child just before exec
+    bool sharesMemory = false;               // see flags.h
     int stdinMode = Inherit;                 // the modes are those of flags.h
     int stdoutMode = Inherit;
     int stderrMode = Inherit;

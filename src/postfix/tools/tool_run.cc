@@ -19,6 +19,7 @@ ToolResult run(char const* program, std::vector<std::string> const& arguments,
     process::Parameters<process::PipeProcessFlags> stage(program);
     stage.args.insert(stage.args.end(), arguments.begin(), arguments.end());
     stage.childSetup = streams.childSetup;
+    stage.sharesMemory = true;
     ToolResult result;
     process::Pipe pipe;
     pipe.append(stage);
