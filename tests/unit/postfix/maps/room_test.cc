@@ -187,7 +187,7 @@ TEST_F(RoomOnHost, StaysWhenAForkedChildEndsByExit)
     EXPECT_EQ(rooms(), 1);
 }
 
-TEST_F(RoomOnHost, IsNamedByItsDescriptorWhereItsNamespaceCannotBeEntered)
+TEST_F(RoomOnHost, IsNamedByItsDescriptorWhereNobodyMayEnterNamespaces)
 {
     RoomKeeper const keeper;
     standIn("exec $real \"$@\"");
