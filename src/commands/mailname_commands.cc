@@ -1,18 +1,15 @@
 #include "commands/command_values.h"
 #include "commands/handlers.h"
 #include "lib/host/enviroment.h"
-#include "lib/report/owned.h"
 #include "mail/lib/accounts/mail_authenticate.h"
 #include "mail/lib/aliases/mail_database.h"
 #include "mail/lib/handlers/handler_mass_control.h"
-#include "mail/lib/handlers/handler_presence.h"
 #include "postfix/domains/address_records.h"
 #include "postfix/domains/mailname_manager.h"
 #include "postfix/domains/name_lists.h"
 #include "util/errors.h"
 #include "util/uerr.h"
 
-#include <algorithm>
 #include <exception>
 #include <string>
 #include <vector>
@@ -101,23 +98,23 @@ bool hasPassword()
     return password && *password;
 }
 
-bool hasAccount(std::string const& localPart, std::string const& domain)
+// What of a rename follows the records and the home. Returns the status of the command.
+int renameRest(std::string const& domain, std::string const& oldName, std::string const& newName,
+               NameList const& aliasDomains, bool withAccounts)
 {
-    passwd_type_t user = {};
-    bool const found = get_user_data(&user, localPart.c_str(), domain.c_str()) == 1;
-    CString const name(user.name);
-    CString const password(user.passwd);
-    return found;
-}
-
-// Whether an interrupted rename has left something to do after the records and the home.
-bool hasAccountOrHooks(std::string const& localPart, std::string const& domain,
-                       std::vector<std::string> const& aliases)
-{
-    if (hasAccount(localPart, domain) || has_handler_of(addressOf(localPart, domain).c_str()))
-        return true;
-    return std::any_of(aliases.begin(), aliases.end(),
-                       [&](auto const& alias) { return hasAccount(localPart, alias); });
+    if (!withAccounts) {
+        if (rm_mname_from_domains(oldName.c_str(), domain.c_str()) == -1)
+            return 1;
+    } else if (int const status = renameAccounts(domain, oldName, newName, aliasDomains);
+               status != 0) {
+        return status;
+    }
+    std::string const oldAddress = addressOf(oldName, domain);
+    std::string const newAddress = addressOf(newName, domain);
+    if (mass_control_handler_by_mailname(oldAddress.c_str(), newAddress.c_str(), HOOK_MOVE) != 0)
+        uerr << "WARNING: unable to re-assign some of mail handlers from " << oldAddress << " to "
+             << newAddress << std::endl;
+    return 0;
 }
 
 } // namespace
@@ -173,24 +170,13 @@ int renameMailname(int argc, char** argv)
     // Deliberate: without a password the addresses under the alias domains keep the old name.
     // The domain itself is renamed even where its alias domains cannot be read.
     NameList const aliases = withAccounts ? aliasDomainsOrFailure(domain) : NameList();
-    auto const renamed = aliases.value_or(std::vector<std::string>());
-    MailnameManager::renameMailname(domain, oldName, newName, renamed, [&] {
-        return hasAccountOrHooks(oldName, domain,
-                                 withAccounts ? renamed : aliasDomainsOrNone(domain));
-    });
-    if (!withAccounts) {
-        if (rm_mname_from_domains(oldName.c_str(), domain.c_str()) == -1)
-            return 1;
-    } else if (int const status = renameAccounts(domain, oldName, newName, aliases); status != 0) {
-        return status;
-    }
-
-    std::string const oldAddress = addressOf(oldName, domain);
-    std::string const newAddress = addressOf(newName, domain);
-    if (mass_control_handler_by_mailname(oldAddress.c_str(), newAddress.c_str(), HOOK_MOVE) != 0)
-        uerr << "WARNING: unable to re-assign some of mail handlers from " << oldAddress << " to "
-             << newAddress << std::endl;
-    return 0;
+    int status = 0;
+    MailnameManager::renameMailname(
+        domain, oldName, newName, aliases.value_or(std::vector<std::string>()), [&] {
+            status = renameRest(domain, oldName, newName, aliases, withAccounts);
+            return status == 0;
+        });
+    return status;
 }
 
 } // namespace orvek::mail::postfix::mailvek_commands

@@ -3,6 +3,7 @@
 #include "mail/lib/aliases/append_domainaliases.h"
 #include "maildir/maildirpp_manager.h"
 #include "postfix/domains/address_records.h"
+#include "postfix/domains/name_claim.h"
 #include "postfix/domains/name_lists.h"
 #include "postfix/domains/rename_state.h"
 #include "postfix/domains/reversible_rename.h"
@@ -168,6 +169,7 @@ RenameState stateOfAliasRename(std::string const& domain, std::string const& old
 void DomainManager::createDomain(std::string const& domain, bool disabled)
 {
     requireForeign(domain);
+    NameClaim const claim(domain);
     MaildirManager::getInstance().createDomainRoot(domain);
     removeDomainAlias(domain);
     AtOnce batch;
@@ -177,6 +179,7 @@ void DomainManager::createDomain(std::string const& domain, bool disabled)
 void DomainManager::createDomain(std::string const& domain, long quota, bool disabled)
 {
     requireForeign(domain);
+    NameClaim const claim(domain);
     MaildirManager::getInstance().createDomainRoot(domain);
     MaildirPPManager::getInstance().setDomainQuota(domain, quota);
     removeDomainAlias(domain);
@@ -348,6 +351,7 @@ void DomainManager::removeStandardDomainAddresses(BatchDatabaseHelper& batch,
 
 void DomainManager::createDomainAlias(std::string const& domain, std::string const& alias)
 {
+    NameClaim const claim(alias);
     AtOnce batch;
     createDomainAlias(batch, domain, alias);
 }
@@ -376,6 +380,7 @@ void DomainManager::renameDomainAlias(std::string const& domain, std::string con
                                       std::string const& newName)
 {
     requireForeign(newName);
+    NameClaim const claim(newName);
     RenameState const state = stateOfAliasRename(domain, oldName, newName);
     if (state == RenameState::taken)
         throw PostfixDatabaseError(newName + " exists already, " + oldName + " is not renamed");

@@ -3,6 +3,7 @@
 #include "maildir/dot_qmail_manager.h"
 #include "maildir/maildirpp_manager.h"
 #include "postfix/domains/address_records.h"
+#include "postfix/domains/name_claim.h"
 #include "postfix/domains/name_lists.h"
 #include "postfix/domains/rename_state.h"
 #include "postfix/domains/reversible_rename.h"
@@ -13,7 +14,6 @@
 
 #include <boost/algorithm/string/predicate.hpp>
 
-#include <algorithm>
 #include <vector>
 
 namespace orvek::mail::postfix {
@@ -129,22 +129,11 @@ RenameView::RenameView(std::string const& domain, std::string const& oldName,
     address.oldName = findRecords(virtual_map, {from}).contains(from);
 }
 
-// Whether an address of the mailname, which has the new name, has the old one under an alias
-// domain.
-bool hasOldAliases(std::string const& domain, std::string const& oldName,
-                   std::string const& newName, std::vector<std::string> const& aliasDomains)
-{
-    auto const found = findRecords(virtual_map, addressesOf(oldName, aliasDomains));
-    return std::any_of(found.begin(), found.end(), [&](auto const& record) {
-        return record.second == addressOf(newName, domain);
-    });
-}
-
 // What is to be done, in the order of the steps. moved stands for an interrupted rename only.
 // Raises when the new name is somebody else's.
 RenameState stateOfRename(std::string const& domain, std::string const& oldName,
                           std::string const& newName, std::vector<std::string> const& aliasDomains,
-                          MailnameManager::HasRest const& hasRest)
+                          bool isBegun)
 {
     auto const refuse = [&](std::string const& taken) {
         throw PostfixDatabaseError(taken + " exists already, " + addressOf(oldName, domain) +
@@ -159,19 +148,33 @@ RenameState stateOfRename(std::string const& domain, std::string const& oldName,
         view.newAddress == addressOf(newName, domain) && !view.home.newName)
         return RenameState::begun;
     RenameState const state = renameState({view.mailbox, view.address, view.home});
-    auto const isInterrupted = [&] {
-        return view.newMailbox == relativeMaildir(domain, oldName) + '/' ||
-               hasOldAliases(domain, oldName, newName, aliasDomains) || (hasRest && hasRest());
-    };
-    if (state == RenameState::taken || (state == RenameState::moved && !isInterrupted()))
+    bool const isTold = isBegun || view.newMailbox == relativeMaildir(domain, oldName) + '/';
+    if (state == RenameState::taken || (state == RenameState::moved && !isTold))
         refuse(addressOf(newName, domain));
     return state;
+}
+
+// Moves the records and the home, or takes all back when a step fails.
+void moveMailname(std::string const& domain, std::string const& oldName, std::string const& newName,
+                  std::vector<std::string> domains)
+{
+    domains.push_back(domain);
+    ReversibleRename rename(oldName, newName);
+    rename.step("Postfix Virtual Mailboxes Database",
+                [&](auto const& from, auto const& to) { renameMailbox(domain, from, to); });
+    rename.step("Postfix Virtual Aliases Database",
+                [&](auto const& from, auto const& to) { replaceAddresses(domains, from, to); });
+    rename.lastStep([&](auto const& from, auto const& to) {
+        MaildirManager::getInstance().renameMailnameHome(domain, from, to);
+    });
 }
 
 } // namespace
 
 void MailnameManager::createMailname(std::string const& domain, std::string const& mailname)
 {
+    NameClaim const claim(addressOf(mailname, domain));
+    claim.end();
     makeHome(domain, mailname);
     MaildirPPManager::getInstance().removeMailboxQuota(mailname, domain);
     AtOnce batch;
@@ -181,6 +184,8 @@ void MailnameManager::createMailname(std::string const& domain, std::string cons
 void MailnameManager::createMailname(std::string const& domain, std::string const& mailname,
                                      long quota)
 {
+    NameClaim const claim(addressOf(mailname, domain));
+    claim.end();
     makeHome(domain, mailname);
     MaildirPPManager::getInstance().setMailboxQuota(mailname, domain, quota);
     AtOnce batch;
@@ -210,21 +215,24 @@ void MailnameManager::removeMailname(std::string const& domain, std::string cons
 
 void MailnameManager::renameMailname(std::string const& domain, std::string const& oldName,
                                      std::string const& newName,
-                                     std::vector<std::string> const& aliasDomains,
-                                     HasRest const& hasRest)
+                                     std::vector<std::string> const& aliasDomains, Rest const& rest)
 {
-    if (stateOfRename(domain, oldName, newName, aliasDomains, hasRest) == RenameState::moved)
-        return renameMailnameOnDomainAliases(aliasDomains, oldName, newName);
-    std::vector<std::string> domains = aliasDomains;
-    domains.push_back(domain);
-    ReversibleRename rename(oldName, newName);
-    rename.step("Postfix Virtual Mailboxes Database",
-                [&](auto const& from, auto const& to) { renameMailbox(domain, from, to); });
-    rename.step("Postfix Virtual Aliases Database",
-                [&](auto const& from, auto const& to) { replaceAddresses(domains, from, to); });
-    rename.lastStep([&](auto const& from, auto const& to) {
-        MaildirManager::getInstance().renameMailnameHome(domain, from, to);
-    });
+    NameClaim const claim(addressOf(newName, domain));
+    RenameState const state =
+        stateOfRename(domain, oldName, newName, aliasDomains, claim.isBegun(oldName));
+    claim.begin(oldName);
+    if (state == RenameState::moved) {
+        renameMailnameOnDomainAliases(aliasDomains, oldName, newName);
+    } else {
+        try {
+            moveMailname(domain, oldName, newName, aliasDomains);
+        } catch (...) {
+            claim.end();
+            throw;
+        }
+    }
+    if (!rest || rest())
+        claim.end();
 }
 
 void MailnameManager::renameMailnameOnDomainAlias(std::string const& aliasDomain,
@@ -245,6 +253,8 @@ void MailnameManager::renameMailnameOnDomainAliases(std::vector<std::string> con
 void MailnameManager::createMailAlias(std::string const& domain, std::string const& mailname,
                                       std::string const& alias)
 {
+    NameClaim const claim(addressOf(alias, domain));
+    claim.end();
     AtOnce batch;
     createMailAlias(batch, domain, mailname, alias);
 }

@@ -9,9 +9,10 @@
 //
 // renameMailname looks first: a new name with a mailbox, an address or a home is refused by
 // PostfixDatabaseError before the first step, but for a rename that was interrupted. That one is
-// told by its traces (rename_state.h) and completed. Where everything has the new name and neither
-// a trace nor hasRest tells of the old one, the new name counts as taken: a rename back, and one
-// of a mailname that had been renamed before, leave no trace once they are done.
+// told by its traces (rename_state.h) and completed. Where everything has the new name, it was
+// interrupted if its note is still there (name_claim.h) or the mailbox record tells the old name;
+// otherwise the new name is taken. Whoever makes or renames a mailname or a mail alias waits for
+// others who do so under the same name.
 //
 // Failures: what the maps, the directories and the delivery file raise. Deliberate: alias domains
 // that cannot be read are reported by the query and count as none. Steps done before a failure stay
@@ -44,18 +45,16 @@ public:
     static void removeMailname(std::string const& domain, std::string const& mailname,
                                OnRemoval removal);
 
-    // Whether anything else than records and the home still has the old name.
-    using HasRest = std::function<bool()>;
+    // What else has to be renamed, after the records and the home. Returns whether all of it is.
+    using Rest = std::function<bool()>;
 
     // Renames within the domain and within these of its alias domains, whose addresses change in
-    // the same pass over the map as the domain's.
-    // When the records and the home have the new name already, this is an interrupted rename if
-    // the mailbox record still tells the old name, an address under an alias domain still has it,
-    // or hasRest is true. The addresses under the alias domains are renamed then.
+    // the same pass over the map as the domain's. Then carries out the rest, also when it completes
+    // an interrupted rename.
     static void renameMailname(std::string const& domain, std::string const& oldName,
                                std::string const& newName,
                                std::vector<std::string> const& aliasDomains = {},
-                               HasRest const& hasRest = {});
+                               Rest const& rest = {});
     // The addresses under alias domains alone, without a look. The second one does nothing, and
     // rewrites no map, without alias domains.
     static void renameMailnameOnDomainAlias(std::string const& aliasDomain,

@@ -1,7 +1,9 @@
 #include "postfix/maps/key_bytes.h"
 
+#include "lib/beneath/entry.h"
 #include "lib/beneath/opened_file.h"
 #include "lib/beneath/place.h"
+#include "postfix/maps/map_leftovers.h"
 #include "postfix/maps/map_names.h"
 #include "util/retry_on_signal.h"
 
@@ -11,6 +13,7 @@
 #include <string_view>
 
 #include <sys/file.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 namespace orvek::mail::postfix {
@@ -117,15 +120,22 @@ bool searchFile(int file, KeySearch& search)
     return false;
 }
 
+bool hasSaved(int directory, char const* name)
+{
+    struct stat info = {};
+    return look_beneath(directory, savedNameOf(name).c_str(), info) == 0;
+}
+
 // False when nobody can tell but postmap. A missing file has no keys.
 bool searchMap(std::string const& map, KeySearch& search)
 {
-    std::string const path = mapPath(map) + ".db";
+    std::string const path = mapPath(map);
     char const* name = nullptr;
     OpenDescriptor const directory = open_parent(path.c_str(), name);
-    if (directory.get() < 0)
+    if (directory.get() < 0 || hasSaved(directory.get(), name))
         return false;
-    OpenDescriptor const file = open_file_beneath(directory.get(), name, O_RDONLY, most_bytes);
+    OpenDescriptor const file = open_file_beneath(
+        directory.get(), (std::string(name) + ".db").c_str(), O_RDONLY, most_bytes);
     if (file.get() < 0)
         return errno == ENOENT;
     return flock(file.get(), LOCK_SH | LOCK_NB) == 0 && searchFile(file.get(), search);

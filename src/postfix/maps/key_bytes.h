@@ -5,7 +5,8 @@
 // postmap to tell. The keys must begin alike: the file is read once, for what they begin with.
 //
 // It returns all keys where it cannot tell: for a map of another type, for a file that somebody has
-// locked or that reading would cost more than starting postmap, for keys with bytes above 127 or of
+// locked or that reading would cost more than starting postmap, for one with a saved copy beside it
+// (saved_map.h), for keys with bytes above 127 or of
 // a length that might be stored in pieces, and after a failure, which postmap will report. A map
 // without an indexed file has no records. Hold the map's ChangeLock.
 

@@ -7,6 +7,7 @@
 #include "postfix/maps/map_names.h"
 #include "postfix/maps/map_room.h"
 #include "postfix/maps/record_text.h"
+#include "postfix/maps/saved_map.h"
 #include "postfix/tools/postmap_output.h"
 #include "postfix/tools/tool_result.h"
 #include "util/errors.h"
@@ -73,6 +74,7 @@ FoundRecords findRecords(std::string const& map, std::vector<std::string> const&
     if (keys.empty())
         return {};
     MapRoom room(map);
+    settleSaved(room);
     room.borrow(MapUse::read);
     ToolResult const result =
         room.run({"-q", "-", map}, ToolStreams::fedBy(linesOf(keys)).collected());

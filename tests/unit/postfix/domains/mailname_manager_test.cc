@@ -4,6 +4,10 @@
 #include "util/errors.h"
 
 #include <array>
+#include <functional>
+#include <stdexcept>
+#include <utility>
+#include <vector>
 
 using namespace orvek::mail::postfix;
 using orvek::mail::OnRemoval;
@@ -167,17 +171,6 @@ TEST_F(RenamedMailnameOnHost, IsRenamedUnderItsAliasDomainsToo)
                                                {"l@e.test", "b@y.test, b@e.test, b@x.test"}}));
 }
 
-TEST_F(RenamedMailnameOnHost, IsCompletedUnderItsAliasDomains)
-{
-    populate("b", "b", "b");
-    fill(vmailbox_map, {{"b@d.test", "d.test/long-ago/Maildir/"}});
-    fill(virtual_map, {{"b@d.test", "b@d.test"}, {"a@x.test", "b@d.test"}});
-    EXPECT_EQ(refusal("a", "b"), "b@d.test exists already, a@d.test is not renamed");
-    MailnameManager::renameMailname("d.test", "a", "b", {"x.test"});
-    EXPECT_EQ(contentOf(virtual_map),
-              (Content{{"b@d.test", "b@d.test"}, {"b@x.test", "b@d.test"}}));
-}
-
 TEST_F(RenamedMailnameOnHost, TakesNoAddressThatSomebodyHasUnderAnAliasDomain)
 {
     populate("a", "a", "a");
@@ -190,12 +183,51 @@ TEST_F(RenamedMailnameOnHost, TakesNoAddressThatSomebodyHasUnderAnAliasDomain)
     EXPECT_TRUE(exists("d.test/a"));
 }
 
-TEST_F(RenamedMailnameOnHost, IsAskedForWhatElseHasTheOldName)
+TEST_F(RenamedMailnameOnHost, IsCompletedWhileItsNoteIsThere)
 {
     populate("a", "a", "a");
     EXPECT_EQ(refusal("c", "a"), "a@d.test exists already, c@d.test is not renamed");
+    MailnameManager::renameMailname("d.test", "a", "c", {}, [] { return true; });
+    EXPECT_THROW(MailnameManager::renameMailname(
+                     "d.test", "c", "a", {}, []() -> bool { throw std::runtime_error("died"); }),
+                 std::runtime_error);
+    fill(virtual_map, {{"a@d.test", "a@d.test"}, {"c@x.test", "a@d.test"}});
+
+    MailnameManager::renameMailname("d.test", "c", "a", {"x.test"}, [] { return false; });
+    EXPECT_EQ(contentOf(virtual_map),
+              (Content{{"a@d.test", "a@d.test"}, {"a@x.test", "a@d.test"}}));
     MailnameManager::renameMailname("d.test", "c", "a", {}, [] { return true; });
-    EXPECT_TRUE(exists("d.test/a"));
+    EXPECT_EQ(refusal("c", "a"), "a@d.test exists already, c@d.test is not renamed");
+}
+
+TEST_F(RenamedMailnameOnHost, LeavesNoNoteAfterItWasTakenBack)
+{
+    populate("a", "a", "a");
+    fill(vmailbox_map, {{"a@d.test", "elsewhere/"}});
+    std::filesystem::remove(std::string(mailnames) + "/d.test/a");
+    EXPECT_ANY_THROW(MailnameManager::renameMailname("d.test", "a", "b"));
+    populate("b", "b", "b");
+    fill(vmailbox_map, {{"b@d.test", "elsewhere/"}});
+    EXPECT_EQ(refusal("a", "b"), "b@d.test exists already, a@d.test is not renamed");
+}
+
+TEST_F(RenamedMailnameOnHost, LosesItsNoteToANewMailname)
+{
+    panelDomain("d.test", {});
+    panelMailname("b", {});
+    for (auto const& [give, mailbox] : std::vector<std::pair<std::function<void()>, std::string>>{
+             {[] { MailnameManager::createMailname("d.test", "b"); }, "a mailname"},
+             {[] { MailnameManager::createMailname("d.test", "b", 100); }, "with a quota"},
+             {[] { MailnameManager::createMailAlias("d.test", "z", "b"); }, "a mail alias"}}) {
+        SCOPED_TRACE(mailbox);
+        std::filesystem::remove_all(std::string(mailnames) + "/d.test");
+        populate("a", "a", "a");
+        MailnameManager::renameMailname("d.test", "a", "b", {}, [] { return false; });
+        give();
+        populate("b", "b", "b");
+        fill(vmailbox_map, {{"b@d.test", "d.test/b/Maildir/"}});
+        EXPECT_EQ(refusal("a", "b"), "b@d.test exists already, a@d.test is not renamed");
+    }
 }
 
 TEST_F(RenamedMailnameOnHost, MayDifferInTheCaseOfItsLettersAlone)

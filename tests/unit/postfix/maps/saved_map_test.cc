@@ -1,6 +1,7 @@
 #include "postfix/maps/saved_map.h"
 
 #include "postfix/maps/database_helper.h"
+#include "postfix/maps/map_lookup.h"
 #include "support/map_test.h"
 
 #include <gtest/gtest.h>
@@ -63,6 +64,16 @@ TEST_F(SavedMapOnHost, PutsBackTheCopyOfAMapThatIsBroken)
         EXPECT_EQ(content(), records + "new\t1\n");
         EXPECT_FALSE(hasCopy());
     }
+}
+
+TEST_F(SavedMapOnHost, IsSettledBeforeALookToo)
+{
+    leave("");
+    testing::internal::CaptureStderr();
+    EXPECT_EQ(findRecords(map, {"100", "none"}), (FoundRecords{{"100", "x"}}));
+    EXPECT_EQ(testing::internal::GetCapturedStderr(),
+              path + " had lost its records: put back from a copy with 50\n");
+    EXPECT_FALSE(hasCopy());
 }
 
 TEST_F(SavedMapOnHost, KeepsWhatAMapHasHadSinceItsLoss)
