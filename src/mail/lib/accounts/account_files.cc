@@ -1,6 +1,7 @@
 #include "mail/lib/accounts/account_files.h"
 
 #include "lib/report/owned.h"
+#include "lib/report/product_log.h"
 
 #include <sqlite3.h>
 
@@ -8,10 +9,13 @@
 #include <array>
 #include <cerrno>
 #include <cstdlib>
+#include <cstring>
+#include <set>
 #include <string>
 
 #include <fcntl.h>
 #include <sys/stat.h>
+#include <syslog.h>
 #include <unistd.h>
 
 namespace {
@@ -87,20 +91,39 @@ std::string database_of(std::string_view path)
     return "";
 }
 
+// Gives a log or index the owner and group of the database, and the mode that its readers need.
+bool give_to_readers(int fd, struct stat const& database)
+{
+    struct stat now = {};
+    if (fstat(fd, &now) != 0)
+        return false;
+    if ((now.st_uid != database.st_uid || now.st_gid != database.st_gid) &&
+        fchown(fd, database.st_uid, database.st_gid) != 0)
+        return false;
+    mode_t const mode = account_log_mode(database.st_mode);
+    return (now.st_mode & 07777) == mode || fchmod(fd, mode) == 0;
+}
+
+// Once a file: a command may open it many times.
+void report_unshared(char const* path)
+{
+    static std::set<std::string> reported;
+    if (reported.insert(path).second)
+        orvek_log(LOG_ERR, "Unable to let the readers of the mail authentication DB use %s: %s",
+                  path, strerror(errno));
+}
+
 // Who reads the database must write both files too: a reader takes its locks in the index, and
-// recovers the log. Fails for nobody: the tool can go on without.
-void share(int fd, std::string const& database)
+// recovers the log. The tool can go on without, but log-ins may not.
+void share(int fd, char const* path, std::string const& database)
 {
     struct stat info = {};
-    struct stat now = {};
-    if (lstat(database.c_str(), &info) != 0 || !S_ISREG(info.st_mode) || fstat(fd, &now) != 0)
+    if (lstat(database.c_str(), &info) != 0 || !S_ISREG(info.st_mode))
         return;
-    if (now.st_uid != info.st_uid || now.st_gid != info.st_gid)
-        static_cast<void>(fchown(fd, info.st_uid, info.st_gid) == 0);
-    mode_t const mode = account_log_mode(info.st_mode);
-    if ((now.st_mode & 07777) != mode)
-        fchmod(fd, mode);
     shared_file = fd;
+    ErrnoKeeper const keeper;
+    if (!give_to_readers(fd, info))
+        report_unshared(path);
 }
 
 int open_file(char const* path, int flags, mode_t mode)
@@ -115,9 +138,11 @@ int open_file(char const* path, int flags, mode_t mode)
     if (AccountFiles::areDatabase(path))
         mode &= new_database;
     int const file = open_whole_file(path, flags, mode);
+    if (file >= 0 && flags & O_RDWR)
+        AccountFiles::remember(path, file);
     std::string const database = database_of(path);
     if (file >= 0 && !database.empty())
-        share(file, database);
+        share(file, path, database);
     return file;
 }
 
@@ -200,7 +225,18 @@ std::string resolved(std::string const& path)
 
 mode_t account_log_mode(mode_t database)
 {
-    return (database & 0666) | (database & 0444) >> 1;
+    mode_t const reading = database & 0444;
+    return reading | reading >> 1;
+}
+
+mode_t account_database_mode(struct stat const& database)
+{
+    mode_t writing = S_IWOTH;
+    if (database.st_uid != 0)
+        writing |= S_IWUSR;
+    if (database.st_gid != 0)
+        writing |= S_IWGRP;
+    return database.st_mode & 07777 & ~writing;
 }
 
 AccountFiles* AccountFiles::first = nullptr;
@@ -243,4 +279,23 @@ bool AccountFiles::areDatabase(std::string_view path)
         if (path == files->database)
             return true;
     return false;
+}
+
+void AccountFiles::remember(std::string_view path, int fd)
+{
+    for (auto* files = first; files; files = files->next)
+        if (path == files->database) {
+            files->writing = fd;
+            return;
+        }
+}
+
+void AccountFiles::leaveWritingToRoot() const
+{
+    struct stat info = {};
+    if (writing < 0 || geteuid() != 0 || fstat(writing, &info) != 0)
+        return;
+    mode_t const mode = account_database_mode(info);
+    if ((info.st_mode & 07777) != mode)
+        fchmod(writing, mode);
 }

@@ -11,7 +11,8 @@
 //
 // A database that SQLite creates has at most mode 0600; a journal has the mode of its database. The
 // write-ahead log and its index belong to owner and group of the database, and who may read the
-// database may read and write them. That is set anew whenever they are opened.
+// database may read and write them. That is set anew whenever they are opened; if it fails, the log
+// of the product has it once a file, since log-ins may be refused until it succeeds.
 //
 // This replaces system calls of SQLite's "unix" VFS in the whole process. They behave as before
 // while no AccountFiles lives. Several may live at once.
@@ -22,10 +23,15 @@
 #include <string>
 #include <string_view>
 
+#include <sys/stat.h>
 #include <sys/types.h>
 
 // The mode of the log and its index, by that of the database.
 mode_t account_log_mode(mode_t database);
+
+// The mode of a database that only root may write: without the writing of an owner and a group that
+// are not root's, and of everybody else.
+mode_t account_database_mode(struct stat const& database);
 
 class AccountFiles
 {
@@ -38,15 +44,23 @@ public:
     // The database with its directory resolved; as given when there is no such directory.
     char const* path() const { return database.c_str(); }
 
+    // Lets only root write the database, if it is open for writing: a reader who may write locks
+    // every other reader out for a moment when he closes it. Only root may do so; for others, and
+    // on failure, it does nothing.
+    void leaveWritingToRoot() const;
+
     // Whether the path is one of the files of any AccountFiles, or the directory of one.
     static bool contain(std::string_view path);
     static bool areDirectory(std::string_view path);
     static bool areDatabase(std::string_view path);
     static bool guard() { return first != nullptr; }
+    // Called when the database has been opened for writing.
+    static void remember(std::string_view path, int fd);
 
 private:
     std::string const database;
     std::string const directory;
+    int writing = -1; // SQLite's own descriptor
     AccountFiles* next;
 
     static AccountFiles* first;

@@ -5,6 +5,7 @@
 #include "mail/lib/accounts/mail_auth_style.h"
 #include "mail/lib/accounts/shared_accounts.h"
 
+#include <cstring>
 #include <ctime>
 #include <utility>
 
@@ -242,6 +243,18 @@ void MailAuthConnection::finalize()
     }
 }
 
+// Whether the database is in WAL mode now.
+bool MailAuthConnection::setMode()
+{
+    bool set = false;
+    auto const look = [](void* found, int, char** columns, char**) {
+        *static_cast<bool*>(found) = columns[0] && std::strcmp(columns[0], "wal") == 0;
+        return 0;
+    };
+    sqlite3_exec(db, "PRAGMA journal_mode=WAL", look, &set, nullptr);
+    return set;
+}
+
 // Nothing is lost where this fails.
 void MailAuthConnection::settle()
 {
@@ -249,7 +262,9 @@ void MailAuthConnection::settle()
         return;
     ErrnoKeeper const keeper;
     sqlite3_busy_timeout(db, settle_timeout);
-    sqlite3_exec(db, "PRAGMA journal_mode=WAL", nullptr, nullptr, nullptr);
+    // In the old mode a reader must be able to roll back what a killed writer left.
+    if (setMode())
+        files->leaveWritingToRoot();
     sqlite3_wal_checkpoint_v2(db, nullptr, SQLITE_CHECKPOINT_TRUNCATE, nullptr, nullptr);
 }
 

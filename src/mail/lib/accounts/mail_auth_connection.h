@@ -19,10 +19,10 @@
 // closes. errno stays as the failing call left it.
 //
 // The database is kept in WAL mode, in which readers do not wait for writers: POP3, IMAP and SASL
-// read it without waiting. A connection that has changed something sets that mode if needed and
-// empties the write-ahead log, so that the database's file alone is whole. If a reader blocks that
-// for a second, the next connection does it. The empty log and its index stay: removing them would
-// shut readers out for a moment.
+// read it without waiting. A connection that has changed something sets that mode if needed, lets
+// only root write the database (see account_files.h) and empties the write-ahead log, so that the
+// database's file alone is whole. If a reader blocks that for a second, the next connection does
+// it. The empty log and its index stay: removing them would shut readers out for a moment.
 //
 // While a MailAuthTransaction is open, openForWriting and openForReading use its connection
 // (SharedAccounts) instead of a new one, and closing leaves it open.
@@ -102,6 +102,7 @@ private:
     [[nodiscard]] bool borrow(SharedAccounts* lender, int flags);
     void setUp();
     void settle();
+    bool setMode();
     void startCounting();
     static int countSteps(void* connection);
 

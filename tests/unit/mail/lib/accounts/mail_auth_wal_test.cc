@@ -2,12 +2,15 @@
 
 #include "support/auth_database_test.h"
 #include "support/auth_user_data.h"
+#include "support/child_run.h"
+#include "support/syscall_faults.h"
 
 #include <filesystem>
 #include <optional>
 
 #include <fcntl.h>
 #include <sys/stat.h>
+#include <syslog.h>
 
 using ::testing::ElementsAre;
 using ::testing::IsEmpty;
@@ -117,8 +120,11 @@ TEST_F(MailAuthWal, ChangesADatabaseThatIsBeingRead)
 TEST_F(MailAuthWal, LetsReadersOfTheDatabaseWriteLogAndIndex)
 {
     mode_t const before = umask(077);
-    for (auto const& [database, log] :
-         {std::pair<mode_t, mode_t>{0460, 0660}, {0640, 0660}, {0600, 0600}, {0644, 0666}}) {
+    for (auto const& [database, log] : {std::pair<mode_t, mode_t>{0460, 0660},
+                                        {0640, 0660},
+                                        {0600, 0600},
+                                        {0644, 0666},
+                                        {0620, 0600}}) {
         ASSERT_EQ(chmod(path.c_str(), database), 0);
         EXPECT_EQ(mailAuthSet("joe", "a.com", "pw", 0), 0);
         EXPECT_EQ(modeOf(""), database);
@@ -145,6 +151,62 @@ TEST_F(MailAuthWal, GivesLogAndIndexTheOwnerOfTheDatabase)
             EXPECT_EQ(chown((path + suffix).c_str(), 0, 0), 0);
         }
     }
+}
+
+TEST_F(MailAuthWal, LetsOnlyRootWriteTheDatabase)
+{
+    if (geteuid() != 0)
+        GTEST_SKIP() << "only root gives files away";
+    struct Given
+    {
+        uid_t owner;
+        gid_t group;
+        mode_t before;
+        mode_t after;
+    };
+    for (Given const& given : {Given{12345, 54321, 0664, 0444}, Given{12345, 0, 0660, 0460},
+                               Given{0, 54321, 0662, 0640}, Given{0, 0, 0664, 0664}}) {
+        ASSERT_EQ(chown(path.c_str(), given.owner, given.group), 0);
+        ASSERT_EQ(chmod(path.c_str(), given.before), 0);
+        EXPECT_EQ(mailAuthSet("joe", "a.com", "pw", 0), 0);
+        EXPECT_EQ(modeOf(""), given.after);
+        EXPECT_EQ(modeOf("-shm"), 0660u | (given.before & 04 ? 06u : 0u));
+    }
+    EXPECT_EQ(dataOf("joe", "a.com"), "joe|pw|0");
+}
+
+TEST_F(MailAuthWal, LeavesADatabaseInTheOldModeWritable)
+{
+    if (geteuid() != 0)
+        GTEST_SKIP() << "only root gives files away";
+    ASSERT_EQ(chown(path.c_str(), 12345, 0), 0);
+    ASSERT_EQ(chmod(path.c_str(), 0660), 0);
+    spy.fault("exec", 1);
+    EXPECT_EQ(mailAuthSet("joe", "a.com", "pw", 0), 0);
+    EXPECT_FALSE(walMode());
+    EXPECT_EQ(modeOf(""), 0660u);
+}
+
+TEST_F(MailAuthWal, ReportsOnceThatReadersCannotUseLogOrIndex)
+{
+    if (geteuid() != 0)
+        GTEST_SKIP() << "only root gives files away";
+    mailAuthSet("joe", "a.com", "pw", 0);
+    ASSERT_EQ(chown(path.c_str(), 12345, 0), 0);
+    EXPECT_EQ(inChild([&] {
+                  failSystemCall(SYS_fchown, EPERM);
+                  if (mailAuthSet("ann", "a.com", "pw", 0) != 0 ||
+                      mailAuthSet("zed", "a.com", "pw", 0) != 0 || reports().size() != 2)
+                      return 1;
+                  std::string const text =
+                      "Unable to let the readers of the mail authentication DB use " + path;
+                  for (std::size_t i = 0; i < 2; ++i)
+                      if (reports()[i] != Report(LOG_ERR, text + (i == 0 ? "-wal" : "-shm") +
+                                                              ": Operation not permitted"))
+                          return 2;
+                  return 0;
+              }).status,
+              0);
 }
 
 TEST_F(MailAuthWal, OpensNoFifoInPlaceOfLogOrIndex)
