@@ -16,6 +16,7 @@ import threading
 
 import pytest
 
+import mailhost
 from mailboxes import make_mailbox
 from mailhost import MAPS, auth_rows, auth_sql, done, set_postconf, start
 from panel import panel_domain, panel_domain_alias, panel_mailname
@@ -150,6 +151,34 @@ def test_log_and_index_belong_to_the_databases_readers():
         info = os.stat(f"{DATABASE}{suffix}")
         assert (info.st_uid, info.st_gid) == (database.st_uid, database.st_gid)
         assert stat.S_IMODE(info.st_mode) == 0o660
+
+
+def read_as_postfix():
+    return subprocess.run(["setpriv", "--reuid=postfix", "--regid=postfix", "--init-groups", "sqlite3", DATABASE,
+                           "SELECT userPassword FROM users WHERE name = 'anna'"], capture_output=True, text=True,
+                          check=False)
+
+
+@pytest.mark.parametrize("call", ["fchown", "fchmod", "linkat", "ftruncate"])
+def test_a_killed_change_leaves_a_database_that_readers_can_read(call):
+    """The first change, which makes the log and its index, killed before each such call."""
+    old = DATABASE.read_bytes()
+    killed = True
+    number = 0
+    while killed:
+        number += 1
+        for suffix in ("-wal", "-shm", "-journal"):
+            pathlib.Path(f"{DATABASE}{suffix}").unlink(missing_ok=True)
+        DATABASE.write_bytes(old)
+        DATABASE.chmod(0o640)
+        ended = mailhost.run("strace", "-qq", "-o", "/dev/null", "-e", f"trace={call}", "-e",
+                             f"inject={call}:signal=KILL:when={number}", mailhost.TOOL, "--set-password",
+                             "--domain-name=w0.test", "--mailname=joe", env=mailhost.tool_environment({"ORV_PASSWORD": "new"}, leaks=False))
+        killed = ended.status != 0
+        read = read_as_postfix()
+        assert (read.stdout, read.stderr) == (PASSWORD + "\n", ""), (number, ended)
+        assert number < 300, "the calls of one change do not end"
+    assert number > 1, f"no {call} is called"
 
 
 @pytest.mark.parametrize("mode", [0o640, 0o460])

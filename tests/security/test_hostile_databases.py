@@ -1,5 +1,6 @@
 """The user postfix owns the maps and the accounts: what their pages and schema say does not hold root up."""
 import contextlib
+import fcntl
 import os
 import pathlib
 import sqlite3
@@ -182,3 +183,105 @@ def test_a_loop_of_renamed_rooms_leads_nowhere():
     found = [line for line in ground.breaches(before, how, allowed=(ground.MAILNAMES, ground.STORE))
              if not line.startswith(("record: ", "virtual: damaged"))]
     assert not found, "\n".join(found)
+
+
+# ----------------------------------------------------------------------- a database that is kept
+
+LOCKED_SECONDS = 900  # the tool itself waits for two minutes
+
+
+def in_a_transaction():
+    os.chmod(ACCOUNTS, 0o640)
+    connection = sqlite3.connect(ACCOUNTS, isolation_level=None)
+    connection.execute("BEGIN IMMEDIATE")
+    return connection
+
+
+def by_all_locks():
+    """SQLite locks eight bytes of the index, whoever reads or writes."""
+    index = open(f"{ACCOUNTS}-shm", "r+b")
+    fcntl.lockf(index, fcntl.LOCK_EX | fcntl.LOCK_NB, 8, 120)
+    return index
+
+
+LOCKED = {"in a transaction": in_a_transaction, "by all locks": by_all_locks}
+
+
+@pytest.mark.parametrize("command", [PASSWORD, OFF], ids=lambda command: command[0][2:])
+@pytest.mark.parametrize("locked", LOCKED)
+def test_a_lock_of_postfix_on_the_accounts_holds_nobody_up(locked, command):
+    done = ground.mailvek(*PASSWORD, env=PLAIN)
+    assert done.status == 0, done
+
+    def lock():
+        kept = LOCKED[locked]()
+        pathlib.Path(f"{MAPS}/ready").touch()
+        return kept
+
+    with attackers.beside("postfix", attackers.held(lock)):
+        mailhost.wait_until(lambda: os.path.exists(f"{MAPS}/ready"))
+        how = ground.mailvek(*command, env=PLAIN, seconds=LOCKED_SECONDS)
+    assert how.status not in (None, 0) and "lock" in how.err, how
+    done = ground.mailvek(*PASSWORD, env=PLAIN)
+    assert done.status == 0, done
+
+
+# -------------------------------------------------------- what lies beside a database of root's
+
+PARKED = f"{MAPS}/master.cf.disabled"
+EVIL = "submission inet n n n - - spawn user=root argv=/bin/sh -c id>/etc/planted\n"
+NOT_HIS = ("-wal", "-shm", "-journal")
+
+
+def without_submission():
+    path = "/etc/postfix/master.cf"
+    mailhost.write(path, "".join(line for line in mailhost.read(path).splitlines(True) if "submission" not in line))
+
+
+def take_away_the_database():
+    """The next command makes an empty one, which is root's."""
+    for name in [name for name in os.listdir(MAPS) if name.startswith("passwd.db")]:
+        os.rename(f"{MAPS}/{name}", f"{MAPS}/his-{name}")
+
+
+def plant_a_log(suffix):
+    for name in [name for name in os.listdir(MAPS) if name.startswith("passwd.db-")]:
+        os.unlink(f"{MAPS}/{name}")
+    pathlib.Path(f"{ACCOUNTS}{suffix}").write_text(EVIL)
+
+
+def breaks_in(suffix):
+    """Puts what has become of the planted file where services are parked, and has one taken from there."""
+    info = os.stat(f"{ACCOUNTS}{suffix}")
+    attackers.by("postfix", lambda: os.rename(f"{ACCOUNTS}{suffix}", PARKED))
+    ground.mailvek("--enable-message-submission")
+    assert info.st_uid != 0 or "spawn" not in pathlib.Path(PARKED).read_text(errors="replace")
+    assert "spawn" not in mailhost.read("/etc/postfix/master.cf")
+
+
+@pytest.mark.quick
+@pytest.mark.parametrize("suffix", NOT_HIS)
+def test_a_log_of_postfix_does_not_become_roots(suffix):
+    without_submission()
+    attackers.by("postfix", take_away_the_database)
+    ground.mailvek(*PASSWORD, env=PLAIN)
+    assert os.stat(ACCOUNTS).st_uid == 0
+    attackers.by("postfix", lambda: plant_a_log(suffix))
+    ground.mailvek(*PASSWORD, env=PLAIN)
+    breaks_in(suffix)
+
+
+@pytest.mark.parametrize("suffix", NOT_HIS)
+def test_a_file_of_roots_stays_roots_beside_a_database(suffix):
+    whole = "submission inet n - n - - smtpd\n"
+    pathlib.Path(PARKED).write_text(whole)
+    os.chmod(PARKED, 0o600)
+
+    def work():
+        plant_a_log(suffix)
+        os.rename(PARKED, f"{ACCOUNTS}{suffix}")
+    attackers.by("postfix", work)
+    ground.mailvek(*PASSWORD, env=PLAIN)
+    info = os.stat(f"{ACCOUNTS}{suffix}")
+    assert (info.st_uid, info.st_mode & 0o7777) == (0, 0o600)
+    assert pathlib.Path(f"{ACCOUNTS}{suffix}").read_text() == whole

@@ -9,10 +9,9 @@
 //
 // The path of the directory may contain links: only root can make those.
 //
-// A database that SQLite creates has at most mode 0600; a journal has the mode of its database. The
-// write-ahead log and its index belong to owner and group of the database, and who may read the
-// database may read and write them. That is set anew whenever they are opened; if it fails, the log
-// of the product has it once a file, since log-ins may be refused until it succeeds.
+// A database that SQLite creates has at most mode 0600; a journal has the mode of its database. All
+// files beside the database belong to its owner and group. Who may read the database may read and
+// write the write-ahead log and its index. account_log_files.h tells which files are refused.
 //
 // This replaces system calls of SQLite's "unix" VFS in the whole process. They behave as before
 // while no AccountFiles lives. Several may live at once.
@@ -25,9 +24,6 @@
 
 #include <sys/stat.h>
 #include <sys/types.h>
-
-// The mode of the log and its index, by that of the database.
-mode_t account_log_mode(mode_t database);
 
 // The mode of a database that only root may write: without the writing of an owner and a group that
 // are not root's, and of everybody else.
@@ -44,7 +40,7 @@ public:
     // The database with its directory resolved; as given when there is no such directory.
     char const* path() const { return database.c_str(); }
 
-    // Lets only root write the database, if it is open for writing: a reader who may write locks
+    // Lets only root write the database, which is open: a reader who may write locks
     // every other reader out for a moment when he closes it. Only root may do so; for others, and
     // on failure, it does nothing.
     void leaveWritingToRoot() const;
@@ -54,13 +50,16 @@ public:
     static bool areDirectory(std::string_view path);
     static bool areDatabase(std::string_view path);
     static bool guard() { return first != nullptr; }
-    // Called when the database has been opened for writing.
+    // Called when SQLite has opened the database, and before it closes anything.
     static void remember(std::string_view path, int fd);
+    static void forget(int fd);
+    // The state of the open database that the path is beside. False when none is open.
+    static bool lookAtDatabase(std::string_view path, struct stat* info);
 
 private:
     std::string const database;
     std::string const directory;
-    int writing = -1; // SQLite's own descriptor
+    int opened = -1; // SQLite's descriptor of the database
     AccountFiles* next;
 
     static AccountFiles* first;

@@ -3,6 +3,7 @@
 #include "lib/files/libdir.h"
 #include "lib/report/owned.h"
 #include "lib/report/product_log.h"
+#include "mail/lib/accounts/account_log_files.h"
 #include "mail/lib/accounts/mail_auth_connection.h"
 #include "mail/lib/accounts/mail_auth_schema.h"
 

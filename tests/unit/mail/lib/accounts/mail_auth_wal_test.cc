@@ -17,6 +17,9 @@ using ::testing::IsEmpty;
 
 namespace {
 
+constexpr uid_t somebody = 12345;
+constexpr gid_t some_group = 54321;
+
 class MailAuthWal : public AuthDatabaseTest
 {
 protected:
@@ -25,6 +28,13 @@ protected:
         struct stat info = {};
         EXPECT_EQ(stat((path + suffix).c_str(), &info), 0) << suffix;
         return info.st_mode & 07777;
+    }
+
+    std::pair<uid_t, gid_t> ownerOf(char const* suffix) const
+    {
+        struct stat info = {};
+        EXPECT_EQ(stat((path + suffix).c_str(), &info), 0) << suffix;
+        return {info.st_uid, info.st_gid};
     }
 
     // By its header.
@@ -130,26 +140,104 @@ TEST_F(MailAuthWal, LetsReadersOfTheDatabaseWriteLogAndIndex)
         EXPECT_EQ(modeOf(""), database);
         EXPECT_EQ(modeOf("-wal"), log);
         EXPECT_EQ(modeOf("-shm"), log);
+        for (char const* const suffix : {"-wal", "-shm"})
+            unlink((path + suffix).c_str());
     }
     umask(before);
 }
 
-TEST_F(MailAuthWal, GivesLogAndIndexTheOwnerOfTheDatabase)
+TEST_F(MailAuthWal, GivesLogAndIndexToTheReadersOfTheDatabase)
 {
     if (geteuid() != 0)
         GTEST_SKIP() << "only root gives files away";
-    constexpr uid_t somebody = 12345;
-    constexpr gid_t some_group = 54321;
     ASSERT_EQ(chown(path.c_str(), somebody, some_group), 0);
+    ASSERT_EQ(chmod(path.c_str(), 0440), 0);
     for (int round = 0; round < 2; ++round) {
         EXPECT_EQ(mailAuthSet("joe", "a.com", "pw", 0), 0);
         for (char const* const suffix : {"-wal", "-shm"}) {
-            struct stat info = {};
-            ASSERT_EQ(stat((path + suffix).c_str(), &info), 0);
-            EXPECT_EQ(info.st_uid, somebody);
-            EXPECT_EQ(info.st_gid, some_group);
-            EXPECT_EQ(chown((path + suffix).c_str(), 0, 0), 0);
+            EXPECT_EQ(ownerOf(suffix), std::pair(somebody, some_group));
+            EXPECT_EQ(modeOf(suffix), 0660u);
+            // As a reader makes them.
+            EXPECT_EQ(chown((path + suffix).c_str(), somebody, 0), 0);
+            EXPECT_EQ(chmod((path + suffix).c_str(), 0440), 0);
         }
+    }
+}
+
+TEST_F(MailAuthWal, UsesNoLogOrIndexOfAnotherOwner)
+{
+    if (geteuid() != 0)
+        GTEST_SKIP() << "only root gives files away";
+    for (uid_t const owner : {uid_t(0), somebody})
+        for (char const* const suffix : {"-wal", "-shm"}) {
+            mailAuthSet("joe", "a.com", "pw", 0);
+            std::string const file = path + suffix;
+            unlink(file.c_str());
+            writeFile(file, "of somebody else");
+            ASSERT_EQ(chown(path.c_str(), owner, 0), 0);
+            ASSERT_EQ(chown(file.c_str(), somebody - owner, 0), 0);
+            ASSERT_EQ(chmod(file.c_str(), 0640), 0);
+            LogRecorder::reports().clear();
+            EXPECT_EQ(mailAuthSet("ann", "a.com", "pw", 0), -1);
+            EXPECT_EQ(readFile(file), "of somebody else");
+            EXPECT_EQ(ownerOf(suffix), std::pair(somebody - owner, gid_t(0)));
+            EXPECT_EQ(modeOf(suffix), 0640u);
+            if (owner == 0) {
+                EXPECT_EQ(reports().front(),
+                          Report(LOG_ERR, file + " does not belong to the owner of the mail "
+                                                 "authentication DB, it is not used"));
+            }
+            for (char const* const log : {"-wal", "-shm"})
+                unlink((path + log).c_str());
+        }
+}
+
+TEST_F(MailAuthWal, PlaysBackNoJournalOfAnotherOwner)
+{
+    if (geteuid() != 0)
+        GTEST_SKIP() << "only root gives files away";
+    std::string const journal = path + "-journal";
+    writeFile(journal, "of somebody else");
+    ASSERT_EQ(chown(journal.c_str(), somebody, 0), 0);
+    EXPECT_EQ(mailAuthSet("joe", "a.com", "pw", 0), -1);
+    EXPECT_EQ(readFile(journal), "of somebody else");
+    unlink(journal.c_str());
+    EXPECT_EQ(mailAuthSet("joe", "a.com", "pw", 0), 0);
+}
+
+TEST_F(MailAuthWal, ChangesNoModeOfALogOfRoots)
+{
+    if (geteuid() != 0)
+        GTEST_SKIP() << "only root has such files";
+    mailAuthSet("joe", "a.com", "pw", 0);
+    ASSERT_EQ(chmod(path.c_str(), 0644), 0);
+    for (char const* const suffix : {"-wal", "-shm"})
+        ASSERT_EQ(chmod((path + suffix).c_str(), 0604), 0);
+    EXPECT_EQ(mailAuthSet("ann", "a.com", "pw", 0), 0);
+    for (char const* const suffix : {"-wal", "-shm"})
+        EXPECT_EQ(modeOf(suffix), 0604u);
+}
+
+TEST_F(MailAuthWal, MakesLogAndIndexWithOrWithoutUnnamedFiles)
+{
+    if (geteuid() != 0)
+        GTEST_SKIP() << "only root gives files away";
+    ASSERT_EQ(chown(path.c_str(), somebody, some_group), 0);
+    for (bool const unnamed : {true, false}) {
+        for (char const* const suffix : {"-wal", "-shm"})
+            unlink((path + suffix).c_str());
+        writeFile(path + "-wal.new", "of a killed command");
+        EXPECT_EQ(inChild([&] {
+                      if (!unnamed)
+                          failSystemCallWith(SYS_openat, 2, O_TMPFILE | O_RDWR | O_CLOEXEC,
+                                             EOPNOTSUPP);
+                      return mailAuthSet("joe", "a.com", "pw", 0) == 0 ? 0 : 1;
+                  }).status,
+                  0);
+        for (char const* const suffix : {"-wal", "-shm"})
+            EXPECT_EQ(ownerOf(suffix), std::pair(somebody, some_group)) << unnamed;
+        EXPECT_EQ(std::filesystem::exists(path + "-wal.new"), unnamed);
+        unlink((path + "-wal.new").c_str());
     }
 }
 
@@ -171,6 +259,8 @@ TEST_F(MailAuthWal, LetsOnlyRootWriteTheDatabase)
         EXPECT_EQ(mailAuthSet("joe", "a.com", "pw", 0), 0);
         EXPECT_EQ(modeOf(""), given.after);
         EXPECT_EQ(modeOf("-shm"), 0660u | (given.before & 04 ? 06u : 0u));
+        for (char const* const suffix : {"-wal", "-shm"})
+            unlink((path + suffix).c_str());
     }
     EXPECT_EQ(dataOf("joe", "a.com"), "joe|pw|0");
 }
@@ -191,22 +281,38 @@ TEST_F(MailAuthWal, ReportsOnceThatReadersCannotUseLogOrIndex)
 {
     if (geteuid() != 0)
         GTEST_SKIP() << "only root gives files away";
+    ASSERT_EQ(chown(path.c_str(), somebody, 0), 0);
     mailAuthSet("joe", "a.com", "pw", 0);
-    ASSERT_EQ(chown(path.c_str(), 12345, 0), 0);
+    for (char const* const suffix : {"-wal", "-shm"})
+        ASSERT_EQ(chmod((path + suffix).c_str(), 0440), 0);
     EXPECT_EQ(inChild([&] {
-                  failSystemCall(SYS_fchown, EPERM);
+                  failSystemCall(SYS_fchmod, EPERM);
                   if (mailAuthSet("ann", "a.com", "pw", 0) != 0 ||
-                      mailAuthSet("zed", "a.com", "pw", 0) != 0 || reports().size() != 2)
+                      mailAuthSet("zed", "a.com", "pw", 0) != 0)
                       return 1;
                   std::string const text =
                       "Unable to let the readers of the mail authentication DB use " + path;
-                  for (std::size_t i = 0; i < 2; ++i)
-                      if (reports()[i] != Report(LOG_ERR, text + (i == 0 ? "-wal" : "-shm") +
-                                                              ": Operation not permitted"))
-                          return 2;
-                  return 0;
+                  std::string const why = ": Operation not permitted";
+                  std::vector<Report> const expected = {{LOG_ERR, text + "-wal" + why},
+                                                        {LOG_ERR, text + "-shm" + why}};
+                  return reports() == expected ? 0 : 2;
               }).status,
               0);
+}
+
+TEST_F(MailAuthWal, LeavesNoLogThatReadersCannotUse)
+{
+    if (geteuid() != 0)
+        GTEST_SKIP() << "only root gives files away";
+    ASSERT_THAT(sql("PRAGMA journal_mode=WAL"), ElementsAre("wal"));
+    ASSERT_EQ(chown(path.c_str(), somebody, 0), 0);
+    EXPECT_EQ(inChild([&] {
+                  failSystemCall(SYS_fchown, EPERM);
+                  return mailAuthSet("joe", "a.com", "pw", 0) == -1 ? 0 : 1;
+              }).status,
+              0);
+    EXPECT_FALSE(std::filesystem::exists(path + "-wal"));
+    EXPECT_EQ(mailAuthSet("joe", "a.com", "pw", 0), 0);
 }
 
 TEST_F(MailAuthWal, OpensNoFifoInPlaceOfLogOrIndex)
