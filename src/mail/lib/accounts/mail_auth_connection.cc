@@ -2,6 +2,7 @@
 
 #include "lib/report/owned.h"
 #include "lib/report/product_log.h"
+#include "mail/lib/accounts/account_wait.h"
 #include "mail/lib/accounts/mail_auth_style.h"
 #include "mail/lib/accounts/shared_accounts.h"
 
@@ -13,8 +14,7 @@
 
 namespace {
 
-constexpr long wait_growth = 10000; // nanoseconds
-constexpr int write_timeout = 50;   // milliseconds
+constexpr int write_timeout = 50; // milliseconds
 constexpr int settle_timeout = 1000;
 
 // Removing a domain with a million users takes less than half of these steps.
@@ -26,24 +26,6 @@ constexpr std::time_t most_seconds = 60;
 constexpr int longest_value = 1 << 20; // bytes
 // No result of SQLite is negative.
 constexpr int failed_wait = -1;
-
-// Waits between two attempts at one call.
-class BusyWait
-{
-public:
-    // Deliberate: waits also after a repeated call that succeeded, and a signal during the wait is
-    // a failure. The wait grows to a second, which nanosleep refuses.
-    [[nodiscard]] bool pause()
-    {
-        if (wait.tv_nsec > 0 && nanosleep(&wait, nullptr) != 0)
-            return false;
-        wait.tv_nsec += wait_growth;
-        return true;
-    }
-
-private:
-    timespec wait = {};
-};
 
 // Of the processor, whatever the machine does besides.
 std::time_t seconds_spent()
@@ -82,7 +64,7 @@ MailAuthConnection::~MailAuthConnection()
 template<class Call, class Again>
 int MailAuthConnection::repeated(Call call, Again again)
 {
-    BusyWait wait;
+    AccountWait wait;
     int result = SQLITE_OK;
     do {
         result = call();
@@ -92,8 +74,18 @@ int MailAuthConnection::repeated(Call call, Again again)
             abandoned = true;
             return failed_wait;
         }
-    } while (again(result));
+    } while (again(result) && wait.goesOn());
+    // SQLite itself has waited for a lock for ten seconds.
+    if (result == SQLITE_PROTOCOL)
+        static_cast<void>(wait.goesOn());
     return result;
+}
+
+// A call that is not tried when the time for waiting is over.
+template<class Call, class Again>
+int MailAuthConnection::attempted(Call call, Again again)
+{
+    return AccountWait::isOver() ? SQLITE_BUSY : repeated(call, again);
 }
 
 bool MailAuthConnection::borrow(SharedAccounts* lender, int flags)
@@ -167,7 +159,7 @@ int MailAuthConnection::prepare(char const* query)
     if (shared && (statement = shared->find(query)))
         return 0;
     int const result =
-        repeated([&] { return sqlite3_prepare_v2(db, query, -1, &statement, nullptr); }, is_busy);
+        attempted([&] { return sqlite3_prepare_v2(db, query, -1, &statement, nullptr); }, is_busy);
     if (result != SQLITE_OK)
         return failure("Unable to prepare SQL statement for query '%s': %s", query, message());
     if (shared)
@@ -198,7 +190,7 @@ int MailAuthConnection::step()
             sqlite3_reset(statement);
         return sqlite3_step(statement);
     };
-    return repeated(next, is_busy_or_locked);
+    return attempted(next, is_busy_or_locked);
 }
 
 int MailAuthConnection::execute(char const* script, char** error)
@@ -208,7 +200,7 @@ int MailAuthConnection::execute(char const* script, char** error)
         sqlite3_free(std::exchange(*error, nullptr));
         return sqlite3_exec(db, script, nullptr, nullptr, error);
     };
-    return repeated(run, is_busy_or_locked);
+    return attempted(run, is_busy_or_locked);
 }
 
 char const* MailAuthConnection::text(int column) const
@@ -228,8 +220,9 @@ long long MailAuthConnection::lastInserted() const
 
 char const* MailAuthConnection::message() const
 {
-    // Deliberate: the misspelt text stands.
-    return db ? sqlite3_errmsg(db) : "general DB errror";
+    if (!db)
+        return "general DB errror"; // Deliberate: the misspelt text stands.
+    return AccountWait::isOver() ? sqlite3_errstr(SQLITE_BUSY) : sqlite3_errmsg(db);
 }
 
 void MailAuthConnection::finalize()

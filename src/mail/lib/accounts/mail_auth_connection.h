@@ -11,6 +11,9 @@
 // without a report. So a function that gets -1 from another may always report, finish and return:
 // nothing is closed twice.
 //
+// It also ends when the command has waited for two minutes in all (account_wait.h): the operation
+// fails and reports that the database is locked.
+//
 // Others can write the database, so what it contains is not trusted: SQLite touches no other file
 // (see account_files.h), runs no view or function with side effects, and gives up on a statement
 // that takes very long.
@@ -108,6 +111,8 @@ private:
 
     template<class Call, class Again>
     int repeated(Call call, Again again);
+    template<class Call, class Again>
+    int attempted(Call call, Again again);
     void report(char const* fmt, va_list args) const __attribute__((format(printf, 2, 0)));
 
     std::optional<AccountFiles> files;

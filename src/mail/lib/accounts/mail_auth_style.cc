@@ -1,5 +1,7 @@
 #include "mail/lib/accounts/mail_auth_style.h"
 
+#include "mail/lib/accounts/account_wait.h"
+
 namespace {
 
 constexpr char qmail_path[] = "/var/lib/orvek/mail/auth/passwd.db";
@@ -12,6 +14,7 @@ char const* mailAuthDB = qmail_path;
 void mailAuthDBSetPath(char const* _mailAuthDB)
 {
     mailAuthDB = _mailAuthDB;
+    AccountWait::startAnew();
 }
 
 void mailAuthDBSelectStyle(MailAuthDBStyle style)

@@ -7,6 +7,10 @@
 //
 // A MailAuthTransaction inside another one is part of it: the outermost one commits.
 //
+// SQLite itself rolls everything back when a statement is interrupted, or finds no memory or disk
+// left. The changes before it are lost then, those after it are committed one by one, and commit()
+// reports that there is no transaction.
+//
 // If no transaction can be begun, for example in a damaged database, the statements run one by one
 // and report why they fail.
 //
@@ -27,8 +31,9 @@ public:
     MailAuthTransaction(MailAuthTransaction const&) = delete;
     MailAuthTransaction& operator=(MailAuthTransaction const&) = delete;
 
-    // 0, or -1 reported by orvek_log at priority 3; then no change is made. Later operations have
-    // their own connections again. Inside another transaction it does nothing and returns 0.
+    // 0, or -1 reported by orvek_log at priority 3; then no change is made, except as told
+    // above. Later operations have their own connections again. Inside another transaction it does
+    // nothing and returns 0.
     [[nodiscard]] int commit();
 
 private:

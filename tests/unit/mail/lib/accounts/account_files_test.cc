@@ -3,6 +3,7 @@
 #include "mail/lib/accounts/mail_auth_connection.h"
 #include "mail/lib/accounts/mail_authenticate.h"
 #include "support/auth_database_test.h"
+#include "support/fast_clock.h"
 
 #include <cstdint>
 #include <cstring>
@@ -15,34 +16,6 @@ using ::testing::ElementsAre;
 using ::testing::IsEmpty;
 using ::testing::Not;
 using ::testing::StartsWith;
-
-namespace {
-
-// While one lives, the processor's time goes on by half a minute at each look.
-struct FastProcessor
-{
-    FastProcessor() { runs = true; }
-    ~FastProcessor() { runs = false; }
-
-    inline static bool runs = false;
-    inline static time_t seconds = 0;
-};
-
-} // namespace
-
-extern "C" {
-
-int __real_clock_gettime(clockid_t clock, timespec* time);
-
-[[gnu::used]] int __wrap_clock_gettime(clockid_t clock, timespec* time)
-{
-    int const result = __real_clock_gettime(clock, time);
-    if (FastProcessor::runs && clock == CLOCK_PROCESS_CPUTIME_ID)
-        time->tv_sec += FastProcessor::seconds += 30;
-    return result;
-}
-
-} // extern "C"
 
 namespace {
 
@@ -248,7 +221,7 @@ TEST_F(AccountFilesTest, GiveUpATriggerWhoseStepsAreDear)
         "max(id) FROM n); END");
     sql("INSERT INTO domains (name) VALUES ('d.test')");
     {
-        FastProcessor const fast;
+        FastClock const fast;
         EXPECT_EQ(mailAuthSet("joe", "e.test", "secret", 0), -1);
     }
     EXPECT_EQ(mailAuthSet("joe", "e.test", "secret", 0), 0);

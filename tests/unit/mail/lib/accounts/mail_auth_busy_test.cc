@@ -1,7 +1,10 @@
 #include "mail/lib/accounts/mail_auth_connection.h"
 
+#include "mail/lib/accounts/account_wait.h"
+#include "mail/lib/accounts/mail_authenticate.h"
 #include "support/auth_database_test.h"
 #include "support/child_run.h"
+#include "support/fast_clock.h"
 
 #include <array>
 
@@ -301,4 +304,83 @@ TEST_F(MailAuthBusy, LetsSqliteWaitFiftyMillisecondsOnlyForWriting)
         EXPECT_EQ(db.number(0), writing ? 50 : 0);
         EXPECT_EQ(db.finish(), 0);
     }
+}
+
+TEST_F(MailAuthBusy, GivesUpADatabaseThatIsLockedForMinutes)
+{
+    ASSERT_THAT(sql("PRAGMA journal_mode=WAL"), ElementsAre("wal"));
+    FastClock const clock;
+    {
+        Locked const other(path, "BEGIN IMMEDIATE", 300000);
+        ASSERT_TRUE(other.locked);
+        EXPECT_EQ(mailAuthSet("joe", "a.com", "pw", 0), -1);
+        EXPECT_THAT(reports(),
+                    Contains(Report(3, "Unable to execute the mail domain authentication "
+                                       "registration query: database is locked")));
+        EXPECT_GE(FastClock::seconds, 120);
+        EXPECT_THAT(spy.open, IsEmpty());
+    }
+    std::size_t const calls = spy.waits.size();
+    EXPECT_EQ(mailAuthSet("joe", "a.com", "pw", 0), -1) << "to the end of the command";
+    EXPECT_EQ(spy.waits.size(), calls);
+    mailAuthDBSetPath(path.c_str());
+    EXPECT_EQ(mailAuthSet("joe", "a.com", "pw", 0), 0);
+}
+
+TEST_F(MailAuthBusy, CountsTheWaitsOfACommandTogether)
+{
+    FastClock const clock;
+    time_t spent = 0;
+    for (int call = 0; call < 1000 && !AccountWait::isOver(); ++call) {
+        MailAuthConnection db;
+        ASSERT_EQ(db.openForReading(), 0);
+        spy.forget();
+        spy.fault("prepare_v2", 1, SQLITE_BUSY, 1);
+        bool const prepared = db.prepare(count_domains) == 0;
+        EXPECT_EQ(prepared, !AccountWait::isOver());
+        EXPECT_EQ(db.finish(), 0);
+        spent = FastClock::seconds;
+    }
+    EXPECT_TRUE(AccountWait::isOver());
+    EXPECT_GE(spent, 120);
+}
+
+TEST_F(MailAuthBusy, CountsWaitsInsideSqlite)
+{
+    FastClock const clock;
+    for (int call = 0; call < 1000 && !AccountWait::isOver(); ++call) {
+        MailAuthConnection db;
+        ASSERT_EQ(db.openForReading(), 0);
+        spy.forget();
+        spy.fault("prepare_v2", 1, SQLITE_PROTOCOL, 1);
+        EXPECT_EQ(db.prepare(count_domains), -1);
+    }
+    EXPECT_TRUE(AccountWait::isOver());
+    EXPECT_THAT(spy.waits, IsEmpty());
+}
+
+TEST_F(MailAuthBusy, DoesNotCountWhatTakesLongWithoutALock)
+{
+    FastClock const clock;
+    for (int call = 0; call < 300; ++call) {
+        MailAuthConnection db;
+        ASSERT_EQ(db.openForReading(), 0);
+        ASSERT_EQ(db.prepare(count_domains), 0);
+        EXPECT_EQ(db.finish(), 0);
+    }
+    EXPECT_FALSE(AccountWait::isOver());
+}
+
+TEST_F(MailAuthBusy, ReportsEachStatementOfATransactionThatCannotBegin)
+{
+    ASSERT_THAT(sql("PRAGMA journal_mode=WAL"), ElementsAre("wal"));
+    FastClock const clock;
+    Locked const other(path, "BEGIN IMMEDIATE", 300000);
+    ASSERT_TRUE(other.locked);
+    MailAuthTransaction transaction;
+    EXPECT_EQ(mailAuthDisableDomain("a.com"), -1);
+    EXPECT_EQ(transaction.commit(), 0);
+    EXPECT_THAT(reports(), ElementsAre(Report(3, "Unable to prepare SQL statement for query "
+                                                 "'UPDATE domains SET status=? WHERE name=?': "
+                                                 "database is locked")));
 }
