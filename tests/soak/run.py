@@ -3,17 +3,19 @@
 
 usage: tests/host/enter --tool PATH /usr/bin/python3 tests/soak/run.py ROW [SECONDS]
 
-Rows: calls, moments, traffic. Each needs a fresh host and ends after so many seconds, or when all is
+Rows: calls, moments, traffic, letters. Each needs a fresh host and ends after so many seconds, or when all is
 tried. Prints what was tried and each broken promise; exits 1 when there was one.
 """
 import sys
 import time
 
 import kills
+import letters
 import traffic
 
 LARGE, SMALL = 100_000, 500
 MOMENTS = 500
+LETTERS = 5_000
 
 
 def told(row, wrong):
@@ -62,7 +64,13 @@ def refusals(seconds):
                 f"{len(counted.refused)} refused", counted.refused)
 
 
-ROWS = {"calls": calls, "moments": moments, "traffic": refusals}
+def deliveries(seconds):
+    sent = letters.letters(LARGE, LETTERS, seconds)
+    return told(f"{sent.changes} changes on {LARGE} records; {len(sent.valid)} letters to valid addresses, {sent.invalid} to "
+                f"others, {sent.later} to be sent once more", sent.wrong)
+
+
+ROWS = {"calls": calls, "moments": moments, "traffic": refusals, "letters": deliveries}
 
 
 if __name__ == "__main__":
