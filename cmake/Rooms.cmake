@@ -24,6 +24,7 @@ function(mailvek_headers_alone target directory)
     add_library(${target}_headers OBJECT ${probes})
     target_link_libraries(${target}_headers PRIVATE ${target})
     mailvek_warnings(${target}_headers)
+    set_target_properties(${target}_headers PROPERTIES UNITY_BUILD OFF)
   endif()
 endfunction()
 
