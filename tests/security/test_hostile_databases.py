@@ -271,6 +271,29 @@ def test_a_log_of_postfix_does_not_become_roots(suffix):
     breaks_in(suffix)
 
 
+def hot_journal(page):
+    """The journal of a killed writer. Rolling it back writes the page into the database."""
+    nonce = 1
+    check = nonce + sum(page[at] for at in range(PAGE - 200, 0, -200))
+    header = b"\xd9\xd5\x05\xf9\x20\xa1\x63\xd7" + struct.pack(">5I", 1, nonce, 1, 512, PAGE)
+    return header.ljust(512, b"\0") + struct.pack(">I", 1) + page + struct.pack(">I", check)
+
+
+@pytest.mark.quick
+def test_a_journal_of_postfix_is_not_rolled_back_into_roots_file():
+    without_submission()
+    attackers.by("postfix", take_away_the_database)
+    ground.mailvek(*PASSWORD, env=PLAIN)
+
+    def work():
+        plant_a_log("-journal")
+        pathlib.Path(f"{ACCOUNTS}-journal").write_bytes(hot_journal(EVIL.encode().ljust(PAGE - 1, b"#") + b"\n"))
+    attackers.by("postfix", work)
+    how = ground.mailvek(*PASSWORD, env=PLAIN)
+    assert how.status != 0 and b"spawn" not in pathlib.Path(ACCOUNTS).read_bytes()
+    breaks_in("")
+
+
 @pytest.mark.parametrize("suffix", NOT_HIS)
 def test_a_file_of_roots_stays_roots_beside_a_database(suffix):
     whole = "submission inet n - n - - smtpd\n"
