@@ -90,7 +90,18 @@ def log_in_until(ended, login):
     return worked, refused
 
 
+def set_password(**more):
+    done("--set-password", "--domain-name=w0.test", "--mailname=joe", env={"ORV_PASSWORD": "new"}, **more)
+
+
+def in_use():
+    """The database has been changed to WAL mode, and Courier's daemon keeps it open since its first log-in."""
+    set_password()
+    imap_login()
+
+
 def test_logins_go_on_while_accounts_change():
+    in_use()
     ended = threading.Event()
     with concurrent.futures.ThreadPoolExecutor(WRITERS + len(LOGINS)) as pool:
         logins = {name: pool.submit(log_in_until, ended, login) for name, login in LOGINS.items()}
@@ -108,14 +119,9 @@ def test_logins_go_on_while_accounts_change():
     assert auth_rows() == {ADDRESS: (PASSWORD, None, 0), **passwords}
 
 
-def set_password(**more):
-    done("--set-password", "--domain-name=w0.test", "--mailname=joe", env={"ORV_PASSWORD": "new"}, **more)
-
-
 def test_log_ins_beside_each_other_are_not_refused():
-    """Nobody writes. A connection of Courier's stays open, as it does after the first log-in."""
-    set_password()
-    imap_login()
+    """Nobody writes."""
+    in_use()
     with concurrent.futures.ThreadPoolExecutor(8) as pool:
         for one in [pool.submit(LOGINS["PLAIN"]) for _ in range(300)]:
             one.result()
