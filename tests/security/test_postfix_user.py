@@ -223,6 +223,7 @@ def flocked(path):
 
 
 def exclusive():
+    os.chmod(ACCOUNTS, 0o640)  # it is his
     connection = sqlite3.connect(ACCOUNTS, isolation_level=None)
     connection.execute("BEGIN EXCLUSIVE")
     pathlib.Path(f"{MAPS}/held").touch()
