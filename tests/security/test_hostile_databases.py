@@ -264,7 +264,7 @@ def hot_journal(page):
 
 
 @pytest.mark.quick
-def test_a_journal_of_postfix_is_not_rolled_back_into_roots_file():
+def test_a_journal_of_postfix_does_not_change_roots_file():
     without_submission()
     attackers.by("postfix", take_away_the_database)
     ground.mailvek(*PASSWORD, env=PLAIN)
