@@ -44,6 +44,16 @@ TEST(ReportException, DemanglesTemplatesAndTheStandardsOwnTypes)
     EXPECT_EQ(reportOf(std::bad_alloc()).err, "Fatal error: std::bad_alloc(std::bad_alloc)\n");
 }
 
+TEST(ReportException, NamesTheLibrarysClassForALibraryErrorAlone)
+{
+    boost::system::error_code const code(EROFS, boost::system::system_category());
+    EXPECT_EQ(
+        reportOf(orvek::mail::LibraryError("x", "/at", code)).err,
+        "Fatal error: boost::filesystem::filesystem_error(x: Read-only file system: \"/at\")\n");
+    EXPECT_EQ(reportOf(orvek::mail::FSError("x", "/at", code)).err,
+              "Fatal error: orvek::mail::FSError(x: Read-only file system: \"/at\")\n");
+}
+
 TEST(ReportException, NeverTakesTheTextAsAFormat)
 {
     EXPECT_EQ(reportOf(std::runtime_error("100%s\n%n")).err,
