@@ -59,6 +59,7 @@ CLEAR_ROOM = (rf'E\w+ unlinkat\(\d+</var/spool/postfix/orvek>, "\.[a-z_]+\.room-
 EDIT_LINES = (rf"E\w+ (close|fchmod|fchownat|fcntl|read|write)\(\d+<{DELIVERY}(\.tmp)?>.*|E\w+ openat\(.* of {DELIVERY}|"
               rf'E\w+ (openat|renameat)\(\d+<{HOME}>, "\.qmail(\.tmp)?", .*')
 LOOK_AT_PANEL = r"E\w+ (openat|read)\(.*/etc/orv/\.orv\.shadow.*|E\w+ (socket|connect)\(.*|E\w+ sendto\(\d+<socket:.*"
+CHANGE_ACCOUNTS = r"E\w+ \w+\(.*/var/spool/postfix/orvek.*"
 LOOK_AT_ACCOUNTS = rf"E\w+ (fcntl|newfstatat|pread64)\(.*{ACCOUNTS}.*"
 LOOK_AT_USERS = r"E\w+ (newfstatat|openat|read)\(.*/etc/(nsswitch\.conf|passwd).*"
 LOOK_AT_ATTACHMENTS = (r"E\w+ newfstatat\((AT_FDCWD|\d+)</var/qmail/mailnames/example\.com/(anna|carl)"
@@ -121,6 +122,10 @@ EXCEPTIONS = (
      rf"{LACKING}{OF_ALIAS_DOMAIN}(; {OF_ALIAS_DOMAIN})?; said: .*"
      r"Unable to get domain aliases from database for: example\.com\n",
      "Without the panel's database the addresses of the domain itself are changed and the failure is reported."),
+    ("rename-mailname-password", "record", f"{LOOK_AT_PANEL}|{CHANGE_ACCOUNTS}",
+     r"/var/spool/postfix/orvek/virtual\.db: anna@alias\.test: anita@example\.com",
+     "An address under an alias domain keeps the old name, or gets it back, when its account does; it leads to the "
+     "mailbox's new name."),
     ("remove-alias|remove-mailbox|remove-mailname|rename-mailname", "status", LOOK_AT_ACCOUNTS,
      rf"{LACKING}{ACCOUNTS} account [\w@.]+: [^;]* instead of None; said: "
      r"Unable to (execute the domain selection query|prepare SQL statement for query 'SELECT id FROM domains).*",

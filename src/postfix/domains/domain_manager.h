@@ -17,6 +17,9 @@
 // Steps done before a failure stay done, except those of renameDomain: see
 // reversible_rename.h.
 //
+// renameDomain does not look whether the new name is free: its caller must. Whoever makes a domain
+// or an alias domain, or renames an alias domain, waits for others who do so under the same name.
+//
 // No command calls these; they are for callers to come: DomainManager::renameDomain.
 
 #ifndef MAILVEK_POSTFIX_DOMAINS_DOMAIN_MANAGER_H

@@ -37,8 +37,10 @@ bool NameClaim::isBegun(std::string const& oldName) const
 
 void NameClaim::begin(std::string const& oldName) const
 {
-    end();
-    if (pwrite(lock->fd, oldName.data(), oldName.size(), 0) != static_cast<ssize_t>(oldName.size()))
+    // Not emptied first: a note that is there already must outlive a kill.
+    auto const size = static_cast<ssize_t>(oldName.size());
+    if (pwrite(lock->fd, oldName.data(), oldName.size(), 0) != size ||
+        ftruncate(lock->fd, size) != 0)
         throwSystemError(lock->path, errno);
 }
 

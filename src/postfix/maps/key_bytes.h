@@ -4,11 +4,11 @@
 // are nowhere in the file has no record. keysToAsk returns those of the keys that may have one, for
 // postmap to tell. The keys must begin alike: the file is read once, for what they begin with.
 //
-// It returns all keys where it cannot tell: for a map of another type, for a file that somebody has
-// locked or that reading would cost more than starting postmap, for one with a saved copy beside it
-// (saved_map.h), for keys with bytes above 127 or of
-// a length that might be stored in pieces, and after a failure, which postmap will report. A map
-// without an indexed file has no records. Hold the map's ChangeLock.
+// It returns all keys where it cannot tell, and after a failure, which postmap will report: for a
+// map of another type; for a file that somebody has locked, that has a saved copy beside it
+// (saved_map.h), or that is dearer to read than postmap is to start; for keys with bytes above 127
+// or of a length that might be stored in pieces. A map without an indexed file has no records. Hold
+// the map's ChangeLock.
 
 #ifndef MAILVEK_POSTFIX_MAPS_KEY_BYTES_H
 #define MAILVEK_POSTFIX_MAPS_KEY_BYTES_H
