@@ -6,6 +6,7 @@ import pathlib
 import random
 import re
 import smtplib
+import subprocess
 import threading
 import time
 
@@ -88,9 +89,12 @@ def client(numbers, seconds, sent):
 
 
 def change_until(over, sent):
-    while not over.is_set():
-        mailhost.done(*CHANGES[sent.changes % len(CHANGES)], out=None)
-        sent.changes += 1
+    try:
+        while not over.is_set() or sent.changes < len(CHANGES):
+            mailhost.done(*CHANGES[sent.changes % len(CHANGES)], out=None)
+            sent.changes += 1
+    except (AssertionError, subprocess.TimeoutExpired) as error:
+        sent.wrong.append(f"a change failed: {error}")
 
 
 def delivered():

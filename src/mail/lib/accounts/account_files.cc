@@ -48,6 +48,8 @@ int open_database(char const* path, int flags, mode_t mode)
     int file = open_whole_file(path, flags, any_owner);
     if (file < 0 && errno == ENOENT && flags & O_CREAT)
         file = open(path, flags | O_EXCL | O_NOFOLLOW, mode & new_database);
+    if (file < 0 && errno == EEXIST) // made by another command meanwhile
+        file = open_whole_file(path, flags, any_owner);
     if (file >= 0)
         AccountFiles::remember(path, file);
     return file;
