@@ -225,6 +225,12 @@ def records_of_others(mine):
     return found
 
 
+def accounts_of_postfix(**more):
+    """A connection of the user postfix to the accounts. He may not write them, but he owns the file."""
+    os.chmod(ACCOUNTS, 0o640)
+    return sqlite3.connect(ACCOUNTS, **more)
+
+
 # Any command may change these: the tool's own data, which is compared by its meaning.
 OURS = (LOCKS, f"{MAPS}/virtual.db", f"{MAPS}/virtual_domains.db", f"{MAPS}/vmailbox.db", f"{MAPS}/aliases.db",
         f"{MAPS}/blacklists.db", f"{MAPS}/poplock.db", ACCOUNTS)

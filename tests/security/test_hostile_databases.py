@@ -3,7 +3,6 @@ import contextlib
 import fcntl
 import os
 import pathlib
-import sqlite3
 import struct
 import time
 
@@ -111,7 +110,7 @@ STATEMENTS = {
 
 def with_statements(*statements):
     def work():
-        with contextlib.closing(sqlite3.connect(ACCOUNTS)) as connection, connection:
+        with contextlib.closing(ground.accounts_of_postfix()) as connection, connection:
             for statement in statements:
                 connection.execute(statement)
     return work

@@ -3,7 +3,6 @@ import contextlib
 import fcntl
 import os
 import pathlib
-import sqlite3
 import struct
 
 import pytest
@@ -189,7 +188,7 @@ def test_a_write_ahead_log_leads_nowhere(suffix, target):
 ])
 def test_a_trigger_of_postfix_reaches_no_file(statement):
     def work():
-        with contextlib.closing(sqlite3.connect(ACCOUNTS)) as connection, connection:
+        with contextlib.closing(ground.accounts_of_postfix()) as connection, connection:
             connection.execute(statement)
     attackers.by("postfix", work)
     before = ground.look(his=(MAPS,))
@@ -200,7 +199,7 @@ def test_a_trigger_of_postfix_reaches_no_file(statement):
 
 def test_an_endless_trigger_does_not_hold_the_tool_up():
     def work():
-        with contextlib.closing(sqlite3.connect(ACCOUNTS)) as connection, connection:
+        with contextlib.closing(ground.accounts_of_postfix()) as connection, connection:
             connection.execute("CREATE TRIGGER evil AFTER UPDATE ON users BEGIN SELECT count(*) FROM (WITH RECURSIVE "
                                "n(i) AS (SELECT 1 UNION ALL SELECT i + 1 FROM n) SELECT i FROM n); END")
     attackers.by("postfix", work)
@@ -223,8 +222,7 @@ def flocked(path):
 
 
 def exclusive():
-    os.chmod(ACCOUNTS, 0o640)  # it is his
-    connection = sqlite3.connect(ACCOUNTS, isolation_level=None)
+    connection = ground.accounts_of_postfix(isolation_level=None)
     connection.execute("BEGIN EXCLUSIVE")
     pathlib.Path(f"{MAPS}/held").touch()
     return connection
