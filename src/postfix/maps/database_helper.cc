@@ -1,9 +1,8 @@
 #include "postfix/maps/database_helper.h"
 
-#include "postfix/maps/change_lock.h"
 #include "postfix/maps/data_stream_filter.h"
 #include "postfix/maps/map_dump.h"
-#include "postfix/maps/map_room.h"
+#include "postfix/maps/map_names.h"
 #include "postfix/maps/saved_map.h"
 #include "postfix/tools/postmap_output.h"
 #include "postfix/tools/tool_result.h"
@@ -19,14 +18,28 @@ namespace orvek::mail::postfix {
 
 namespace {
 
-// The frame of every change: takes the map's lock, makes a room, clears what a crash has left.
-struct Change
-{
-    explicit Change(std::string const& map) : lock(map), room(map) { settleSaved(room); }
+// How often a change begins anew because somebody else has changed the map meanwhile.
+constexpr int most_attempts = 5;
 
-    ChangeLock const lock;
-    MapRoom room;
-};
+[[noreturn]] void raiseChanged(std::string const& map)
+{
+    throw PostfixDatabaseError("another program has changed " + mapPath(map) + ".db meanwhile");
+}
+
+// Changes single records: work has postmap change what is borrowed, and returns false when there
+// was nothing to change.
+template<class Work>
+void changeRecords(std::string const& map, Work const& work)
+{
+    LockedRoom change(map);
+    for (int i = 0; i < most_attempts; ++i) {
+        change.room.borrow(MapUse::change);
+        if (!work(change.room) || change.room.install())
+            return;
+        change.room.giveBack();
+    }
+    raiseChanged(map);
+}
 
 // postmap exits non-zero and prints nothing for a missing key, which is not a failure.
 void requireRemoval(ToolResult const& result)
@@ -96,7 +109,8 @@ void rebuild(MapRoom& room, std::vector<std::string> const& arguments)
 {
     ToolResult const result = room.run(arguments);
     requireSuccess(result.status, result.diagnostics);
-    room.install();
+    if (!room.install())
+        raiseChanged(room.map);
 }
 
 } // namespace
@@ -111,11 +125,10 @@ void DatabaseHelper::addRecord(std::string const& map, std::string const& key,
 void DatabaseHelper::removeRecord(std::string const& map, std::string const& key)
 {
     requireKey(key);
-    Change change(map);
-    MapRoom& room = change.room;
-    room.borrow(MapUse::change);
-    removeKey(room, key);
-    room.install();
+    changeRecords(map, [&](MapRoom const& room) {
+        removeKey(room, key);
+        return true;
+    });
 }
 
 // postmap removes by key alone. The lock keeps others from changing the value between the check and
@@ -124,13 +137,12 @@ void DatabaseHelper::removeRecord(std::string const& map,
                                   std::pair<std::string, std::string> const& record)
 {
     requireKey(record.first);
-    Change change(map);
-    MapRoom& room = change.room;
-    room.borrow(MapUse::change);
-    if (hasOther(room, record))
-        return;
-    removeKey(room, record.first);
-    room.install();
+    changeRecords(map, [&](MapRoom const& room) {
+        if (hasOther(room, record))
+            return false;
+        removeKey(room, record.first);
+        return true;
+    });
 }
 
 void DatabaseHelper::appendText(std::vector<char>& text, std::string const& part)
@@ -140,26 +152,24 @@ void DatabaseHelper::appendText(std::vector<char>& text, std::string const& part
 
 void DatabaseHelper::feedAdditions(std::string const& map, TextSource const& records)
 {
-    Change change(map);
-    MapRoom& room = change.room;
-    room.borrow(MapUse::change);
-    ToolResult const result = room.run({"-r", "-i", map}, ToolStreams::fedBy(records));
-    requireSuccess(result.status, result.diagnostics);
-    room.install();
+    changeRecords(map, [&](MapRoom const& room) {
+        ToolResult const result = room.run({"-r", "-i", map}, ToolStreams::fedBy(records));
+        requireSuccess(result.status, result.diagnostics);
+        return true;
+    });
 }
 
 void DatabaseHelper::feedRemovals(std::string const& map, TextSource const& keys)
 {
-    Change change(map);
-    MapRoom& room = change.room;
-    room.borrow(MapUse::change);
-    requireRemoval(room.run({"-d", "-", map}, ToolStreams::fedBy(keys)));
-    room.install();
+    changeRecords(map, [&](MapRoom const& room) {
+        requireRemoval(room.run({"-d", "-", map}, ToolStreams::fedBy(keys)));
+        return true;
+    });
 }
 
 void DatabaseHelper::rewrite(std::string const& map, TextSource const& records)
 {
-    Change change(map);
+    LockedRoom change(map);
     MapRoom& room = change.room;
     TextFile out(room.textSource());
     std::vector<char> line;
@@ -173,7 +183,7 @@ void DatabaseHelper::rewrite(std::string const& map, TextSource const& records)
 
 void DatabaseHelper::rewriteFiltered(std::string const& map, RecordFilter const& filter)
 {
-    Change change(map);
+    LockedRoom change(map);
     MapRoom& room = change.room;
     TextFile out(room.textSource());
     room.borrow(MapUse::read);

@@ -2,10 +2,8 @@
 
 #include "lib/beneath/entry.h"
 #include "lib/beneath/place.h"
-#include "postfix/maps/change_lock.h"
 #include "postfix/maps/key_bytes.h"
 #include "postfix/maps/map_names.h"
-#include "postfix/maps/map_room.h"
 #include "postfix/maps/record_text.h"
 #include "postfix/maps/saved_map.h"
 #include "postfix/tools/postmap_output.h"
@@ -69,12 +67,11 @@ FoundRecords findRecords(std::string const& map, std::vector<std::string> const&
         requireKey(key);
     if (wanted.empty())
         return {};
-    ChangeLock const changes(map);
+    LockedRoom locked(map);
     std::vector<std::string> const keys = keysToAsk(map, wanted);
     if (keys.empty())
         return {};
-    MapRoom room(map);
-    settleSaved(room);
+    MapRoom& room = locked.room;
     room.borrow(MapUse::read);
     ToolResult const result =
         room.run({"-q", "-", map}, ToolStreams::fedBy(linesOf(keys)).collected());

@@ -119,39 +119,44 @@ MapRoom::~MapRoom()
 
 void MapRoom::borrow(MapUse use)
 {
-    if (isMade())
-        lend(indexed, use);
+    if (!isMade())
+        return;
+    was_lent = true;
+    lend(indexed, use, largest_copy);
 }
 
-void MapRoom::borrowSaved()
+void MapRoom::borrowSaved(MapUse use)
 {
-    lend(savedNameOf(name), MapUse::read);
+    was_lent = false;
+    lend(savedNameOf(name), use, use == MapUse::change ? any_size : largest_copy);
 }
 
-void MapRoom::lend(std::string const& entry, MapUse use)
+void MapRoom::lend(std::string const& entry, MapUse use, off_t largest)
 {
+    in_use = {};
     OpenDescriptor const file =
         open_file_beneath(directory.get(), entry.c_str(), O_RDONLY, any_size);
     if (file.get() < 0 && errno == ENOENT)
         return;
-    if (file.get() < 0 || fstat(file.get(), &in_use) != 0 || !waitForLock(file.get()))
+    // Only after the wait: whoever had the lock may have changed the file.
+    if (file.get() < 0 || !waitForLock(file.get()) || fstat(file.get(), &in_use) != 0)
         raise(entry);
-    if (copyIn(file.get(), in_use.st_size))
+    if (copyIn(file.get(), in_use.st_size, largest))
         return;
     // A disk without room for a copy may have room for the new map.
-    if (in_use.st_size <= largest_copy && use == MapUse::change)
+    if (in_use.st_size <= largest && use == MapUse::change)
         raise(indexed);
     linkIn(file.get());
 }
 
 // False with errno set when it made no copy: it failed, or would take too long.
-bool MapRoom::copyIn(int from, off_t size)
+bool MapRoom::copyIn(int from, off_t size, off_t largest)
 {
     OpenDescriptor const copy = make_file_beneath(room->get(), indexed.c_str(), copy_mode);
     timespec const times[] = {copied_time, copied_time};
     if (copy.get() >= 0 &&
         (shareBlocks(from, copy.get()) ||
-         (size <= largest_copy && copyBlocks(from, copy.get(), size) == 0)) &&
+         (size <= largest && copyBlocks(from, copy.get(), size) == 0)) &&
         futimens(copy.get(), times) == 0) {
         borrowed = Borrowed::copy;
         return true;
@@ -191,15 +196,16 @@ off_t MapRoom::mostText() const
     return std::min(info.st_size, largest_text);
 }
 
-void MapRoom::install()
+bool MapRoom::install()
 {
     struct stat now = {};
     if (!isMade() || !isThere(room->get(), now))
-        return;
+        return true;
     if (borrowed == Borrowed::link)
         touch(now);
     else if (borrowed != Borrowed::copy || isLater(now.st_mtim, copied_time))
-        replace();
+        return replace();
+    return true;
 }
 
 bool MapRoom::isThere(int where, struct stat& file) const
@@ -220,7 +226,33 @@ void MapRoom::touch(struct stat const& now) const
         raise(indexed);
 }
 
-void MapRoom::replace()
+// Whether somebody has changed the file in use since it was borrowed.
+bool MapRoom::isChanged(struct stat const& now) const
+{
+    return was_lent && S_ISREG(in_use.st_mode) && now.st_nlink == 1 &&
+           (now.st_size != in_use.st_size || isLater(now.st_mtim, in_use.st_mtim) ||
+            isLater(in_use.st_mtim, now.st_mtim));
+}
+
+// The rights are those of the file that the content is from. The directory's owner may have put
+// another user's file under its name since.
+void MapRoom::prepare(int made, struct stat const& old) const
+{
+    struct stat const& source = in_use;
+    timespec const times[] = {{0, UTIME_OMIT}, timeAfter(old.st_mtim)};
+    if ((S_ISREG(source.st_mode) &&
+         set_rights(made, {source.st_uid, source.st_gid, source.st_mode & 0777}) != 0) ||
+        futimens(made, times) != 0)
+        raise(indexed);
+    // Postfix notices a replaced file by its having no name left. On a file system in layers, a
+    // container's for example, a file of a lower layer seems to keep it; its time tells then.
+    OpenDescriptor const replaced =
+        open_file_beneath(directory.get(), indexed.c_str(), O_RDONLY, any_size);
+    if (replaced.get() >= 0)
+        static_cast<void>(futimens(replaced.get(), times));
+}
+
+bool MapRoom::replace()
 {
     OpenDescriptor const made = open_file_beneath(room->get(), indexed.c_str(), O_RDONLY, any_size);
     if (made.get() < 0)
@@ -228,18 +260,10 @@ void MapRoom::replace()
     struct stat old = {};
     if (!isThere(directory.get(), old) || !S_ISREG(old.st_mode))
         old = in_use; // somebody has taken it away since it was borrowed
-    if (S_ISREG(old.st_mode)) {
-        timespec const times[] = {{0, UTIME_OMIT}, timeAfter(old.st_mtim)};
-        if (set_rights(made.get(), {old.st_uid, old.st_gid, old.st_mode & 0777}) != 0 ||
-            futimens(made.get(), times) != 0)
-            raise(indexed);
-        // Postfix notices a replaced file by its having no name left. On a file system in layers, a
-        // container's for example, a file of a lower layer seems to keep it; its time tells then.
-        OpenDescriptor const replaced =
-            open_file_beneath(directory.get(), indexed.c_str(), O_RDONLY, any_size);
-        if (replaced.get() >= 0)
-            static_cast<void>(futimens(replaced.get(), times));
-    }
+    if (isChanged(old))
+        return false;
+    if (S_ISREG(old.st_mode))
+        prepare(made.get(), old);
     // A changed copy needs no sync: postmap has synced it, and the file system keeps the order of
     // the later changes.
     if ((borrowed == Borrowed::nothing && fsync(made.get()) != 0) ||
@@ -250,6 +274,7 @@ void MapRoom::replace()
     if (borrowed == Borrowed::nothing)
         (void)remove_file_beneath(directory.get(), name.c_str());
     borrowed = Borrowed::nothing;
+    return true;
 }
 
 void MapRoom::putBackSaved()

@@ -14,8 +14,10 @@
 // textSource() names the text source in the room. mostText() is the most bytes that the borrowed
 // file's records can have as text, at most 1 GiB: a file whose pages form a circle has no end.
 //
-// install() renames what postmap has made or changed in the room over the file in use, with that
-// one's owner and mode, and syncs it. Postfix reads the old file until then. Whichever way the map
+// install() renames what postmap has made or changed in the room over the file in use, with the
+// owner and mode of what was borrowed, and syncs it. It returns false, and installs nothing, when
+// somebody else has changed the file in use since it was borrowed: give it back and begin again.
+// Postfix reads the old file until then. Whichever way the map
 // was changed, its time is a second or more after the one before: Postfix compares whole seconds.
 // install() does nothing when postmap has changed nothing. The destructor empties the room, so it
 // drops a change that was not installed.
@@ -26,8 +28,8 @@
 //
 // An earlier version kept a copy of the indexed file, with ".saved" after its name, while it
 // changed the file. hasSaved() tells that there is one of root's own. borrowSaved() puts it into
-// the room, for reading. putBackSaved() renames it over the file in use, dropSaved() removes it.
-// saved_map.h decides.
+// the room; it is copied, whatever its size, if it is to be changed. putBackSaved() renames it over
+// the file in use, dropSaved() removes it. saved_map.h decides.
 //
 // Where the kernel refuses a mount namespace, the room is named in the last argument instead,
 // through /proc.
@@ -71,10 +73,10 @@ public:
     void giveBack();
     std::string textSource() const;
     off_t mostText() const;
-    void install();
+    [[nodiscard]] bool install();
 
     bool hasSaved() const { return saved; }
-    void borrowSaved();
+    void borrowSaved(MapUse use);
     void putBackSaved();
     void dropSaved();
 
@@ -92,10 +94,12 @@ private:
         link,
     };
 
-    void lend(std::string const& entry, MapUse use);
-    bool copyIn(int from, off_t size);
+    void lend(std::string const& entry, MapUse use, off_t largest);
+    bool copyIn(int from, off_t size, off_t largest);
     void linkIn(int from);
-    void replace();
+    bool replace();
+    bool isChanged(struct stat const& now) const;
+    void prepare(int made, struct stat const& old) const;
     bool isThere(int where, struct stat& file) const; // the indexed file
     void touch(struct stat const& now) const;
     void limitWait() const;
@@ -108,6 +112,7 @@ private:
     std::shared_ptr<Room> room;
     struct stat in_use = {}; // what the indexed file in use was when it was borrowed
     Borrowed borrowed = Borrowed::nothing;
+    bool was_lent = false; // the file in use, even if there was none
     bool saved = false;
 };
 

@@ -24,7 +24,7 @@ std::optional<size_t> countRecords(MapRoom const& room)
         readMap(room, [&](std::vector<char> const& piece) {
             lines += static_cast<size_t>(std::count(piece.begin(), piece.end(), '\n'));
         });
-    } catch (PostfixConfigurationError const&) {
+    } catch (PostfixError const&) { // postmap's own, or there is no end of records
         return std::nullopt;
     }
     return lines;
@@ -39,17 +39,19 @@ std::vector<char> recordsOf(MapRoom const& room)
     return text;
 }
 
-void addBack(MapRoom& room, std::vector<char> const& records)
+// Puts the copy back with these records added, in one step: a kill leaves the old state or the new.
+void putBackWith(MapRoom& room, std::vector<char> const& records)
 {
-    room.borrow(MapUse::change);
+    room.borrowSaved(MapUse::change);
     ToolResult const result =
         room.run({"-r", "-i", room.map}, ToolStreams::fedBy([&](std::vector<char>& text) {
                      text = records;
                      return false;
                  }));
     requireSuccess(result.status, result.diagnostics);
-    room.install();
+    (void)room.install(); // what is installed here is not the file in use
     room.giveBack();
+    room.dropSaved();
 }
 
 } // namespace
@@ -58,7 +60,7 @@ void settleSaved(MapRoom& room)
 {
     if (!room.isMade() || !room.hasSaved())
         return;
-    room.borrowSaved();
+    room.borrowSaved(MapUse::read);
     size_t const saved = countRecords(room).value_or(0);
     room.giveBack();
 
@@ -70,14 +72,20 @@ void settleSaved(MapRoom& room)
     room.giveBack();
 
     if (is_lost) {
-        room.putBackSaved();
-        if (!records.empty())
-            addBack(room, records);
+        if (records.empty())
+            room.putBackSaved();
+        else
+            putBackWith(room, records);
         std::clog << mapPath(room.map) << " had lost its records: put back from a copy with "
                   << saved << std::endl;
     } else if (held) {
         room.dropSaved();
     }
+}
+
+LockedRoom::LockedRoom(std::string const& map) : lock(map), room(map)
+{
+    settleSaved(room);
 }
 
 } // namespace orvek::mail::postfix

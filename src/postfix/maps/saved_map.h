@@ -8,16 +8,30 @@
 // A map has lost its records when it has less than a tenth of the copy's records. A copy that does
 // not open stays when the map does not open either.
 //
+// LockedRoom is the frame of everything that is done with a map: it takes the map's lock, makes a
+// room, which clears what a crash has left, and settles the copy.
+//
 // Failures: those of MapRoom and of adding the records.
 
 #ifndef MAILVEK_POSTFIX_MAPS_SAVED_MAP_H
 #define MAILVEK_POSTFIX_MAPS_SAVED_MAP_H
 
+#include "postfix/maps/change_lock.h"
 #include "postfix/maps/map_room.h"
+
+#include <string>
 
 namespace orvek::mail::postfix {
 
 void settleSaved(MapRoom& room);
+
+struct LockedRoom
+{
+    explicit LockedRoom(std::string const& map);
+
+    ChangeLock const lock;
+    MapRoom room;
+};
 
 } // namespace orvek::mail::postfix
 

@@ -1,9 +1,11 @@
 #include "postfix/maps/map_room.h"
 #include "support/call_faults.h"
 #include "support/map_changes_test.h"
+#include "util/errors.h"
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <exception>
 #include <functional>
@@ -261,5 +263,65 @@ TEST_F(MapCopiesOnHost, SucceedsOnlyWithTheWholeChange)
         }
         EXPECT_EQ(content(), code == 0 ? "" : "a\t1\n") << number;
         EXPECT_EQ(indexed().st_mode & 0777, 0640u) << number;
+    }
+}
+
+TEST_F(MapCopiesOnHost, CopiesWhatTheHolderOfTheLockHasAdded)
+{
+    std::string large;
+    for (int i = 1000; i < 4000; ++i)
+        large += std::to_string(i) + " x\n";
+    writeFile(tools / "large", large);
+    run(real + " -r hash:" + (tools / "large"));
+    fill("a 1\n");
+    OpenDescriptor const other(open((path + ".db").c_str(), O_RDWR | O_CLOEXEC));
+    ASSERT_EQ(flock(other.get(), LOCK_EX), 0);
+    in_a_pause = [&] {
+        std::string const grown = readFile(tools / "large.db");
+        ASSERT_EQ(pwrite(other.get(), grown.data(), grown.size(), 0), ssize_t(grown.size()));
+        flock(other.get(), LOCK_UN);
+    };
+    changes[0]();
+    std::replace(large.begin(), large.end(), ' ', '\t');
+    EXPECT_EQ(content(), large + "a\t1\n");
+}
+
+TEST_F(MapCopiesOnHost, TakesItsRightsFromTheFileThatWasCopied)
+{
+    std::string const outside = "/proc/" + std::to_string(getpid()) + "/root";
+    for (int const change : {0, 1, 2}) {
+        fill("a 1\n");
+        run("chown 7:8 " + path + ".db && chmod 604 " + path + ".db");
+        // Another user's file comes under the name meanwhile.
+        standIn("cp -p " + outside + path + ".db " + outside + path + ".new.db && chown 9:9 " +
+                outside + path + ".new.db && mv " + outside + path + ".new.db " + outside + path +
+                ".db; exec $real \"$@\"");
+        changes[change]();
+        EXPECT_EQ(indexed().st_uid, 7U) << change;
+        EXPECT_EQ(indexed().st_gid, 8U) << change;
+        EXPECT_EQ(indexed().st_mode & 07777, 0604U) << change;
+    }
+}
+
+TEST_F(MapCopiesOnHost, BeginsAnewWhenAnotherProgramHasChangedTheMap)
+{
+    fill("a 1\nb 2\n");
+    std::string const outside = "/proc/" + std::to_string(getpid()) + "/root";
+    standIn(
+        "echo x >> $dir/runs; [ $(wc -l < $dir/runs) -gt 1 ] || { cp " + outside + path +
+        ".db $dir/theirs.db && echo 'late 3' | $real -i hash:$dir/theirs && cat $dir/theirs.db > " +
+        outside + path + ".db; }; exec $real \"$@\"");
+    changes[1]();
+    EXPECT_EQ(content(), "b\t2\nlate\t3\n");
+}
+
+TEST_F(MapCopiesOnHost, GivesUpOnAMapThatOthersChangeAllTheTime)
+{
+    fill("a 1\nb 2\n");
+    std::string const outside = "/proc/" + std::to_string(getpid()) + "/root";
+    standIn("$real \"$@\"; touch " + outside + path + ".db");
+    for (int const change : {1, 2}) {
+        EXPECT_THROW(changes[change](), PostfixDatabaseError);
+        EXPECT_EQ(content(), "a\t1\nb\t2\n");
     }
 }

@@ -130,3 +130,39 @@ TEST_F(SavedMapOnHost, RemovesACopyThatWasNotFinished)
     change();
     EXPECT_FALSE(std::filesystem::exists(copy + ".tmp"));
 }
+
+TEST_F(SavedMapOnHost, PutsBackTheCopyBeforeALook)
+{
+    leave("");
+    run("head -c 5000 /dev/urandom > " + path + ".db");
+    testing::internal::CaptureStderr();
+    EXPECT_EQ(findRecords(map, {"100"}), (FoundRecords{{"100", "x"}}));
+    EXPECT_NE(testing::internal::GetCapturedStderr(), "");
+    EXPECT_FALSE(hasCopy());
+}
+
+TEST_F(SavedMapOnHost, PutsBackTheCopyOfAMapWithoutAnEnd)
+{
+    leave("");
+    std::string const pieces = "[ $1 != -s ] || [ $(stat -c %s " + path +
+                               ".db) != 777 ] || "
+                               "{ yes 'a 1' | head -c 2000; exit 0; }; ";
+    standIn(pieces + "exec $real \"$@\"");
+    run("truncate -s 777 " + path + ".db");
+    EXPECT_NE(change(), "");
+    EXPECT_EQ(content(), records + "new\t1\n");
+}
+
+TEST_F(SavedMapOnHost, KeepsBothUntilTheMergedMapIsInPlace)
+{
+    leave("late 2\n");
+    standIn("[ $1 != -r ] || exit 1; exec $real \"$@\"");
+    testing::internal::CaptureStderr();
+    EXPECT_ANY_THROW(DatabaseHelper::addRecord(map, "new", "1"));
+    testing::internal::GetCapturedStderr();
+    EXPECT_EQ(content(), "late\t2\n");
+    EXPECT_TRUE(hasCopy());
+    postmap.remove();
+    change();
+    EXPECT_EQ(content(), records + "late\t2\nnew\t1\n");
+}
