@@ -315,7 +315,7 @@ TEST_F(MapCopiesOnHost, BeginsAnewWhenAnotherProgramHasChangedTheMap)
     EXPECT_EQ(content(), "b\t2\nlate\t3\n");
 }
 
-TEST_F(MapCopiesOnHost, GivesUpOnAMapThatOthersChangeAllTheTime)
+TEST_F(MapCopiesOnHost, GivesUpOnAMapThatOthersKeepChanging)
 {
     fill("a 1\nb 2\n");
     std::string const outside = "/proc/" + std::to_string(getpid()) + "/root";
