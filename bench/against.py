@@ -34,8 +34,8 @@ class NotMeasured(Exception):
     pass
 
 
-def run(words: list, env: dict) -> tuple[float, float]:
-    """The time and the processor time of a run in seconds."""
+def run(words: list, env: dict, status: int = 0) -> tuple[float, float]:
+    """The time and the processor time in seconds of a run, which must end with this status."""
     def cpu() -> float:
         used = resource.getrusage(resource.RUSAGE_CHILDREN)
         return used.ru_utime + used.ru_stime
@@ -43,7 +43,7 @@ def run(words: list, env: dict) -> tuple[float, float]:
     cpu_before, begun = cpu(), time.monotonic()
     ended = subprocess.run(words, env=env, stdin=subprocess.DEVNULL, capture_output=True, check=False, cwd="/")
     seconds = time.monotonic() - begun
-    if ended.returncode != 0:
+    if ended.returncode != status:
         raise NotMeasured(f"{words[0]} ended with {ended.returncode}: {mailhost.text(ended.stderr)[:300]}")
     return seconds, cpu() - cpu_before
 

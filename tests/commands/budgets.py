@@ -1,5 +1,6 @@
-"""What a command costs on a full host, in numbers that do not depend on the machine: 10 alias domains, 1,000
-mailnames, 5 mail aliases of the mailname that is changed, 1,000 handlers. Init scripts are stand-ins.
+"""What a command costs on a full host, in numbers that do not depend on the machine. Unless asked otherwise that is
+10 alias domains, 1,000 mailnames, 5 mail aliases of the mailname that is changed, 1,000 handlers. Init scripts are
+stand-ins.
 """
 import ast
 import collections
@@ -15,9 +16,7 @@ from panel import panel_domain, panel_mailname
 from spies import Rule, spy
 
 DOMAIN = "example.com"
-ALIASES = [f"alias{number}.test" for number in range(10)]
 MAIL_ALIASES = [f"anna{number}" for number in range(5)]
-MAILNAMES_TOO = [f"user{number}" for number in range(999)]
 NEW = "new.test"
 STORE = "/usr/local/orv/handlers"
 UPLOAD, KEY = "/tmp/upload", "/tmp/key"
@@ -25,60 +24,72 @@ LOG = "/run/mailvek/system-calls"
 TRACED = "execve,fsync,fdatasync,openat,openat2,open,pwrite64"
 
 
-def full_host(handlers=True):
-    """Makes the host. The tool makes what is changed; the rest is put beside it by hand."""
+def full_host(mailnames=1000, alias_domains=10, handlers=1000, homes=True):
+    """Makes the host. The tool makes what is changed; the rest is put beside it by hand. Without homes the
+    mailnames put there have no files, and commands that look at the files of all mailnames fail."""
     mailhost.start("mariadb", "postfix")
-    host_faults.cover(STORE, "size=256m")  # a directory of an overlay is read slowly
+    for directory in (STORE, MAPS):  # a directory of an overlay is read slowly
+        host_faults.cover(directory, "size=4g")
     for script in ("/etc/init.d/postfix", "/etc/init.d/courier-imap"):
         spy(script, Rule(exit=0))
     mailhost.set_postconf(mynetworks="127.0.0.0/8, 192.0.2.0/24")
     os.makedirs("/etc/orv-spf", exist_ok=True)
     mailhost.write(UPLOAD, "a letter's attachment\n")
     mailhost.write(KEY, "a key\n")
+    aliases = [f"alias{number}.test" for number in range(alias_domains)]
     panel_domain(NEW)
-    panel_domain(DOMAIN, aliases=ALIASES)
-    panel_mailname(f"anna@{DOMAIN}", aliases=MAIL_ALIASES)
-    panel_sql("INSERT INTO mail (mail_name, dom_id, mbox_quota) VALUES "
-              + ",".join(f"('{name}', (SELECT id FROM domains WHERE name = '{DOMAIN}'), -1)" for name in MAILNAMES_TOO))
-    done("--add-domain", f"--domain-name={DOMAIN}")
-    anna = (f"--domain-name={DOMAIN}", "--mailname=anna")
-    done("--add-mailname", *anna, "--disk-quota=100000")
-    done("--add-mailbox", *anna, env={"ORV_PASSWORD": "secret"})
-    for alias in MAIL_ALIASES:
-        done("--add-alias", *anna, f"--alias={alias}")
-    done("--set-password", *anna, env={"ORV_PASSWORD": "secret"})
-    more_mailnames()
-    more_homes()
+    panel_domain(DOMAIN, aliases=aliases)
+    anna()
+    names = [f"user{number}" for number in range(mailnames - 1)]
+    more_mailnames(len(names), aliases)
+    if homes:
+        more_homes(names)
     if handlers:
-        more_handlers()
+        more_handlers(names[:handlers - 1])
 
 
-def more_mailnames():
-    addresses = [f"{name}@{domain}" for name in MAILNAMES_TOO for domain in (DOMAIN, *ALIASES)]
-    add_records("virtual", {address: f"{address.split('@')[0]}@{DOMAIN}" for address in addresses})
-    add_records("vmailbox", {f"{name}@{DOMAIN}": f"{DOMAIN}/{name}/Maildir/" for name in MAILNAMES_TOO})
-    for domain in ALIASES:
+def anna():
+    """Makes the mailname that commands change. It has everything that a mailname can have."""
+    panel_mailname(f"anna@{DOMAIN}", aliases=MAIL_ALIASES)
+    done("--add-domain", f"--domain-name={DOMAIN}")
+    options = (f"--domain-name={DOMAIN}", "--mailname=anna")
+    done("--add-mailname", *options, "--disk-quota=100000")
+    done("--add-mailbox", *options, env={"ORV_PASSWORD": "secret"})
+    for alias in MAIL_ALIASES:
+        done("--add-alias", *options, f"--alias={alias}")
+    done("--set-password", *options, env={"ORV_PASSWORD": "secret"})
+
+
+def more_mailnames(count, aliases):
+    """Adds user0, user1 and so on to the panel, the maps and the accounts of the domain and its alias domains."""
+    last = count - 1
+    panel_sql(f"INSERT INTO mail (mail_name, dom_id, mbox_quota) SELECT CONCAT('user', seq), domains.id, -1 "
+              f"FROM seq_0_to_{last}, domains WHERE domains.name = '{DOMAIN}'")
+    names = [f"user{number}" for number in range(count)]
+    add_records("virtual", {f"{name}@{domain}": f"{name}@{DOMAIN}" for domain in (DOMAIN, *aliases) for name in names})
+    add_records("vmailbox", {f"{name}@{DOMAIN}": f"{DOMAIN}/{name}/Maildir/" for name in names})
+    for domain in aliases:
         auth_sql("INSERT OR IGNORE INTO domains (name) VALUES (?)", domain)
-    auth_sql("WITH RECURSIVE number(n) AS (SELECT 0 UNION ALL SELECT n + 1 FROM number WHERE n < 998) "
+    auth_sql(f"WITH RECURSIVE number(n) AS (SELECT 0 UNION ALL SELECT n + 1 FROM number WHERE n < {last}) "
              "INSERT INTO users (dom_id, name, userPassword) "
              "SELECT domains.id, 'user' || n, 'secret' FROM number, domains")
 
 
-def more_homes():
+def more_homes(names):
     home = f"{mailhost.MAILNAMES}/{DOMAIN}"
-    for name in MAILNAMES_TOO:
+    for name in names:
         shutil.copytree(f"{home}/anna", f"{home}/{name}", symlinks=True)
     owned = mailhost.run("chown", "-R", "popuser:popuser", home)
     assert owned.status == 0, owned
 
 
-def more_handlers():
+def more_handlers(names):
     """Copies a handler that the tool has made. Each has another address of the domain."""
     done("--add-handler", "--handler-name=model", "--handler-type=recipient", f"--handler-type-name=anna@{DOMAIN}",
          "--executable=/bin/true", "--context=test", "--hook=before-local", "--priority=10")
     model, = os.listdir(f"{STORE}/info")
     active = f"{STORE}/before-local/recipient"
-    for name in MAILNAMES_TOO:
+    for name in names:
         copy = f"10-model-{name.rjust(6, '0')[-6:]}"
         shutil.copytree(f"{STORE}/info/{model}", f"{STORE}/info/{copy}", symlinks=True)
         mailhost.write(f"{STORE}/info/{copy}/recipient", f"{name}@{DOMAIN}\n")

@@ -7,7 +7,7 @@ NEEDED = ("--add-mailname", "--add-domain")  # by the commands after them
 
 
 def test_accounts_cost_as_many_statements_as_budgets_say():
-    budgets.full_host(handlers=False)
+    budgets.full_host(handlers=0)
     wrong = {}
     for arguments, budget in BUDGETS:
         if budget.statements or arguments[0] in NEEDED:
