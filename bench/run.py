@@ -1,11 +1,11 @@
 """run - measures the rows of bench/ inside a throw-away mail host and prints their table
 
-    bench/run.py PROGRAMS [--rounds N] [--markdown] [ROW...]
+    bench/run.py PROGRAMS [--disk DIRECTORY] [--rounds N] [--markdown] [ROW...]
 
 PROGRAMS is the directory of the optimised programs. A row is a file bench/<room>/<row>.py with a
 function row(bench), which makes what its two sides need and returns a Row. A file with SIZES, a table
-of names and sizes, gives one row per size, <row>_<name>, and its function takes the size too. The two
-sides take turns, so that other load on the machine slows both alike. The table shows the medians. Peak
+of names and sizes, gives one row per size, <row>_<name>, and its function takes the size too. Sizes in
+DISK_SIZES give <row>_<name>_disk, for which the files lie on the disk of --disk. The two sides take turns, so that other load on the machine slows both alike. The table shows the medians. Peak
 memory is that of the program itself, without the programs that it starts, from a run that is not timed.
 --markdown prints the table for a document, with the machine above it.
 
@@ -15,6 +15,7 @@ measured: a side exits non-zero, or the two sides leave different results.
 
 import argparse
 import ctypes
+import dataclasses
 import fnmatch
 import os
 import re
@@ -50,10 +51,12 @@ class Row:
 
 @dataclass
 class Bench:
-    """The argument of row(): a directory of its own, and the directory of the programs."""
+    """The argument of row(): a directory of its own, the directory of the programs, and for a row on a real disk
+    a directory there."""
 
     directory: Path
     programs: Path
+    disk: Path | None = None
 
     def program(self, name: str) -> str:
         return str(self.programs / name)
@@ -215,7 +218,10 @@ def rows_of(path: Path) -> list[tuple[str, Callable[[Bench], Row]]]:
     row, sizes = names["row"], names.get("SIZES")
     if sizes is None:
         return [(path.stem, row)]
-    return [(f"{path.stem}_{name}", lambda bench, size=size: row(bench, size)) for name, size in sizes.items()]
+    in_memory = [(f"{path.stem}_{name}", lambda bench, size=size: row(dataclasses.replace(bench, disk=None), size))
+                 for name, size in sizes.items()]
+    return in_memory + [(f"{path.stem}_{name}_disk", lambda bench, size=size: row(bench, size))
+                        for name, size in names.get("DISK_SIZES", {}).items()]
 
 
 def chosen(patterns: list[str]) -> list[tuple[str, Callable[[Bench], Row]]]:
@@ -228,7 +234,7 @@ def run(name: str, make: Callable[[Bench], Row], options: argparse.Namespace) ->
     # In memory and not on the host's overlay, which no server has below its maps.
     with tempfile.TemporaryDirectory(prefix="bench", dir="/tmp") as directory:
         try:
-            row = make(Bench(Path(directory), options.programs))
+            row = make(Bench(Path(directory), options.programs, options.disk))
             form = MARKDOWN if options.markdown else FORMAT
             print(form.format(*cells(name, row, *measure(row, options.rounds))).rstrip(), flush=True)
             return True
@@ -240,12 +246,13 @@ def run(name: str, make: Callable[[Bench], Row], options: argparse.Namespace) ->
 def main() -> int:
     parser = argparse.ArgumentParser()
     parser.add_argument("programs", type=Path)
+    parser.add_argument("--disk", type=Path)
     parser.add_argument("--rounds", type=int, default=5)
     parser.add_argument("--markdown", action="store_true")
     parser.add_argument("rows", nargs="*")
     options = parser.parse_intermixed_args()
     sys.modules["run"] = sys.modules["__main__"]  # for the rows, which import their Row
-    rows = chosen(options.rows)
+    rows = [row for row in chosen(options.rows) if options.disk or not row[0].endswith("_disk")]
     if not rows:
         print("no such row", file=sys.stderr)
         return 1

@@ -1,15 +1,14 @@
 """Adding mailboxes: the delivery file, and the accounts under the domain and its alias domain."""
 
-from _commands import ADD_MAILBOX, SIZES, command_row, with_mailnames  # noqa: F401  (SIZES is for run.py)
+from _commands import (  # noqa: F401  (the sizes are for run.py)
+    ADD_MAILBOX, DISK_SIZES, SIZES, command_row, with_mailnames)
 
 SCRIPT = r"""
-{ cat "$home/.qmail"; echo '| /usr/bin/deliverquota ./Maildir'; } > "$home/.qmail.tmp"
-chown popuser:popuser "$home/.qmail.tmp"
-chmod 0600 "$home/.qmail.tmp"
-mv "$home/.qmail.tmp" "$home/.qmail"
-{ echo $domain; alias_domains; } | while read -r place; do set_account $box $place; done | accounts
+ask_panel
+echo '| /usr/bin/deliverquota ./Maildir' >> "$home/.qmail"
+set_accounts $box | accounts
 """
 
 
 def row(bench, records):
-    return command_row(bench, records, ADD_MAILBOX, SCRIPT, before=with_mailnames)
+    return command_row(bench, records, ADD_MAILBOX, SCRIPT, before=with_mailnames, goal=0.60)

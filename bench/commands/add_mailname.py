@@ -1,19 +1,18 @@
 """Adding mailnames: their homes and records."""
 
-from _commands import ADD_MAILNAME, SIZES, command_row  # noqa: F401  (SIZES is for run.py)
+from _commands import ADD_MAILNAME, DISK_SIZES, SIZES, command_row  # noqa: F401  (the sizes are for run.py)
 
 SCRIPT = r"""
-mkdir -p -m 0700 "$home" "$home/@attachments"
-for folder in Maildir Maildir/.Spam; do
-    mkdir -m 0700 "$home/$folder" "$home/$folder/cur" "$home/$folder/new" "$home/$folder/tmp"
-done
-printf '| true\n' > "$home/.qmail"
-chmod 0600 "$home/.qmail"
+ask_panel
+umask 077
+mkdir -p "$home/@attachments" "$home/Maildir/cur" "$home/Maildir/new" "$home/Maildir/tmp" \
+    "$home/Maildir/.Spam/cur" "$home/Maildir/.Spam/new" "$home/Maildir/.Spam/tmp"
+echo '| true' > "$home/.qmail"
+umask 022
 printf '%dS,0C\n%12d%12d\n' $((1000000 - $(stat -c %s "$home/@attachments"))) 0 0 > "$home/Maildir/maildirsize"
 chown -R popuser:popuser "$home"
 echo "$box@$domain $domain/$box/Maildir/" | add vmailbox
-{ echo "$box@$domain $box@$domain"
-  alias_domains | while read -r other; do echo "$box@$other $box@$domain"; done; } | add virtual
+for place in $domain $others; do echo "$box@$place $box@$domain"; done | add virtual
 """
 
 

@@ -1,18 +1,16 @@
 """Removing mailnames with their accounts, records and homes."""
 
-from _commands import DOMAIN, SIZES, command_row, with_mailboxes  # noqa: F401  (SIZES is for run.py)
+from _commands import DISK_SIZES, DOMAIN, SIZES, command_row, with_mailboxes  # noqa: F401  (the sizes are for run.py)
 
 SCRIPT = r"""
-places=$(echo $domain; alias_domains)
-for name in $box $(mail_aliases); do
-    for place in $places; do
-        echo "DELETE FROM users WHERE name = '$name' AND dom_id = (SELECT id FROM domains WHERE name = '$place');"
-    done
-done | accounts
+ask_panel
+echo "DELETE FROM users WHERE name IN ($(quoted $box $aliases))
+      AND dom_id IN (SELECT id FROM domains WHERE name IN ($(quoted $domain $others)));" | accounts
 postmap -d $box@$domain hash:$maps/vmailbox
-for place in $(alias_domains) $domain; do postmap -d $box@$place hash:$maps/virtual; done
+for place in $domain $others; do echo $box@$place; done | postmap -d - hash:$maps/virtual
 rm -r $home
-ls /usr/local/orv/handlers/info > /dev/null
+grep -rlxF "$box@$domain" $info && exit 1 # it has no handlers to remove
+true
 """
 
 

@@ -23,7 +23,7 @@ DATABASE_FILES = "/var/lib/mysql"
 SYSTEM_LOG_SOCKET = "/var/spool/postfix/dev/log"
 DATABASE_PID = "/run/mysqld/mysqld.pid"
 KEPT_BELOW_RUN = {"mailvek", "mysqld", "syslog.pid"}
-KEPT_BELOW_RUN_MAILVEK = {"pristine", "changes", "real", "bin", "mounts", "pytest"}
+KEPT_BELOW_RUN_MAILVEK = {"pristine", "changes", "real", "bin", "mounts", "pytest", "disk"}
 
 
 def pid_in(path):
