@@ -207,7 +207,8 @@ class Bench:
     # ----------------------------------------------------------------- at random moments
 
     def at_a_moment(self, victim, seed):
-        moment = random.Random(seed).uniform(0, self.takes * 1.1)
+        """Whether the victim was there to be killed at a moment that the seed chooses, and what was wrong then."""
+        moment, killed = random.Random(seed).uniform(0, self.takes * 1.1), False
         with started(mailhost.TOOL, *self.arguments, env=self.env) as process:
             time.sleep(moment)
             with contextlib.suppress(ProcessLookupError, IndexError, FileNotFoundError):
@@ -215,10 +216,11 @@ class Bench:
                     os.killpg(process.pid, signal.SIGKILL)
                 else:
                     os.kill(process.pid if victim == "tool" else calls.child_of(process.pid), signal.SIGKILL)
-        if process.returncode == 0:  # it was over before
+                killed = True
+        if not killed or (victim != "child" and process.returncode == 0):  # it was over before
             restore()
-            return []
-        return self.look(f"{self.name}: the {victim} killed after {moment:.3f} s of {self.takes:.3f}")
+            return False, []
+        return True, self.look(f"{self.name}: the {victim} killed after {moment:.3f} s of {self.takes:.3f}")
 
 
 @contextlib.contextmanager

@@ -46,15 +46,16 @@ def calls(seconds):
 def moments(seconds):
     """Kills at random moments, of tool, child and group in turns, one command after the other."""
     all_benches = benches(LARGE)
-    until, tried, failed = time.monotonic() + seconds, 0, []
-    while tried < MOMENTS and time.monotonic() < until:
+    until, tried, kills_made, failed = time.monotonic() + seconds, 0, 0, []
+    while kills_made < MOMENTS and time.monotonic() < until:
         bench = all_benches[tried % len(all_benches)]
-        wrong = bench.at_a_moment(kills.VICTIMS[tried // len(all_benches) % 3], tried)
+        killed, wrong = bench.at_a_moment(kills.VICTIMS[tried // len(all_benches) % 3], tried)
         failed += wrong
         tried += 1
+        kills_made += killed
         if wrong or tried % 50 == 0:
-            told(f"{tried} random moments so far", wrong)
-    return told(f"killed at {tried} random moments on maps of {LARGE} records", failed)
+            told(f"{kills_made} kills at {tried} random moments so far", wrong)
+    return told(f"{kills_made} kills at {tried} random moments on maps of {LARGE} records", failed)
 
 
 def refusals(seconds):
