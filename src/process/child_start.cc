@@ -157,7 +157,8 @@ int failToExec(ProcessLaunch const& launch, ChildStreams const& streams,
 // out: the parent's code and its destructors would run a second time. The signal mask and actions
 // stay as they were at the fork, so a stage of a pipeline starts with SIGCHLD blocked.
 // Deliberate: exit and not _exit. Pending output was written out before the fork. With the parent's
-// memory it is _exit: the parent's static objects must live on.
+// memory it is _exit: the parent's static objects must live on. A child in that memory allocates
+// only to report a failure: a kill of it at any other moment leaves the parent's heap whole.
 void startChild(ProcessLaunch const& launch, ChildStreams const& streams,
                 LaunchOptions const& options)
 {

@@ -121,11 +121,14 @@ ProcessLaunch::ProcessLaunch(LaunchOptions const& options)
                       : prepareStream(stderr_stream, options.stderrMode, stderrPipe);
     controlPipe = openPipe("pipe");
     flushPending();
+    int const before = errno;
     // The child goes on in this frame and never leaves it.
     // NOLINTNEXTLINE(clang-analyzer-security.insecureAPI.vfork,clang-analyzer-unix.Vfork)
     int const started = options.sharesMemory ? vfork() : retryOnSignal(fork);
     if (started == 0)
         startChild(*this, streams, options);
+    if (started > 0)
+        errno = before; // a child in this memory has left its own
     pid = started;
     // Deliberate: a failed fork has no message of its own.
     if (pid == -1)

@@ -16,6 +16,7 @@ namespace orvek::mail::postfix {
 namespace {
 
 constexpr size_t most_entries = 100000;
+constexpr char room_word[] = ".room-";
 
 bool isOurs(int dir, std::string const& entry, mode_t kind)
 {
@@ -31,11 +32,26 @@ bool isInUse(int dir, std::string const& room)
     return opened.get() >= 0 && flock(opened.get(), LOCK_EX | LOCK_NB) != 0 && errno == EWOULDBLOCK;
 }
 
+bool isRoom(std::string const& entry)
+{
+    return entry.front() == '.' && entry.find(room_word) != std::string::npos;
+}
+
+// A killed command may have left a map in the room of another one, which it had changed before. Of
+// a large map that is a second name. Nobody but the holder of the map's lock uses these names.
+void removeFrom(int dir, std::string const& room, std::string const& name)
+{
+    OpenDescriptor const opened = open_directory_beneath(dir, room.c_str());
+    for (std::string const& file : {name, name + ".db"})
+        if (opened.get() >= 0)
+            (void)remove_file_beneath(opened.get(), file.c_str());
+}
+
 } // namespace
 
 std::string roomBeginning(std::string const& name)
 {
-    return "." + name + ".room-";
+    return "." + name + room_word;
 }
 
 std::string savedNameOf(std::string const& name)
@@ -51,7 +67,7 @@ bool clearLeftovers(int dir, std::string const& name)
     bool saved = false;
     (void)list_directory(dir, most_entries, [&](ListedEntry const& listed) {
         std::string const entry = listed.name;
-        if (listed.kind == S_IFDIR && entry.starts_with(roomBeginning(name)))
+        if (listed.kind == S_IFDIR && isRoom(entry))
             rooms.push_back(entry);
         else if (entry == name || entry == savedNameOf(name) + ".tmp")
             files.push_back(entry);
@@ -59,9 +75,13 @@ bool clearLeftovers(int dir, std::string const& name)
             saved = isOurs(dir, entry, S_IFREG);
         return 0;
     });
-    for (std::string const& room : rooms)
-        if (isOurs(dir, room, S_IFDIR) && !isInUse(dir, room))
+    for (std::string const& room : rooms) {
+        if (!isOurs(dir, room, S_IFDIR))
+            continue;
+        removeFrom(dir, room, name);
+        if (room.starts_with(roomBeginning(name)) && !isInUse(dir, room))
             (void)remove_tree_beneath(dir, room.c_str(), TreeTop::with);
+    }
     for (std::string const& file : files)
         if (isOurs(dir, file, S_IFREG))
             (void)remove_file_beneath(dir, file.c_str());

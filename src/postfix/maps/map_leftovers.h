@@ -1,10 +1,10 @@
 // map_leftovers - removes what a killed run has left of its work on a map
 //
-// clearLeftovers removes the rooms of the map, and the files that an earlier version wrote beside
-// the map: the text source and an unfinished copy of the indexed file. It returns whether there is
-// a finished copy of root's own, which it leaves: see saved_map.h. name is the map's name without
-// a directory; dir is open on its directory. Hold the map's ChangeLock, so that nobody uses these
-// files any more.
+// clearLeftovers removes the rooms that are named after the map and no longer locked, the map's
+// files from every other room, and the files that an earlier version wrote beside the map: the text
+// source and an unfinished copy of the indexed file. It returns whether there is a finished copy of
+// root's own, which it leaves: see saved_map.h. name is the map's name without a directory; dir is
+// open on its directory. Hold the map's ChangeLock, so that nobody uses these files any more.
 //
 // Others may make entries with such names. So only root's own directories and regular files with
 // one name are removed. What cannot be checked or removed stays. Nothing is reported; errno is

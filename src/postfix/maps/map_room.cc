@@ -235,10 +235,13 @@ bool MapRoom::isChanged(struct stat const& now) const
 }
 
 // The rights are those of the file that the content is from. The directory's owner may have put
-// another user's file under its name since.
+// another user's file under its name since. Content that is all the tool's own stays root's.
 void MapRoom::prepare(int made, struct stat const& old) const
 {
-    struct stat const& source = in_use;
+    bool const is_own = !was_lent && borrowed == Borrowed::nothing;
+    struct stat source = is_own ? old : in_use;
+    if (is_own)
+        source.st_uid = 0;
     timespec const times[] = {{0, UTIME_OMIT}, timeAfter(old.st_mtim)};
     if ((S_ISREG(source.st_mode) &&
          set_rights(made, {source.st_uid, source.st_gid, source.st_mode & 0777}) != 0) ||

@@ -15,12 +15,12 @@
 // file's records can have as text, at most 1 GiB: a file whose pages form a circle has no end.
 //
 // install() renames what postmap has made or changed in the room over the file in use, with the
-// owner and mode of what was borrowed, and syncs it. It returns false, and installs nothing, when
-// somebody else has changed the file in use since it was borrowed: give it back and begin again.
-// Postfix reads the old file until then. Whichever way the map
-// was changed, its time is a second or more after the one before: Postfix compares whole seconds.
-// install() does nothing when postmap has changed nothing. The destructor empties the room, so it
-// drops a change that was not installed.
+// owner and mode of what was borrowed, and syncs it. Where nothing was, it has the group and mode
+// of the file in use. It returns false, and installs nothing, when somebody else has changed the
+// file in use since it was borrowed: give it back and begin again. Postfix reads the old file until
+// then. Whichever way the map was changed, its time is a second or more after the one before:
+// Postfix compares whole seconds. install() does nothing when postmap has changed nothing. The
+// destructor empties the room, so it drops a change that was not installed.
 //
 // Hold a ChangeLock: the constructor clears what a crash has left of the map, see map_leftovers.h.
 // A room is made only for the types whose indexed file is known, hash and btree, in a directory
@@ -71,6 +71,7 @@ public:
 
     void borrow(MapUse use);
     void giveBack();
+    bool isBorrowed() const { return borrowed != Borrowed::nothing; } // and not installed
     std::string textSource() const;
     off_t mostText() const;
     [[nodiscard]] bool install();

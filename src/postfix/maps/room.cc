@@ -19,8 +19,8 @@ namespace {
 
 constexpr Rights room_rights = {0, 0, 0700};
 
-// When a process ends, the kernel frees what it has open from the highest descriptor down. With a
-// number above those of the maps' locks, the room is free before anybody gets such a lock.
+// When a process ends, today's kernels free what it has open from the highest descriptor down. With
+// a number above those of the maps' locks, the room is free before anybody gets such a lock.
 constexpr int lowest_room = 100;
 
 int highDescriptor(OpenDescriptor& low)

@@ -49,9 +49,13 @@ void putBackWith(MapRoom& room, std::vector<char> const& records)
                      return false;
                  }));
     requireSuccess(result.status, result.diagnostics);
-    (void)room.install(); // what is installed here is not the file in use
+    (void)room.install(); // false is for a copy of the file in use only
+    bool const is_unchanged = room.isBorrowed();
     room.giveBack();
-    room.dropSaved();
+    if (is_unchanged)
+        room.putBackSaved();
+    else
+        room.dropSaved();
 }
 
 } // namespace

@@ -8,6 +8,7 @@
 
 #include <gtest/gtest.h>
 
+#include <cerrno>
 #include <cstdio>
 #include <cstdlib>
 #include <stdexcept>
@@ -64,4 +65,13 @@ TEST_F(ChildInTheToolsMemoryTest, ReportsAnExceptionOfItsSetup)
                          .stdoutMode = Capture});
     EXPECT_EQ(textOf<std::runtime_error>([&] { child.waitExec(); }), "no room");
     EXPECT_EQ(readAll(child.stdoutPipe.fd), "");
+}
+
+TEST_F(ChildInTheToolsMemoryTest, LeavesTheToolsErrorNumber)
+{
+    char const* const argv[] = {"x", nullptr};
+    errno = 0;
+    ProcessLaunch child({.argv = argv, .path = "/no/such", .sharesMemory = true});
+    EXPECT_EQ(errno, 0);
+    EXPECT_THROW(child.waitExec(), SystemError);
 }

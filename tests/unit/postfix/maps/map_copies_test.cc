@@ -303,6 +303,17 @@ TEST_F(MapCopiesOnHost, TakesItsRightsFromTheFileThatWasCopied)
     }
 }
 
+TEST_F(MapCopiesOnHost, MakesAWholeMapRootsOwnWithTheOldMode)
+{
+    fill("a 1\n");
+    run("chown 7:8 " + path + ".db && chmod 640 " + path + ".db");
+    Records const whole{{"b", "2"}};
+    DatabaseHelper::replaceRecords(map, whole.begin(), whole.end());
+    EXPECT_EQ(indexed().st_uid, 0U);
+    EXPECT_EQ(indexed().st_gid, 8U);
+    EXPECT_EQ(indexed().st_mode & 07777, 0640U);
+}
+
 TEST_F(MapCopiesOnHost, BeginsAnewWhenAnotherProgramHasChangedTheMap)
 {
     fill("a 1\nb 2\n");

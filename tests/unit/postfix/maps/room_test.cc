@@ -197,3 +197,18 @@ TEST_F(RoomOnHost, IsNamedByItsDescriptorWhereNobodyMayEnterNamespaces)
     EXPECT_EQ(content(), "a\t1\nb\t2\n");
     EXPECT_NE(journal().find("-r -i hash:/proc/self/fd/"), std::string::npos);
 }
+
+TEST_F(RoomOnHost, OfAnotherMapKeepsNoFileOfAKilledChange)
+{
+    fill("a 1\n");
+    std::string const room = dir / ".other.room-1";
+    std::filesystem::create_directory(room);
+    std::filesystem::create_hard_link(path + ".db", room + "/map.db");
+    writeFile(room + "/map", "a 1\n");
+    writeFile(room + "/third.db", "");
+    DatabaseHelper::addRecord(map, "b", "2");
+    EXPECT_EQ(content(), "a\t1\nb\t2\n");
+    EXPECT_FALSE(std::filesystem::exists(room + "/map"));
+    EXPECT_TRUE(std::filesystem::exists(room + "/third.db"));
+    std::filesystem::remove_all(room);
+}
