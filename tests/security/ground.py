@@ -370,6 +370,18 @@ def breaches(before, how, allowed=(), secrets=(SECRET,)):
     return found
 
 
+PLANTED = "a-word-that-postfix-has-planted"
+
+
+def became_roots():
+    """The files of root's in the directory of the maps, and the settings, that hold text of postfix's."""
+    found = []
+    for path in ["/etc/postfix/master.cf", *pathlib.Path(MAPS).rglob("*")]:
+        if is_file(path) and os.lstat(path).st_uid == 0 and PLANTED.encode() in pathlib.Path(path).read_bytes():
+            found.append(f"{path} is root's and holds postfix's text")
+    return found
+
+
 def littered():
     """The places where attackers leave files that the reset cannot remove itself."""
     places = [os.path.join(MAILNAMES, name) for name in os.listdir(MAILNAMES)]

@@ -91,21 +91,29 @@ def test_a_maps_pages_hold_nobody_up(pages, command):
 
 # --------------------------------------------------------------------- what a database can do
 
-TRIGGER = "CREATE TRIGGER evil BEFORE INSERT ON users BEGIN SELECT {}; END"
+# What the command does in the database, and what does so again.
+EVENTS = {"--set-password": ("INSERT", "users", "INSERT INTO users (name, dom_id) VALUES (NEW.name || 'x', NEW.dom_id)"),
+          "--turn-off-domain": ("UPDATE", "domains", "UPDATE domains SET status = status + 1 WHERE id = NEW.id")}
 COUNTING = "SELECT 1 FROM (WITH RECURSIVE n(i) AS (SELECT 1 UNION ALL SELECT i + 1 FROM n) SELECT i FROM n WHERE {})"
 LONG = "'" + "a" * 100_000 + "'"
-STATEMENTS = {
-    "dear steps": (TRIGGER.format(f"({COUNTING.format('hex(zeroblob(400000)) || i = 1')})"),),
-    "long concatenations": (TRIGGER.format(f"({COUNTING.format(f'{LONG} || i || {LONG} = 1')})"),),
-    "a pattern of many stars": (TRIGGER.format(f"{LONG} LIKE '{'%a_' * 500}%b'"),),
-    "a joined table": (TRIGGER.format("(SELECT count(*) FROM users a, users b, users c, users d, users e, users f, "
-                                      "sqlite_master g, sqlite_master h, sqlite_master i, sqlite_master j)"),),
-    "a trigger that starts itself": ("PRAGMA recursive_triggers=ON",
-                                     "CREATE TRIGGER evil AFTER INSERT ON users BEGIN INSERT INTO users (name, dom_id) "
-                                     "VALUES (NEW.name || 'x', NEW.dom_id); END"),
-    "a column that is computed": ("ALTER TABLE users ADD COLUMN evil AS (hex(zeroblob(1000000000)))",),
-    "an index of an expression": ("CREATE INDEX evil ON users(length(replace(hex(zeroblob(1000)), '0', name)))",),
+DEAR = {
+    "dear steps": f"({COUNTING.format('hex(zeroblob(400000)) || i = 1')})",
+    "long concatenations": f"({COUNTING.format(f'{LONG} || i || {LONG} = 1')})",
+    "a pattern of many stars": f"{LONG} LIKE '{'%a_' * 500}%b'",
+    "a joined table": "(SELECT count(*) FROM users a, users b, users c, users d, users e, users f, "
+                      "sqlite_master g, sqlite_master h, sqlite_master i, sqlite_master j)",
 }
+
+
+def statements_against(command):
+    event, table, again = EVENTS[command]
+    return {name: (f"CREATE TRIGGER evil BEFORE {event} ON {table} BEGIN SELECT {step}; END",)
+            for name, step in DEAR.items()} | {
+        "a trigger that starts itself": ("PRAGMA recursive_triggers=ON",
+                                         f"CREATE TRIGGER evil AFTER {event} ON {table} BEGIN {again}; END"),
+        "a column that is computed": (f"ALTER TABLE {table} ADD COLUMN evil AS (hex(zeroblob(1000000000)))",),
+        "an index of an expression": (f"CREATE INDEX evil ON {table}(length(replace(hex(zeroblob(1000)), '0', name)))",),
+    }
 
 
 def with_statements(*statements):
@@ -118,7 +126,7 @@ def with_statements(*statements):
 
 @pytest.mark.parametrize("command", [PASSWORD, OFF], ids=lambda command: command[0][2:])
 def test_a_statement_of_postfix_holds_nobody_up(ledger, command):
-    for name, statements in STATEMENTS.items():
+    for name, statements in statements_against(command[0]).items():
         attackers.by("postfix", with_statements(*statements))
         before = ground.look(his=(MAPS,))
         how = ground.mailvek(*command, env=PLAIN, seconds=3 * ground.SECONDS)
