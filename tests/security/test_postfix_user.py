@@ -365,6 +365,7 @@ def test_a_file_of_postfix_never_becomes_roots(ledger, place):
 
     def back():
         attackers.by("postfix", lambda: (os.rename(path, f"{MAPS}/planted.db"), os.rename(f"{path}.aside", path)))
+    ground.lay_again()
     before = ground.look(his=(MAPS,))
     with_a_planted_word(path)
     gaps = races.gaps(*command, path=path, env=PLAIN)
