@@ -3,6 +3,7 @@ import contextlib
 import fcntl
 import os
 import pathlib
+import sqlite3
 import struct
 
 import pytest
