@@ -1,13 +1,14 @@
 """growth - how what each command costs grows with the host
 
-    bench/growth.py TOOL [--most N] [COLUMN...]
+    bench/growth.py TOOL [--most N] [--only COMMAND]... [COLUMN...]
 
 Runs inside a throw-away mail host. The commands are those of tests/commands/budget_rows.py, in their order, on a
 domain of 100 mailnames and of ten times as many up to N (10,000 unless given, 1,000,000 at most), then for 0, 10
-and 100 alias domains and for 100 and 400 handlers. A COLUMN is one of the table's heads, such as 10,000. Prints the
-processor time of each command, its children's included, in milliseconds: unlike the time that passes, it hardly
-depends on what else the machine does. From 100,000 mailnames on, mailnames have no files, and the commands that look
-at those of all mailnames show "-".
+and 100 alias domains and for 100 and 400 handlers. A COLUMN is one of the table's heads, such as 10,000; --only may be
+there several times and names a command without its dashes, and those before it that it needs. Prints the processor
+time of each command, its children's included, in milliseconds: unlike the time that passes, it hardly depends on
+what else the machine does. From 100,000 mailnames on, mailnames have no files, and the commands that look at those
+of all mailnames show "-". A million takes many minutes.
 """
 import argparse
 import sys
@@ -46,17 +47,21 @@ def row_name(arguments: tuple, seen: dict) -> str:
     return arguments[0] if seen[arguments[0]] == 1 else f"{arguments[0]} {seen[arguments[0]]}"
 
 
-def measure(tool: str, host: dict) -> dict:
-    """The processor time of each command in seconds, by name. None for one that cannot run on this host."""
+def measure(tool: str, host: dict, only: list) -> dict:
+    """The processor time of each command in seconds, by name. None for one that cannot run on this host. Tells each
+    at once too, since those after it may take long."""
     budgets.full_host(**host)
     spent, seen = {}, {}
     for arguments, budget in BUDGETS:
         name = row_name(arguments, seen)
+        if only and arguments[0].removeprefix("--") not in only:
+            continue
         if arguments[0] in NEED_HOMES and not host.get("homes", True):
             spent[name] = None
             continue
         env = mailhost.tool_environment(budget.env, leaks=False)
         spent[name] = run([tool, *arguments], env, budget.status)[1]
+        print(f"  {name}: {spent[name] * 1000:.0f} ms", file=sys.stderr, flush=True)
     mailhost.reset()
     return spent
 
@@ -72,6 +77,7 @@ def main() -> int:
     parser = argparse.ArgumentParser()
     parser.add_argument("tool", type=lambda path: str(Path(path).resolve()))
     parser.add_argument("--most", type=int, default=10_000)
+    parser.add_argument("--only", action="append", default=[])
     parser.add_argument("columns", nargs="*", help="their heads; all unless given")
     options = parser.parse_intermixed_args()
     table = {}
@@ -80,7 +86,7 @@ def main() -> int:
             continue
         print(f"measuring: {head}", file=sys.stderr, flush=True)
         try:
-            table[head] = measure(options.tool, host)
+            table[head] = measure(options.tool, host, options.only)
         except NotMeasured as e:
             print(f"{head}: not measured: {e}", file=sys.stderr)
     if table:

@@ -11,4 +11,4 @@ set_accounts $box | accounts
 
 
 def row(bench, records):
-    return command_row(bench, records, ADD_MAILBOX, SCRIPT, before=with_mailnames, goal=0.60)
+    return command_row(bench, records, ADD_MAILBOX, SCRIPT, before=with_mailnames, goal=0.70)

@@ -10,4 +10,4 @@ set_accounts $box $aliases | accounts
 
 def row(bench, records):
     return command_row(bench, records, f"--set-password --domain-name={DOMAIN} --mailname=box$i", SCRIPT,
-                       before=with_mailboxes, goal=0.60)
+                       before=with_mailboxes, goal=0.70)
