@@ -23,7 +23,7 @@ from against import NotMeasured, run  # noqa: E402
 from budget_rows import BUDGETS  # noqa: E402
 
 MOST_HOMES = 10_000
-NEED_HOMES = ("--set-domain-disk-quota",)
+NEED_HOMES = ("--set-domain-disk-quota", "--list-attachments")
 NAME = "{:<30}"
 
 
