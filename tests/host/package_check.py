@@ -73,9 +73,18 @@ def untouched(path):
     return without_time(path, mailhost.fingerprint(place)) if os.path.lexists(place) else "removed"
 
 
+def comes_or_goes(path, states):
+    """Whether dpkg made a missing directory for the package's files, or removed the empty one."""
+    return "removed" in states and any(name.startswith(f"{path}/") for name in INSTALLED)
+
+
 def changed(before, after):
-    return [path for path in sorted(before.keys() | after.keys())
-            if not belongs(path) and before.get(path, untouched(path)) != after.get(path, untouched(path))]
+    found = []
+    for path in sorted(before.keys() | after.keys()):
+        states = [state.get(path, untouched(path)) for state in (before, after)]
+        if states[0] != states[1] and not belongs(path) and not comes_or_goes(path, states):
+            found.append(path)
+    return found
 
 
 class Check(Demo):
@@ -151,8 +160,8 @@ def use(check):
 
 
 def belongs(path):
-    """Whether the path belongs to the package."""
-    return path in INSTALLED or path == DOCUMENTS
+    """Whether the path belongs to the package. So does the directory of the locks, which gets its rights."""
+    return path in INSTALLED or path in (DOCUMENTS, LOCKS)
 
 
 def on_the_panels_host(check):
