@@ -253,7 +253,7 @@ def test_an_endless_trigger_does_not_hold_the_tool_up():
             connection.execute("CREATE TRIGGER evil AFTER INSERT ON users BEGIN SELECT count(*) FROM (WITH RECURSIVE "
                                "n(i) AS (SELECT 1 UNION ALL SELECT i + 1 FROM n) SELECT i FROM n); END")
     attackers.by("postfix", work)
-    how = ground.mailvek(*PASSWORD, env={"ORV_PASSWORD": "new"}, seconds=5 * ground.SECONDS)
+    how = ground.mailvek(*PASSWORD, env={"ORV_PASSWORD": "new"}, seconds=30 * ground.SECONDS)
     assert how.status not in (0, None) and how.err, how
 
 
