@@ -190,3 +190,20 @@ def test_no_attachment_prints_what_others_may_not_read(mode):
     os.chmod(CANARY, mode)
     how = ground.mailvek("--add-attachment", *ANNA, "--file-name=/srv/uploads/upload", "--attachment-file-name=got")
     assert not ground.came_to_light([ground.MAILNAMES], (ground.SECRET,)), how
+
+
+@pytest.mark.quick
+@pytest.mark.parametrize("command", ["add-attachment", "set-domain-key"])
+def test_an_upload_whose_directory_is_a_link_is_none(command):
+    """Whoever owns the directory of an upload can put a link to one of root's in its place."""
+    held = "/srv/uploads/of-www-data"
+    source = f"{held}/{os.path.basename(CANARY)}"
+    os.chown("/srv/uploads", 33, 33)
+    attackers.by("www-data", lambda: os.symlink(os.path.dirname(CANARY), held))
+    os.chmod(CANARY, 0o600)
+    words = {"add-attachment": ("--add-attachment", *ANNA, f"--file-name={source}", "--attachment-file-name=got"),
+             "set-domain-key": ("--set-domain-key", AT, f"--file-name={source}")}[command]
+    how = ground.mailvek(*words)
+    assert not ground.came_to_light([ground.MAILNAMES, "/etc/domainkeys"], (ground.SECRET,)), how
+    assert how.status != 0 and "Too many levels of symbolic links" in how.err, how
+    assert os.path.exists(CANARY), how

@@ -1,7 +1,7 @@
 #include "mail/lib/home/attachment_copy.h"
 
+#include "lib/beneath/given_path.h"
 #include "lib/beneath/opened_file.h"
-#include "lib/beneath/place.h"
 #include "lib/beneath/rights.h"
 #include "lib/files/op_locks.h"
 #include "lib/host/starter.h"
@@ -31,7 +31,7 @@ constexpr std::size_t block_size = 65536;
 OpenDescriptor open_source(char const* source)
 {
     char const* name = nullptr;
-    OpenDescriptor const directory = open_parent(source, name);
+    OpenDescriptor const directory = open_given_parent(source, starters_uid(), name);
     return directory.get() < 0 ? OpenDescriptor(-1)
                                : open_file_beneath(directory.get(), name, O_RDONLY, largest_upload);
 }

@@ -2,8 +2,8 @@
 
 #include "lib/beneath/entry.h"
 #include "lib/beneath/file_name.h"
+#include "lib/beneath/given_path.h"
 #include "lib/beneath/opened_file.h"
-#include "lib/beneath/place.h"
 #include "lib/files/copy_file.h"
 #include "lib/files/libdir.h"
 #include "lib/files/libtree.h"
@@ -93,7 +93,7 @@ class KeySource
 {
 public:
     explicit KeySource(char const* file)
-        : file(file), directory(open_parent(file, name)),
+        : file(file), directory(open_given_parent(file, starters_uid(), name)),
           taken(directory.get() < 0 ? OpenDescriptor(-1)
                                     : take_file_beneath(directory.get(), name, most_of_a_key))
     {
