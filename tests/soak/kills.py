@@ -1,5 +1,5 @@
-"""Kills the tool, a postmap of it or its whole process group, and looks whether the maps are the old or
-the new ones, whether the command can be repeated, and whether anything lies about after that."""
+"""Kills the tool, one of its runs of postmap or its whole process group. Then checks that the maps are the
+old or the new ones, that the command can be repeated, and that the repetition leaves nothing behind."""
 import contextlib
 import hashlib
 import os
@@ -81,7 +81,7 @@ def restore():
 
 
 def records(name):
-    """A digest of a map's records; None for a map that does not open."""
+    """A digest of a map's records, or None if the map does not open."""
     listed = mailhost.run(POSTMAP, "-s", mailhost.map_file(name))
     if listed.status != 0:
         return None
@@ -127,7 +127,7 @@ class Bench:
         return {name: good[-1] for name, good in self.good.items()}
 
     def now(self):
-        """The records of each map; one that is as it was is not listed."""
+        """The records of each map that has changed."""
         return {name: self.good[name][0] if self.file(name) == self.files[name] else records(name)
                 for name in MAP_NAMES}
 
@@ -135,7 +135,7 @@ class Bench:
         return mailhost.run(mailhost.TOOL, *self.arguments, env=self.env, timeout=SECONDS)
 
     def look(self, what):
-        """What is not as it must be after a kill."""
+        """What is wrong after a kill."""
         wrong = [f"{what}: {name} " + ("does not open" if found is None else "is neither old nor new")
                  for name, found in self.now().items() if found not in self.good[name]]
         ended = self.run()
@@ -193,7 +193,7 @@ class Bench:
         return self.look(f"{self.name}: postmap {run} killed at {name} {number}")
 
     def at_system_calls(self, victim, most=None, until=None):
-        """(tried, of, wrong): so many calls at most, from all over the run, while there is time."""
+        """(tried, of, wrong). Tries at most so many calls, spread over the run, and stops when time is up."""
         whole = self.runs_of_postmap() if victim == "child" else [(victim, *call) for call in self.changing_calls()]
         chosen = random.Random(1).sample(whole, min(len(whole), most or len(whole)))
         tried, wrong = 0, []
@@ -246,7 +246,7 @@ def session_lives(session):
 
 
 def stopped(process):
-    """Waits until the tracer has stopped the tool, or all is over."""
+    """Waits until the tracer has stopped the tool or everything has ended."""
     while process.poll() is None:
         with contextlib.suppress(FileNotFoundError):
             if "stopped by SIGSTOP" in mailhost.read(LOG):

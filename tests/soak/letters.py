@@ -1,5 +1,5 @@
-"""Sends letters to addresses that exist and to some that do not, while maps change, and looks for each in
-the mailboxes."""
+"""Sends letters to addresses that exist and to some that do not while maps change. Then looks for each
+letter in the mailboxes."""
 import collections
 import dataclasses
 import pathlib
