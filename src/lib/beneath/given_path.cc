@@ -43,7 +43,12 @@ std::string target_of(int link)
 class GivenWalk
 {
 public:
-    GivenWalk(std::string path, uid_t giver) : rest(std::move(path)), giver(giver) { begin(); }
+    // Stores the owner of links that are neither root's nor the giver's in other.
+    GivenWalk(std::string path, uid_t giver, std::optional<uid_t>& other)
+        : rest(std::move(path)), giver(giver), other(other)
+    {
+        begin();
+    }
 
     // The directory at the path, or -1 with errno set.
     OpenDescriptor directory()
@@ -62,9 +67,21 @@ private:
         here.emplace(open(rest.starts_with('/') ? "/" : ".", O_PATH | O_DIRECTORY | O_CLOEXEC));
     }
 
+    // With O_DIRECTORY first, at which the kernel mounts what is mounted on demand.
+    int entry(std::string const& name) const
+    {
+        int const flags = O_PATH | O_NOFOLLOW | O_CLOEXEC;
+        int const before = errno;
+        int const opened = openat(here->get(), name.c_str(), flags | O_DIRECTORY);
+        if (opened >= 0 || errno != ENOTDIR)
+            return opened;
+        errno = before;
+        return openat(here->get(), name.c_str(), flags);
+    }
+
     bool step(std::string const& name)
     {
-        OpenDescriptor next(openat(here->get(), name.c_str(), O_PATH | O_NOFOLLOW | O_CLOEXEC));
+        OpenDescriptor next(entry(name));
         struct stat info = {};
         if (next.get() < 0 || fstat(next.get(), &info) != 0)
             return false;
@@ -74,9 +91,18 @@ private:
         return true;
     }
 
+    bool is_allowed(uid_t owner)
+    {
+        if (owner == 0 || owner == giver)
+            return true;
+        if (!other)
+            other = owner;
+        return other == owner;
+    }
+
     bool follow(int link, uid_t owner)
     {
-        if ((owner != 0 && owner != giver) || ++links > most_links) {
+        if (!is_allowed(owner) || ++links > most_links) {
             errno = ELOOP;
             return false;
         }
@@ -90,20 +116,40 @@ private:
     }
 
     std::string rest;
-    uid_t giver;
+    uid_t const giver;
+    std::optional<uid_t>& other;
     int links = 0;
     std::optional<OpenDescriptor> here; // never empty; it can only be replaced
 };
 
-} // namespace
-
-OpenDescriptor open_given_parent(char const* path, uid_t giver, char const*& name)
+char const* last_component(char const* path)
 {
     char const* const slash = strrchr(path, '/');
-    name = slash ? slash + 1 : path;
+    return slash ? slash + 1 : path;
+}
+
+OpenDescriptor directory_of(char const* path, uid_t giver, std::optional<uid_t>& other)
+{
+    char const* const name = last_component(path);
     if (!is_file_name(name)) {
         errno = EINVAL;
         return OpenDescriptor(-1);
     }
-    return GivenWalk(std::string(path, name), giver).directory();
+    return GivenWalk(std::string(path, name), giver, other).directory();
+}
+
+} // namespace
+
+GivenPlace::GivenPlace(char const* path, uid_t giver)
+    : giver(giver), last(last_component(path)), directory(directory_of(path, giver, link_owner))
+{
+}
+
+bool GivenPlace::gives(struct stat const& info) const
+{
+    bool const own = giver == 0 || info.st_uid == giver;
+    if (own && (!link_owner || info.st_uid == *link_owner))
+        return true;
+    errno = EPERM;
+    return false;
 }

@@ -28,22 +28,10 @@ constexpr std::size_t block_size = 65536;
     return failure(1, "Unable to open file %s: %s", file, strerror(errno));
 }
 
-OpenDescriptor open_source(char const* source)
+OpenDescriptor open_source(GivenPlace const& source)
 {
-    char const* name = nullptr;
-    OpenDescriptor const directory = open_given_parent(source, starters_uid(), name);
-    return directory.get() < 0 ? OpenDescriptor(-1)
-                               : open_file_beneath(directory.get(), name, O_RDONLY, largest_upload);
-}
-
-// A caller who is not root may hand over only his own files, even if the tool runs as root. False
-// sets errno.
-bool is_callers(struct stat const& info)
-{
-    if (starters_uid() == 0 || info.st_uid == starters_uid())
-        return true;
-    errno = EPERM;
-    return false;
+    return source.found() ? open_file_beneath(source.dir(), source.name(), O_RDONLY, largest_upload)
+                          : OpenDescriptor(-1);
 }
 
 // Does not empty an existing attachment yet: it may be the source.
@@ -103,13 +91,14 @@ int copy_content(int from, int to, char const* source, char const* copy)
 
 int copy_under_lock(char const* source, char const* copy)
 {
-    OpenDescriptor from = open_source(source);
+    GivenPlace const place(source, starters_uid());
+    OpenDescriptor from = open_source(place);
     if (from.get() < 0)
         return open_failure(source);
     struct stat info = {};
     if (fstat(from.get(), &info) != 0)
         return failure(1, "Unable to get info for file '%s': %s", source, strerror(errno));
-    if (!is_callers(info))
+    if (!place.gives(info))
         return open_failure(source);
     // During the copy its mode is no wider than the source's and than its final mode.
     OpenDescriptor to = open_copy(copy, info.st_mode & attachment_mode);

@@ -93,22 +93,16 @@ class KeySource
 {
 public:
     explicit KeySource(char const* file)
-        : file(file), directory(open_given_parent(file, starters_uid(), name)),
-          taken(directory.get() < 0 ? OpenDescriptor(-1)
-                                    : take_file_beneath(directory.get(), name, most_of_a_key))
+        : file(file), place(file, starters_uid()),
+          taken(place.found() ? take_file_beneath(place.dir(), place.name(), most_of_a_key)
+                              : OpenDescriptor(-1))
     {
     }
 
-    // False with errno set when the file cannot be used. A caller who is not root may install only
-    // his own files, even if the tool runs as root.
+    // False with errno set when the file cannot be used.
     [[nodiscard]] bool is_callers()
     {
-        if (taken.get() < 0 || fstat(taken.get(), &info) != 0)
-            return false;
-        bool const own = starters_uid() == 0 || info.st_uid == starters_uid();
-        if (!own)
-            errno = EPERM;
-        return own;
+        return taken.get() >= 0 && fstat(taken.get(), &info) == 0 && place.gives(info);
     }
 
     void copy_to(char const* key, gid_t group) const
@@ -120,16 +114,15 @@ public:
     {
         ErrnoKeeper const keeper;
         struct stat found = {};
-        if (look_beneath(directory.get(), name, found) == 0 && found.st_dev == info.st_dev &&
+        if (look_beneath(place.dir(), place.name(), found) == 0 && found.st_dev == info.st_dev &&
             found.st_ino == info.st_ino)
-            static_cast<void>(remove_file_beneath(directory.get(), name));
+            static_cast<void>(remove_file_beneath(place.dir(), place.name()));
     }
 
 private:
     char const* const file;
-    char const* name = nullptr;
-    OpenDescriptor directory;
-    OpenDescriptor taken;
+    GivenPlace const place;
+    OpenDescriptor const taken;
     struct stat info = {};
 };
 

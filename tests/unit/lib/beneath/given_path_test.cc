@@ -22,17 +22,28 @@ protected:
     // Whether the directory of path is opened, and is this one.
     bool leadsTo(std::string const& directory, std::string const& path)
     {
-        char const* name = nullptr;
-        OpenDescriptor const opened = open_given_parent(path.c_str(), giver, name);
-        return opened.get() >= 0 && std::strcmp(name, "file") == 0 &&
-               fs::read_symlink("/proc/self/fd/" + std::to_string(opened.get())) == directory;
+        GivenPlace const place(path.c_str(), giver);
+        return place.found() && std::strcmp(place.name(), "file") == 0 &&
+               fs::read_symlink("/proc/self/fd/" + std::to_string(place.dir())) == directory;
     }
 
     int errorOf(std::string const& path)
     {
-        char const* name = nullptr;
         errno = 0;
-        return open_given_parent(path.c_str(), giver, name).get() < 0 ? errno : 0;
+        return GivenPlace(path.c_str(), giver).found() ? 0 : errno;
+    }
+
+    // Whether a giver may hand over a file of the owner at the path.
+    bool gives(uid_t from, std::string const& path, uid_t owner)
+    {
+        struct stat info = {};
+        info.st_uid = owner;
+        GivenPlace const place(path.c_str(), from);
+        EXPECT_TRUE(place.found());
+        errno = 0;
+        bool const given = place.gives(info);
+        EXPECT_EQ(errno, given ? 0 : EPERM);
+        return given;
     }
 
     // A link beneath the tree that this user owns.
@@ -66,11 +77,29 @@ TEST_F(GivenPathOnHost, FollowsLinksOfRootAndOfTheGiver)
     EXPECT_TRUE(leadsTo(path("sub"), linkOf(0, "givers", "through") + "/file"));
 }
 
-TEST_F(GivenPathOnHost, FollowsNoLinkOfAStranger)
+TEST_F(GivenPathOnHost, LeadsOverAStrangersLinkToHisFilesOnly)
 {
-    EXPECT_EQ(errorOf(linkOf(stranger, "sub", "strangers") + "/file"), ELOOP);
-    EXPECT_EQ(errorOf(linkOf(0, "strangers", "through") + "/file"), ELOOP);
-    EXPECT_EQ(errorOf(path("strangers/../sub/file")), ELOOP);
+    std::string const path = linkOf(stranger, "sub", "strangers") + "/file";
+    EXPECT_TRUE(leadsTo(this->path("sub"), path));
+    EXPECT_TRUE(gives(0, path, stranger));
+    EXPECT_FALSE(gives(0, path, 0));
+    EXPECT_FALSE(gives(0, path, giver));
+    EXPECT_FALSE(gives(giver, path, stranger));
+    EXPECT_FALSE(gives(0, linkOf(0, "strangers", "through") + "/file", 0));
+    EXPECT_FALSE(gives(0, this->path("strangers/../sub/file"), 0));
+}
+
+TEST_F(GivenPathOnHost, FollowsNoLinksOfTwoStrangers)
+{
+    linkOf(stranger, "sub", "strangers");
+    EXPECT_EQ(errorOf(linkOf(stranger + 100, "strangers", "anothers") + "/file"), ELOOP);
+}
+
+TEST_F(GivenPathOnHost, TakesAnybodysFilesFromRootAndOwnOnesFromOthers)
+{
+    EXPECT_TRUE(gives(0, path("sub/file"), stranger));
+    EXPECT_TRUE(gives(giver, path("sub/file"), giver));
+    EXPECT_FALSE(gives(giver, path("sub/file"), 0));
 }
 
 TEST_F(GivenPathOnHost, EndsAtLinksThatLeadInACircle)
