@@ -3,6 +3,7 @@ import contextlib
 import fcntl
 import os
 import pathlib
+import pwd
 import struct
 import time
 
@@ -304,3 +305,16 @@ def test_a_file_of_roots_stays_roots_beside_a_database(suffix):
     info = os.stat(f"{ACCOUNTS}{suffix}")
     assert (info.st_uid, info.st_mode & 0o7777) == (0, 0o600)
     assert pathlib.Path(f"{ACCOUNTS}{suffix}").read_text() == whole
+
+
+@pytest.mark.quick
+def test_a_lease_on_the_accounts_holds_nobody_up():
+    """An open that waits for the owner's lease would wait for 45 s, and again at each opening."""
+    ground.mailvek(*PASSWORD, env=PLAIN)
+    os.chown(ACCOUNTS, pwd.getpwnam("postfix").pw_uid, -1)
+    with attackers.beside("postfix", attackers.held(attackers.leased(ACCOUNTS))):
+        mailhost.wait_until(lambda: os.path.exists("/tmp/held"))
+        how = ground.mailvek(*PASSWORD, env=PLAIN)
+    assert how.status != 0 and "database" in how.err, how
+    how = ground.mailvek(*PASSWORD, env=PLAIN)
+    assert how.status == 0, how

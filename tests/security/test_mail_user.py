@@ -1,9 +1,6 @@
 """popuser owns every mailbox: what he puts in the place of a file or directory there leads nowhere."""
-import fcntl
 import os
-import pathlib
 import pwd
-import signal
 import time
 
 import pytest
@@ -113,16 +110,6 @@ def test_the_worst_of_them_lead_nowhere(ledger):
 # ------------------------------------------------------------------- what he holds and what grows
 
 
-def leased(path):
-    def take():
-        descriptor = os.open(path, os.O_RDONLY)
-        signal.signal(signal.SIGIO, signal.SIG_IGN)  # the kernel asks him to release the lease; he does not
-        fcntl.fcntl(descriptor, fcntl.F_SETLEASE, fcntl.F_RDLCK)
-        pathlib.Path("/tmp/held").touch()
-        return descriptor
-    return take
-
-
 LEASES = {
     ".qmail": (f"{HOME}/.qmail", REDIRECT),
     ".qmail under removal": (f"{HOME}/.qmail", UNREDIRECT),
@@ -135,7 +122,7 @@ LEASES = {
 def test_a_lease_that_is_not_given_up_holds_nobody_up(place):
     path, command = LEASES[place]
     attackers.by("root", lambda: os.chown(path, pwd.getpwnam("popuser").pw_uid, -1))
-    with attackers.beside("popuser", attackers.held(leased(path))):
+    with attackers.beside("popuser", attackers.held(attackers.leased(path))):
         mailhost.wait_until(lambda: os.path.exists("/tmp/held"))
         how = ground.mailvek(*command)
     assert how.status is not None, how

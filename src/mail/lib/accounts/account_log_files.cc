@@ -138,7 +138,9 @@ int open_whole_file(char const* path, int flags, uid_t owner)
     struct stat info = {};
     if (place.get() < 0 || fstat(place.get(), &info) != 0 || !is_log_of(info, owner))
         return -1;
-    return open(held_path(place.get()).c_str(), flags & ~(O_CREAT | O_EXCL | O_NOFOLLOW));
+    // Without O_NONBLOCK the open would wait for a lease that the file's owner holds.
+    return open(held_path(place.get()).c_str(),
+                (flags & ~(O_CREAT | O_EXCL | O_NOFOLLOW)) | O_NONBLOCK);
 }
 
 int open_log_file(char const* path, int flags, mode_t mode, struct stat const& database)
