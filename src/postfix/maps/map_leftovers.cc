@@ -25,11 +25,12 @@ bool isOurs(int dir, std::string const& entry, mode_t kind)
            info.st_uid == 0 && (kind == S_IFDIR || info.st_nlink == 1);
 }
 
-// A room is locked as long as the tool that has made it lives.
+// A room is locked as long as the tool that has made it lives. One that cannot be asked may be in
+// use.
 bool isInUse(int dir, std::string const& room)
 {
     OpenDescriptor const opened = open_directory_beneath(dir, room.c_str());
-    return opened.get() >= 0 && flock(opened.get(), LOCK_EX | LOCK_NB) != 0 && errno == EWOULDBLOCK;
+    return opened.get() < 0 || flock(opened.get(), LOCK_EX | LOCK_NB) != 0;
 }
 
 bool isRoom(std::string const& entry)
