@@ -25,7 +25,7 @@ function(mailvek_compile_as target flavour)
   if(flavour STREQUAL plain)
     mailvek_warnings(${target})
   else()
-    target_compile_options(${target} PRIVATE -O0 -UNDEBUG
+    target_compile_options(${target} PRIVATE -O0 -g1 -UNDEBUG
       -fsanitize=address,undefined -fno-sanitize=vptr -fno-sanitize-recover=all -fno-omit-frame-pointer)
   endif()
 endfunction()

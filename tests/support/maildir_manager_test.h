@@ -130,7 +130,7 @@ inline std::string fsErrorOf(std::function<void()> const& code)
 
 inline std::string libraryErrorOf(std::function<void()> const& code)
 {
-    return errorOf<boost::filesystem::filesystem_error>(code);
+    return errorOf<orvek::mail::LibraryError>(code);
 }
 
 inline std::string inodeOf(std::string const& path)
