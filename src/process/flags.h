@@ -38,8 +38,8 @@ struct CommonFlags
     bool closeDescriptors = false;      // the child closes everything from 3 upward
     boost::function<void()> childSetup; // runs in the child just before exec
     // Until exec the child uses the tool's memory, and the tool waits: that saves copying the page
-    // tables. childSetup must change nothing in memory then, and allocate only to raise. What it raises
-    // must fit into a pipe.
+    // tables. childSetup must change nothing in memory then, and allocate only to raise. What it
+    // raises must fit into a pipe.
     bool sharesMemory = false;
     int stderrMode = Unspecified;
     ReceiverFunction stderrReceiver; // gets each chunk of a captured standard error
