@@ -1,6 +1,7 @@
 #include "lib/beneath/given_path.h"
 
 #include "lib/beneath/file_name.h"
+#include "lib/beneath/place.h"
 #include "lib/report/form_path.h"
 
 #include <cerrno>
@@ -121,12 +122,6 @@ private:
     int links = 0;
     std::optional<OpenDescriptor> here; // never empty; it can only be replaced
 };
-
-char const* last_component(char const* path)
-{
-    char const* const slash = strrchr(path, '/');
-    return slash ? slash + 1 : path;
-}
 
 OpenDescriptor directory_of(char const* path, uid_t giver, std::optional<uid_t>& other)
 {

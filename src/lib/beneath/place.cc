@@ -105,13 +105,13 @@ OpenDescriptor open_way(int dir, char const* path)
     return OpenDescriptor(open_walked(dir, way));
 }
 
+} // namespace
+
 char const* last_component(char const* path)
 {
     char const* const slash = strrchr(path, '/');
     return slash ? slash + 1 : path;
 }
-
-} // namespace
 
 OpenDescriptor open_root(char const* path)
 {

@@ -19,6 +19,9 @@
 
 #include <fcntl.h>
 
+// What follows the last slash of path: the part of path itself, which may be empty.
+[[nodiscard]] char const* last_component(char const* path);
+
 // Opens a directory named by root's configuration. Follows links in its path.
 [[nodiscard]] OpenDescriptor open_root(char const* path);
 

@@ -37,12 +37,28 @@ ToolResult run(char const* program, std::vector<std::string> const& arguments,
 }
 
 // Runs in the child. An indexed file whose pages form a circle would keep postmap busy for ever.
+// postmap blocks signals while it changes a map, so the kernel must kill it in the end.
 void limitProcessorTime(rlim_t seconds)
 {
     rlimit limit = {};
     getrlimit(RLIMIT_CPU, &limit);
     limit.rlim_cur = std::min(limit.rlim_max, seconds);
+    limit.rlim_max = std::min(limit.rlim_max, seconds + 1);
     setrlimit(RLIMIT_CPU, &limit);
+}
+
+// The seconds that all children have used that have ended.
+rlim_t secondsOfChildren()
+{
+    rusage used = {};
+    getrusage(RUSAGE_CHILDREN, &used);
+    return static_cast<rlim_t>(used.ru_utime.tv_sec + used.ru_stime.tv_sec);
+}
+
+bool hasUsedUpItsTime(int status, rlim_t used, rlim_t allowed)
+{
+    return WIFSIGNALED(status) &&
+           (WTERMSIG(status) == SIGXCPU || (WTERMSIG(status) == SIGKILL && used >= allowed));
 }
 
 } // namespace
@@ -82,8 +98,9 @@ ToolResult runPostmap(std::vector<std::string> const& arguments, ToolStreams con
         if (!streams.childSetup.empty())
             streams.childSetup();
     };
+    rlim_t const before = secondsOfChildren();
     ToolResult result = run("/usr/sbin/postmap", arguments, limited);
-    if (WIFSIGNALED(result.status) && WTERMSIG(result.status) == SIGXCPU)
+    if (hasUsedUpItsTime(result.status, secondsOfChildren() - before, streams.processorSeconds))
         result.diagnostics += "postmap has used up its processor time\n";
     return result;
 }

@@ -101,3 +101,15 @@ TEST_F(ToolRunOnHost, EndsAPostmapThatIsBusyForTooLong)
     EXPECT_TRUE(hasFailed(result.status));
     EXPECT_EQ(result.diagnostics, "postmap has used up its processor time\n");
 }
+
+TEST_F(ToolRunOnHost, EndsABusyPostmapThatMindsNoSignal)
+{
+    postmap.run("trap '' XCPU; while :; do :; done");
+    ToolStreams streams = ToolStreams::withoutInput();
+    streams.processorSeconds = 1;
+
+    ToolResult const result = runPostmap({"-i"}, streams);
+
+    EXPECT_TRUE(hasFailed(result.status));
+    EXPECT_EQ(result.diagnostics, "postmap has used up its processor time\n");
+}
