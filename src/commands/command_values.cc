@@ -5,11 +5,11 @@
 #include "postfix/domains/mailname_validators.h"
 #include "util/idn.h"
 
-#include <boost/algorithm/string/classification.hpp>
 #include <boost/algorithm/string/split.hpp>
 #include <idna.h>
 
 #include <stdexcept>
+#include <string_view>
 #include <vector>
 
 namespace orvek::mail::postfix::mailvek_commands {
@@ -31,10 +31,11 @@ void require(bool isPlain, std::string const& name)
         throw std::invalid_argument(name);
 }
 
-std::vector<std::string> namesIn(std::string const& list, char const* separators)
+std::vector<std::string> namesIn(std::string const& list, std::string_view separators)
 {
     std::vector<std::string> names;
-    boost::algorithm::split(names, list, boost::algorithm::is_any_of(separators));
+    boost::algorithm::split(names, list,
+                            [&](char c) { return separators.find(c) != separators.npos; });
     std::erase(names, "");
     return names;
 }

@@ -25,7 +25,7 @@ std::string next_component(std::string& path)
     if (begin == path.npos)
         return {};
     std::size_t const end = path.find('/', begin);
-    std::string const component = path.substr(begin, end - begin);
+    std::string component = path.substr(begin, end - begin);
     path.erase(0, end);
     return component;
 }

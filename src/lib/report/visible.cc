@@ -42,9 +42,9 @@ template<typename Keep>
 char* show_all(std::string_view text, char* result, Keep keep)
 {
     for (std::size_t i = 0; i < text.size(); ++i) {
-        if (i + 1 < text.size() && byte_of(text[i]) == 0xc2 && is_control(text, i + 1))
-            result = show(result, text[i]);
-        else if (is_control(text, i) && !keep(i))
+        bool const opens_control =
+            i + 1 < text.size() && byte_of(text[i]) == 0xc2 && is_control(text, i + 1);
+        if (opens_control || (is_control(text, i) && !keep(i)))
             result = show(result, text[i]);
         else
             *result++ = text[i];

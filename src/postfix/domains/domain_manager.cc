@@ -133,6 +133,7 @@ bool isRenamedAlias(std::string const& domain, std::string const& oldName,
     if (mailnames.empty())
         return isKnown(oldName);
     std::vector<std::string> addresses;
+    addresses.reserve(mailnames.size());
     for (auto const& mailname : mailnames)
         addresses.push_back(addressOf(mailname, newName));
     FoundRecords const found = findRecords(virtual_map, addresses);

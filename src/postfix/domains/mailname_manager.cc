@@ -57,6 +57,7 @@ std::vector<std::string> addressesOf(std::string const& localPart,
                                      std::vector<std::string> const& domains)
 {
     std::vector<std::string> addresses;
+    addresses.reserve(domains.size());
     for (auto const& domain : domains)
         addresses.push_back(addressOf(localPart, domain));
     return addresses;
